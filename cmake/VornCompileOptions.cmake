@@ -1,0 +1,42 @@
+# Compiler settings that all targets share.
+
+# vorn_compile_options(target): warnings, reproducible arithmetic and, when asked for, sanitizers.
+function(vorn_compile_options target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wdouble-promotion -Wformat=2
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>
+    $<$<BOOL:${VORN_WERROR}>:-Werror>
+    # The same input gives the same bytes: no contraction of a * b + c behind the source's back.
+    -ffp-contract=off)
+
+  # 32-bit x86 computes with 80-bit intermediates unless told otherwise. Hosts call with a stack
+  # aligned to 4 bytes; SSE needs 16.
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")
+    target_compile_options(${target} PRIVATE -msse2 -mfpmath=sse -mstackrealign)
+  endif()
+
+  if(VORN_SANITIZE)
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
+    # GCC takes the sanitizers' own code for uses of uninitialised values.
+    target_compile_options(${target} PRIVATE
+      ${sanitizers} -fno-omit-frame-pointer -Wno-maybe-uninitialized)
+    target_compile_definitions(${target} PRIVATE _GLIBCXX_ASSERTIONS)
+    target_link_options(${target} PRIVATE ${sanitizers})
+  endif()
+
+  # A Windows host gets one file: no DLL of the compiler's runtime beside it.
+  if(WIN32)
+    target_link_options(${target} PRIVATE -static)
+  endif()
+endfunction()
+
+# vorn_source_options(file option...): further compile options of one source file, for kernels that
+# are compiled for an instruction set of their own (and chosen at run time):
+#   vorn_source_options(lsq/kernels_avx512.cpp -mavx512f -mavx512dq -mfma)
+# Elsewhere than on x86 the options are left out; such a file then guards its body by the
+# compiler's macros (__AVX512F__ and so on).
+function(vorn_source_options file)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")
+    set_property(SOURCE "${file}" APPEND PROPERTY COMPILE_OPTIONS ${ARGN})
+  endif()
+endfunction()

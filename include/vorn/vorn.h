@@ -1,0 +1,37 @@
+/* Vorn: bundle adjustment of photogrammetric projects.
+ *
+ * Both functions run one project from its control file to its report and result files and
+ * return when it has been read, adjusted and reported, or has failed.
+ *
+ *   path  control file, full or relative to the current directory; on Windows in the process's
+ *         ANSI code page. A null or empty path, a missing file or a directory returns 0 silently.
+ *   flag  non-zero: also write the camera result file ("cam") after a successful adjustment.
+ *
+ * Result: 1 when the adjustment was completed, 0 otherwise. Diagnostics are text: on the standard
+ * output stream (readers, convergence tests), in the report (base name of the control file with
+ * the extension "out") and on the error stream (degenerate geometry). No exception leaves them.
+ *
+ * A run changes the process's current directory to the control file's directory and leaves it
+ * changed. Least-squares parameters that a project reads stay in force for later projects of the
+ * same process. Runs must not overlap within one process.
+ */
+#ifndef VORN_VORN_H
+#define VORN_VORN_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Runs the project of the control file `path`. */
+int32_t VornBundle(const char *path, int32_t flag);
+
+/* Does the same; VornBundle calls it. */
+int32_t VornScanBundle(const char *path, int32_t flag);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VORN_VORN_H */

@@ -1,0 +1,164 @@
+#include "calibration/corrections.h"
+
+#include <memory>
+#include <string_view>
+
+#include "geometry/ext_orientation.h"
+#include "text/text_writer.h"
+
+namespace vorn {
+
+namespace {
+
+std::string component_name(std::string_view prefix, std::string_view suffix, std::int32_t i) {
+  std::string name(prefix);
+  name += suffix;
+  name += '[';
+  name += std::to_string(i / 3);
+  name += ']';
+  return name;
+}
+
+template <class Correction>
+int read_body(TokenReader& in, Correction& correction) {
+  std::string eo_id;
+  while (in.read_word(eo_id) && eo_id != "stop-dep") correction.eo_ids.push_back(eo_id);
+  in.read(correction.t0);
+  correction.polynomial.read(in);
+  return 1;
+}
+
+// Calls `attach(orientation)` for every listed orientation; `kind` begins the messages.
+template <class Correction, class Attach>
+int bind_each(Correction& correction, const OwnedList<ImageGeometry>& geometries,
+              std::string_view kind, Attach attach) {
+  for (const std::string& eo_id : correction.eo_ids) {
+    ImageGeometry* const geometry = geometries.find(eo_id);
+    if (geometry == nullptr) {
+      standard_output() << "ERROR: " << kind << " correction " << correction.id << ": EO " << eo_id
+                        << " not found.\n";
+      return -1;
+    }
+    auto* const orientation = dynamic_cast<ExtOrientation*>(geometry);
+    if (orientation == nullptr) {
+      standard_output() << "ERROR: " << kind << " correction " << correction.id << ": EO " << eo_id
+                        << " invalid image geometry.\n";
+      return -1;
+    }
+    attach(*orientation);
+    correction.used = true;
+  }
+  return 1;
+}
+
+template <class Correction>
+int read_file(TokenReader& in, OwnedList<Correction>& list, std::string_view kind,
+              std::string_view kind_in_sentence) {
+  std::string id;
+  while (in.read_word(id) && id != "stop-dep") {
+    auto correction = std::make_unique<Correction>();
+    correction->id = id;
+    if (correction->read(in) != 1) {
+      standard_output() << "ERROR: Read " << kind_in_sentence << " correction " << id
+                        << " failed.\n";
+      return -1;
+    }
+    const std::int32_t slot = list.slot_of(id);
+    if (slot == OwnedList<Correction>::kNone) {
+      list.append(std::move(correction));
+    } else {
+      list.replace(slot, std::move(correction));
+      standard_output() << "ATTENTION: " << kind << " correction " << id << " was replaced.\n";
+    }
+  }
+  return 1;
+}
+
+}  // namespace
+
+Vec3 TimePolynomial::value_at(double tau) const {
+  Vec3 sum{};
+  for (std::size_t k = coeffs.size(); k-- > 0;) {
+    for (std::size_t c = 0; c < 3; ++c) sum[c] = sum[c] * tau + coeffs[k][c];
+  }
+  return sum;
+}
+
+void TimePolynomial::get_derivs(double tau, const Matrix& components, std::int32_t first,
+                                Matrix& derivs) const {
+  const std::int32_t n = num_values();
+  derivs.resize(2, n);
+  if (n == 0) return;
+  for (std::int32_t row = 0; row < 2; ++row) {
+    const double* const source = components[row] + first;
+    double* const target = derivs[row];
+    for (std::int32_t j = 0; j < 3; ++j) target[j] = source[j];
+    for (std::int32_t j = 3; j < n; ++j) target[j] = target[j - 3] * tau;
+  }
+}
+
+void TimePolynomial::init_params(AdjObject& owner) {
+  if (owner.alloc_params(static_cast<std::uint32_t>(num_values())) != 1) return;
+  std::int32_t param = 0;
+  for (std::size_t k = 0; k < coeffs.size(); ++k) {
+    for (std::size_t c = 0; c < 3; ++c)
+      owner.set_param(param++, coeffs[k][c], coeff_std_devs[k][c]);
+  }
+}
+
+void TimePolynomial::read(TokenReader& in) {
+  std::int32_t count = 0;
+  if (!in.read(count)) return;
+  for (std::int32_t k = 0; k < count && in.ok() && !in.only_blanks_left(); ++k) {
+    Vec3& coeff = coeffs.emplace_back();
+    Vec3& std_dev = coeff_std_devs.emplace_back();
+    for (std::size_t c = 0; c < 3; ++c) {
+      in.read(coeff[c]);
+      in.read(std_dev[c]);
+    }
+  }
+}
+
+std::string PosCorrection::get_param_name(std::int32_t i) const {
+  static constexpr std::string_view kComponents[] = {"X", "Y", "Z"};
+  return component_name(kComponents[i % 3], "o", i);
+}
+
+int PosCorrection::read(TokenReader& in) { return read_body(in, *this); }
+
+int PosCorrection::bind_to_eos(const OwnedList<ImageGeometry>& geometries) {
+  return bind_each(*this, geometries, "Position",
+                   [this](ExtOrientation& eo) { eo.set_pos_correction(*this); });
+}
+
+void PosCorrection::get_derivs(double t, const DesignBlock& eo_block, DesignBlock& block) const {
+  polynomial.get_derivs(t - t0, eo_block.a, 0, block.a);
+  block.index = index;
+}
+
+std::string AttCorrection::get_param_name(std::int32_t i) const {
+  static constexpr std::string_view kComponents[] = {"a1", "a2", "a3"};
+  return component_name(kComponents[i % 3], "", i);
+}
+
+int AttCorrection::read(TokenReader& in) { return read_body(in, *this); }
+
+int AttCorrection::bind_to_eos(const OwnedList<ImageGeometry>& geometries) {
+  return bind_each(*this, geometries, "Attitude",
+                   [this](ExtOrientation& eo) { eo.set_att_correction(*this); });
+}
+
+void AttCorrection::get_derivs(double t, const DesignBlock& eo_block, DesignBlock& block) const {
+  polynomial.get_derivs(t - t0, eo_block.a, 3, block.a);
+  block.index = index;
+}
+
+int read_pos_correction_file(TokenReader& in, OwnedList<PosCorrection>& list) {
+  return read_file(in, list, "Position", "position");
+}
+
+int read_att_correction_file(TokenReader& in, OwnedList<AttCorrection>& list) {
+  return read_file(in, list, "Attitude", "attitude");
+}
+
+}  // namespace vorn

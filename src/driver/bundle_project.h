@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "calibration/ap_set.h"
+#include "calibration/corrections.h"
+#include "driver/options.h"
+#include "geometry/image_geometry.h"
+#include "lsq/adj_interface.h"
+#include "lsq/adj_object_list.h"
+#include "lsq/normal_matrix.h"
+#include "lsq/owned_list.h"
+#include "sensors/bundle_image.h"
+#include "sensors/camera.h"
+#include "sensors/object_point.h"
+
+namespace vorn {
+
+// Everything that one run reads and computes. It owns every object read; all other references to
+// them are non-owning. Each stage of a run is one operation, implemented in the folder of its
+// stage.
+class BundleProject {
+ public:
+  BundleProject() = default;
+  ~BundleProject();
+  BundleProject(const BundleProject&) = delete;
+  BundleProject& operator=(const BundleProject&) = delete;
+
+  // Reads the data files that the control file names. 1 or -1 (driver/control_file.cpp).
+  int read_control_file(TokenReader& in);
+
+  // Prepares the adjustment. 1 or -1 (lsq/initialisation.cpp).
+  int initialise(TextWriter& report);
+  // Runs the iterations. 1 or -1 (lsq/iteration.cpp).
+  int iterate(TextWriter& report);
+
+  // Makes sure that every measured point exists as an object point (lsq/intersection.cpp). Here and
+  // below, a null stream means to work silently.
+  int check_approximations(TextWriter* out);
+  // Computes missing object-point coordinates from all pairs of their rays (lsq/intersection.cpp).
+  int intersect_approximations(TextWriter* out, bool debug);
+
+  // Counts rays and removes what is under-determined or unused (report/data_checks.cpp).
+  void check_rays_per_point(TextWriter* out);
+  void check_rays_per_image(TextWriter* out);
+  void clean_up(TextWriter* out);
+
+  // Sections of the report (report/sections.cpp, report/residuals.cpp, report/point_analysis.cpp).
+  void print_image_coords(TextWriter& out) const;
+  void print_cameras(TextWriter& out) const;
+  void print_ap_sets(TextWriter& out) const;
+  void print_exterior_orientations(TextWriter& out) const;
+  void print_object_points(TextWriter& out) const;
+  void print_residuals(TextWriter& out) const;
+  void print_control_residuals(TextWriter& out) const;
+  void print_check_points(TextWriter& out) const;
+  // Records of the result files (report/result_files.cpp).
+  void write_ap_sets(TextWriter& out) const;
+  void write_exterior_orientations(TextWriter& out) const;
+  void write_object_points(TextWriter& out) const;
+  void write_residuals(TextWriter& out) const;
+  void write_cameras(TextWriter& out) const;
+
+  // Deletes all owned objects.
+  void clear();
+
+  Options options;
+  OwnedList<BundleImage> images;
+  OwnedList<Camera> cameras;
+  OwnedList<ObjectPoint> object_points;
+  OwnedList<ImageGeometry> image_geometries;
+  OwnedList<APSet> ap_sets;
+  OwnedList<PosCorrection> pos_corrections;
+  OwnedList<AttCorrection> att_corrections;
+  AdjObjectList unknowns;
+
+  // Normal equations N x = n of the current iteration.
+  NormalMatrix normal;
+  Vector rhs;
+  Vector markers;  // diagonal of the factor
+  Vector solution;
+  Matrix cofactors;  // room for the inverse; empty unless somebody asks for it
+
+  double lPl = 0.0;  // weighted sum of squared reduced observations
+  double vtpv = 0.0;
+  double sigma0 = 0.0;  // a posteriori [m]
+  std::int32_t redundancy = 0;
+  std::int32_t num_iterations = 0;  // of the last iteration loop
+  std::unique_ptr<AdjInterface> solver;
+};
+
+}  // namespace vorn

@@ -1,0 +1,114 @@
+#include "driver/run.h"
+
+#include "driver/bundle_project.h"
+#include "lsq/ls_params.h"
+#include "text/file_system.h"
+
+namespace vorn {
+namespace {
+
+// The output streams of a run, in the order in which they are opened.
+struct OutputStreams {
+  TextWriter report;
+  TextWriter ext;
+  TextWriter ocs;
+  TextWriter res;
+  TextWriter apset;
+  TextWriter gcpres;
+  TextWriter chp;
+
+  // A file that cannot be opened discards what is written to it.
+  void open_results(const OutputNames& names) {
+    ext.open(names.ext);
+    ocs.open(names.ocs);
+    res.open(names.res);
+    apset.open(names.apset);
+    gcpres.open(names.gcpres);
+    chp.open(names.chp);
+  }
+};
+
+// A run would destroy a control file that is one of its own outputs.
+bool would_overwrite(const std::string& path, const OutputNames& names, bool with_cameras) {
+  for (const std::string& name : names.opened(with_cameras)) {
+    if (name == path || same_file(name, path)) return true;
+  }
+  return false;
+}
+
+void write_camera_file(const BundleProject& project, const std::string& name) {
+  TextWriter cam;
+  cam.open(name);
+  project.write_cameras(cam);
+  project.print_cameras(cam);
+}
+
+// The final sections. AP-set blocks go to the "apset" file and AP-set records to the report.
+void write_sections(const BundleProject& project, OutputStreams& streams, const OutputNames& names,
+                    bool with_cameras) {
+  TextWriter& report = streams.report;
+  project.print_cameras(report);
+  project.print_ap_sets(streams.apset);
+  project.write_ap_sets(report);
+  project.write_exterior_orientations(streams.ext);
+  project.print_exterior_orientations(report);
+  project.write_object_points(streams.ocs);
+  project.print_object_points(report);
+  project.write_residuals(streams.res);
+  project.print_residuals(report);
+  if (with_cameras) write_camera_file(project, names.cam);
+  project.print_control_residuals(streams.gcpres);
+  project.print_control_residuals(report);
+  project.print_check_points(streams.chp);
+  project.print_check_points(report);
+}
+
+// Everything between reading the control file and the last section. 1, or -1 at the first failure.
+int adjust(BundleProject& project, TokenReader& control_file, const std::string& directory,
+           TextWriter& report) {
+  const int read = project.read_control_file(control_file);
+  change_directory(directory);
+  if (read != 1) return -1;
+  project.options.print_options(report);
+  ls_params().print(report);
+  if (project.options.print_image_coords) project.print_image_coords(report);
+  if (project.initialise(report) != 1) return -1;
+  return project.iterate(report);
+}
+
+}  // namespace
+
+RunSummary run_project(const std::string& path, bool with_cameras,
+                       const std::function<void(const BundleProject&)>& inspect) {
+  RunSummary summary;
+  const FileKind kind = file_kind(path);
+  if (path.empty() || kind == FileKind::missing || kind == FileKind::directory) return summary;
+
+  const std::string full_path = absolute_path(path);
+  const PathParts parts = split_path(full_path);
+  summary.files = output_names(parts);
+  if (would_overwrite(full_path, summary.files, with_cameras)) return summary;
+  const std::string directory = parts.drive + parts.directory;
+  change_directory(directory);
+
+  OutputStreams streams;
+  streams.report.open(summary.files.out);
+  FileText control_file;
+  const bool readable = control_file.load(full_path);
+  streams.open_results(summary.files);
+  summary.started = true;
+  if (!readable) return summary;
+
+  BundleProject project;
+  TokenReader control_tokens(control_file.view());
+  if (adjust(project, control_tokens, directory, streams.report) != 1) return summary;
+  write_sections(project, streams, summary.files, with_cameras);
+  summary.result = 1;
+  summary.sigma0 = project.sigma0;
+  summary.redundancy = project.redundancy;
+  summary.iterations = project.num_iterations;
+  if (inspect) inspect(project);
+  return summary;
+}
+
+}  // namespace vorn

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "driver/paths.h"
+
+namespace vorn {
+
+class BundleProject;
+
+// What a run came to.
+struct RunSummary {
+  std::int32_t result = 0;  // 1 completed, 0 failed
+  bool started = false;     // outputs were opened; otherwise the control file was not accepted
+  double sigma0 = 0.0;      // a posteriori [m]
+  std::int32_t redundancy = 0;
+  std::int32_t iterations = 0;
+  OutputNames files;
+};
+
+// Runs the project of a control file from reading to the last report line. `with_cameras` asks for
+// the camera result file. `inspect`, where given, sees the project after a completed adjustment,
+// just before it is destroyed. May throw when memory runs out.
+RunSummary run_project(const std::string& path, bool with_cameras,
+                       const std::function<void(const BundleProject&)>& inspect = {});
+
+}  // namespace vorn

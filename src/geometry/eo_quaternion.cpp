@@ -1,0 +1,53 @@
+#include "geometry/eo_quaternion.h"
+
+#include <cstddef>
+
+#include "geometry/rotations.h"
+#include "lsq/ls_params.h"
+#include "lsq/normal_matrix.h"
+
+namespace vorn {
+
+std::string EOQuaternion::get_param_name(std::int32_t i) const {
+  return param_name(i, {"q0", "q1", "q2", "q3"});
+}
+
+void EOQuaternion::update() {
+  ExtOrientation::update();
+  matrix_derivs_ = quaternion::matrix_derivs(rotation_params());
+}
+
+ExtOrientation::RotationParams EOQuaternion::params_from_matrix(const Mat3& r) const {
+  return quaternion::params_from_matrix(r);
+}
+
+Mat3 EOQuaternion::matrix_from_params(const RotationParams& params) const {
+  return quaternion::matrix_from_params(params);
+}
+
+void EOQuaternion::get_rot_param_derivs(Matrix& a) const {
+  for (std::int32_t k = 0; k < 4; ++k) {
+    set_column(a, 3 + k, transposed_times(matrix_derivs_[static_cast<std::size_t>(k)], point().d));
+  }
+}
+
+// q'q = 1, linearised: 2 q'dq = 1 - q'q.
+void EOQuaternion::add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const {
+  const RotationParams q = stored_rotation_params();
+  DesignBlock block;
+  block.index = index;
+  block.a.resize(1, num_values());
+  block.a.zero();
+  Vector reduced(1);
+  reduced[0] = 1;
+  for (std::int32_t k = 0; k < 4; ++k) {
+    const double q_k = q[static_cast<std::size_t>(k)];
+    block.a[0][3 + k] = 2 * q_k;
+    reduced[0] -= q_k * q_k;
+  }
+  Vector weight(1);
+  weight[0] = ls_params().weight_constraints;
+  add_weighted_observations({&block}, weight, reduced, normal, rhs, lPl);
+}
+
+}  // namespace vorn

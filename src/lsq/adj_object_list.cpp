@@ -1,0 +1,61 @@
+#include "lsq/adj_object_list.h"
+
+#include "lsq/ls_params.h"
+
+namespace vorn {
+
+void AdjObjectList::add(AdjObject& object) {
+  object.init_params();
+  object.index = num_unknowns_;
+  objects_.push_back(&object);
+  num_unknowns_ += static_cast<std::int32_t>(object.num_params());
+}
+
+std::int32_t AdjObjectList::num_constraints() const {
+  std::int32_t count = 0;
+  for (const AdjObject* object : objects_) count += object->get_num_constraints();
+  return count;
+}
+
+std::int32_t AdjObjectList::count_state(ParamState state) const {
+  std::int32_t count = 0;
+  for (const AdjObject* object : objects_) count += object->count_state(state);
+  return count;
+}
+
+void AdjObjectList::add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const {
+  for (const AdjObject* object : objects_) object->add_constraints(normal, rhs, lPl);
+}
+
+void AdjObjectList::add_weights(NormalMatrix& normal, Vector& rhs, double& lPl) const {
+  for (const AdjObject* object : objects_) object->add_weights(normal, rhs, lPl);
+}
+
+void AdjObjectList::apply_corrections(const Vector& corrections) {
+  for (AdjObject* object : objects_) object->apply_corrections(corrections);
+}
+
+void AdjObjectList::print_table(TextWriter& out) const {
+  constexpr NumberFormat kSetting = scientific(2, 8);
+  const LSParams& settings = ls_params();
+  out << "Unknown parameters\n"
+         "==================\n"
+         "Std. dev. of unit weight             :  "
+      << kSetting(settings.sigma0_apriori)
+      << "\n"
+         "Limit of std. dev. to indicate that\n"
+         "  unknown should be eliminated       :  "
+      << kSetting(settings.smin)
+      << "\n"
+         "  value is an unknown                :  "
+      << kSetting(settings.smax)
+      << "\n"
+         "Weight for suppression of unknowns   :  "
+      << kSetting(settings.weight_suppression)
+      << "\n"
+         "State: unk=unknown, obs=observed, eli=eliminated\n"
+         "  Index   Name               ID   State      Weight\n";
+  for (const AdjObject* object : objects_) object->print_unknowns(out);
+}
+
+}  // namespace vorn

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "lsq/adj_object.h"
+
+namespace vorn {
+
+// The table of unknowns: every object that takes part in the adjustment, in registration order,
+// which fixes the numbering of the unknowns. It does not own the objects.
+class AdjObjectList {
+ public:
+  // Numbers of parameters of one group of objects.
+  struct Counts {
+    std::int32_t total = 0;
+    std::int32_t observed = 0;
+    std::int32_t eliminated = 0;
+  };
+
+  // Makes the object's records, gives it the next free unknown number and lists it.
+  void add(AdjObject& object);
+  std::int32_t num_objects() const { return static_cast<std::int32_t>(objects_.size()); }
+  AdjObject& operator[](std::int32_t i) const { return *objects_[static_cast<std::size_t>(i)]; }
+  std::int32_t num_unknowns() const { return num_unknowns_; }
+
+  std::int32_t num_constraints() const;
+  std::int32_t count_state(ParamState state) const;
+  void add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const;
+  void add_weights(NormalMatrix& normal, Vector& rhs, double& lPl) const;
+  void apply_corrections(const Vector& corrections);
+  // Calls `visit(const T&)` for every listed object of class T, in order.
+  template <class T, class Visit>
+  void for_each(Visit visit) const {
+    for (const AdjObject* object : objects_) {
+      if (const T* match = dynamic_cast<const T*>(object)) visit(*match);
+    }
+  }
+  template <class T>
+  Counts count_group() const {
+    Counts counts;
+    for_each<T>([&counts](const T& object) {
+      counts.total += static_cast<std::int32_t>(object.num_params());
+      counts.observed += object.count_state(ParamState::observed);
+      counts.eliminated += object.count_state(ParamState::eliminated);
+    });
+    return counts;
+  }
+  // The printed table of unknowns.
+  void print_table(TextWriter& out) const;
+
+ private:
+  std::vector<AdjObject*> objects_;
+  std::int32_t num_unknowns_ = 0;
+};
+
+}  // namespace vorn

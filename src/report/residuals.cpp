@@ -1,0 +1,158 @@
+#include "report/residuals.h"
+
+#include <cmath>
+#include <string_view>
+
+#include "driver/bundle_project.h"
+#include "lsq/ls_params.h"
+#include "text/text_writer.h"
+
+namespace vorn {
+
+namespace {
+
+// Writes metres as micrometres.
+constexpr double kMicrometres = 1e6;
+
+struct ResidualSums {
+  std::int32_t count = 0;
+  double vx = 0;
+  double vy = 0;
+  double vx2 = 0;
+  double vy2 = 0;
+  double pvv = 0;  // px vx^2 + py vy^2
+
+  void add(const PointResidual& r) {
+    ++count;
+    vx += r.vx;
+    vy += r.vy;
+    vx2 += r.vx * r.vx;
+    vy2 += r.vy * r.vy;
+    pvv += r.px * r.vx * r.vx + r.py * r.vy * r.vy;
+  }
+  void add(const ResidualSums& other) {
+    count += other.count;
+    vx += other.vx;
+    vy += other.vy;
+    vx2 += other.vx2;
+    vy2 += other.vy2;
+    pvv += other.pvv;
+  }
+};
+
+// The two statistics lines and the empty line behind them. Without points they show 0/0.
+void print_statistics(TextWriter& out, const ResidualSums& sums) {
+  constexpr NumberFormat kResidual = fixed(2, 10);
+  const double n = sums.count;
+  out << "RMS of residuals       :   " << kResidual(std::sqrt(sums.vx2 / n) * kMicrometres) << "   "
+      << kResidual(std::sqrt(sums.vy2 / n) * kMicrometres) << '\n';
+  out << "Average of residuals   :   " << kResidual(sums.vx / n * kMicrometres) << "   "
+      << kResidual(sums.vy / n * kMicrometres) << "\n\n";
+}
+
+void print_residual(TextWriter& out, const PointResidual& r) {
+  constexpr NumberFormat kResidual = fixed(2, 10);
+  constexpr std::string_view kComponents[] = {" X", " Y", " Z"};
+  out << "  " << right_aligned(r.image_point->id, 8) << "  " << kResidual(r.vx * kMicrometres)
+      << ' ' << kResidual(r.vy * kMicrometres) << ' '
+      << kResidual(std::sqrt(r.vx * r.vx + r.vy * r.vy) * kMicrometres);
+  if (r.object_point->type == PointType::control) {
+    out << "   control point for";
+    for (std::size_t c = 0; c < 3; ++c) {
+      if (r.object_point->std_devs[c] <= ls_params().smax) out << kComponents[c];
+    }
+  }
+  out << '\n';
+}
+
+// The block of one image; residuals below the limit in both coordinates count but are not listed.
+ResidualSums print_image(TextWriter& out, const BundleImage& image, double limit,
+                         const std::vector<PointResidual>& residuals) {
+  out << "BundleImage ID : " << image.id << "\n\n";
+  out << "  Point ID       vx/um      vy/um     |v|/um\n\n";
+  ResidualSums sums;
+  for (const PointResidual& r : residuals) {
+    if (r.object_point == nullptr) {
+      out << "ATTENTION: Object point " << r.image_point->id << " not found\n";
+      continue;
+    }
+    sums.add(r);
+    if (std::fabs(r.vx) >= limit || std::fabs(r.vy) >= limit) print_residual(out, r);
+  }
+  out << "\nNumber of points       :   " << sums.count << '\n';
+  print_statistics(out, sums);
+  return sums;
+}
+
+void print_summary(TextWriter& out, const ResidualSums& total, std::int32_t redundancy) {
+  out << "\nSummary for all image points of all images\n"
+         "------------------------------------------\n"
+         "                                vx/um        vy/um\n\n";
+  out << "Total number of points :   " << total.count << '\n';
+  print_statistics(out, total);
+  out << "Contribution to vtpv and sigma 0:   " << scientific(3)(total.pvv) << " m^2   ";
+  const double sigma0 = redundancy > 0 ? std::sqrt(total.pvv / redundancy) : 0.0;
+  if (sigma0 == 0.0) {
+    out << "undefined, no redundancy!\n";
+  } else {
+    out << fixed(2)(sigma0 * kMicrometres) << " um\n";
+  }
+  out << "Redundancy :   " << redundancy << "\n\n";
+}
+
+}  // namespace
+
+void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& object_points,
+                       std::vector<PointResidual>& residuals) {
+  const Camera& camera = *image.camera;
+  const double sigma0 = ls_params().sigma0_apriori;
+  residuals.clear();
+  for (const ImagePoint& point : image.points) {
+    PointResidual& r = residuals.emplace_back();
+    r.image_point = &point;
+    r.object_point = object_points.find(point.id);
+    if (r.object_point == nullptr) continue;
+    const Pair computed = image.object_to_image(r.object_point->xyz);
+    const Pair measured = camera.pixel_to_image({point.x, point.y});
+    const Pair sdev = camera.sdev_to_image({point.sx, point.sy});
+    r.vx = computed[0] - measured[0];
+    r.vy = computed[1] - measured[1];
+    r.px = (sigma0 / sdev[0]) * (sigma0 / sdev[0]);
+    r.py = (sigma0 / sdev[1]) * (sigma0 / sdev[1]);
+  }
+}
+
+void BundleProject::print_residuals(TextWriter& out) const {
+  const double limit = ls_params().residual_limit;
+  out << "Residuals of image coords.\n"
+         "==========================\n";
+  out << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
+  ResidualSums total;
+  std::vector<PointResidual> residuals;
+  for (const BundleImage& image : images) {
+    compute_residuals(image, object_points, residuals);
+    total.add(print_image(out, image, limit, residuals));
+  }
+  print_summary(out, total, redundancy);
+}
+
+void BundleProject::write_residuals(TextWriter& out) const {
+  constexpr NumberFormat kResidual = fixed(3, 10);
+  std::vector<PointResidual> residuals;
+  for (const BundleImage& image : images) {
+    compute_residuals(image, object_points, residuals);
+    out << image.id << '\n';
+    for (const PointResidual& r : residuals) {
+      if (r.object_point == nullptr) {
+        standard_output() << "ATTENTION: Object point " << r.image_point->id << " not found\n";
+        continue;
+      }
+      out << "  " << right_aligned(r.image_point->id, 8) << "  " << kResidual(r.vx * kMicrometres)
+          << ' ' << kResidual(r.vy * kMicrometres) << '\n';
+    }
+    out << "stop-dep\n";
+  }
+  out << "stop-dep\n";
+}
+
+}  // namespace vorn

@@ -1,0 +1,87 @@
+#include "sensors/camera.h"
+
+#include "calibration/ap_set.h"
+
+namespace vorn {
+
+namespace {
+
+constexpr NumberFormat kReportLength = fixed(4, 10);
+constexpr NumberFormat kFileLength = fixed(6, 12);
+
+}  // namespace
+
+bool Camera::read_head(TokenReader& in) {
+  if (!in.read_word(id) || !in.read_word(comment)) return false;
+  if (!in.read(c) || !in.read_pair(xp, yp)) return false;
+  c *= 0.001;
+  xp *= 0.001;
+  yp *= 0.001;
+  return true;
+}
+
+int Camera::read(TokenReader& in) {
+  if (!read_head(in) || !in.read(sx) || !in.read(sy)) return -1;
+  sx *= 0.001;
+  sy *= 0.001;
+  return 1;
+}
+
+void Camera::write_head(TextWriter& out, std::string_view keyword) const {
+  out << keyword << "   " << id << "   " << comment << '\n';
+  out << kFileLength(c * 1000) << ' ' << kFileLength(xp * 1000) << ' ' << kFileLength(yp * 1000)
+      << '\n';
+  out << kFileLength(sx * 1000) << ' ' << kFileLength(sy * 1000) << '\n';
+}
+
+void Camera::write(TextWriter& out) const { write_head(out, "frame"); }
+
+void Camera::print(TextWriter& out) const {
+  out << "Camera ID          :  " << id << '\n';
+  out << "Camera type        :  " << get_type_name() << '\n';
+  out << "Comment            :  " << comment << '\n';
+  out << "Coord. system type :  " << get_coord_system_name() << '\n';
+  out << "Focal length       :  f  = " << kReportLength(c * 1000) << " mm\n";
+  out << "Principal point    :  xp = " << kReportLength(xp * 1000)
+      << " mm      yp = " << kReportLength(yp * 1000) << " mm\n";
+  out << "BundleImage format       :  sx = " << kReportLength(sx * 1000)
+      << " mm      sy = " << kReportLength(sy * 1000) << " mm\n";
+  out << '\n';
+}
+
+Pair Camera::get_corrections(const Vec3& point) const {
+  Pair sum{};
+  for (const APSet* set : ap_sets) {
+    if (set == nullptr) continue;
+    const Pair correction = set->get_correction(point);
+    sum[0] += correction[0];
+    sum[1] += correction[1];
+  }
+  return sum;
+}
+
+Vec3 Camera::image_to_camera(const Pair& image) const {
+  Vec3 point{image[0] - xp, image[1] - yp, -c};
+  const Pair correction = get_corrections(point);
+  point[0] -= correction[0];
+  point[1] -= correction[1];
+  return point;
+}
+
+Pair Camera::camera_to_image(const Vec3& point) const {
+  const Pair correction = get_corrections(point);
+  return {xp + point[0] + correction[0], yp + point[1] + correction[1]};
+}
+
+void Camera::get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const {
+  for (std::size_t i = 0; i < ap_sets.size(); ++i) {
+    if (ap_sets[i] == nullptr) {
+      error_output() << "ERROR: Camera::get_derivs: null pointer!\n";
+      continue;
+    }
+    ap_sets[i]->get_derivs(point, blocks[i]);
+    blocks[i].index = ap_sets[i]->index;
+  }
+}
+
+}  // namespace vorn

@@ -1,0 +1,118 @@
+#include "text/file_system.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+
+#ifdef _WIN32
+#include <direct.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace vorn {
+namespace {
+
+constexpr std::size_t kDeviceLimit = std::size_t{1} << 26U;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+#ifdef _WIN32
+using FileStatus = struct _stat64;
+bool get_status(const std::string& path, FileStatus& status) {
+  // The C library finds no directory whose name ends in a separator, unless it is a root.
+  std::string name = path;
+  while (name.size() > 1 && (name.back() == '/' || name.back() == '\\') &&
+         name[name.size() - 2] != ':') {
+    name.pop_back();
+  }
+  return _stat64(name.c_str(), &status) == 0;
+}
+#else
+using FileStatus = struct stat;
+bool get_status(const std::string& path, FileStatus& status) {
+  return ::stat(path.c_str(), &status) == 0;
+}
+#endif
+
+FileKind kind_of(const FileStatus& status) {
+  if (S_ISREG(status.st_mode)) return FileKind::regular;
+  if (S_ISDIR(status.st_mode)) return FileKind::directory;
+  if (S_ISCHR(status.st_mode)) return FileKind::character_device;
+  return FileKind::other;
+}
+
+}  // namespace
+
+FileKind file_kind(const std::string& path) {
+  FileStatus status{};
+  return get_status(path, status) ? kind_of(status) : FileKind::missing;
+}
+
+std::string current_directory() {
+  std::string buffer(4096, '\0');
+#ifdef _WIN32
+  const char* found = _getcwd(buffer.data(), static_cast<int>(buffer.size()));
+#else
+  const char* found = ::getcwd(buffer.data(), buffer.size());
+#endif
+  return found == nullptr ? std::string() : std::string(found);
+}
+
+bool change_directory(const std::string& path) {
+#ifdef _WIN32
+  return _chdir(path.c_str()) == 0;
+#else
+  return ::chdir(path.c_str()) == 0;
+#endif
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+#ifdef _WIN32
+  char full_a[_MAX_PATH];
+  char full_b[_MAX_PATH];
+  return file_kind(a) != FileKind::missing && _fullpath(full_a, a.c_str(), _MAX_PATH) != nullptr &&
+         _fullpath(full_b, b.c_str(), _MAX_PATH) != nullptr && _stricmp(full_a, full_b) == 0;
+#else
+  FileStatus first{};
+  FileStatus second{};
+  return get_status(a, first) && get_status(b, second) && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+#endif
+}
+
+bool FileText::load(const std::string& path) {
+  size_ = 0;
+  FileStatus status{};
+  if (!get_status(path, status)) return false;
+  const FileKind kind = kind_of(status);
+  if (kind != FileKind::regular && kind != FileKind::character_device) return false;
+  const File file(std::fopen(path.c_str(), "rb"));
+  if (!file) return false;
+
+  const bool regular = kind == FileKind::regular;
+  const auto expected = static_cast<std::uint64_t>(regular ? status.st_size : 0);
+  // One character more than expected, so that the end is met in the first round.
+  std::uint64_t wanted = std::max<std::uint64_t>(expected + 1, 4096);
+  if (wanted > SIZE_MAX / 2) return false;
+  for (;;) {
+    if (wanted > capacity_) {
+      auto larger = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(wanted));
+      std::copy_n(data_.get(), size_, larger.get());
+      data_ = std::move(larger);
+      capacity_ = static_cast<std::size_t>(wanted);
+    }
+    size_ += std::fread(data_.get() + size_, 1, capacity_ - size_, file.get());
+    if (size_ < capacity_) return true;
+    if (!regular && size_ >= kDeviceLimit) return true;
+    wanted = std::uint64_t{capacity_} * 2;
+    if (wanted > SIZE_MAX / 2) return true;
+  }
+}
+
+}  // namespace vorn

@@ -1,0 +1,124 @@
+#include "text/text_writer.h"
+
+#include <charconv>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+namespace vorn {
+namespace {
+
+constexpr std::size_t kCapacity = std::size_t{1} << 16U;
+constexpr std::size_t kIntegerLength = 24;
+
+}  // namespace
+
+TextWriter::TextWriter(std::FILE* stream) : stream_(stream) {}
+
+TextWriter::~TextWriter() { close(); }
+
+bool TextWriter::open(const std::string& path) {
+  close();
+  stream_ = std::fopen(path.c_str(), "w");
+  if (stream_ == nullptr) return false;
+  owned_ = true;
+  // This class buffers; the C library need not do it again.
+  std::setvbuf(stream_, nullptr, _IONBF, 0);
+  return true;
+}
+
+void TextWriter::drain() {
+  if (used_ > 0 && stream_ != nullptr) std::fwrite(buffer_.get(), 1, used_, stream_);
+  used_ = 0;
+}
+
+void TextWriter::flush() {
+  drain();
+  if (stream_ != nullptr) std::fflush(stream_);
+}
+
+void TextWriter::close() {
+  flush();
+  if (owned_) std::fclose(std::exchange(stream_, nullptr));
+  owned_ = false;
+}
+
+char* TextWriter::reserve(std::size_t count) {
+  if (!buffer_) buffer_ = std::make_unique_for_overwrite<char[]>(kCapacity);
+  if (used_ + count > kCapacity) drain();
+  return buffer_.get() + used_;
+}
+
+TextWriter& TextWriter::operator<<(std::string_view text) {
+  if (stream_ == nullptr) return *this;
+  while (!text.empty()) {
+    const std::size_t count = text.size() < kCapacity ? text.size() : kCapacity;
+    std::memcpy(reserve(count), text.data(), count);
+    used_ += count;
+    text.remove_prefix(count);
+  }
+  return *this;
+}
+
+TextWriter& TextWriter::operator<<(char c) {
+  if (stream_ == nullptr) return *this;
+  *reserve(1) = c;
+  ++used_;
+  return *this;
+}
+
+TextWriter& TextWriter::operator<<(const FormattedNumber& number) {
+  if (stream_ == nullptr) return *this;
+  char* const out = reserve(static_cast<std::size_t>(max_length(number.format)));
+  used_ += static_cast<std::size_t>(write_number(out, number.value, number.format) - out);
+  return *this;
+}
+
+TextWriter& TextWriter::operator<<(const PaddedText& padded) {
+  const auto width = static_cast<std::size_t>(padded.width);
+  const std::size_t pad = padded.text.size() < width ? width - padded.text.size() : 0;
+  if (padded.left) *this << padded.text;
+  for (std::size_t i = 0; i < pad; ++i) *this << ' ';
+  if (!padded.left) *this << padded.text;
+  return *this;
+}
+
+TextWriter& TextWriter::operator<<(std::int32_t value) { return *this << std::int64_t{value}; }
+TextWriter& TextWriter::operator<<(std::uint32_t value) { return *this << std::uint64_t{value}; }
+
+TextWriter& TextWriter::operator<<(std::int64_t value) {
+  if (stream_ == nullptr) return *this;
+  char* const out = reserve(kIntegerLength);
+  used_ += static_cast<std::size_t>(std::to_chars(out, out + kIntegerLength, value).ptr - out);
+  return *this;
+}
+
+TextWriter& TextWriter::operator<<(std::uint64_t value) {
+  if (stream_ == nullptr) return *this;
+  char* const out = reserve(kIntegerLength);
+  used_ += static_cast<std::size_t>(std::to_chars(out, out + kIntegerLength, value).ptr - out);
+  return *this;
+}
+
+TextWriter& TextWriter::integer(std::int64_t value, int width) {
+  char text[kIntegerLength];
+  const char* const end = std::to_chars(text, text + kIntegerLength, value).ptr;
+  return *this << right_aligned({text, static_cast<std::size_t>(end - text)}, width);
+}
+
+TextWriter& standard_output() {
+  static TextWriter writer(stdout);
+  return writer;
+}
+
+TextWriter& error_output() {
+  static TextWriter writer(stderr);
+  return writer;
+}
+
+void flush_console() {
+  standard_output().flush();
+  error_output().flush();
+}
+
+}  // namespace vorn
