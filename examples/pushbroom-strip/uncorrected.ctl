@@ -1,0 +1,11 @@
+params          params.txt
+ls-params       lspar.txt
+camera          camera.txt
+image           images.txt
+image-geometry  orientations.txt
+image-crds      image-coords.txt
+obj-crds        object-coords.txt
+ctrl-supp       control.txt
+stop-dep
+
+The same strip without the two corrections.
