@@ -82,8 +82,12 @@ APSet::APSet(const APModel& model)
       std_devs_(std::make_unique<double[]>(model.num_ap)) {}
 
 std::string APSet::get_param_name(std::int32_t i) const {
-  if (model_.param_names.empty()) return "a" + std::to_string(i + 1);
-  return std::string(model_.param_names[static_cast<std::size_t>(i)]);
+  if (!model_.param_names.empty()) {
+    return std::string(model_.param_names[static_cast<std::size_t>(i)]);
+  }
+  std::string name = "a";
+  name += std::to_string(i + 1);
+  return name;
 }
 
 void APSet::init_params() {

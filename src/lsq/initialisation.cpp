@@ -162,7 +162,23 @@ void report_counts(BundleProject& project, TextWriter& report) {
   report << '\n';
 }
 
-// Chooses the solver and sizes the normal equations. 1 or -1.
+// The structure of the normal equations: which unknowns meet in an observation.
+NormalStructure find_structure(BundleProject& project) {
+  NormalStructure structure(project.object_points.count());
+  const AdjObjectList& unknowns = project.unknowns;
+  for (std::int32_t i = project.object_points.count(); i < unknowns.num_objects(); ++i) {
+    structure.add_block(static_cast<std::int32_t>(unknowns[i].num_params()));
+  }
+  std::size_t image_points = 0;
+  for (const BundleImage& image : project.images) {
+    image_points += static_cast<std::size_t>(image.count_points());
+  }
+  structure.reserve_rays(image_points);
+  for (BundleImage& image : project.images) image.add_structure(project.object_points, structure);
+  return structure;
+}
+
+// Chooses the solver and lays the normal equations out. 1 or -1.
 int choose_solver(BundleProject& project, TextWriter& report) {
   if (ls_params().interface != 0) {
     report << "ERROR: Unkown adjustment interface.\n";
@@ -170,12 +186,18 @@ int choose_solver(BundleProject& project, TextWriter& report) {
   }
   project.solver = std::make_unique<AdjInterfaceNative>();
   const std::int32_t size = project.unknowns.num_unknowns();
-  project.normal.resize(size);
+  // A file of the matrix shows the factor in the order of the unknowns.
+  const bool natural_order = project.options.matrix_file != "none";
+  if (!project.normal.set_structure(find_structure(project), natural_order)) {
+    report << "ERROR: The normal equations of " << size
+           << " unknowns do not fit the address space.\n";
+    return -1;
+  }
+  for (BundleImage& image : project.images) image.locate(project.normal);
   project.rhs.resize(size);
   project.markers.resize(size);
   project.solution.resize(size);
   // Files of a run without any iteration show zeros.
-  project.normal.zero();
   project.rhs.zero();
   project.solution.zero();
   return 1;

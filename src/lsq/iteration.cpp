@@ -43,8 +43,7 @@ int set_up(BundleProject& project, TextWriter& report, std::int32_t& observation
   project.lPl = 0.0;
   observations = 0;
   for (const BundleImage& image : project.images) {
-    if (image.add_observations(project.object_points, project.normal, project.rhs, project.lPl,
-                               observations) != 1) {
+    if (image.add_observations(project.normal, project.rhs, project.lPl, observations) != 1) {
       report << "ERROR: Setup of normal equations failed.\n";
       return -1;
     }

@@ -1,8 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <vector>
 
+#include "lsq/kernels.h"
+#include "lsq/large_array.h"
 #include "lsq/matrix.h"
+#include "lsq/normal_structure.h"
+#include "lsq/reduced_matrix.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -10,33 +17,137 @@ namespace vorn {
 // The symmetric matrix of the normal equations, U x U, seen element by element. Contributions go to
 // the upper triangle. After `factorise` the upper triangle still holds N and the strict lower
 // triangle holds the Cholesky factor L.
+//
+// Only what can differ from zero is stored. The object points come first and are independent of
+// each other:
+//
+//       | N_pp  N_pr |     N_pp   3 x 3 diagonal blocks, one per point
+//   N = |            |     N_pr   per point the couplings with the blocks of the images that see it
+//       |  sym  N_rr |     N_rr   blocks of the reduced part that meet in an image
+//
+// so that the Cholesky factorisation in the order of the unknowns is an elimination point by point,
+// S = N_rr - sum over the points of N_pr' N_pp^-1 N_pr (the reduced normal equations; Brown 1958),
+// followed by the factorisation of S.
 class NormalMatrix {
  public:
-  std::int32_t size() const { return dense_.rows(); }
-  // Contents are undefined after a change of size.
-  void resize(std::int32_t n) { dense_.resize(n, n); }
-  void zero() { dense_.zero(); }
+  NormalMatrix() = default;
+  NormalMatrix(const NormalMatrix&) = delete;
+  NormalMatrix& operator=(const NormalMatrix&) = delete;
+  ~NormalMatrix() = default;
 
-  // N[i][j] += v for i <= j.
-  void add(std::int32_t i, std::int32_t j, double v) { dense_[i][j] += v; }
+  // Takes memory for a structure, with all elements zero. `natural_order` keeps the factor in the
+  // order of the unknowns, for those who want to see it. False when the matrix does not fit the
+  // address space.
+  bool set_structure(const NormalStructure& structure, bool natural_order = false);
+  // A matrix of n unknowns of which nothing is known: all of them in one block of the reduced part.
+  void resize(std::int32_t n);
+  std::int32_t size() const { return size_; }
+  void zero();
+
+  // N[i][j] += v for i <= j. An element outside the structure is an error of the program
+  // (std::out_of_range).
+  void add(std::int32_t i, std::int32_t j, double v);
   // N[i + r][j + c] += block[r][c]. Elements of it that fall below the diagonal of N are ignored.
   void add_block(std::int32_t i, std::int32_t j, const Matrix& block);
   // Upper triangle N, after `factorise` strict lower triangle L.
-  double at(std::int32_t i, std::int32_t j) const { return dense_[i][j]; }
+  double at(std::int32_t i, std::int32_t j) const;
 
-  // Cholesky factorisation; p receives the diagonal of L. Result codes as `cholesky`.
-  int factorise(Vector& p);
-  // Solves N x = b after `factorise`. Result codes as `back_substitution`.
+  // Direct access for those who add to the same elements in every iteration; valid until the
+  // structure changes. `diagonal` holds xx, xy, xz, yy, yz, zz of the point's own block, `coupling`
+  // its rows of N_pr, 3 x stride, in which a block stands from column_of(point, block) on.
+  struct PointRows {
+    double* diagonal;
+    double* coupling;
+    std::int32_t stride;
+  };
+  PointRows point_rows(std::int32_t point);
+  std::int32_t column_of(std::int32_t point, std::int32_t block) const;
+  std::int32_t num_points() const { return num_points_; }
+  // The block of an unknown of the reduced part, and a block's first unknown and width.
+  std::int32_t block_of(std::int32_t unknown) const { return structure_.block_of(unknown); }
+  std::int32_t block_index(std::int32_t block) const { return blocks_[place(block)].index; }
+  std::int32_t block_width(std::int32_t block) const { return blocks_[place(block)].width; }
+  // The elements where two blocks of a group meet, a <= b: row-major, as wide as block b.
+  double* block_pair(std::int32_t a, std::int32_t b);
+
+  // Cholesky factorisation; p receives the diagonal of L (where the reduced part has an order of
+  // its own, that of its factor). 0, or k > 0 when the pivot of row k (counted from 1, in the order
+  // of the unknowns) is not greater than 0. No pivoting, no tolerance.
+  std::int32_t factorise(Vector& p);
+  // Solves N x = b after `factorise`. 0, or -2, -3 when p or b have a wrong length.
   int substitute(const Vector& p, const Vector& b, Vector& x) const;
-  // Full symmetric inverse after `factorise`. Result codes as `invert_from_cholesky`.
-  int invert(const Vector& p, Matrix& q) const;
+
+  // Full symmetric inverse after `factorise`, for small systems: it takes U x U elements. Result
+  // codes as invert_from_cholesky.
+  int invert(Matrix& q) const;
+  // The inverse of large systems, in parts, after `factorise`: the cofactors of the reduced part
+  // (in the order of the unknowns), and from them those of a point (3 x 3) and of a point with a
+  // block (3 x width).
+  void invert_reduced(Matrix& q) const;
+  void point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const;
+  void point_block_cofactors(std::int32_t point, std::int32_t block, const Matrix& reduced,
+                             Matrix& q) const;
 
   // Files: the pattern as a plain portable bitmap, and all elements as `at` gives them.
   void write_structure(TextWriter& out) const;
   void write_elements(TextWriter& out) const;
 
  private:
-  Matrix dense_;
+  struct Block {
+    std::int32_t index;
+    std::int32_t width;
+  };
+  struct BlockPair {
+    std::int32_t other;
+    std::size_t offset;
+  };
+  struct PointEntry {
+    std::size_t rows;  // diagonal block, then coupling rows
+    std::size_t first_block;
+    std::int32_t num_blocks;
+    std::int32_t stride;
+  };
+  struct PointBlock {
+    std::int32_t block;
+    std::int32_t column;
+  };
+  class Elimination;
+  static constexpr std::size_t kDiagonalRoom = 8;  // six elements, filled up to a cache line
+
+  static std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
+  std::int32_t num_point_unknowns() const { return 3 * num_points_; }
+  const double* diagonal(std::int32_t point) const {
+    return point_values_.data() + points_[place(point)].rows;
+  }
+
+  void lay_out_blocks(const NormalStructure& structure);
+  bool lay_out_points(const NormalStructure& structure, const NormalStructure::PointBlocks& blocks);
+  bool lay_out_pairs(const NormalStructure& structure);
+  const PointBlock* find_point_block(std::int32_t point, std::int32_t block) const;
+  const double* find(std::int32_t i, std::int32_t j) const;
+  double factor_at(std::int32_t i, std::int32_t j) const;
+  void load(ReducedMatrix& reduced) const;
+  std::int32_t reduce(ReducedMatrix& reduced, double* diagonal_of_factor) const;
+  std::int32_t failing_unknown(std::int32_t row) const;
+  const ReducedMatrix& natural_factor() const;
+  // s := N_pp^-1 s for the diagonal block of a point.
+  void solve_point(std::int32_t point, double (&s)[3]) const;
+  void reduced_cofactor_rows(std::int32_t point, const Matrix& reduced, Matrix& product) const;
+
+  std::int32_t size_ = 0;
+  std::int32_t num_points_ = 0;
+  bool factorised_ = false;
+  NormalStructure structure_;
+  std::vector<Block> blocks_;  // of the reduced part, in the order of the unknowns
+  std::vector<PointEntry> points_;
+  std::vector<PointBlock> point_blocks_;
+  std::vector<std::vector<BlockPair>> pairs_;  // of each block, with itself and later ones
+  LargeArray point_values_;
+  LargeArray pair_values_;
+  ReducedMatrix reduced_;
+  // The factor in the order of the unknowns, made when somebody looks at it and reduced_ has
+  // another.
+  mutable std::unique_ptr<ReducedMatrix> natural_;
 };
 
 }  // namespace vorn

@@ -1,92 +1,142 @@
 #include "lsq/observation_group.h"
 
-#include "lsq/cholesky.h"
-#include "lsq/normal_matrix.h"
+#include "lsq/kernels.h"
 
 namespace vorn {
-namespace {
-
-// A' P B for A (m x n1) and B (m x n2) with PB formed beforehand.
-void transpose_product(const Matrix& a, const Matrix& pb, Matrix& product) {
-  product.resize(a.cols(), pb.cols());
-  for (std::int32_t i = 0; i < a.cols(); ++i) {
-    for (std::int32_t j = 0; j < pb.cols(); ++j) {
-      double sum = 0.0;
-      for (std::int32_t r = 0; r < a.rows(); ++r) sum += a[r][i] * pb[r][j];
-      product[i][j] = sum;
-    }
-  }
-}
-
-void product_of(const Matrix& p, const Matrix& a, Matrix& product) {
-  product.resize(p.rows(), a.cols());
-  for (std::int32_t i = 0; i < p.rows(); ++i) {
-    for (std::int32_t j = 0; j < a.cols(); ++j) {
-      double sum = 0.0;
-      for (std::int32_t k = 0; k < p.cols(); ++k) sum += p[i][k] * a[k][j];
-      product[i][j] = sum;
-    }
-  }
-}
-
-// Adds A'PA, A'Pl and l'Pl for a symmetric weight matrix P.
-void add_group(const std::vector<const DesignBlock*>& blocks, const Matrix& weights,
-               const Vector& reduced, NormalMatrix& normal, Vector& rhs, double& vtpv) {
-  const std::int32_t m = reduced.size();
-  Vector weighted(m);
-  for (std::int32_t r = 0; r < m; ++r) {
-    weighted[r] = 0.0;
-    for (std::int32_t s = 0; s < m; ++s) weighted[r] += weights[r][s] * reduced[s];
-    vtpv += reduced[r] * weighted[r];
-  }
-  Matrix weighted_block;
-  Matrix product;
-  for (std::size_t j = 0; j < blocks.size(); ++j) {
-    product_of(weights, blocks[j]->a, weighted_block);
-    for (std::size_t i = 0; i <= j; ++i) {
-      transpose_product(blocks[i]->a, weighted_block, product);
-      normal.add_block(blocks[i]->index, blocks[j]->index, product);
-    }
-    for (std::int32_t c = 0; c < blocks[j]->a.cols(); ++c) {
-      for (std::int32_t r = 0; r < m; ++r) {
-        rhs[blocks[j]->index + c] += blocks[j]->a[r][c] * weighted[r];
-      }
-    }
-  }
-}
-
-}  // namespace
 
 void add_weighted_observations(const std::vector<const DesignBlock*>& blocks, const Vector& weights,
                                const Vector& reduced, NormalMatrix& normal, Vector& rhs,
                                double& vtpv) {
-  Matrix diagonal(weights.size(), weights.size());
-  diagonal.zero();
-  for (std::int32_t r = 0; r < weights.size(); ++r) diagonal[r][r] = weights[r];
-  add_group(blocks, diagonal, reduced, normal, rhs, vtpv);
-}
-
-bool add_observation_group(const std::vector<const DesignBlock*>& blocks, const Matrix& b,
-                           const Matrix& cofactors, const Vector& reduced, NormalMatrix& normal,
-                           Vector& rhs, double& vtpv) {
-  Matrix bq;
-  product_of(b, cofactors, bq);
-  Matrix weights(b.rows(), b.rows());
-  for (std::int32_t i = 0; i < b.rows(); ++i) {
-    for (std::int32_t j = 0; j < b.rows(); ++j) {
-      weights[i][j] = 0.0;
-      for (std::int32_t k = 0; k < bq.cols(); ++k) weights[i][j] += bq[i][k] * b[j][k];
+  const std::int32_t m = reduced.size();
+  for (std::int32_t r = 0; r < m; ++r) vtpv += weights[r] * reduced[r] * reduced[r];
+  Matrix product;
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    const Matrix& a = blocks[i]->a;
+    for (std::int32_t c = 0; c < a.cols(); ++c) {
+      for (std::int32_t r = 0; r < m; ++r) {
+        rhs[blocks[i]->index + c] += a[r][c] * weights[r] * reduced[r];
+      }
+    }
+    for (std::size_t j = i; j < blocks.size(); ++j) {
+      const Matrix& other = blocks[j]->a;
+      product.resize(a.cols(), other.cols());
+      product.zero();
+      for (std::int32_t c = 0; c < a.cols(); ++c) {
+        for (std::int32_t d = 0; d < other.cols(); ++d) {
+          for (std::int32_t r = 0; r < m; ++r) product[c][d] += a[r][c] * weights[r] * other[r][d];
+        }
+      }
+      normal.add_block(blocks[i]->index, blocks[j]->index, product);
     }
   }
-  Vector p;
-  if (cholesky(weights, p) != 0) {
+}
+
+ImageEquations::ImageEquations(NormalMatrix& normal, Vector& rhs,
+                               std::span<const std::int32_t> blocks)
+    : normal_(normal), rhs_(rhs), blocks_(blocks.begin(), blocks.end()) {
+  for (const std::int32_t block : blocks_) {
+    widths_.push_back(normal.block_width(block));
+    width_ += widths_.back();
+  }
+  const auto m = static_cast<std::size_t>(width_);
+  rows_.assign(2 * m, 0.0);
+  weighted_.assign(2 * m, 0.0);
+  products_.assign(m * m, 0.0);
+  sums_.assign(m, 0.0);
+}
+
+// P = (B Q B')^-1 by the Cholesky factorisation of the 2 x 2 matrix.
+bool ImageEquations::weights_of(const Matrix& b, const Matrix& q, Weights& weights) {
+  double bq[2][2];
+  for (std::int32_t i = 0; i < 2; ++i) {
+    for (std::int32_t j = 0; j < 2; ++j) bq[i][j] = b[i][0] * q[0][j] + b[i][1] * q[1][j];
+  }
+  const double xx = bq[0][0] * b[0][0] + bq[0][1] * b[0][1];
+  const double xy = bq[0][0] * b[1][0] + bq[0][1] * b[1][1];
+  const double yy = bq[1][0] * b[1][0] + bq[1][1] * b[1][1];
+  // Negated comparisons, so that pivots that are not numbers fail.
+  if (!(xx > 0.0)) return false;
+  const double ratio = xy / xx;
+  const double pivot = yy - xy * ratio;
+  if (!(pivot > 0.0)) return false;
+  weights.yy = 1.0 / pivot;
+  weights.xy = -ratio * weights.yy;
+  weights.xx = 1.0 / xx - ratio * weights.xy;
+  return true;
+}
+
+// Lines the blocks up and weights them.
+void ImageEquations::gather(std::span<const DesignBlock* const> design, const Weights& weights) {
+  double* x = rows_.data();
+  double* wx = weighted_.data();
+  for (const DesignBlock* block : design) {
+    const double* const ax = block->a[0];
+    const double* const ay = block->a[1];
+    const std::int32_t width = block->a.cols();
+    for (std::int32_t c = 0; c < width; ++c) {
+      x[c] = ax[c];
+      x[width_ + c] = ay[c];
+      wx[c] = weights.xx * ax[c] + weights.xy * ay[c];
+      wx[width_ + c] = weights.xy * ax[c] + weights.yy * ay[c];
+    }
+    x += width;
+    wx += width;
+  }
+}
+
+void ImageEquations::add_point(const Target& target, const Matrix& point, const Weights& weights,
+                               const double (&weighted)[2]) {
+  const double* const ax = point[0];
+  const double* const ay = point[1];
+  double* element = target.rows.diagonal;
+  for (std::int32_t i = 0; i < 3; ++i) {
+    const double wx = weights.xx * ax[i] + weights.xy * ay[i];
+    const double wy = weights.xy * ax[i] + weights.yy * ay[i];
+    for (std::int32_t j = i; j < 3; ++j) *element++ += wx * ax[j] + wy * ay[j];
+    rhs_[target.index + i] += ax[i] * weighted[0] + ay[i] * weighted[1];
+  }
+}
+
+bool ImageEquations::add(const Target& target, const Matrix& point,
+                         std::span<const DesignBlock* const> design, const Matrix& b,
+                         const Matrix& q, const double (&reduced)[2]) {
+  Weights weights{};
+  if (!weights_of(b, q, weights)) {
     standard_output() << "ERROR: Decomposition of weight matrix failed.\n";
     return false;
   }
-  invert_from_cholesky(weights, p);
-  weights.symmetrise();
-  add_group(blocks, weights, reduced, normal, rhs, vtpv);
+  const double weighted[2] = {weights.xx * reduced[0] + weights.xy * reduced[1],
+                              weights.xy * reduced[0] + weights.yy * reduced[1]};
+  lPl_ += reduced[0] * weighted[0] + reduced[1] * weighted[1];
+  add_point(target, point, weights, weighted);
+  gather(design, weights);
+  const Kernels& kernel = kernels();
+  const DesignRows rows{rows_.data(), weighted_.data(), width_, width_};
+  kernel.add_products(products_.data(), rows);
+  kernel.add_coupling({target.rows.coupling, target.rows.stride, target.columns, widths_.data(),
+                       static_cast<std::int32_t>(widths_.size())},
+                      point[0], rows);
+  for (std::size_t c = 0; c < sums_.size(); ++c) {
+    sums_[c] += rows_[c] * weighted[0] + rows_[sums_.size() + c] * weighted[1];
+  }
   return true;
+}
+
+void ImageEquations::finish(double& lPl) {
+  lPl += lPl_;
+  std::size_t row = 0;
+  for (std::size_t a = 0; a < blocks_.size(); ++a) {
+    for (std::int32_t r = 0; r < widths_[a]; ++r, ++row) {
+      rhs_[normal_.block_index(blocks_[a]) + r] += sums_[row];
+      std::size_t column = row - static_cast<std::size_t>(r);
+      for (std::size_t b = a; b < blocks_.size(); ++b) {
+        double* const to = normal_.block_pair(blocks_[a], blocks_[b]) + r * widths_[b];
+        for (std::int32_t c = 0; c < widths_[b]; ++c, ++column) {
+          to[c] += products_[row * sums_.size() + column];
+        }
+      }
+    }
+  }
 }
 
 }  // namespace vorn

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "lsq/matrix.h"
+#include "lsq/normal_matrix.h"
 
 namespace vorn {
-
-class NormalMatrix;
 
 // Derivatives of a group of observations with respect to the parameters of one object: an
 // m x n matrix and the number of the object's first unknown.
@@ -23,11 +23,55 @@ void add_weighted_observations(const std::vector<const DesignBlock*>& blocks, co
                                const Vector& reduced, NormalMatrix& normal, Vector& rhs,
                                double& vtpv);
 
-// Adds one group of correlated observations. B (m x m) holds the derivatives of the conditions with
-// respect to the observations, Q (m x m) their cofactors; the weight matrix is (B Q B')^-1.
-// False, with a message on standard output and nothing added, when it is not positive definite.
-bool add_observation_group(const std::vector<const DesignBlock*>& blocks, const Matrix& b,
-                           const Matrix& cofactors, const Vector& reduced, NormalMatrix& normal,
-                           Vector& rhs, double& vtpv);
+// The observation equations of one image: every image point gives a group of two correlated
+// observations that touches an object point and the same blocks of the reduced part (its geometry,
+// parameter sets and corrections). What the points have in common is summed up here and added to
+// the normal equations in one go by `finish`.
+class ImageEquations {
+ public:
+  // Where the contributions of one image point go.
+  struct Target {
+    NormalMatrix::PointRows rows;
+    const std::int32_t* columns;  // of the blocks, within the point's coupling rows
+    std::int32_t index;           // first unknown of the object point
+  };
+
+  // `blocks` are the numbers of the blocks in the normal matrix, ascending.
+  ImageEquations(NormalMatrix& normal, Vector& rhs, std::span<const std::int32_t> blocks);
+
+  // Adds one image point. `point` (2 x 3) and `design` (2 x n each, in the order of the blocks) are
+  // its design blocks, `b` (2 x 2) the derivatives of the conditions with respect to the
+  // observations, `q` (2 x 2) the cofactors of the observations, `reduced` the reduced
+  // observations. The weight matrix is (B Q B')^-1. False, with a message on standard output and
+  // nothing added, when it is not positive definite.
+  bool add(const Target& target, const Matrix& point, std::span<const DesignBlock* const> design,
+           const Matrix& b, const Matrix& q, const double (&reduced)[2]);
+
+  // Adds what is summed up: N, the right-hand side, and l'Pl.
+  void finish(double& lPl);
+
+ private:
+  // Symmetric 2 x 2 weight matrix.
+  struct Weights {
+    double xx;
+    double xy;
+    double yy;
+  };
+  static bool weights_of(const Matrix& b, const Matrix& q, Weights& weights);
+  void gather(std::span<const DesignBlock* const> design, const Weights& weights);
+  void add_point(const Target& target, const Matrix& point, const Weights& weights,
+                 const double (&weighted)[2]);
+
+  NormalMatrix& normal_;
+  Vector& rhs_;
+  std::vector<std::int32_t> blocks_;
+  std::vector<std::int32_t> widths_;
+  std::int32_t width_ = 0;        // of all blocks
+  std::vector<double> rows_;      // design rows of all blocks, x then y
+  std::vector<double> weighted_;  // the same, weighted
+  std::vector<double> products_;  // sum of A'PA, upper triangle
+  std::vector<double> sums_;      // sum of A'Pl
+  double lPl_ = 0.0;
+};
 
 }  // namespace vorn

@@ -1,10 +1,14 @@
 #include "sensors/bundle_image.h"
 
+#include <span>
 #include <utility>
 #include <vector>
 
 #include "calibration/ap_set.h"
+#include "calibration/corrections.h"
+#include "geometry/ext_orientation.h"
 #include "lsq/ls_params.h"
+#include "lsq/observation_group.h"
 #include "sensors/object_point.h"
 #include "text/text_writer.h"
 
@@ -12,24 +16,27 @@ namespace vorn {
 
 namespace {
 
-// What one image point adds to the normal equations, in memory that all points of an image share.
+// The equations of one image point, in memory that all points of an image share.
 class PointEquations {
  public:
-  explicit PointEquations(const BundleImage& image)
-      : image_(image), ap_derivs_(image.camera->ap_sets.size()), cofactors_(2, 2), reduced_(2) {
+  PointEquations(const BundleImage& image, NormalMatrix& normal, Vector& rhs,
+                 std::span<const std::int32_t> blocks)
+      : image_(image),
+        equations_(normal, rhs, blocks),
+        ap_derivs_(image.camera->ap_sets.size()),
+        cofactors_(2, 2) {
     cofactors_.zero();
-    derivs_.geometry.index = image.geometry->index;
     // The order of registration, so that unknown numbers ascend from block to block.
-    blocks_ = {&derivs_.point, &derivs_.geometry};
+    design_ = {&derivs_.geometry};
     for (std::size_t i = 0; i < ap_derivs_.size(); ++i) {
-      if (image.camera->ap_sets[i] != nullptr) blocks_.push_back(&ap_derivs_[i]);
+      if (image.camera->ap_sets[i] != nullptr) design_.push_back(&ap_derivs_[i]);
     }
-    if (image.geometry->has_pos_correction()) blocks_.push_back(&derivs_.pos);
-    if (image.geometry->has_att_correction()) blocks_.push_back(&derivs_.att);
+    if (image.geometry->has_pos_correction()) design_.push_back(&derivs_.pos);
+    if (image.geometry->has_att_correction()) design_.push_back(&derivs_.att);
   }
 
-  bool add(const ImagePoint& point, const ObjectPoint& object_point, NormalMatrix& normal,
-           Vector& rhs, double& lPl) {
+  bool add(const ImagePoint& point, const ObjectPoint& object_point,
+           const ImageEquations::Target& target) {
     const Camera& camera = *image_.camera;
     const double sigma0 = ls_params().sigma0_apriori;
     const Pair sdev = camera.sdev_to_image({point.sx, point.sy});
@@ -40,24 +47,38 @@ class PointEquations {
 
     const Pair observed = camera.pixel_to_image({point.x, point.y});
     const Vec3 camera_vector = camera.image_to_camera(observed);
-    derivs_.point.index = object_point.index;
     if (!image_.geometry->get_derivs(camera_vector, object_point.xyz, derivs_)) return false;
     camera.get_derivs(camera_vector, ap_derivs_);
 
     const Pair computed = image_.object_to_image(object_point.xyz);
-    reduced_[0] = observed[0] - computed[0];
-    reduced_[1] = observed[1] - computed[1];
-    return add_observation_group(blocks_, derivs_.b, cofactors_, reduced_, normal, rhs, lPl);
+    const double reduced[2] = {observed[0] - computed[0], observed[1] - computed[1]};
+    return equations_.add(target, derivs_.point.a, design_, derivs_.b, cofactors_, reduced);
   }
+
+  void finish(double& lPl) { equations_.finish(lPl); }
 
  private:
   const BundleImage& image_;
+  ImageEquations equations_;
   PointDerivs derivs_;
   std::vector<DesignBlock> ap_derivs_;
-  std::vector<const DesignBlock*> blocks_;
+  std::vector<const DesignBlock*> design_;
   Matrix cofactors_;
-  Vector reduced_;
 };
+
+// The objects whose parameters the observations of an image depend on, besides the object points,
+// in the order of their unknowns.
+std::vector<const AdjObject*> objects_of(const BundleImage& image) {
+  std::vector<const AdjObject*> objects = {image.geometry};
+  for (const APSet* set : image.camera->ap_sets) {
+    if (set != nullptr) objects.push_back(set);
+  }
+  if (const auto* orientation = dynamic_cast<const ExtOrientation*>(image.geometry)) {
+    if (image.geometry->has_pos_correction()) objects.push_back(orientation->pos_correction());
+    if (image.geometry->has_att_correction()) objects.push_back(orientation->att_correction());
+  }
+  return objects;
+}
 
 }  // namespace
 
@@ -74,18 +95,53 @@ int BundleImage::image_to_object() const {
 
 bool BundleImage::calc_approx_geometry() const { return geometry->calc_approx(); }
 
-int BundleImage::add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
-                                  Vector& rhs, double& lPl, std::int32_t& count) const {
-  PointEquations equations(*this);
-  for (const ImagePoint& point : points) {
-    const ObjectPoint* object_point = object_points.find(point.id);
-    if (object_point == nullptr) {
-      standard_output() << "ATTENTION: Object point " << point.id << " not found.\n";
-      continue;
-    }
-    if (!equations.add(point, *object_point, normal, rhs, lPl)) return -1;
-    count += 2;
+void BundleImage::add_structure(const OwnedList<ObjectPoint>& object_points,
+                                NormalStructure& structure) {
+  blocks_.clear();
+  for (const AdjObject* object : objects_of(*this)) {
+    // A correction without coefficients has no unknowns.
+    if (object->num_params() > 0) blocks_.push_back(structure.block_of(object->index));
   }
+  structure.add_group(blocks_);
+  rays_.clear();
+  rays_.reserve(static_cast<std::size_t>(points.count()));
+  for (const ImagePoint& point : points) {
+    const ObjectPoint* const object_point = object_points.find(point.id);
+    rays_.push_back({&point, object_point, {}});
+    if (object_point != nullptr) structure.add_ray(object_point->index / 3);
+  }
+}
+
+void BundleImage::locate(NormalMatrix& normal) {
+  columns_.assign(rays_.size() * blocks_.size(), 0);
+  std::size_t next = 0;
+  for (Ray& ray : rays_) {
+    if (ray.object_point != nullptr) {
+      const std::int32_t point = ray.object_point->index / 3;
+      ray.rows = normal.point_rows(point);
+      for (std::size_t k = 0; k < blocks_.size(); ++k) {
+        columns_[next + k] = normal.column_of(point, blocks_[k]);
+      }
+    }
+    next += blocks_.size();
+  }
+}
+
+int BundleImage::add_observations(NormalMatrix& normal, Vector& rhs, double& lPl,
+                                  std::int32_t& count) const {
+  PointEquations equations(*this, normal, rhs, blocks_);
+  const std::int32_t* columns = columns_.data();
+  for (const Ray& ray : rays_) {
+    if (ray.object_point == nullptr) {
+      standard_output() << "ATTENTION: Object point " << ray.point->id << " not found.\n";
+    } else {
+      const ImageEquations::Target target{ray.rows, columns, ray.object_point->index};
+      if (!equations.add(*ray.point, *ray.object_point, target)) return -1;
+      count += 2;
+    }
+    columns += blocks_.size();
+  }
+  equations.finish(lPl);
   return 1;
 }
 

@@ -1,0 +1,235 @@
+// The kernels, written once and compiled for each instruction set: the including file defines
+// VORN_LANES (doubles per vector), VORN_COLUMNS (columns of a register block) and VORN_KERNELS (the
+// name of the function that gives the table).
+//
+// Only plain arithmetic on GCC's vector types is used, so that the compiler schedules and allocates
+// registers. All memory is accessed unaligned: nothing here depends on the alignment of the stack.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "lsq/kernels.h"
+
+namespace vorn {
+namespace {
+
+using Index = std::ptrdiff_t;
+
+using Lanes = double __attribute__((vector_size(VORN_LANES * sizeof(double))));
+using LanesInMemory = double
+    __attribute__((vector_size(VORN_LANES * sizeof(double)), aligned(sizeof(double)), may_alias));
+
+inline Lanes load(const double* p) { return *reinterpret_cast<const LanesInMemory*>(p); }
+inline void store(double* p, Lanes v) { *reinterpret_cast<LanesInMemory*>(p) = v; }
+
+// A register block of C: VORN_LANES * R rows by K columns.
+// C -= A B' over `depth` columns of A and B; all are column-major with leading dimension t.
+template <int R, int K>
+inline void subtract_block(double* c, const double* a, const double* b, Index t, Index depth) {
+  Lanes sum[std::size_t{K}][std::size_t{R}];
+  for (int j = 0; j < K; ++j) {
+    for (int r = 0; r < R; ++r) sum[j][r] = Lanes{};
+  }
+  for (Index k = 0; k < depth; ++k) {
+    Lanes column[std::size_t{R}];
+    for (int r = 0; r < R; ++r) column[r] = load(a + k * t + r * VORN_LANES);
+    for (int j = 0; j < K; ++j) {
+      const double factor = b[k * t + j];
+      for (int r = 0; r < R; ++r) sum[j][r] += column[r] * factor;
+    }
+  }
+  for (int j = 0; j < K; ++j) {
+    for (int r = 0; r < R; ++r) {
+      double* const at = c + j * t + r * VORN_LANES;
+      store(at, load(at) - sum[j][r]);
+    }
+  }
+}
+
+// Rows [first, t) of K columns: C -= A B' over `depth` columns, `first` a multiple of 8.
+template <int K>
+inline void subtract_columns(double* c, const double* a, const double* b, Index t, Index depth,
+                             Index first) {
+  constexpr Index kTall = 3 * VORN_LANES;
+  Index row = first;
+  for (; row + kTall <= t; row += kTall) subtract_block<3, K>(c + row, a + row, b, t, depth);
+  for (; row < t; row += VORN_LANES) subtract_block<1, K>(c + row, a + row, b, t, depth);
+}
+
+void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size) {
+  const Index t = size;
+  for (Index j = 0; j < t; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + j * t, a, b + j, t, t, 0);
+  }
+}
+
+void square_subtract(double* c, const double* a, std::int32_t size) {
+  const Index t = size;
+  for (Index j = 0; j < t; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + j * t, a, a + j, t, t, j / 8 * 8);
+  }
+}
+
+// Columns are finished in panels of this width.
+constexpr Index kPanel = 8;
+
+// Brings the contributions of all earlier columns into one panel of C, rows [first, t).
+inline void update_panel(double* c, const double* a, const double* l, Index t, Index panel,
+                         Index first) {
+  for (Index j = 0; j < kPanel; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + (panel + j) * t, a, l + panel + j, t, panel, first);
+  }
+}
+
+// Divides one panel of C, rows [first, t), by the triangular panel of L: C := C L^-T.
+inline void divide_panel(double* c, const double* l, Index t, Index panel, Index first) {
+  for (Index j = panel; j < panel + kPanel; ++j) {
+    double* const column = c + j * t;
+    for (Index k = panel; k < j; ++k) {
+      const double factor = l[k * t + j];
+      const double* const earlier = c + k * t;
+      for (Index r = first; r < t; r += VORN_LANES) {
+        store(column + r, load(column + r) - load(earlier + r) * factor);
+      }
+    }
+    const double inverse = 1.0 / l[j * t + j];
+    for (Index r = first; r < t; r += VORN_LANES) store(column + r, load(column + r) * inverse);
+  }
+}
+
+void solve_right(double* c, const double* l, std::int32_t size) {
+  const Index t = size;
+  for (Index panel = 0; panel < t; panel += kPanel) {
+    update_panel(c, c, l, t, panel, 0);
+    divide_panel(c, l, t, panel, 0);
+  }
+}
+
+std::int32_t factorise(double* a, std::int32_t size) {
+  const Index t = size;
+  for (Index panel = 0; panel < t; panel += kPanel) {
+    update_panel(a, a, a, t, panel, panel);
+    for (Index j = panel; j < panel + kPanel; ++j) {
+      for (Index i = j; i < panel + kPanel; ++i) {
+        double s = a[j * t + i];
+        for (Index k = panel; k < j; ++k) s -= a[k * t + i] * a[k * t + j];
+        if (i == j) {
+          // Negated, so that a pivot that is not a number fails.
+          if (!(s > 0.0)) return static_cast<std::int32_t>(j) + 1;
+          s = __builtin_sqrt(s);
+        } else {
+          s /= a[j * t + j];
+        }
+        a[j * t + i] = s;
+      }
+    }
+    divide_panel(a, a, t, panel, panel + kPanel);
+  }
+  return 0;
+}
+
+// S(rows of a, columns of b) -= Va' Vb for two pieces of a point's columns.
+template <int RowWidth, int ColumnWidth>
+inline void subtract_pair(double* s, Index t, const double* va, const double* vb, Index stride,
+                          Index rows, Index columns) {
+  const Index num_rows = RowWidth > 0 ? RowWidth : rows;
+  const Index num_columns = ColumnWidth > 0 ? ColumnWidth : columns;
+  for (Index c = 0; c < num_columns; ++c) {
+    const double b0 = vb[c];
+    const double b1 = vb[stride + c];
+    const double b2 = vb[2 * stride + c];
+    double* const column = s + c * t;
+    for (Index r = 0; r < num_rows; ++r) {
+      column[r] -= va[r] * b0 + va[stride + r] * b1 + va[2 * stride + r] * b2;
+    }
+  }
+}
+
+void subtract_outer(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
+                    const TilePiece* pieces, std::int32_t num_pieces, const double* v,
+                    std::int32_t v_stride) {
+  const Index t = size;
+  const Index stride = v_stride;
+  for (std::int32_t i = 0; i < num_pieces; ++i) {
+    const TilePiece& a = pieces[i];
+    double* const* const row = tiles + static_cast<Index>(a.tile) * num_tiles;
+    for (std::int32_t j = 0; j <= i; ++j) {
+      const TilePiece& b = pieces[j];
+      double* const s = row[b.tile] + b.offset * t + a.offset;
+      const double* const va = v + a.column;
+      const double* const vb = v + b.column;
+      if (a.width == 6 && b.width == 6) {
+        subtract_pair<6, 6>(s, t, va, vb, stride, 6, 6);
+      } else {
+        subtract_pair<0, 0>(s, t, va, vb, stride, a.width, b.width);
+      }
+    }
+  }
+}
+
+void add_products(double* c, const DesignRows& design) {
+  const Index m = design.m;
+  const double* const ax = design.rows;
+  const double* const ay = ax + design.stride;
+  const double* const wx = design.weighted;
+  const double* const wy = wx + design.stride;
+  for (Index i = 0; i < m; ++i) {
+    const double x = ax[i];
+    const double y = ay[i];
+    double* const row = c + i * m;
+    for (Index j = i; j < m; ++j) row[j] += x * wx[j] + y * wy[j];
+  }
+}
+
+// One block of `columns` columns of the coupling rows; a width known beforehand unrolls.
+template <int Width>
+inline void add_coupling_block(double* rows, Index stride, const double* point_rows,
+                               const double* wx, const double* wy, Index columns) {
+  const Index width = Width > 0 ? Width : columns;
+  for (Index r = 0; r < 3; ++r) {
+    const double x = point_rows[r];
+    const double y = point_rows[3 + r];
+    double* const row = rows + r * stride;
+    for (Index c = 0; c < width; ++c) row[c] += x * wx[c] + y * wy[c];
+  }
+}
+
+void add_coupling(const CouplingRows& coupling, const double* point_rows,
+                  const DesignRows& design) {
+  const double* wx = design.weighted;
+  const double* wy = wx + design.stride;
+  for (std::int32_t b = 0; b < coupling.num_blocks; ++b) {
+    double* const rows = coupling.rows + coupling.columns[b];
+    const Index width = coupling.widths[b];
+    if (width == 6) {
+      add_coupling_block<6>(rows, coupling.stride, point_rows, wx, wy, width);
+    } else {
+      add_coupling_block<0>(rows, coupling.stride, point_rows, wx, wy, width);
+    }
+    wx += width;
+    wy += width;
+  }
+}
+
+double dot(const double* a, const double* b, std::int64_t n) {
+  Lanes sum{};
+  Index k = 0;
+  for (; k + VORN_LANES <= n; k += VORN_LANES) sum += load(a + k) * load(b + k);
+  double result = 0.0;
+  for (int lane = 0; lane < VORN_LANES; ++lane) result += sum[lane];
+  for (; k < n; ++k) result += a[k] * b[k];
+  return result;
+}
+
+void add_scaled(double* y, const double* x, double s, std::int64_t n) {
+  Index k = 0;
+  for (; k + VORN_LANES <= n; k += VORN_LANES) store(y + k, load(y + k) + load(x + k) * s);
+  for (; k < n; ++k) y[k] += x[k] * s;
+}
+
+constexpr Kernels kTable = {
+    VORN_KERNEL_NAME, multiply_subtract, square_subtract, factorise, solve_right,
+    subtract_outer,   add_products,      add_coupling,    dot,       add_scaled};
+
+}  // namespace
+}  // namespace vorn

@@ -1,0 +1,123 @@
+// The inverse of the normal matrix, whole and in parts, and its files.
+
+#include <algorithm>
+#include <vector>
+
+#include "lsq/cholesky.h"
+#include "lsq/normal_matrix.h"
+
+namespace vorn {
+
+int NormalMatrix::invert(Matrix& q) const {
+  q.resize(size_, size_);
+  Vector p(size_);
+  for (std::int32_t i = 0; i < size_; ++i) {
+    for (std::int32_t j = 0; j < size_; ++j) q[i][j] = at(i, j);
+  }
+  // The diagonal of L, in the order of the unknowns whatever the order of the factor.
+  if (const int code = cholesky(q, p); code != 0) return code;
+  if (const int code = invert_from_cholesky(q, p); code != 0) return code;
+  q.symmetrise();
+  return 0;
+}
+
+void NormalMatrix::invert_reduced(Matrix& q) const {
+  const std::int32_t n = size_ - num_point_unknowns();
+  q.resize(n, n);
+  std::vector<std::int32_t> unknown_at(place(n));
+  for (std::int32_t b = 0; b < structure_.num_blocks(); ++b) {
+    for (std::int32_t c = 0; c < block_width(b); ++c) {
+      unknown_at[place(reduced_.start(b) + c)] = block_index(b) + c - num_point_unknowns();
+    }
+  }
+  std::vector<double> column(place(reduced_.tiles.num_tiles() * reduced_.tiles.tile_size()));
+  for (std::int32_t row = 0; row < n; ++row) {
+    std::fill(column.begin(), column.end(), 0.0);
+    column[place(row)] = 1.0;
+    reduced_.tiles.solve_lower(column.data());
+    reduced_.tiles.solve_upper(column.data());
+    for (std::int32_t k = 0; k < n; ++k) {
+      q[unknown_at[place(row)]][unknown_at[place(k)]] = column[place(k)];
+    }
+  }
+  q.symmetrise();
+}
+
+// -N_pp^-1 N_pr Q_rr for the columns of the blocks that the point meets, 3 x stride.
+void NormalMatrix::reduced_cofactor_rows(std::int32_t point, const Matrix& reduced,
+                                         Matrix& product) const {
+  const PointEntry& entry = points_[place(point)];
+  product.resize(3, entry.stride);
+  for (std::int32_t k = 0; k < entry.num_blocks; ++k) {
+    const PointBlock& at = point_blocks_[entry.first_block + place(k)];
+    Matrix q;
+    point_block_cofactors(point, at.block, reduced, q);
+    for (std::int32_t r = 0; r < 3; ++r) {
+      std::copy_n(q[r], block_width(at.block), product[r] + at.column);
+    }
+  }
+}
+
+void NormalMatrix::point_block_cofactors(std::int32_t point, std::int32_t block,
+                                         const Matrix& reduced, Matrix& q) const {
+  const PointEntry& entry = points_[place(point)];
+  const double* const rows = diagonal(point) + kDiagonalRoom;
+  const std::int32_t first = block_index(block) - num_point_unknowns();
+  q.resize(3, block_width(block));
+  for (std::int32_t c = 0; c < block_width(block); ++c) {
+    double s[3] = {0.0, 0.0, 0.0};
+    for (std::int32_t k = 0; k < entry.num_blocks; ++k) {
+      const PointBlock& at = point_blocks_[entry.first_block + place(k)];
+      for (std::int32_t j = 0; j < block_width(at.block); ++j) {
+        const double cofactor =
+            reduced[first + c][block_index(at.block) - num_point_unknowns() + j];
+        for (std::int32_t r = 0; r < 3; ++r) {
+          s[r] += rows[place(r) * place(entry.stride) + place(at.column + j)] * cofactor;
+        }
+      }
+    }
+    solve_point(point, s);
+    for (std::int32_t r = 0; r < 3; ++r) q[r][c] = -s[r];
+  }
+}
+
+void NormalMatrix::point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const {
+  const PointEntry& entry = points_[place(point)];
+  const double* const rows = diagonal(point) + kDiagonalRoom;
+  Matrix coupled;
+  reduced_cofactor_rows(point, reduced, coupled);
+  q.resize(3, 3);
+  // Q_pp = N_pp^-1 (I - N_pr Q_rp), column by column.
+  for (std::int32_t c = 0; c < 3; ++c) {
+    double s[3] = {0.0, 0.0, 0.0};
+    s[c] = 1.0;
+    for (std::int32_t r = 0; r < 3; ++r) {
+      const double* const row = rows + place(r) * place(entry.stride);
+      for (std::int32_t j = 0; j < entry.stride; ++j) s[r] -= row[j] * coupled[c][j];
+    }
+    solve_point(point, s);
+    for (std::int32_t r = 0; r < 3; ++r) q[r][c] = s[r];
+  }
+  q.symmetrise();
+}
+
+void NormalMatrix::write_structure(TextWriter& out) const {
+  out << "P1\n" << size_ << ' ' << size_ << "\n\n";
+  for (std::int32_t i = 0; i < size_; ++i) {
+    for (std::int32_t j = 0; j < size_; ++j) {
+      out << (at(std::min(i, j), std::max(i, j)) == 0.0 ? "0 " : "1 ");
+    }
+    out << '\n';
+  }
+}
+
+void NormalMatrix::write_elements(TextWriter& out) const {
+  constexpr NumberFormat kElement = scientific(12);
+  out << size_ << ' ' << size_ << '\n';
+  for (std::int32_t i = 0; i < size_; ++i) {
+    for (std::int32_t j = 0; j < size_; ++j) out << kElement(at(i, j)) << ' ';
+    out << '\n';
+  }
+}
+
+}  // namespace vorn
