@@ -31,12 +31,17 @@ function(vorn_compile_options target)
 endfunction()
 
 # vorn_source_options(file option...): further compile options of one source file, for kernels that
-# are compiled for an instruction set of their own (and chosen at run time):
-#   vorn_source_options(lsq/kernels_avx512.cpp -mavx512f -mavx512dq -mfma)
-# Elsewhere than on x86 the options are left out; such a file then guards its body by the
-# compiler's macros (__AVX512F__ and so on).
+# are compiled for an instruction set of their own. Elsewhere than on x86 the options are left out;
+# such a file guards its body by the compiler's macros (__AVX2__ and so on).
 function(vorn_source_options file)
-  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")
-    set_property(SOURCE "${file}" APPEND PROPERTY COMPILE_OPTIONS ${ARGN})
+  if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")
+    return()
   endif()
+  set(options ${ARGN})
+  # On 64-bit Windows GCC spills wide vectors to a stack that it aligns to 16 bytes only; the
+  # assembler then has to take the moves that do not care.
+  if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 8)
+    list(APPEND options -Wa,-muse-unaligned-vector-move)
+  endif()
+  set_property(SOURCE "${file}" APPEND PROPERTY COMPILE_OPTIONS ${options})
 endfunction()

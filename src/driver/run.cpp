@@ -1,5 +1,7 @@
 #include "driver/run.h"
 
+#include <chrono>
+
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "text/file_system.h"
@@ -63,17 +65,36 @@ void write_sections(const BundleProject& project, OutputStreams& streams, const 
   project.print_check_points(report);
 }
 
+// Wall-clock time since the last call [s].
+class StopWatch {
+ public:
+  double lap() {
+    const auto now = std::chrono::steady_clock::now();
+    const std::chrono::duration<double> elapsed = now - start_;
+    start_ = now;
+    return elapsed.count();
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
 // Everything between reading the control file and the last section. 1, or -1 at the first failure.
 int adjust(BundleProject& project, TokenReader& control_file, const std::string& directory,
-           TextWriter& report) {
+           TextWriter& report, RunTimes& times) {
+  StopWatch watch;
   const int read = project.read_control_file(control_file);
   change_directory(directory);
+  times.read = watch.lap();
   if (read != 1) return -1;
   project.options.print_options(report);
   ls_params().print(report);
   if (project.options.print_image_coords) project.print_image_coords(report);
   if (project.initialise(report) != 1) return -1;
-  return project.iterate(report);
+  times.initialise = watch.lap();
+  const int iterated = project.iterate(report);
+  times.iterate = watch.lap();
+  return iterated;
 }
 
 }  // namespace
@@ -101,8 +122,12 @@ RunSummary run_project(const std::string& path, bool with_cameras,
 
   BundleProject project;
   TokenReader control_tokens(control_file.view());
-  if (adjust(project, control_tokens, directory, streams.report) != 1) return summary;
+  if (adjust(project, control_tokens, directory, streams.report, summary.times) != 1) {
+    return summary;
+  }
+  StopWatch watch;
   write_sections(project, streams, summary.files, with_cameras);
+  summary.times.write = watch.lap();
   summary.result = 1;
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;

@@ -10,6 +10,14 @@ namespace vorn {
 
 class BundleProject;
 
+// Wall-clock time that the stages of a run took [s].
+struct RunTimes {
+  double read = 0.0;
+  double initialise = 0.0;
+  double iterate = 0.0;
+  double write = 0.0;
+};
+
 // What a run came to.
 struct RunSummary {
   std::int32_t result = 0;  // 1 completed, 0 failed
@@ -18,6 +26,7 @@ struct RunSummary {
   std::int32_t redundancy = 0;
   std::int32_t iterations = 0;
   OutputNames files;
+  RunTimes times;
 };
 
 // Runs the project of a control file from reading to the last report line. `with_cameras` asks for

@@ -8,7 +8,7 @@ namespace vorn {
 namespace {
 
 constexpr NumberFormat kTime = fixed(6, 12);
-constexpr NumberFormat kRecordValue = scientific(14, 23);
+constexpr NumberFormat kRecordValue = scientific(15, 23);
 constexpr NumberFormat kListedValue = scientific(5, 12);
 
 }  // namespace

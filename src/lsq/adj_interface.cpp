@@ -14,8 +14,8 @@ int AdjInterfaceNative::solve(NormalMatrix& n, const Vector& b, Vector& x, Vecto
   return 0;
 }
 
-int AdjInterfaceNative::invert(const NormalMatrix& n, Matrix& q, const Vector&) {
-  const int code = n.invert(q);
+int AdjInterfaceNative::invert(const NormalMatrix& n, Matrix& q, const Vector& p) {
+  const int code = n.invert(p, q);
   if (code != 0) standard_output() << "ERROR: Backsubstitution failed.\n";
   return code;
 }

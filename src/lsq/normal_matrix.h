@@ -79,7 +79,7 @@ class NormalMatrix {
 
   // Full symmetric inverse after `factorise`, for small systems: it takes U x U elements. Result
   // codes as invert_from_cholesky.
-  int invert(Matrix& q) const;
+  int invert(const Vector& p, Matrix& q) const;
   // The inverse of large systems, in parts, after `factorise`: the cofactors of the reduced part
   // (in the order of the unknowns), and from them those of a point (3 x 3) and of a point with a
   // block (3 x width).

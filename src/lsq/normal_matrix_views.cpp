@@ -8,15 +8,16 @@
 
 namespace vorn {
 
-int NormalMatrix::invert(Matrix& q) const {
+int NormalMatrix::invert(const Vector& p, Matrix& q) const {
+  if (p.size() != size_) return -2;
   q.resize(size_, size_);
-  Vector p(size_);
   for (std::int32_t i = 0; i < size_; ++i) {
     for (std::int32_t j = 0; j < size_; ++j) q[i][j] = at(i, j);
   }
   // The diagonal of L, in the order of the unknowns whatever the order of the factor.
-  if (const int code = cholesky(q, p); code != 0) return code;
-  if (const int code = invert_from_cholesky(q, p); code != 0) return code;
+  Vector natural_p;
+  if (const int code = cholesky(q, natural_p); code != 0) return code;
+  if (const int code = invert_from_cholesky(q, natural_p); code != 0) return code;
   q.symmetrise();
   return 0;
 }

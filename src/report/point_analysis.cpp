@@ -64,12 +64,13 @@ void print_rows(TextWriter& out, const OwnedList<ObjectPoint>& points, PointType
 }
 
 void print_summary(TextWriter& out, const DifferenceSums (&sums)[3], const SummaryLabels& labels) {
+  constexpr NumberFormat kCount = general(9);
   constexpr NumberFormat kDifference = fixed(3, 9);
   const auto& [x, y, z] = sums;
   out << labels.count;
-  out.integer(x.count, 9) << ' ';
-  out.integer(y.count, 9) << ' ';
-  out.integer(z.count, 9) << '\n';
+  out << kCount(x.count) << ' ';
+  out << kCount(y.count) << ' ';
+  out << kCount(z.count) << '\n';
   out << labels.max << kDifference(x.max) << ' ' << kDifference(y.max) << ' ' << kDifference(z.max)
       << '\n';
   out << labels.average << kDifference(x.average()) << ' ' << kDifference(y.average()) << ' '

@@ -16,6 +16,21 @@ namespace vorn {
 
 namespace {
 
+// The corrections that act on an image's geometry; null where there is none.
+struct Corrections {
+  const AdjObject* pos = nullptr;
+  const AdjObject* att = nullptr;
+};
+
+Corrections corrections_of(const BundleImage& image) {
+  const auto* const orientation = dynamic_cast<const ExtOrientation*>(image.geometry);
+  if (orientation == nullptr) return {};
+  Corrections corrections;
+  if (orientation->has_pos_correction()) corrections.pos = orientation->pos_correction();
+  if (orientation->has_att_correction()) corrections.att = orientation->att_correction();
+  return corrections;
+}
+
 // The equations of one image point, in memory that all points of an image share.
 class PointEquations {
  public:
@@ -31,8 +46,9 @@ class PointEquations {
     for (std::size_t i = 0; i < ap_derivs_.size(); ++i) {
       if (image.camera->ap_sets[i] != nullptr) design_.push_back(&ap_derivs_[i]);
     }
-    if (image.geometry->has_pos_correction()) design_.push_back(&derivs_.pos);
-    if (image.geometry->has_att_correction()) design_.push_back(&derivs_.att);
+    const Corrections corrections = corrections_of(image);
+    if (corrections.pos != nullptr) design_.push_back(&derivs_.pos);
+    if (corrections.att != nullptr) design_.push_back(&derivs_.att);
   }
 
   bool add(const ImagePoint& point, const ObjectPoint& object_point,
@@ -73,10 +89,9 @@ std::vector<const AdjObject*> objects_of(const BundleImage& image) {
   for (const APSet* set : image.camera->ap_sets) {
     if (set != nullptr) objects.push_back(set);
   }
-  if (const auto* orientation = dynamic_cast<const ExtOrientation*>(image.geometry)) {
-    if (image.geometry->has_pos_correction()) objects.push_back(orientation->pos_correction());
-    if (image.geometry->has_att_correction()) objects.push_back(orientation->att_correction());
-  }
+  const Corrections corrections = corrections_of(image);
+  if (corrections.pos != nullptr) objects.push_back(corrections.pos);
+  if (corrections.att != nullptr) objects.push_back(corrections.att);
   return objects;
 }
 

@@ -1,0 +1,45 @@
+// Runs one project and prints what its stages took, as one line of key=value pairs. Used by
+// bench/run.
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "driver/run.h"
+#include "text/text_writer.h"
+
+namespace {
+
+// Largest resident memory of this process so far [MiB]; 0 where the system does not tell.
+long peak_mib() {
+  long kib = 0;
+  if (std::FILE* const status = std::fopen("/proc/self/status", "r")) {
+    char line[256];
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+      if (std::sscanf(line, "VmHWM: %ld", &kib) == 1) break;
+    }
+    std::fclose(status);
+  }
+  return kib / 1024;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fputs("usage: run_project PROJECT.ctl\n", stderr);
+    return 2;
+  }
+  const vorn::RunSummary summary = vorn::run_project(argv[1], false);
+  vorn::flush_console();
+  const vorn::RunTimes& times = summary.times;
+  const double total = times.read + times.initialise + times.iterate + times.write;
+  std::printf(
+      "result=%d iterations=%d redundancy=%d sigma0_um=%.4f read_s=%.4f init_s=%.4f "
+      "iterate_s=%.4f s_per_iter=%.5f write_s=%.4f total_s=%.4f peak_MiB=%ld\n",
+      summary.result, summary.iterations, summary.redundancy, summary.sigma0 * 1e6, times.read,
+      times.initialise, times.iterate,
+      summary.iterations > 0 ? times.iterate / summary.iterations : 0.0, times.write, total,
+      peak_mib());
+  return summary.result == 1 ? 0 : 1;
+}
