@@ -3,15 +3,10 @@
 namespace vorn {
 
 int AdjInterfaceNative::solve(NormalMatrix& n, const Vector& b, Vector& x, Vector& p) {
-  if (const int code = n.factorise(p); code != 0) {
-    standard_output() << "ERROR: Cholesky decomposition failed.\n";
-    return code;
-  }
-  if (const int code = n.substitute(p, b, x); code != 0) {
-    standard_output() << "ERROR: Backsubstitution failed.\n";
-    return code;
-  }
-  return 0;
+  const std::int32_t code = n.solve(b, x, p);
+  if (code > 0) standard_output() << "ERROR: Cholesky decomposition failed.\n";
+  if (code < 0) standard_output() << "ERROR: Backsubstitution failed.\n";
+  return code;
 }
 
 int AdjInterfaceNative::invert(const NormalMatrix& n, Matrix& q, const Vector& p) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -77,12 +78,13 @@ int BundleProject::check_approximations(TextWriter* out) {
   }
   std::int32_t added = 0;
   for (const BundleImage& image : images) {
-    for (const ImagePoint& measured : image.points) {
-      if (object_points.find(measured.id) != nullptr) continue;
+    for (ImagePoint& measured : image.points) {
+      measured.object_point = object_points.find(measured.id);
+      if (measured.object_point != nullptr) continue;
       if (out != nullptr) *out << "Point " << measured.id << " has no approximations.\n";
       auto point = std::make_unique<ObjectPoint>();
       point->id = measured.id;
-      object_points.append(std::move(point));
+      measured.object_point = &object_points.append(std::move(point));
       ++added;
     }
   }
@@ -97,13 +99,14 @@ int BundleProject::intersect_approximations(TextWriter* out, bool debug) {
             "(By spatial intersection)\n\n"
             "                             X/m            Y/m            Z/m         e/m\n\n";
   }
-  const PointRays all_rays(images, object_points);
+  std::optional<PointRays> all_rays;  // found when the first point needs them
   double total_distance = 0.0;
   std::int32_t intersected = 0;
   for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
     ObjectPoint* const point = object_points[slot];
     if (point == nullptr || point->has_coords) continue;
-    const std::span<const Ray> rays = all_rays[slot];
+    if (!all_rays) all_rays.emplace(images, object_points);
+    const std::span<const Ray> rays = (*all_rays)[slot];
     if (out != nullptr) print_rays(*out, *point, rays);
     if (rays.size() < 2) {
       standard_output() << "ATTENTION: Too few rays to compute object coordinates.\n";

@@ -4,13 +4,18 @@
 
 namespace vorn {
 
-// A run of consecutive unknowns within one tile of the reduced normal matrix.
-struct TilePiece {
+// At most eight consecutive unknowns within one tile of the reduced normal matrix, and what a batch
+// of up to 64 object points couples them with: the columns V of those points whose bits are set,
+// one after another in the order of the bits, each 3 x 8 (rows of eight, zero behind the width).
+struct BatchPiece {
+  std::uint64_t points;
+  const double* v;
   std::int32_t tile;    // tile row
   std::int32_t offset;  // first row within the tile
-  std::int32_t column;  // first column within the coupling rows of a point
   std::int32_t width;
 };
+constexpr std::int32_t kPieceWidth = 8;
+constexpr std::int32_t kBatchPoints = 64;
 
 // Design rows of one image point besides its object point: the m derivatives of x, then, `stride`
 // doubles later, those of y; `weighted` holds the same rows times the 2 x 2 weight matrix.
@@ -21,12 +26,11 @@ struct DesignRows {
   std::int32_t stride;
 };
 
-// Coupling rows of an object point: 3 x n, row-major with the given stride. Block b of the design
-// rows, `widths[b]` columns wide, belongs at column `columns[b]`.
-struct CouplingRows {
-  double* rows;
-  std::int32_t stride;
-  const std::int32_t* columns;
+// Coupling blocks of an object point that an image touches: block b, 3 x `widths[b]`, row-major, at
+// `blocks[starts[b]]`.
+struct CouplingBlocks {
+  double* blocks;
+  const std::int32_t* starts;
   const std::int32_t* widths;
   std::int32_t num_blocks;
 };
@@ -47,17 +51,16 @@ struct Kernels {
   // C := C L^-T with the lower triangle of L
   void (*solve_right)(double* c, const double* l, std::int32_t t);
 
-  // One point's share in the reduced matrix: S -= V'V for the 3 x n matrix V (row-major, given
-  // stride), in the pieces of its columns, which ascend. `tiles[r * num_tiles + c]` is the tile of
-  // row r, column c <= r.
-  void (*subtract_outer)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
-                         const TilePiece* pieces, std::int32_t num_pieces, const double* v,
-                         std::int32_t stride);
+  // The share of a batch of points in the reduced matrix: S -= V'V in all pairs of pieces, which
+  // ascend and have at least one point in common. `tiles[r * num_tiles + c]` is the tile of row r,
+  // column c <= r.
+  void (*subtract_batch)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
+                         const BatchPiece* pieces, std::int32_t num_pieces);
 
   // Upper triangle of the m x m matrix C (row-major) += A'PA.
   void (*add_products)(double* c, const DesignRows& design);
-  // Coupling rows += Ap'PA for the 2 x 3 design rows Ap of the object point (x, then y).
-  void (*add_coupling)(const CouplingRows& coupling, const double* point_rows,
+  // Coupling blocks += Ap'PA for the 2 x 3 design rows Ap of the object point (x, then y).
+  void (*add_coupling)(const CouplingBlocks& coupling, const double* point_rows,
                        const DesignRows& design);
 
   double (*dot)(const double* a, const double* b, std::int64_t n);

@@ -8,6 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#if VORN_LANES == 8
+#include <immintrin.h>
+#endif
+
 #include "lsq/kernels.h"
 
 namespace vorn {
@@ -128,40 +132,91 @@ std::int32_t factorise(double* a, std::int32_t size) {
   return 0;
 }
 
-// S(rows of a, columns of b) -= Va' Vb for two pieces of a point's columns.
-template <int RowWidth, int ColumnWidth>
-inline void subtract_pair(double* s, Index t, const double* va, const double* vb, Index stride,
-                          Index rows, Index columns) {
-  const Index num_rows = RowWidth > 0 ? RowWidth : rows;
-  const Index num_columns = ColumnWidth > 0 ? ColumnWidth : columns;
-  for (Index c = 0; c < num_columns; ++c) {
-    const double b0 = vb[c];
-    const double b1 = vb[stride + c];
-    const double b2 = vb[2 * stride + c];
-    double* const column = s + c * t;
-    for (Index r = 0; r < num_rows; ++r) {
-      column[r] -= va[r] * b0 + va[stride + r] * b1 + va[2 * stride + r] * b2;
+constexpr int kParts = kPieceWidth / VORN_LANES;  // vectors per row of a piece
+
+// column[r] -= sum[r] for the rows of a piece.
+inline void subtract_rows(double* column, const Lanes (&sum)[kParts], Index width) {
+#if VORN_LANES == 8
+  const auto mask = static_cast<__mmask8>((1U << width) - 1U);
+  _mm512_mask_storeu_pd(column, mask, _mm512_maskz_loadu_pd(mask, column) - sum[0]);
+#else
+  Index r = 0;
+  for (; r + VORN_LANES <= width; r += VORN_LANES) {
+    store(column + r, load(column + r) - sum[static_cast<std::size_t>(r / VORN_LANES)]);
+  }
+  for (; r < width; ++r) column[r] -= sum[static_cast<std::size_t>(r / VORN_LANES)][r % VORN_LANES];
+#endif
+}
+
+// S(rows of a, columns of b) -= Va' Vb over the points that both pieces have.
+template <int Columns>
+inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPiece& b) {
+  constexpr Index kPoint = 3 * kPieceWidth;
+  Lanes sum[std::size_t{Columns}][std::size_t{kParts}];
+  for (int c = 0; c < Columns; ++c) {
+    for (int k = 0; k < kParts; ++k) sum[c][k] = Lanes{};
+  }
+  for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
+    const std::uint64_t before = (common & -common) - 1;
+    const double* const va = a.v + kPoint * __builtin_popcountll(a.points & before);
+    const double* const vb = b.v + kPoint * __builtin_popcountll(b.points & before);
+    for (int r = 0; r < 3; ++r) {
+      Lanes row[kParts];
+      for (int k = 0; k < kParts; ++k) row[k] = load(va + r * kPieceWidth + k * VORN_LANES);
+      for (int c = 0; c < Columns; ++c) {
+        const double factor = vb[r * kPieceWidth + c];
+        for (int k = 0; k < kParts; ++k) sum[c][k] += row[k] * factor;
+      }
     }
+  }
+  for (int c = 0; c < Columns; ++c) subtract_rows(s + c * t, sum[c], a.width);
+}
+
+inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPiece& b) {
+  switch (b.width) {
+    case 1:
+      return subtract_pair<1>(s, t, a, b);
+    case 2:
+      return subtract_pair<2>(s, t, a, b);
+    case 3:
+      return subtract_pair<3>(s, t, a, b);
+    case 4:
+      return subtract_pair<4>(s, t, a, b);
+    case 5:
+      return subtract_pair<5>(s, t, a, b);
+    case 6:
+      return subtract_pair<6>(s, t, a, b);
+    case 7:
+      return subtract_pair<7>(s, t, a, b);
+    default:
+      return subtract_pair<8>(s, t, a, b);
   }
 }
 
-void subtract_outer(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
-                    const TilePiece* pieces, std::int32_t num_pieces, const double* v,
-                    std::int32_t v_stride) {
+// The end of the pieces that lie in the tile row of `first`.
+inline std::int32_t end_of_tile(const BatchPiece* pieces, std::int32_t first,
+                                std::int32_t num_pieces) {
+  std::int32_t end = first + 1;
+  while (end < num_pieces && pieces[end].tile == pieces[first].tile) ++end;
+  return end;
+}
+
+// Tile by tile, so that the pieces of two tile rows and the tile itself stay in the cache.
+void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
+                    const BatchPiece* pieces, std::int32_t num_pieces) {
   const Index t = size;
-  const Index stride = v_stride;
-  for (std::int32_t i = 0; i < num_pieces; ++i) {
-    const TilePiece& a = pieces[i];
-    double* const* const row = tiles + static_cast<Index>(a.tile) * num_tiles;
-    for (std::int32_t j = 0; j <= i; ++j) {
-      const TilePiece& b = pieces[j];
-      double* const s = row[b.tile] + b.offset * t + a.offset;
-      const double* const va = v + a.column;
-      const double* const vb = v + b.column;
-      if (a.width == 6 && b.width == 6) {
-        subtract_pair<6, 6>(s, t, va, vb, stride, 6, 6);
-      } else {
-        subtract_pair<0, 0>(s, t, va, vb, stride, a.width, b.width);
+  for (std::int32_t i0 = 0, i1 = 0; i0 < num_pieces; i0 = i1) {
+    i1 = end_of_tile(pieces, i0, num_pieces);
+    for (std::int32_t j0 = 0, j1 = 0; j0 <= i0; j0 = j1) {
+      j1 = end_of_tile(pieces, j0, num_pieces);
+      double* const tile = tiles[static_cast<Index>(pieces[i0].tile) * num_tiles + pieces[j0].tile];
+      for (std::int32_t i = i0; i < i1; ++i) {
+        const BatchPiece& a = pieces[i];
+        for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
+          const BatchPiece& b = pieces[j];
+          if ((a.points & b.points) == 0) continue;
+          subtract_pair(tile + b.offset * t + a.offset, t, a, b);
+        }
       }
     }
   }
@@ -181,30 +236,32 @@ void add_products(double* c, const DesignRows& design) {
   }
 }
 
-// One block of `columns` columns of the coupling rows; a width known beforehand unrolls.
+// One coupling block; a width known beforehand unrolls.
 template <int Width>
-inline void add_coupling_block(double* rows, Index stride, const double* point_rows,
-                               const double* wx, const double* wy, Index columns) {
+inline void add_coupling_block(double* block, const double* point_rows, const double* wx,
+                               const double* wy, Index columns) {
   const Index width = Width > 0 ? Width : columns;
   for (Index r = 0; r < 3; ++r) {
     const double x = point_rows[r];
     const double y = point_rows[3 + r];
-    double* const row = rows + r * stride;
+    double* const row = block + r * width;
     for (Index c = 0; c < width; ++c) row[c] += x * wx[c] + y * wy[c];
   }
 }
 
-void add_coupling(const CouplingRows& coupling, const double* point_rows,
+void add_coupling(const CouplingBlocks& coupling, const double* point_rows,
                   const DesignRows& design) {
   const double* wx = design.weighted;
   const double* wy = wx + design.stride;
   for (std::int32_t b = 0; b < coupling.num_blocks; ++b) {
-    double* const rows = coupling.rows + coupling.columns[b];
+    double* const block = coupling.blocks + coupling.starts[b];
     const Index width = coupling.widths[b];
     if (width == 6) {
-      add_coupling_block<6>(rows, coupling.stride, point_rows, wx, wy, width);
+      add_coupling_block<6>(block, point_rows, wx, wy, width);
+    } else if (width == 3) {
+      add_coupling_block<3>(block, point_rows, wx, wy, width);
     } else {
-      add_coupling_block<0>(rows, coupling.stride, point_rows, wx, wy, width);
+      add_coupling_block<0>(block, point_rows, wx, wy, width);
     }
     wx += width;
     wy += width;
@@ -229,7 +286,7 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
 
 constexpr Kernels kTable = {
     VORN_KERNEL_NAME, multiply_subtract, square_subtract, factorise, solve_right,
-    subtract_outer,   add_products,      add_coupling,    dot,       add_scaled};
+    subtract_batch,   add_products,      add_coupling,    dot,       add_scaled};
 
 }  // namespace
 }  // namespace vorn

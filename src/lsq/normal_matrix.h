@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "lsq/kernels.h"
@@ -53,15 +54,14 @@ class NormalMatrix {
   double at(std::int32_t i, std::int32_t j) const;
 
   // Direct access for those who add to the same elements in every iteration; valid until the
-  // structure changes. `diagonal` holds xx, xy, xz, yy, yz, zz of the point's own block, `coupling`
-  // its rows of N_pr, 3 x stride, in which a block stands from column_of(point, block) on.
+  // structure changes. `diagonal` holds xx, xy, xz, yy, yz, zz of the point's own block; its
+  // coupling with a block, 3 x width, row-major, stands at coupling[coupling_start(point, block)].
   struct PointRows {
     double* diagonal;
     double* coupling;
-    std::int32_t stride;
   };
   PointRows point_rows(std::int32_t point);
-  std::int32_t column_of(std::int32_t point, std::int32_t block) const;
+  std::int32_t coupling_start(std::int32_t point, std::int32_t block) const;
   std::int32_t num_points() const { return num_points_; }
   // The block of an unknown of the reduced part, and a block's first unknown and width.
   std::int32_t block_of(std::int32_t unknown) const { return structure_.block_of(unknown); }
@@ -76,6 +76,8 @@ class NormalMatrix {
   std::int32_t factorise(Vector& p);
   // Solves N x = b after `factorise`. 0, or -2, -3 when p or b have a wrong length.
   int substitute(const Vector& p, const Vector& b, Vector& x) const;
+  // Both in one, which reads the matrix once less.
+  std::int32_t solve(const Vector& b, Vector& x, Vector& p);
 
   // Full symmetric inverse after `factorise`, for small systems: it takes U x U elements. Result
   // codes as invert_from_cholesky.
@@ -102,37 +104,55 @@ class NormalMatrix {
     std::size_t offset;
   };
   struct PointEntry {
-    std::size_t rows;  // diagonal block, then coupling rows
+    std::size_t values;  // diagonal block, then coupling blocks
     std::size_t first_block;
     std::int32_t num_blocks;
-    std::int32_t stride;
+    std::int32_t width;  // of all its blocks
   };
   struct PointBlock {
     std::int32_t block;
-    std::int32_t column;
+    std::int32_t start;  // within the coupling blocks
   };
-  class Elimination;
+  class PointBatch;
+  // Right-hand sides on their way through the elimination of the points.
+  struct Forward {
+    const double* b;  // of the points, in the order of the unknowns
+    double* y;        // L^-1 b, likewise
+    double*
+        reduced;  // b_r - V'y, in the order of the reduced matrix, with room for a piece behind it
+  };
   static constexpr std::size_t kDiagonalRoom = 8;  // six elements, filled up to a cache line
 
   static std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
   std::int32_t num_point_unknowns() const { return 3 * num_points_; }
   const double* diagonal(std::int32_t point) const {
-    return point_values_.data() + points_[place(point)].rows;
+    return point_values_.data() + points_[place(point)].values;
   }
 
   void lay_out_blocks(const NormalStructure& structure);
   bool lay_out_points(const NormalStructure& structure, const NormalStructure::PointBlocks& blocks);
   bool lay_out_pairs(const NormalStructure& structure);
+  std::span<const PointBlock> blocks_of(std::int32_t point) const {
+    const PointEntry& entry = points_[place(point)];
+    return {point_blocks_.data() + entry.first_block, place(entry.num_blocks)};
+  }
+  const double* coupling(std::int32_t point, const PointBlock& at) const {
+    return diagonal(point) + kDiagonalRoom + at.start;
+  }
   const PointBlock* find_point_block(std::int32_t point, std::int32_t block) const;
   const double* find(std::int32_t i, std::int32_t j) const;
   double factor_at(std::int32_t i, std::int32_t j) const;
   void load(ReducedMatrix& reduced) const;
-  std::int32_t reduce(ReducedMatrix& reduced, double* diagonal_of_factor) const;
+  std::int32_t reduce(ReducedMatrix& reduced, double* diagonal_of_factor,
+                      const Forward* forward) const;
+  std::int32_t finish_factorisation(std::int32_t failed, Vector& p);
+  std::vector<double> reduced_rhs(const Vector& b) const;
+  void substitute_back(std::vector<double>& reduced, Vector& x) const;
+  std::int32_t first_failing_pivot() const;
   std::int32_t failing_unknown(std::int32_t row) const;
   const ReducedMatrix& natural_factor() const;
   // s := N_pp^-1 s for the diagonal block of a point.
   void solve_point(std::int32_t point, double (&s)[3]) const;
-  void reduced_cofactor_rows(std::int32_t point, const Matrix& reduced, Matrix& product) const;
 
   std::int32_t size_ = 0;
   std::int32_t num_points_ = 0;
@@ -140,6 +160,9 @@ class NormalMatrix {
   NormalStructure structure_;
   std::vector<Block> blocks_;  // of the reduced part, in the order of the unknowns
   std::vector<PointEntry> points_;
+  // The points in the order in which they stand in memory and are eliminated: those that meet the
+  // same blocks follow one another, so that what they touch stays in the cache.
+  std::vector<std::int32_t> point_order_;
   std::vector<PointBlock> point_blocks_;
   std::vector<std::vector<BlockPair>> pairs_;  // of each block, with itself and later ones
   LargeArray point_values_;

@@ -5,6 +5,7 @@
 
 #include "lsq/cholesky.h"
 #include "lsq/normal_matrix.h"
+#include "lsq/point_factor.h"
 
 namespace vorn {
 
@@ -44,37 +45,26 @@ void NormalMatrix::invert_reduced(Matrix& q) const {
   q.symmetrise();
 }
 
-// -N_pp^-1 N_pr Q_rr for the columns of the blocks that the point meets, 3 x stride.
-void NormalMatrix::reduced_cofactor_rows(std::int32_t point, const Matrix& reduced,
-                                         Matrix& product) const {
-  const PointEntry& entry = points_[place(point)];
-  product.resize(3, entry.stride);
-  for (std::int32_t k = 0; k < entry.num_blocks; ++k) {
-    const PointBlock& at = point_blocks_[entry.first_block + place(k)];
-    Matrix q;
-    point_block_cofactors(point, at.block, reduced, q);
-    for (std::int32_t r = 0; r < 3; ++r) {
-      std::copy_n(q[r], block_width(at.block), product[r] + at.column);
-    }
-  }
+void NormalMatrix::solve_point(std::int32_t point, double (&s)[3]) const {
+  PointFactor factor;
+  factor.factorise(diagonal(point));
+  factor.forward(s);
+  factor.backward(s);
 }
 
+// Q_pr = -N_pp^-1 N_pr Q_rr
 void NormalMatrix::point_block_cofactors(std::int32_t point, std::int32_t block,
                                          const Matrix& reduced, Matrix& q) const {
-  const PointEntry& entry = points_[place(point)];
-  const double* const rows = diagonal(point) + kDiagonalRoom;
   const std::int32_t first = block_index(block) - num_point_unknowns();
   q.resize(3, block_width(block));
   for (std::int32_t c = 0; c < block_width(block); ++c) {
     double s[3] = {0.0, 0.0, 0.0};
-    for (std::int32_t k = 0; k < entry.num_blocks; ++k) {
-      const PointBlock& at = point_blocks_[entry.first_block + place(k)];
-      for (std::int32_t j = 0; j < block_width(at.block); ++j) {
-        const double cofactor =
-            reduced[first + c][block_index(at.block) - num_point_unknowns() + j];
-        for (std::int32_t r = 0; r < 3; ++r) {
-          s[r] += rows[place(r) * place(entry.stride) + place(at.column + j)] * cofactor;
-        }
+    for (const PointBlock& at : blocks_of(point)) {
+      const double* n = coupling(point, at);
+      const double* const cofactors =
+          reduced[first + c] + block_index(at.block) - num_point_unknowns();
+      for (double& sum : s) {
+        for (std::int32_t j = 0; j < block_width(at.block); ++j) sum += *n++ * cofactors[j];
       }
     }
     solve_point(point, s);
@@ -82,20 +72,25 @@ void NormalMatrix::point_block_cofactors(std::int32_t point, std::int32_t block,
   }
 }
 
+// Q_pp = N_pp^-1 (I - N_pr Q_rp), column by column.
 void NormalMatrix::point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const {
-  const PointEntry& entry = points_[place(point)];
-  const double* const rows = diagonal(point) + kDiagonalRoom;
+  Matrix columns(3, 3);
+  columns.zero();
+  for (std::int32_t c = 0; c < 3; ++c) columns[c][c] = 1.0;
   Matrix coupled;
-  reduced_cofactor_rows(point, reduced, coupled);
-  q.resize(3, 3);
-  // Q_pp = N_pp^-1 (I - N_pr Q_rp), column by column.
-  for (std::int32_t c = 0; c < 3; ++c) {
-    double s[3] = {0.0, 0.0, 0.0};
-    s[c] = 1.0;
-    for (std::int32_t r = 0; r < 3; ++r) {
-      const double* const row = rows + place(r) * place(entry.stride);
-      for (std::int32_t j = 0; j < entry.stride; ++j) s[r] -= row[j] * coupled[c][j];
+  for (const PointBlock& at : blocks_of(point)) {
+    point_block_cofactors(point, at.block, reduced, coupled);
+    const double* const n = coupling(point, at);
+    const std::int32_t width = block_width(at.block);
+    for (std::int32_t c = 0; c < 3; ++c) {
+      for (std::int32_t r = 0; r < 3; ++r) {
+        for (std::int32_t j = 0; j < width; ++j) columns[c][r] -= n[r * width + j] * coupled[c][j];
+      }
     }
+  }
+  q.resize(3, 3);
+  for (std::int32_t c = 0; c < 3; ++c) {
+    double s[3] = {columns[c][0], columns[c][1], columns[c][2]};
     solve_point(point, s);
     for (std::int32_t r = 0; r < 3; ++r) q[r][c] = s[r];
   }

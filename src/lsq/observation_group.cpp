@@ -113,7 +113,7 @@ bool ImageEquations::add(const Target& target, const Matrix& point,
   const Kernels& kernel = kernels();
   const DesignRows rows{rows_.data(), weighted_.data(), width_, width_};
   kernel.add_products(products_.data(), rows);
-  kernel.add_coupling({target.rows.coupling, target.rows.stride, target.columns, widths_.data(),
+  kernel.add_coupling({target.rows.coupling, target.starts, widths_.data(),
                        static_cast<std::int32_t>(widths_.size())},
                       point[0], rows);
   for (std::size_t c = 0; c < sums_.size(); ++c) {

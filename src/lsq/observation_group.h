@@ -32,8 +32,8 @@ class ImageEquations {
   // Where the contributions of one image point go.
   struct Target {
     NormalMatrix::PointRows rows;
-    const std::int32_t* columns;  // of the blocks, within the point's coupling rows
-    std::int32_t index;           // first unknown of the object point
+    const std::int32_t* starts;  // of the blocks, within the point's coupling blocks
+    std::int32_t index;          // first unknown of the object point
   };
 
   // `blocks` are the numbers of the blocks in the normal matrix, ascending.

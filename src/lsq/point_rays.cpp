@@ -10,10 +10,14 @@ PointRays::PointRays(const OwnedList<BundleImage>& images,
     Ray ray;
   };
   std::vector<Measured> measured;
+  for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
+    if (object_points[slot] != nullptr) object_points[slot]->slot = slot;
+  }
   for (BundleImage& image : images) {
     for (const ImagePoint& point : image.points) {
-      const std::int32_t slot = object_points.slot_of(point.id);
-      if (slot == OwnedList<ObjectPoint>::kNone) continue;
+      const ObjectPoint* const object_point = object_point_of(point, object_points);
+      if (object_point == nullptr) continue;
+      const std::int32_t slot = object_point->slot;
       measured.push_back({slot, {&image, &point}});
       ++first_[static_cast<std::size_t>(slot) + 1];
     }

@@ -28,22 +28,23 @@ void ReducedMatrix::lay_out(const NormalStructure& structure, const Layout& layo
   num_tiles_ = (structure.reduced_size() + tile_size_ - 1) / tile_size_;
   const auto n = static_cast<std::size_t>(structure.num_blocks());
   starts_.assign(n, 0);
+  first_pieces_.assign(n, 0);
+  num_pieces_.assign(n, 0);
+  pieces_.clear();
   std::int32_t row = 0;
   for (const std::int32_t block : order_) {
-    starts_[static_cast<std::size_t>(block)] = row;
-    row += structure.width(block);
-  }
-  pieces_.clear();
-  first_piece_.assign(1, 0);
-  for (std::int32_t block = 0; block < structure.num_blocks(); ++block) {
-    const std::int32_t first = start(block);
+    const auto b = static_cast<std::size_t>(block);
+    starts_[b] = row;
+    first_pieces_[b] = static_cast<std::int32_t>(pieces_.size());
     for (std::int32_t column = 0; column < structure.width(block);) {
-      const std::int32_t offset = (first + column) % tile_size_;
-      const std::int32_t width = std::min(tile_size_ - offset, structure.width(block) - column);
-      pieces_.push_back({(first + column) / tile_size_, offset, column, width});
+      const std::int32_t offset = row % tile_size_;
+      const std::int32_t width =
+          std::min({kPieceWidth, tile_size_ - offset, structure.width(block) - column});
+      pieces_.push_back({row / tile_size_, offset, width, column});
+      row += width;
       column += width;
     }
-    first_piece_.push_back(static_cast<std::int32_t>(pieces_.size()));
+    num_pieces_[b] = static_cast<std::int32_t>(pieces_.size()) - first_pieces_[b];
   }
 }
 
@@ -51,8 +52,9 @@ void ReducedMatrix::mark_all(std::span<const std::int32_t> blocks,
                              std::vector<std::int32_t>& touched, TilePattern& marked) const {
   touched.clear();
   for (const std::int32_t block : blocks) {
-    for (const TilePiece& piece : pieces_of(block)) {
-      if (touched.empty() || touched.back() != piece.tile) touched.push_back(piece.tile);
+    for (std::int32_t k = 0; k < num_pieces(block); ++k) {
+      const std::int32_t tile = pieces_[static_cast<std::size_t>(first_piece(block) + k)].tile;
+      if (touched.empty() || touched.back() != tile) touched.push_back(tile);
     }
   }
   std::sort(touched.begin(), touched.end());

@@ -10,6 +10,14 @@
 
 namespace vorn {
 
+// At most eight consecutive unknowns of one block, within one tile.
+struct TilePiece {
+  std::int32_t tile;    // tile row
+  std::int32_t offset;  // first row within the tile
+  std::int32_t width;
+  std::int32_t column;  // first column within the block
+};
+
 // The reduced normal matrix in tiles, its blocks in an order of its own.
 class ReducedMatrix {
  public:
@@ -22,12 +30,15 @@ class ReducedMatrix {
   bool is_natural() const { return is_natural_; }
   // First row of a block.
   std::int32_t start(std::int32_t block) const { return starts_[static_cast<std::size_t>(block)]; }
-  // The block in pieces that lie within one tile; their columns count from the block's first.
-  std::span<const TilePiece> pieces_of(std::int32_t block) const {
-    const auto b = static_cast<std::size_t>(block);
-    return {pieces_.data() + first_piece_[b],
-            static_cast<std::size_t>(first_piece_[b + 1] - first_piece_[b])};
+  // The pieces of a block are numbered in the order of the rows: [first_piece(block),
+  // first_piece(block) + num_pieces(block)).
+  std::int32_t first_piece(std::int32_t block) const {
+    return first_pieces_[static_cast<std::size_t>(block)];
   }
+  std::int32_t num_pieces(std::int32_t block) const {
+    return num_pieces_[static_cast<std::size_t>(block)];
+  }
+  const std::vector<TilePiece>& pieces() const { return pieces_; }
   // The block of a row.
   std::int32_t block_at(std::int32_t row) const;
 
@@ -51,7 +62,8 @@ class ReducedMatrix {
   std::vector<std::int32_t> order_;
   std::vector<std::int32_t> starts_;
   std::vector<TilePiece> pieces_;
-  std::vector<std::int32_t> first_piece_;
+  std::vector<std::int32_t> first_pieces_;  // of each block
+  std::vector<std::int32_t> num_pieces_;
 };
 
 }  // namespace vorn

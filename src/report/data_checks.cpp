@@ -34,6 +34,13 @@ std::int32_t remove_unused(OwnedList<T>& list, std::string_view kind, TextWriter
   return count;
 }
 
+// Forgets which object points the image points belong to.
+void unlink_points(const OwnedList<BundleImage>& images) {
+  for (const BundleImage& image : images) {
+    for (ImagePoint& point : image.points) point.object_point = nullptr;
+  }
+}
+
 }  // namespace
 
 void BundleProject::check_rays_per_point(TextWriter* out) {
@@ -109,6 +116,7 @@ void BundleProject::clean_up(TextWriter* out) {
   const std::int32_t num_images = remove_unused(images, "BundleImage ", report);
   const std::int32_t num_cameras = remove_unused(cameras, "Camera ", report);
   const std::int32_t num_points = remove_unused(object_points, "Object point ", report);
+  if (num_points > 0) unlink_points(images);
   const std::int32_t num_geometries = remove_unused(image_geometries, "Station ", report);
   const std::int32_t num_ap_sets = remove_unused(ap_sets, "AP set ", report);
   const std::int32_t num_pos = remove_unused(pos_corrections, "position correction ", report);

@@ -110,7 +110,7 @@ void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& o
   for (const ImagePoint& point : image.points) {
     PointResidual& r = residuals.emplace_back();
     r.image_point = &point;
-    r.object_point = object_points.find(point.id);
+    r.object_point = object_point_of(point, object_points);
     if (r.object_point == nullptr) continue;
     const Pair computed = image.object_to_image(r.object_point->xyz);
     const Pair measured = camera.pixel_to_image({point.x, point.y});

@@ -31,6 +31,8 @@ Corrections corrections_of(const BundleImage& image) {
   return corrections;
 }
 
+constexpr std::size_t kAhead = 6;  // rays
+
 // The equations of one image point, in memory that all points of an image share.
 class PointEquations {
  public:
@@ -121,40 +123,53 @@ void BundleImage::add_structure(const OwnedList<ObjectPoint>& object_points,
   rays_.clear();
   rays_.reserve(static_cast<std::size_t>(points.count()));
   for (const ImagePoint& point : points) {
-    const ObjectPoint* const object_point = object_points.find(point.id);
+    const ObjectPoint* const object_point = object_point_of(point, object_points);
     rays_.push_back({&point, object_point, {}});
     if (object_point != nullptr) structure.add_ray(object_point->index / 3);
   }
 }
 
 void BundleImage::locate(NormalMatrix& normal) {
-  columns_.assign(rays_.size() * blocks_.size(), 0);
+  starts_.assign(rays_.size() * blocks_.size(), 0);
   std::size_t next = 0;
   for (Ray& ray : rays_) {
     if (ray.object_point != nullptr) {
       const std::int32_t point = ray.object_point->index / 3;
       ray.rows = normal.point_rows(point);
       for (std::size_t k = 0; k < blocks_.size(); ++k) {
-        columns_[next + k] = normal.column_of(point, blocks_[k]);
+        starts_[next + k] = normal.coupling_start(point, blocks_[k]);
       }
     }
     next += blocks_.size();
   }
 }
 
+// Asks for the memory of a ray that is still some rays ahead; object points lie far apart.
+void BundleImage::fetch(const Ray& ray, const std::int32_t* starts) {
+  constexpr std::int32_t kCacheLine = 8;  // doubles
+  if (ray.object_point == nullptr) return;
+  __builtin_prefetch(&ray.object_point->xyz);
+  __builtin_prefetch(&ray.object_point->xyz[2]);
+  __builtin_prefetch(ray.rows.diagonal, 1);
+  const double* const block = ray.rows.coupling + starts[0];
+  for (std::int32_t k = 0; k < 3; ++k) __builtin_prefetch(block + k * kCacheLine, 1);
+}
+
 int BundleImage::add_observations(NormalMatrix& normal, Vector& rhs, double& lPl,
                                   std::int32_t& count) const {
   PointEquations equations(*this, normal, rhs, blocks_);
-  const std::int32_t* columns = columns_.data();
-  for (const Ray& ray : rays_) {
+  const std::int32_t* starts = starts_.data();
+  for (std::size_t k = 0; k < rays_.size(); ++k) {
+    if (k + kAhead < rays_.size()) fetch(rays_[k + kAhead], starts + kAhead * blocks_.size());
+    const Ray& ray = rays_[k];
     if (ray.object_point == nullptr) {
       standard_output() << "ATTENTION: Object point " << ray.point->id << " not found.\n";
     } else {
-      const ImageEquations::Target target{ray.rows, columns, ray.object_point->index};
+      const ImageEquations::Target target{ray.rows, starts, ray.object_point->index};
       if (!equations.add(*ray.point, *ray.object_point, target)) return -1;
       count += 2;
     }
-    columns += blocks_.size();
+    starts += blocks_.size();
   }
   equations.finish(lPl);
   return 1;

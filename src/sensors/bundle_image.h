@@ -74,9 +74,11 @@ class BundleImage {
     NormalMatrix::PointRows rows;
   };
 
+  static void fetch(const Ray& ray, const std::int32_t* starts);
+
   std::vector<Ray> rays_;
-  std::vector<std::int32_t> blocks_;   // that the observations touch, ascending
-  std::vector<std::int32_t> columns_;  // of each ray's blocks in the coupling rows of its point
+  std::vector<std::int32_t> blocks_;  // that the observations touch, ascending
+  std::vector<std::int32_t> starts_;  // of each ray's blocks within the coupling of its point
 };
 
 // Reads an image file into the list. 1, or -1 with a message on standard output.

@@ -4,6 +4,8 @@
 
 namespace vorn {
 
+class ObjectPoint;
+
 // One measured image point, in the measuring system of its camera: metres for frame cameras, pixels
 // for CCD and pushbroom cameras.
 struct ImagePoint {
@@ -12,6 +14,9 @@ struct ImagePoint {
   double y = 0;
   double sx = 0;  // a-priori standard deviations
   double sy = 0;
+  // The object point, once the project has looked it up; before that, its identifier says which it
+  // is.
+  ObjectPoint* object_point = nullptr;
 };
 
 }  // namespace vorn

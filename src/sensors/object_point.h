@@ -6,6 +6,7 @@
 #include "lsq/adj_object.h"
 #include "lsq/ls_params.h"
 #include "lsq/owned_list.h"
+#include "sensors/image_point.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 
@@ -49,8 +50,14 @@ class ObjectPoint : public AdjObject {
   PointType type = PointType::intersection;
   bool has_coords = false;                // coordinates were read or intersected
   bool check[3] = {false, false, false};  // components that are checked
+  std::int32_t slot = -1;                 // in the project's list, where somebody has set it
   std::int32_t num_rays = 0;              // images that measure the point
 };
+
+// The object point that an image point measures; null when the list has none.
+inline ObjectPoint* object_point_of(const ImagePoint& point, const OwnedList<ObjectPoint>& points) {
+  return point.object_point != nullptr ? point.object_point : points.find(point.id);
+}
 
 // Reads an object-coordinates file. 1, or -1 with a message on standard output.
 int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points);
