@@ -43,6 +43,7 @@ std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& bl
 
 bool NormalMatrix::set_structure(const NormalStructure& structure, bool natural_order) {
   structure_ = structure;
+  release_batch();
   size_ = structure.num_unknowns();
   num_points_ = structure.num_points();
   lay_out_blocks(structure);

@@ -31,10 +31,10 @@ namespace vorn {
 // followed by the factorisation of S.
 class NormalMatrix {
  public:
-  NormalMatrix() = default;
+  NormalMatrix();
   NormalMatrix(const NormalMatrix&) = delete;
   NormalMatrix& operator=(const NormalMatrix&) = delete;
-  ~NormalMatrix() = default;
+  ~NormalMatrix();
 
   // Takes memory for a structure, with all elements zero. `natural_order` keeps the factor in the
   // order of the unknowns, for those who want to see it. False when the matrix does not fit the
@@ -143,8 +143,10 @@ class NormalMatrix {
   const double* find(std::int32_t i, std::int32_t j) const;
   double factor_at(std::int32_t i, std::int32_t j) const;
   void load(ReducedMatrix& reduced) const;
-  std::int32_t reduce(ReducedMatrix& reduced, double* diagonal_of_factor,
+  std::int32_t reduce(PointBatch& batch, ReducedMatrix& reduced, double* diagonal_of_factor,
                       const Forward* forward) const;
+  PointBatch& batch();
+  void release_batch();
   std::int32_t finish_factorisation(std::int32_t failed, Vector& p);
   std::vector<double> reduced_rhs(const Vector& b) const;
   void substitute_back(std::vector<double>& reduced, Vector& x) const;
@@ -168,6 +170,7 @@ class NormalMatrix {
   LargeArray point_values_;
   LargeArray pair_values_;
   ReducedMatrix reduced_;
+  std::unique_ptr<PointBatch> batch_;  // working memory of all factorisations
   // The factor in the order of the unknowns, made when somebody looks at it and reduced_ has
   // another.
   mutable std::unique_ptr<ReducedMatrix> natural_;

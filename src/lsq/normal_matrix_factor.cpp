@@ -113,6 +113,16 @@ class NormalMatrix::PointBatch {
   std::vector<double> columns_;
 };
 
+NormalMatrix::NormalMatrix() = default;
+NormalMatrix::~NormalMatrix() = default;
+
+void NormalMatrix::release_batch() { batch_.reset(); }
+
+NormalMatrix::PointBatch& NormalMatrix::batch() {
+  if (!batch_) batch_ = std::make_unique<PointBatch>(*this, reduced_);
+  return *batch_;
+}
+
 // Copies N_rr into the lower triangle of the reduced matrix.
 void NormalMatrix::load(ReducedMatrix& reduced) const {
   reduced.tiles.zero();
@@ -135,10 +145,9 @@ void NormalMatrix::load(ReducedMatrix& reduced) const {
 
 // Forms and factorises the reduced matrix. The points' part of the factor's diagonal is stored. 0,
 // or k for a failing pivot: of a point's unknown k, or of row k - (number of the points' unknowns).
-std::int32_t NormalMatrix::reduce(ReducedMatrix& reduced, double* diagonal_of_factor,
-                                  const Forward* forward) const {
+std::int32_t NormalMatrix::reduce(PointBatch& batch, ReducedMatrix& reduced,
+                                  double* diagonal_of_factor, const Forward* forward) const {
   load(reduced);
-  PointBatch batch(*this, reduced);
   std::span<const std::int32_t> points = point_order_;
   while (!points.empty()) {
     const std::size_t count = std::min(points.size(), place(kBatchPoints));
@@ -164,7 +173,7 @@ std::int32_t NormalMatrix::first_failing_pivot() const {
 
 std::int32_t NormalMatrix::factorise(Vector& p) {
   p.resize(size_);
-  return finish_factorisation(reduce(reduced_, p.data(), nullptr), p);
+  return finish_factorisation(reduce(batch(), reduced_, p.data(), nullptr), p);
 }
 
 // Completes the diagonal of the factor; turns the code of `reduce` into that of `factorise`.
@@ -188,7 +197,8 @@ std::int32_t NormalMatrix::failing_unknown(std::int32_t row) const {
   if (!reduced_.is_natural()) {
     ReducedMatrix natural;
     if (natural.set_structure(structure_, structure_.point_blocks(), true)) {
-      const std::int32_t failed = reduce(natural, nullptr, nullptr);
+      PointBatch natural_batch(*this, natural);
+      const std::int32_t failed = reduce(natural_batch, natural, nullptr, nullptr);
       if (failed != 0) return failed - 1;
     }
     // Rounding decides: in the order of the unknowns all pivots are positive.
@@ -204,7 +214,8 @@ const ReducedMatrix& NormalMatrix::natural_factor() const {
     if (!natural_->set_structure(structure_, structure_.point_blocks(), true)) {
       throw std::bad_alloc();
     }
-    reduce(*natural_, nullptr, nullptr);
+    PointBatch natural_batch(*this, *natural_);
+    reduce(natural_batch, *natural_, nullptr, nullptr);
   }
   return *natural_;
 }
@@ -245,7 +256,7 @@ std::int32_t NormalMatrix::solve(const Vector& b, Vector& x, Vector& p) {
   x.resize(size_);
   std::vector<double> rhs = reduced_rhs(b);
   const Forward forward{b.data(), x.data(), rhs.data()};
-  const std::int32_t failed = finish_factorisation(reduce(reduced_, p.data(), &forward), p);
+  const std::int32_t failed = finish_factorisation(reduce(batch(), reduced_, p.data(), &forward), p);
   if (failed == 0) substitute_back(rhs, x);
   return failed;
 }
