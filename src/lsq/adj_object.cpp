@@ -55,8 +55,9 @@ std::string AdjObject::get_param_name(std::int32_t i) const {
 
 int AdjObject::alloc_params(std::uint32_t n) {
   params_.reset(new (std::nothrow) ParamRecord[n]);
-  num_params_ = params_ ? n : 0;
-  return params_ ? 1 : -2;
+  allocated_ = params_ != nullptr;
+  num_params_ = allocated_ ? n : 0;
+  return allocated_ ? 1 : -2;
 }
 
 void AdjObject::set_param(std::int32_t k, double& value, const double& std_dev) {

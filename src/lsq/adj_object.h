@@ -67,8 +67,10 @@ class AdjObject {
   std::uint32_t num_params() const { return num_params_; }
   const ParamRecord& param(std::int32_t k) const { return params_[static_cast<std::size_t>(k)]; }
 
-  // Makes n empty records. 1, or -2 when there is no memory for them.
+  // Makes n empty records. 1, or -2 when there is no memory for them; the object has none then.
   int alloc_params(std::uint32_t n);
+  // Whether the last records found memory.
+  bool has_params_allocated() const { return allocated_; }
   // Fills record k from references to the value and its standard deviation.
   void set_param(std::int32_t k, double& value, const double& std_dev);
   std::int32_t count_state(ParamState state) const;
@@ -97,6 +99,7 @@ class AdjObject {
 
  private:
   std::uint32_t num_params_ = 0;
+  bool allocated_ = true;
   std::unique_ptr<ParamRecord[]> params_;
 };
 

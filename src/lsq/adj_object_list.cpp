@@ -1,11 +1,15 @@
 #include "lsq/adj_object_list.h"
 
+#include <new>
+
 #include "lsq/ls_params.h"
 
 namespace vorn {
 
 void AdjObjectList::add(AdjObject& object) {
   object.init_params();
+  // An object without its unknowns would leave the adjustment in silence.
+  if (!object.has_params_allocated()) throw std::bad_alloc();
   object.index = num_unknowns_;
   objects_.push_back(&object);
   num_unknowns_ += static_cast<std::int32_t>(object.num_params());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <typeinfo>
 #include <vector>
 
 #include "lsq/adj_object.h"
@@ -18,7 +19,8 @@ class AdjObjectList {
     std::int32_t eliminated = 0;
   };
 
-  // Makes the object's records, gives it the next free unknown number and lists it.
+  // Makes the object's records, gives it the next free unknown number and lists it. Throws
+  // std::bad_alloc when there is no memory for the records.
   void add(AdjObject& object);
   std::int32_t num_objects() const { return static_cast<std::int32_t>(objects_.size()); }
   AdjObject& operator[](std::int32_t i) const { return *objects_[static_cast<std::size_t>(i)]; }
@@ -32,8 +34,15 @@ class AdjObjectList {
   // Calls `visit(const T&)` for every listed object of class T, in order.
   template <class T, class Visit>
   void for_each(Visit visit) const {
+    // Objects of one class stand together; one look at the class tree serves them all.
+    const std::type_info* last = nullptr;
+    bool matches = false;
     for (const AdjObject* object : objects_) {
-      if (const T* match = dynamic_cast<const T*>(object)) visit(*match);
+      if (last == nullptr || typeid(*object) != *last) {
+        last = &typeid(*object);
+        matches = dynamic_cast<const T*>(object) != nullptr;
+      }
+      if (matches) visit(static_cast<const T&>(*object));
     }
   }
   template <class T>

@@ -1,6 +1,7 @@
 // Approximate coordinates of object points by spatial intersection of their image rays.
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -44,7 +45,7 @@ void print_intersection(TextWriter& out, std::string_view label, const Intersect
 // Mean of the intersections of all pairs of rays; each pair is printed when a stream is given.
 Intersection mean_of_pairs(std::span<const Ray> rays, TextWriter* pairs_out) {
   Intersection sum;
-  std::size_t count = 0;
+  std::uint64_t count = 0;
   for (std::size_t i = 0; i < rays.size(); ++i) {
     for (std::size_t j = i + 1; j < rays.size(); ++j) {
       const Intersection pair = intersect_pair(rays[i], rays[j]);

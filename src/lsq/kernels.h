@@ -18,12 +18,20 @@ constexpr std::int32_t kPieceWidth = 8;
 constexpr std::int32_t kBatchPoints = 64;
 
 // Design rows of one image point besides its object point: the m derivatives of x, then, `stride`
-// doubles later, those of y; `weighted` holds the same rows times the 2 x 2 weight matrix.
+// doubles later, those of y; `weighted` has room for the same rows times the weight matrix. The
+// stride is a multiple of 8, and the rows are filled up with zeros.
 struct DesignRows {
   const double* rows;
-  const double* weighted;
+  double* weighted;
   std::int32_t m;
   std::int32_t stride;
+};
+
+// Symmetric 2 x 2 weight matrix P of one image point.
+struct PointWeights {
+  double xx;
+  double xy;
+  double yy;
 };
 
 // Coupling blocks of an object point that an image touches: block b, 3 x `widths[b]`, row-major, at
@@ -51,14 +59,22 @@ struct Kernels {
   // C := C L^-T with the lower triangle of L
   void (*solve_right)(double* c, const double* l, std::int32_t t);
 
+  // Columns of one piece of a point: V := L^-1 N, 3 x width from rows of N that stand `stride`
+  // apart to rows of eight filled up with zeros; then, unless `rhs` is null, rhs -= V'y. `factor`
+  // holds the inverse diagonal of L and l10, l20, l21.
+  void (*divide_piece)(const double* factor, const double* n, std::int32_t stride,
+                       std::int32_t width, double* v, const double* y, double* rhs);
+
   // The share of a batch of points in the reduced matrix: S -= V'V in all pairs of pieces, which
   // ascend and have at least one point in common. `tiles[r * num_tiles + c]` is the tile of row r,
   // column c <= r.
   void (*subtract_batch)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
                          const BatchPiece* pieces, std::int32_t num_pieces);
 
-  // Upper triangle of the m x m matrix C (row-major) += A'PA.
-  void (*add_products)(double* c, const DesignRows& design);
+  // Weights the design rows; adds A'PA to the upper triangle of the m x m matrix C (row-major, of
+  // the rows' stride; what stands below becomes undefined) and A'Pl to `sums`, given Pl.
+  void (*add_products)(double* c, double* sums, const DesignRows& design,
+                       const PointWeights& weights, const double* weighted_reduced);
   // Coupling blocks += Ap'PA for the 2 x 3 design rows Ap of the object point (x, then y).
   void (*add_coupling)(const CouplingBlocks& coupling, const double* point_rows,
                        const DesignRows& design);

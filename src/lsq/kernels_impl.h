@@ -132,6 +132,35 @@ std::int32_t factorise(double* a, std::int32_t size) {
   return 0;
 }
 
+// One row of at most eight values, filled up with zeros.
+inline void load_row(const double* p, Index width, double* row) {
+#if VORN_LANES == 8
+  store(row, _mm512_maskz_loadu_pd(static_cast<__mmask8>((1U << width) - 1U), p));
+#else
+  for (Index c = 0; c < kPieceWidth; ++c) row[c] = c < width ? p[c] : 0.0;
+#endif
+}
+
+void divide_piece(const double* factor, const double* n, std::int32_t stride, std::int32_t width,
+                  double* v, const double* y, double* rhs) {
+  const double i0 = factor[0];
+  const double i1 = factor[1];
+  const double i2 = factor[2];
+  const double l10 = factor[3];
+  const double l20 = factor[4];
+  const double l21 = factor[5];
+  for (Index r = 0; r < 3; ++r) load_row(n + r * stride, width, v + r * kPieceWidth);
+  for (Index c = 0; c < kPieceWidth; c += VORN_LANES) {
+    const Lanes v0 = load(v + c) * i0;
+    const Lanes v1 = (load(v + kPieceWidth + c) - v0 * l10) * i1;
+    const Lanes v2 = (load(v + 2 * kPieceWidth + c) - v0 * l20 - v1 * l21) * i2;
+    store(v + c, v0);
+    store(v + kPieceWidth + c, v1);
+    store(v + 2 * kPieceWidth + c, v2);
+    if (rhs != nullptr) store(rhs + c, load(rhs + c) - v0 * y[0] - v1 * y[1] - v2 * y[2]);
+  }
+}
+
 constexpr int kParts = kPieceWidth / VORN_LANES;  // vectors per row of a piece
 
 // column[r] -= sum[r] for the rows of a piece.
@@ -222,17 +251,27 @@ void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t s
   }
 }
 
-void add_products(double* c, const DesignRows& design) {
-  const Index m = design.m;
-  const double* const ax = design.rows;
-  const double* const ay = ax + design.stride;
-  const double* const wx = design.weighted;
-  const double* const wy = wx + design.stride;
-  for (Index i = 0; i < m; ++i) {
-    const double x = ax[i];
-    const double y = ay[i];
-    double* const row = c + i * m;
-    for (Index j = i; j < m; ++j) row[j] += x * wx[j] + y * wy[j];
+void add_products(double* c, double* sums, const DesignRows& design, const PointWeights& weights,
+                  const double* weighted_reduced) {
+  const Index stride = design.stride;
+  const double* const x = design.rows;
+  const double* const y = x + stride;
+  double* const wx = design.weighted;
+  double* const wy = wx + stride;
+  for (Index j = 0; j < stride; j += VORN_LANES) {
+    const Lanes xj = load(x + j);
+    const Lanes yj = load(y + j);
+    const Lanes weighted_x = xj * weights.xx + yj * weights.xy;
+    const Lanes weighted_y = xj * weights.xy + yj * weights.yy;
+    store(wx + j, weighted_x);
+    store(wy + j, weighted_y);
+    store(sums + j, load(sums + j) + xj * weighted_reduced[0] + yj * weighted_reduced[1]);
+    // The rows whose diagonal element stands before the end of these columns.
+    const Index rows = j + VORN_LANES < design.m ? j + VORN_LANES : design.m;
+    for (Index i = 0; i < rows; ++i) {
+      double* const at = c + i * stride + j;
+      store(at, load(at) + weighted_x * x[i] + weighted_y * y[i]);
+    }
   }
 }
 
@@ -285,7 +324,7 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
 }
 
 constexpr Kernels kTable = {
-    VORN_KERNEL_NAME, multiply_subtract, square_subtract, factorise, solve_right,
+    VORN_KERNEL_NAME, multiply_subtract, square_subtract, factorise, solve_right, divide_piece,
     subtract_batch,   add_products,      add_coupling,    dot,       add_scaled};
 
 }  // namespace

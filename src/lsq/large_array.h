@@ -13,13 +13,14 @@ struct AlignedRelease {
 };
 
 // A large array of doubles in one allocation, aligned to cache lines, on large pages where the
-// system offers them. Takes memory only to grow; throws std::bad_alloc when there is none.
+// system offers them. Takes memory only to grow.
 class LargeArray {
  public:
   // Whether so many doubles fit the address space, with room left for the rest of a host.
   static bool fits(std::uint64_t count);
-  // Contents are undefined afterwards.
-  void resize(std::size_t count);
+  // Contents are undefined afterwards. False when the address space or the system has no room; the
+  // array is empty then.
+  bool resize(std::uint64_t count);
   void zero();
   double* data() { return values_.get(); }
   const double* data() const { return values_.get(); }

@@ -11,8 +11,7 @@ Vector& Vector::operator=(const Vector& other) {
   return *this;
 }
 
-void Vector::resize(std::int32_t n) {
-  if (n == n_) return;
+void Vector::take(std::int32_t n) {
   values_.reset();
   n_ = 0;
   values_ = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(n));
@@ -28,8 +27,7 @@ Matrix& Matrix::operator=(const Matrix& other) {
   return *this;
 }
 
-void Matrix::resize(std::int32_t rows, std::int32_t cols) {
-  if (rows == rows_ && cols == cols_) return;
+void Matrix::take(std::int32_t rows, std::int32_t cols) {
   values_.reset();
   rows_ = 0;
   cols_ = 0;

@@ -18,7 +18,9 @@ class Vector {
   ~Vector() = default;
 
   // Takes new memory when the length differs (contents undefined); otherwise does nothing.
-  void resize(std::int32_t n);
+  void resize(std::int32_t n) {
+    if (n != n_) take(n);
+  }
   void zero();
   std::int32_t size() const { return n_; }
   double* data() { return values_.get(); }
@@ -27,6 +29,8 @@ class Vector {
   double operator[](std::int32_t i) const { return values_[static_cast<std::size_t>(i)]; }
 
  private:
+  void take(std::int32_t n);
+
   std::int32_t n_ = 0;
   std::unique_ptr<double[]> values_;
 };
@@ -43,7 +47,9 @@ class Matrix {
   ~Matrix() = default;
 
   // Takes new memory when either dimension differs (contents undefined); otherwise does nothing.
-  void resize(std::int32_t rows, std::int32_t cols);
+  void resize(std::int32_t rows, std::int32_t cols) {
+    if (rows != rows_ || cols != cols_) take(rows, cols);
+  }
   void zero();
   // Copies rows x cols values from a row-major array.
   void set_from(const double* array);
@@ -55,6 +61,7 @@ class Matrix {
   const double* operator[](std::int32_t i) const { return values_.get() + offset(i); }
 
  private:
+  void take(std::int32_t rows, std::int32_t cols);
   std::size_t offset(std::int32_t i) const {
     return static_cast<std::size_t>(i) * static_cast<std::size_t>(cols_);
   }

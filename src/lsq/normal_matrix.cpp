@@ -90,8 +90,7 @@ bool NormalMatrix::lay_out_points(const NormalStructure& structure,
     room += kDiagonalRoom + 3 * static_cast<std::uint64_t>(entry.width);
     if (!LargeArray::fits(room)) return false;
   }
-  point_values_.resize(static_cast<std::size_t>(room));
-  return true;
+  return point_values_.resize(room);
 }
 
 bool NormalMatrix::lay_out_pairs(const NormalStructure& structure) {
@@ -120,8 +119,7 @@ bool NormalMatrix::lay_out_pairs(const NormalStructure& structure) {
       if (!LargeArray::fits(room)) return false;
     }
   }
-  pair_values_.resize(static_cast<std::size_t>(room));
-  return true;
+  return pair_values_.resize(room);
 }
 
 // ---- elements ----------------------------------------------------------------------------------

@@ -27,15 +27,15 @@ class NormalMatrix::PointBatch {
     for (const std::int32_t point : points) {
       if (factor_.factorise(normal_.diagonal(point)) != 0) return false;
       if (diagonal_of_factor != nullptr) {
-        diagonal_of_factor[3 * point] = factor_.l00;
-        diagonal_of_factor[3 * point + 1] = factor_.l11;
-        diagonal_of_factor[3 * point + 2] = factor_.l22;
+        diagonal_of_factor[3 * point] = factor_.l00();
+        diagonal_of_factor[3 * point + 1] = factor_.l11();
+        diagonal_of_factor[3 * point + 2] = factor_.l22();
       }
       line_up(point, forward);
     }
-    kernels().subtract_batch(reduced_.tiles.tiles(), reduced_.tiles.num_tiles(),
-                             reduced_.tiles.tile_size(), pieces_.data(),
-                             static_cast<std::int32_t>(pieces_.size()));
+    kernel_.subtract_batch(reduced_.tiles.tiles(), reduced_.tiles.num_tiles(),
+                           reduced_.tiles.tile_size(), pieces_.data(),
+                           static_cast<std::int32_t>(pieces_.size()));
     return true;
   }
 
@@ -90,19 +90,16 @@ class NormalMatrix::PointBatch {
         const TilePiece& of = reduced_.pieces()[place(piece)];
         double* const v = columns_.data() + starts_[place(piece)];
         starts_[place(piece)] += kColumns;
-        for (std::int32_t r = 0; r < 3; ++r) {
-          for (std::int32_t c = of.width; c < kPieceWidth; ++c) v[r * kPieceWidth + c] = 0.0;
-        }
-        factor_.divide(n + of.column, stride, of.width, v, kPieceWidth);
-        if (forward == nullptr) continue;
-        double* const rhs = forward->reduced + of.tile * reduced_.tiles.tile_size() + of.offset;
-        for (std::int32_t c = 0; c < kPieceWidth; ++c) {
-          rhs[c] -= v[c] * y[0] + v[kPieceWidth + c] * y[1] + v[2 * kPieceWidth + c] * y[2];
-        }
+        double* const rhs =
+            forward == nullptr
+                ? nullptr
+                : forward->reduced + of.tile * reduced_.tiles.tile_size() + of.offset;
+        kernel_.divide_piece(factor_.packed(), n + of.column, stride, of.width, v, y, rhs);
       }
     }
   }
 
+  const Kernels& kernel_ = kernels();
   const NormalMatrix& normal_;
   const ReducedMatrix& reduced_;
   PointFactor factor_;
@@ -228,8 +225,8 @@ double NormalMatrix::factor_at(std::int32_t i, std::int32_t j) const {
   factor.factorise(diagonal(j / 3));
   if (i < reduced) {
     if (i / 3 != j / 3) return 0.0;
-    if (i % 3 == 1) return factor.l10;
-    return j % 3 == 0 ? factor.l20 : factor.l21;
+    if (i % 3 == 1) return factor.l10();
+    return j % 3 == 0 ? factor.l20() : factor.l21();
   }
   const PointBlock* const found = find_point_block(j / 3, block_of(i));
   if (found == nullptr) return 0.0;
@@ -256,7 +253,8 @@ std::int32_t NormalMatrix::solve(const Vector& b, Vector& x, Vector& p) {
   x.resize(size_);
   std::vector<double> rhs = reduced_rhs(b);
   const Forward forward{b.data(), x.data(), rhs.data()};
-  const std::int32_t failed = finish_factorisation(reduce(batch(), reduced_, p.data(), &forward), p);
+  const std::int32_t failed =
+      finish_factorisation(reduce(batch(), reduced_, p.data(), &forward), p);
   if (failed == 0) substitute_back(rhs, x);
   return failed;
 }

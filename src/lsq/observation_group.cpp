@@ -1,7 +1,5 @@
 #include "lsq/observation_group.h"
 
-#include "lsq/kernels.h"
-
 namespace vorn {
 
 void add_weighted_observations(const std::vector<const DesignBlock*>& blocks, const Vector& weights,
@@ -38,15 +36,16 @@ ImageEquations::ImageEquations(NormalMatrix& normal, Vector& rhs,
     widths_.push_back(normal.block_width(block));
     width_ += widths_.back();
   }
-  const auto m = static_cast<std::size_t>(width_);
-  rows_.assign(2 * m, 0.0);
-  weighted_.assign(2 * m, 0.0);
-  products_.assign(m * m, 0.0);
-  sums_.assign(m, 0.0);
+  stride_ = (width_ + 7) / 8 * 8;
+  const auto stride = static_cast<std::size_t>(stride_);
+  rows_.assign(2 * stride, 0.0);
+  weighted_.assign(2 * stride, 0.0);
+  products_.assign(static_cast<std::size_t>(width_) * stride, 0.0);
+  sums_.assign(stride, 0.0);
 }
 
 // P = (B Q B')^-1 by the Cholesky factorisation of the 2 x 2 matrix.
-bool ImageEquations::weights_of(const Matrix& b, const Matrix& q, Weights& weights) {
+bool ImageEquations::weights_of(const Matrix& b, const Matrix& q, PointWeights& weights) {
   double bq[2][2];
   for (std::int32_t i = 0; i < 2; ++i) {
     for (std::int32_t j = 0; j < 2; ++j) bq[i][j] = b[i][0] * q[0][j] + b[i][1] * q[1][j];
@@ -65,27 +64,22 @@ bool ImageEquations::weights_of(const Matrix& b, const Matrix& q, Weights& weigh
   return true;
 }
 
-// Lines the blocks up and weights them.
-void ImageEquations::gather(std::span<const DesignBlock* const> design, const Weights& weights) {
+// Lines the blocks up.
+void ImageEquations::gather(std::span<const DesignBlock* const> design) {
   double* x = rows_.data();
-  double* wx = weighted_.data();
   for (const DesignBlock* block : design) {
-    const double* const ax = block->a[0];
-    const double* const ay = block->a[1];
     const std::int32_t width = block->a.cols();
+    const double* const from = block->a[0];
     for (std::int32_t c = 0; c < width; ++c) {
-      x[c] = ax[c];
-      x[width_ + c] = ay[c];
-      wx[c] = weights.xx * ax[c] + weights.xy * ay[c];
-      wx[width_ + c] = weights.xy * ax[c] + weights.yy * ay[c];
+      x[c] = from[c];
+      x[stride_ + c] = from[width + c];
     }
     x += width;
-    wx += width;
   }
 }
 
-void ImageEquations::add_point(const Target& target, const Matrix& point, const Weights& weights,
-                               const double (&weighted)[2]) {
+void ImageEquations::add_point(const Target& target, const Matrix& point,
+                               const PointWeights& weights, const double (&weighted)[2]) {
   const double* const ax = point[0];
   const double* const ay = point[1];
   double* element = target.rows.diagonal;
@@ -100,7 +94,7 @@ void ImageEquations::add_point(const Target& target, const Matrix& point, const 
 bool ImageEquations::add(const Target& target, const Matrix& point,
                          std::span<const DesignBlock* const> design, const Matrix& b,
                          const Matrix& q, const double (&reduced)[2]) {
-  Weights weights{};
+  PointWeights weights{};
   if (!weights_of(b, q, weights)) {
     standard_output() << "ERROR: Decomposition of weight matrix failed.\n";
     return false;
@@ -109,16 +103,12 @@ bool ImageEquations::add(const Target& target, const Matrix& point,
                               weights.xy * reduced[0] + weights.yy * reduced[1]};
   lPl_ += reduced[0] * weighted[0] + reduced[1] * weighted[1];
   add_point(target, point, weights, weighted);
-  gather(design, weights);
-  const Kernels& kernel = kernels();
-  const DesignRows rows{rows_.data(), weighted_.data(), width_, width_};
-  kernel.add_products(products_.data(), rows);
-  kernel.add_coupling({target.rows.coupling, target.starts, widths_.data(),
-                       static_cast<std::int32_t>(widths_.size())},
-                      point[0], rows);
-  for (std::size_t c = 0; c < sums_.size(); ++c) {
-    sums_[c] += rows_[c] * weighted[0] + rows_[sums_.size() + c] * weighted[1];
-  }
+  gather(design);
+  const DesignRows rows{rows_.data(), weighted_.data(), width_, stride_};
+  kernel_.add_products(products_.data(), sums_.data(), rows, weights, weighted);
+  kernel_.add_coupling({target.rows.coupling, target.starts, widths_.data(),
+                        static_cast<std::int32_t>(widths_.size())},
+                       point[0], rows);
   return true;
 }
 

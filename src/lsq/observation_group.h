@@ -4,6 +4,7 @@
 #include <span>
 #include <vector>
 
+#include "lsq/kernels.h"
 #include "lsq/matrix.h"
 #include "lsq/normal_matrix.h"
 
@@ -51,22 +52,18 @@ class ImageEquations {
   void finish(double& lPl);
 
  private:
-  // Symmetric 2 x 2 weight matrix.
-  struct Weights {
-    double xx;
-    double xy;
-    double yy;
-  };
-  static bool weights_of(const Matrix& b, const Matrix& q, Weights& weights);
-  void gather(std::span<const DesignBlock* const> design, const Weights& weights);
-  void add_point(const Target& target, const Matrix& point, const Weights& weights,
+  static bool weights_of(const Matrix& b, const Matrix& q, PointWeights& weights);
+  void gather(std::span<const DesignBlock* const> design);
+  void add_point(const Target& target, const Matrix& point, const PointWeights& weights,
                  const double (&weighted)[2]);
 
+  const Kernels& kernel_ = kernels();
   NormalMatrix& normal_;
   Vector& rhs_;
   std::vector<std::int32_t> blocks_;
   std::vector<std::int32_t> widths_;
   std::int32_t width_ = 0;        // of all blocks
+  std::int32_t stride_ = 0;       // the same, rounded up to a multiple of 8
   std::vector<double> rows_;      // design rows of all blocks, x then y
   std::vector<double> weighted_;  // the same, weighted
   std::vector<double> products_;  // sum of A'PA, upper triangle

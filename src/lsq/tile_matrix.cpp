@@ -61,8 +61,7 @@ bool TileMatrix::set_structure(std::int32_t size, std::int32_t tile_size,
   }
   const std::size_t area =
       static_cast<std::size_t>(tile_size) * static_cast<std::size_t>(tile_size);
-  if (!values_.fits(count * area)) return false;
-  values_.resize(static_cast<std::size_t>(count) * area);
+  if (!values_.resize(count * area)) return false;
   // Column by column, as the factorisation walks.
   tiles_.assign(n * n, nullptr);
   double* next = values_.data();

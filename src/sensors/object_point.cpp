@@ -42,7 +42,7 @@ std::string ObjectPoint::get_param_name(std::int32_t i) const {
 }
 
 void ObjectPoint::init_params() {
-  alloc_params(3);
+  if (alloc_params(3) != 1) return;
   for (std::int32_t k = 0; k < 3; ++k) {
     const auto c = static_cast<std::size_t>(k);
     set_param(k, xyz[c], std_devs[c]);

@@ -108,7 +108,7 @@ bool FileText::load(const std::string& path) {
       capacity_ = static_cast<std::size_t>(wanted);
     }
     size_ += std::fread(data_.get() + size_, 1, capacity_ - size_, file.get());
-    if (size_ < capacity_) return true;
+    if (size_ < capacity_) return std::ferror(file.get()) == 0;
     if (!regular && size_ >= kDeviceLimit) return true;
     wanted = std::uint64_t{capacity_} * 2;
     if (wanted > SIZE_MAX / 2) return true;

@@ -21,7 +21,7 @@ bool same_file(const std::string& a, const std::string& b);
 // The whole content of a file.
 class FileText {
  public:
-  // Reads the file. False when it cannot be opened or is no file to read: directories, pipes and
+  // Reads the file. False when it cannot be opened or read or is no file: directories, pipes and
   // sockets are none. A character device is read up to a limit, so that an endless one ends.
   bool load(const std::string& path);
   std::string_view view() const { return {data_.get(), size_}; }
