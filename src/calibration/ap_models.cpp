@@ -71,33 +71,154 @@ class Rows {
   double* y_;
 };
 
+// The correction itself: the sum of the derivatives times the parameters, taken in the same order
+// as rows.
+class Sum {
+ public:
+  explicit Sum(const APSet& set) : value_(set.values()) {}
+  void put(double dx, double dy) {
+    total_[0] += dx * *value_;
+    total_[1] += dy * *value_++;
+  }
+  void put_on_both(std::initializer_list<double> terms) {
+    for (const double term : terms) total_[0] += term * *value_++;
+    for (const double term : terms) total_[1] += term * *value_++;
+  }
+  Pair total() const { return total_; }
+
+ private:
+  const double* value_;
+  Pair total_{};
+};
+
+// The terms of the models, put one parameter after the other into rows or into a sum.
+
 // dxp, dyp, dc
-void put_inner_orientation(Rows& rows, const Vec3& p) {
+template <class Terms>
+void put_inner_orientation(Terms& terms, const Vec3& p) {
   const auto [x, y, z] = p;
-  rows.put(1, 0);
-  rows.put(0, 1);
-  rows.put(-x / z, -y / z);
+  terms.put(1, 0);
+  terms.put(0, 1);
+  terms.put(-x / z, -y / z);
 }
 
 // K1, K2, K3
-void put_radial(Rows& rows, const Vec3& p) {
+template <class Terms>
+void put_radial(Terms& terms, const Vec3& p) {
   const double x = p[0];
   const double y = p[1];
   const double r2 = x * x + y * y;
   const double r4 = r2 * r2;
   const double r6 = r4 * r2;
-  rows.put(x * r2, y * r2);
-  rows.put(x * r4, y * r4);
-  rows.put(x * r6, y * r6);
+  terms.put(x * r2, y * r2);
+  terms.put(x * r4, y * r4);
+  terms.put(x * r6, y * r6);
 }
 
 // P1, P2
-void put_decentering(Rows& rows, const Vec3& p) {
+template <class Terms>
+void put_decentering(Terms& terms, const Vec3& p) {
   const double x = p[0];
   const double y = p[1];
   const double xy2 = 2 * x * y;
-  rows.put(3 * x * x + y * y, xy2);
-  rows.put(xy2, x * x + 3 * y * y);
+  terms.put(3 * x * x + y * y, xy2);
+  terms.put(xy2, x * x + 3 * y * y);
+}
+
+template <class Terms>
+void put_gap(Terms& terms, const Vec3& point) {
+  const double x = point[0];
+  const double y = point[1];
+  put_inner_orientation(terms, point);
+  terms.put(-x, 0);
+  terms.put(y, x);
+  put_radial(terms, point);
+  put_decentering(terms, point);
+}
+
+template <class Terms>
+void put_australis(Terms& terms, const Vec3& point) {
+  const double x = point[0];
+  const double y = point[1];
+  const double r2 = x * x + y * y;
+  put_inner_orientation(terms, point);
+  put_radial(terms, point);
+  terms.put(r2 + 2 * x * x, 2 * x * y);
+  terms.put(2 * x * y, r2 + 2 * y * y);
+  terms.put(x, 0);
+  terms.put(y, 0);
+}
+
+template <class Terms>
+void put_in_plane(Terms& terms, const Vec3& point) {
+  const double x = point[0];
+  const double y = point[1];
+  const double xy = x * y;
+  for (const double dx : {x, y, xy, y * y, x * xy, xy * y, xy * xy}) terms.put(dx, 0);
+  for (const double dy : {xy, x * x, x * xy, xy * y, xy * xy}) terms.put(0, dy);
+}
+
+template <class Terms>
+void put_out_of_plane(Terms& terms, const Vec3& point) {
+  const auto [x, y, z] = point;
+  const double u = x / z;
+  const double v = y / z;
+  const double x2 = x * x;
+  const double y2 = y * y;
+  for (const double term : {x2 - y2, x2 * y2, x2 * x2 - y2 * y2}) terms.put(term * u, term * v);
+}
+
+template <class Terms>
+void put_p12(Terms& terms, const Vec3& point, double grid_width) {
+  const double x = point[0];
+  const double y = point[1];
+  const double k = 0.6666666666666666 * (grid_width * grid_width);
+  const double X = x * x - k;
+  const double Y = y * y - k;
+  terms.put(x, -y);
+  terms.put(y, x);
+  terms.put(-2 * X, x * y);
+  terms.put(x * y, -2 * Y);
+  terms.put(Y, 0);
+  terms.put(0, X);
+  terms.put(x * Y, 0);
+  terms.put(0, y * X);
+  terms.put(y * X, 0);
+  terms.put(0, x * Y);
+  terms.put(X * Y, 0);
+  terms.put(0, X * Y);
+}
+
+// Auxiliary polynomials of degree 2 to 4, orthogonal over the grid:
+//   X = x^2 - b^2/2,  A = x^2 - 0.85 b^2,  U = x^2 (x^2 - 31/28 b^2) + 9/70 b^4
+// and Y, B, V likewise.
+template <class Terms>
+void put_p44(Terms& terms, const Vec3& point, double grid_width) {
+  constexpr double kFactor = -1.4285714285714286;  // -10/7
+  const double x = point[0];
+  const double y = point[1];
+  const double xy = x * y;
+  const double b2 = grid_width * grid_width;
+  const double q = 1.1071428571428572 * b2;
+  const double t = 0.12857142857142856 * (b2 * b2);
+  const double X = x * x - b2 / 2;
+  const double Y = y * y - b2 / 2;
+  const double A = x * x - 0.85 * b2;
+  const double B = y * y - 0.85 * b2;
+  const double U = x * x * (x * x - q) + t;
+  const double V = y * y * (y * y - q) + t;
+  terms.put(x, -y);
+  terms.put(y, x);
+  terms.put(xy, kFactor * Y);
+  terms.put(Y, 0);
+  terms.put(0, X);
+  terms.put(kFactor * X, xy);
+  terms.put_on_both({x * A, y * X, x * Y, y * B});
+  terms.put_on_both({U, xy * A, X * Y, xy * B, V});
+  terms.put_on_both({y * U, x * Y * A, y * X * B, x * V});
+  terms.put_on_both({Y * U, xy * A * B, X * V});
+  terms.put_on_both({y * B * U, x * A * V});
+  terms.put_on_both({U * V});
 }
 
 }  // namespace
@@ -105,29 +226,27 @@ void put_decentering(Rows& rows, const Vec3& p) {
 APSetGAP::APSetGAP() : APSet(kGAP) {}
 
 void APSetGAP::get_derivs(const Vec3& point, DesignBlock& block) const {
-  const double x = point[0];
-  const double y = point[1];
   Rows rows(block, *this);
-  put_inner_orientation(rows, point);
-  rows.put(-x, 0);
-  rows.put(y, x);
-  put_radial(rows, point);
-  put_decentering(rows, point);
+  put_gap(rows, point);
+}
+
+Pair APSetGAP::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_gap(sum, point);
+  return sum.total();
 }
 
 APSetAustralis::APSetAustralis() : APSet(kAustralis) {}
 
 void APSetAustralis::get_derivs(const Vec3& point, DesignBlock& block) const {
-  const double x = point[0];
-  const double y = point[1];
-  const double r2 = x * x + y * y;
   Rows rows(block, *this);
-  put_inner_orientation(rows, point);
-  put_radial(rows, point);
-  rows.put(r2 + 2 * x * x, 2 * x * y);
-  rows.put(2 * x * y, r2 + 2 * y * y);
-  rows.put(x, 0);
-  rows.put(y, 0);
+  put_australis(rows, point);
+}
+
+Pair APSetAustralis::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_australis(sum, point);
+  return sum.total();
 }
 
 APSetIO::APSetIO() : APSet(kIO) {}
@@ -137,11 +256,23 @@ void APSetIO::get_derivs(const Vec3& point, DesignBlock& block) const {
   put_inner_orientation(rows, point);
 }
 
+Pair APSetIO::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_inner_orientation(sum, point);
+  return sum.total();
+}
+
 APSetRadial::APSetRadial() : APSet(kRadial) {}
 
 void APSetRadial::get_derivs(const Vec3& point, DesignBlock& block) const {
   Rows rows(block, *this);
   put_radial(rows, point);
+}
+
+Pair APSetRadial::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_radial(sum, point);
+  return sum.total();
 }
 
 APSetDecentering::APSetDecentering() : APSet(kDecentering) {}
@@ -151,27 +282,36 @@ void APSetDecentering::get_derivs(const Vec3& point, DesignBlock& block) const {
   put_decentering(rows, point);
 }
 
+Pair APSetDecentering::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_decentering(sum, point);
+  return sum.total();
+}
+
 APSetInPlane::APSetInPlane() : APSet(kInPlane) {}
 
 void APSetInPlane::get_derivs(const Vec3& point, DesignBlock& block) const {
-  const double x = point[0];
-  const double y = point[1];
-  const double xy = x * y;
   Rows rows(block, *this);
-  for (const double dx : {x, y, xy, y * y, x * xy, xy * y, xy * xy}) rows.put(dx, 0);
-  for (const double dy : {xy, x * x, x * xy, xy * y, xy * xy}) rows.put(0, dy);
+  put_in_plane(rows, point);
+}
+
+Pair APSetInPlane::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_in_plane(sum, point);
+  return sum.total();
 }
 
 APSetOutOfPlane::APSetOutOfPlane() : APSet(kOutOfPlane) {}
 
 void APSetOutOfPlane::get_derivs(const Vec3& point, DesignBlock& block) const {
-  const auto [x, y, z] = point;
-  const double u = x / z;
-  const double v = y / z;
-  const double x2 = x * x;
-  const double y2 = y * y;
   Rows rows(block, *this);
-  for (const double term : {x2 - y2, x2 * y2, x2 * x2 - y2 * y2}) rows.put(term * u, term * v);
+  put_out_of_plane(rows, point);
+}
+
+Pair APSetOutOfPlane::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_out_of_plane(sum, point);
+  return sum.total();
 }
 
 int APSetP::read(TokenReader& in) {
@@ -197,58 +337,27 @@ void APSetP::print(TextWriter& out) const {
 APSetP12::APSetP12() : APSetP(kP12) {}
 
 void APSetP12::get_derivs(const Vec3& point, DesignBlock& block) const {
-  const double x = point[0];
-  const double y = point[1];
-  const double k = 0.6666666666666666 * (grid_width * grid_width);
-  const double X = x * x - k;
-  const double Y = y * y - k;
   Rows rows(block, *this);
-  rows.put(x, -y);
-  rows.put(y, x);
-  rows.put(-2 * X, x * y);
-  rows.put(x * y, -2 * Y);
-  rows.put(Y, 0);
-  rows.put(0, X);
-  rows.put(x * Y, 0);
-  rows.put(0, y * X);
-  rows.put(y * X, 0);
-  rows.put(0, x * Y);
-  rows.put(X * Y, 0);
-  rows.put(0, X * Y);
+  put_p12(rows, point, grid_width);
+}
+
+Pair APSetP12::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_p12(sum, point, grid_width);
+  return sum.total();
 }
 
 APSetP44::APSetP44() : APSetP(kP44) {}
 
-// Auxiliary polynomials of degree 2 to 4, orthogonal over the grid:
-//   X = x^2 - b^2/2,  A = x^2 - 0.85 b^2,  U = x^2 (x^2 - 31/28 b^2) + 9/70 b^4
-// and Y, B, V likewise.
 void APSetP44::get_derivs(const Vec3& point, DesignBlock& block) const {
-  constexpr double kFactor = -1.4285714285714286;  // -10/7
-  const double x = point[0];
-  const double y = point[1];
-  const double xy = x * y;
-  const double b2 = grid_width * grid_width;
-  const double q = 1.1071428571428572 * b2;
-  const double t = 0.12857142857142856 * (b2 * b2);
-  const double X = x * x - b2 / 2;
-  const double Y = y * y - b2 / 2;
-  const double A = x * x - 0.85 * b2;
-  const double B = y * y - 0.85 * b2;
-  const double U = x * x * (x * x - q) + t;
-  const double V = y * y * (y * y - q) + t;
   Rows rows(block, *this);
-  rows.put(x, -y);
-  rows.put(y, x);
-  rows.put(xy, kFactor * Y);
-  rows.put(Y, 0);
-  rows.put(0, X);
-  rows.put(kFactor * X, xy);
-  rows.put_on_both({x * A, y * X, x * Y, y * B});
-  rows.put_on_both({U, xy * A, X * Y, xy * B, V});
-  rows.put_on_both({y * U, x * Y * A, y * X * B, x * V});
-  rows.put_on_both({Y * U, xy * A * B, X * V});
-  rows.put_on_both({y * B * U, x * A * V});
-  rows.put_on_both({U * V});
+  put_p44(rows, point, grid_width);
+}
+
+Pair APSetP44::get_correction(const Vec3& point) const {
+  Sum sum(*this);
+  put_p44(sum, point, grid_width);
+  return sum.total();
 }
 
 std::unique_ptr<APSet> make_ap_set(Keyword keyword) {

@@ -17,6 +17,7 @@ class APSetGAP : public APSet {
  public:
   APSetGAP();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // The same effects in the Australis convention:
@@ -26,6 +27,7 @@ class APSetAustralis : public APSet {
  public:
   APSetAustralis();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // dx = dxp - dc x/z,  dy = dyp - dc y/z
@@ -33,6 +35,7 @@ class APSetIO : public APSet {
  public:
   APSetIO();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // (dx, dy) = (x, y) (K1 r2 + K2 r2^2 + K3 r2^3)
@@ -40,6 +43,7 @@ class APSetRadial : public APSet {
  public:
   APSetRadial();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // dx = P1 (3x^2 + y^2) + 2 P2 xy,  dy = 2 P1 xy + P2 (x^2 + 3y^2)
@@ -47,6 +51,7 @@ class APSetDecentering : public APSet {
  public:
   APSetDecentering();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // dx = a1 x + a2 y + a3 xy + a4 y^2 + a5 x^2y + a6 xy^2 + a7 x^2y^2
@@ -55,6 +60,7 @@ class APSetInPlane : public APSet {
  public:
   APSetInPlane();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // (dx, dy) = (x, y)/z (a13 (x^2 - y^2) + a14 x^2y^2 + a15 (x^4 - y^4))
@@ -62,6 +68,7 @@ class APSetOutOfPlane : public APSet {
  public:
   APSetOutOfPlane();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // Base of the two models that are orthogonal over a regular grid of image points.
@@ -81,6 +88,7 @@ class APSetP12 : public APSetP {
  public:
   APSetP12();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // Polynomials orthogonal over a grid of 5 x 5 points (Gruen, 1978).
@@ -88,6 +96,7 @@ class APSetP44 : public APSetP {
  public:
   APSetP44();
   void get_derivs(const Vec3& point, DesignBlock& block) const override;
+  Pair get_correction(const Vec3& point) const override;
 };
 
 // An empty set of the model that a keyword of the AP-set file names; null for any other keyword.

@@ -68,12 +68,14 @@ class APSet : public AdjObject {
 
   // Binds the set to the camera it names. 1, or -1 with a message on standard output.
   int bind_to_camera(const OwnedList<Camera>& cameras);
-  // Correction (dx, dy) [m] at a reduced image point.
-  Pair get_correction(const Vec3& point) const;
+  // Correction (dx, dy) [m] at a reduced image point: the derivatives times the parameters. The
+  // models sum it up without forming the derivatives.
+  virtual Pair get_correction(const Vec3& point) const;  // 18
   // The same from those parameters k only whose character mask[k] is '1'.
   Pair get_correction_masked(const Vec3& point, std::string_view mask) const;
 
   std::int32_t num_ap() const { return num_ap_; }
+  const double* values() const { return values_.get(); }
   double& value(std::int32_t k) { return values_[static_cast<std::size_t>(k)]; }
   double value(std::int32_t k) const { return values_[static_cast<std::size_t>(k)]; }
   double& std_dev(std::int32_t k) { return std_devs_[static_cast<std::size_t>(k)]; }

@@ -20,7 +20,8 @@ namespace {
 using Index = std::ptrdiff_t;
 
 using Lanes = double __attribute__((vector_size(VORN_LANES * sizeof(double))));
-using LanesInMemory = double
+// A typedef, because Clang drops the alignment of an alias declaration.
+typedef double LanesInMemory
     __attribute__((vector_size(VORN_LANES * sizeof(double)), aligned(sizeof(double)), may_alias));
 
 inline Lanes load(const double* p) { return *reinterpret_cast<const LanesInMemory*>(p); }

@@ -186,7 +186,9 @@ TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
       }
       Vector p;
       const int expected = cholesky(dense, p);
-      if (row % 17 != 3) EXPECT_EQ(expected, row + 1);
+      if (row % 17 != 3) {
+        EXPECT_EQ(expected, row + 1);
+      }
       EXPECT_EQ(normal.factorise(p), expected) << row;
       if (!std::isnan(spoilt)) normal.add(row, row, diagonal - normal.at(row, row));
     }
@@ -262,7 +264,9 @@ TEST_P(KernelVersions, FactoriseATile) {
       }
       EXPECT_NEAR(at(product, r, c), -ab, 1e-11);
       EXPECT_NEAR(ql, at(product, r, c), 1e-10);
-      if (c <= r) EXPECT_NEAR(ll, at(square, r, c), 1e-10);
+      if (c <= r) {
+        EXPECT_NEAR(ll, at(square, r, c), 1e-10);
+      }
     }
   }
   factor = square;

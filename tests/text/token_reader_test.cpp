@@ -1,0 +1,164 @@
+#include "text/token_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <istream>
+#include <locale>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/noise.h"
+
+namespace vorn {
+namespace {
+
+// The standard library's formatted extraction, which the reader promises to follow.
+class Reference {
+ public:
+  explicit Reference(const std::string& text) : in_(text) { in_.imbue(std::locale::classic()); }
+
+  bool failed() const { return in_.fail(); }
+  bool read_word(std::string& word) { return !!(in_ >> word); }
+  template <class T>
+  bool read(T& value) {
+    return !!(in_ >> value);
+  }
+  bool read_char(char& c) { return !!(in_ >> c); }
+  bool read_list(double* target, int count) {
+    double values[3] = {};
+    char c = '\0';
+    if (!(in_ >> c)) return false;
+    if (c == '(') {
+      for (int i = 0; i < count; ++i) {
+        if (!(in_ >> values[i] >> c)) return false;
+        if (c == ')') break;
+        if (c != ',' || i + 1 == count) in_.setstate(std::ios::failbit);
+        if (in_.fail()) return false;
+      }
+    } else {
+      in_.putback(c);
+      for (int i = 0; i < count; ++i) in_ >> values[i];
+    }
+    if (in_.fail()) return false;
+    for (int i = 0; i < count; ++i) target[i] = values[i];
+    return true;
+  }
+  bool read_pair(double& a, double& b) {
+    double values[3] = {a, b};
+    const bool good = read_list(values, 2);
+    a = values[0];
+    b = values[1];
+    return good;
+  }
+  bool read_triple(double (&values)[3]) { return read_list(values, 3); }
+
+ private:
+  std::istringstream in_;
+};
+
+std::string shown(double value) {
+  std::ostringstream out;
+  out << std::hexfloat << value << (std::signbit(value) ? '-' : '+');
+  return out.str();
+}
+
+// Reads as the letters of `script` say and notes all that can be seen: results, targets, state.
+template <class Reader>
+std::string protocol(Reader& in, std::string_view script) {
+  std::ostringstream out;
+  for (const char operation : script) {
+    std::string word = "old";
+    double values[3] = {7.0, 8.0, 9.0};
+    std::int32_t integer = 7;
+    bool flag = true;
+    char c = '?';
+    const bool good = operation == 'w'   ? in.read_word(word)
+                      : operation == 'd' ? in.read(values[0])
+                      : operation == 'i' ? in.read(integer)
+                      : operation == 'b' ? in.read(flag)
+                      : operation == 'c' ? in.read_char(c)
+                      : operation == 'p' ? in.read_pair(values[0], values[1])
+                                         : in.read_triple(values);
+    // A failed list leaves its targets alone; a failed word does so only without any character.
+    out << operation << good << in.failed() << ' ' << word << ' ' << shown(values[0]) << ' '
+        << shown(values[1]) << ' ' << shown(values[2]) << ' ' << integer << flag << c << '\n';
+  }
+  return out.str();
+}
+
+void expect_like_a_stream(const std::string& text) {
+  for (const char* script : {"ww", "dww", "iww", "bww", "ddd", "iid", "bbb", "cdcw", "dcdcw", "pww",
+                             "ppw", "tww", "ttw", "wpt"}) {
+    Reference reference(text);
+    TokenReader reader(text);
+    EXPECT_EQ(protocol(reader, script), protocol(reference, script))
+        << "reading [" << text << "] as " << script;
+  }
+}
+
+TEST(TokenReader, ReadsWhatStreamsRead) {
+  const std::string texts =
+      "| |\t\r\n\v\f|a|a b c d|stop-dep|1 2 3|1,2|-1|+1|- 1|--1|+-1|0|-0|00012|007.50|"
+      "1.5abc|1.5.5|1..5|.5|+.5|-.5e1|5.|5.e2|.|-.|e5|1e|1e+|1e-|1e5x|1E5|1e+05|1e5.5|"
+      "1e5e5|1d5|0x10|0x|1f|inf|nan|infinity|-inf|1e308|1e309|-1e309|1e400|"
+      "1e99999999999999999999|1e-99999999999999999999|0e99999999999999999999|-1e-400|"
+      "1e-308|1e-320|4e-324|2e-324|2.5e-324|1.7976931348623157e308|"
+      "1.7976931348623159e308|2147483647|2147483648|-2147483648|-2147483649|"
+      "99999999999999999999|3.7|-3.7|2|01|-1 0 1|1 2|10|0.1|1a|a1|123456789012345678|"
+      "1234567890123456789|9007199254740993|9007199254740992.5|0.30000000000000004|"
+      "0.1000000000000000055511151231257827021181583404541015625|"
+      "100000000000000000000000000000000000000001e-20|4.35|179769313486231570000.0e288|"
+      "0.000000000000000000000000000000000000000000000000000000000000000000001e70|(1,2)|"
+      "(1)|( 1 , 2 )|(1;2)|(1 2)|(1,2|(1,|(|()|(a)|(1,2,3)|(1,2,3,4)|(1,2)(3)|1 (2)|(1)2|"
+      "(1,)|1\r\n2\r\n|1 2\n|1,5 2,5|\xC3\xA9 \xFF|1\xA0|";
+  for (std::size_t begin = 0; begin < texts.size();) {
+    const std::size_t end = texts.find('|', begin);
+    expect_like_a_stream(texts.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  expect_like_a_stream(std::string("a\0b 1\0", 6));
+  expect_like_a_stream(std::string(800, '1') + " 0." + std::string(800, '0') + "1");
+}
+
+TEST(TokenReader, ReadsWhatStreamsReadOfRandomText) {
+  constexpr std::string_view kAlphabet = "0123456789012345678901234567890..--++eE  \n\t(),,xa";
+  test::Noise noise(1);
+  for (int i = 0; i < 3000; ++i) {
+    std::string text(noise.below(24), ' ');
+    for (char& c : text) c = kAlphabet[noise.below(kAlphabet.size())];
+    expect_like_a_stream(text);
+  }
+}
+
+TEST(TokenReader, LooksAheadWithoutReading) {
+  TokenReader in("  # comment to the end\n\n x 5");
+  char c = '\0';
+  ASSERT_TRUE(in.peek_char(c));
+  EXPECT_EQ(c, '#');
+  in.skip_line();
+  ASSERT_TRUE(in.read_char(c));
+  EXPECT_EQ(c, 'x');
+  in.put_back();
+  std::string_view word;
+  EXPECT_TRUE(in.read_word(word) && word == "x");
+  EXPECT_FALSE(in.only_blanks_left());
+  std::int32_t number = 0;
+  EXPECT_TRUE(in.read(number) && number == 5);
+  EXPECT_TRUE(in.only_blanks_left());
+  EXPECT_TRUE(in.ok());
+  EXPECT_FALSE(in.peek_char(c));
+  EXPECT_TRUE(in.failed());
+
+  TokenReader told("1");
+  told.fail();
+  EXPECT_FALSE(told.read(number));
+  TokenReader comment_at_end("# last line without an end");
+  comment_at_end.skip_line();
+  EXPECT_FALSE(comment_at_end.read_word(word));
+}
+
+}  // namespace
+}  // namespace vorn
