@@ -49,8 +49,9 @@ bool make_grid(const APSet& set, const Options& options, const OwnedList<Camera>
     return false;
   }
   grid = grid_of(*camera, options.grid_x, options.grid_y);
-  if (grid.nx < 1 || grid.ny < 1) return true;
-  return static_cast<double>(grid.nx) * static_cast<double>(grid.ny) <= kMaxGridPoints;
+  const double columns = std::max(grid.nx, 1);
+  const double rows = std::max(grid.ny, 1);
+  return columns * rows <= kMaxGridPoints;
 }
 
 void print_range(TextWriter& out, std::string_view axis, double min, double max) {
@@ -61,7 +62,6 @@ void print_range(TextWriter& out, std::string_view axis, double min, double max)
 
 void print_effects(TextWriter& out, const APSet& set, const Grid& grid, std::string_view mask) {
   constexpr NumberFormat kMicrometres = with_plus(fixed(1, 6));
-  if (grid.nx < 1) return;
   for (std::int32_t row = 0; row < grid.ny; ++row) {
     for (std::int32_t column = 0; column < grid.nx; ++column) {
       const Vec3 point = {grid.x_min + column * grid.step_x, grid.y_max - row * grid.step_y,

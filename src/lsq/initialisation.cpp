@@ -178,6 +178,15 @@ NormalStructure find_structure(BundleProject& project) {
   return structure;
 }
 
+// Small systems gain nothing from their structure. A file of the matrix shows the factor in the
+// order of the unknowns.
+NormalMatrix::Method method_for(const BundleProject& project, std::int32_t size) {
+  constexpr std::int32_t kSmall = 256;
+  if (size <= kSmall) return NormalMatrix::Method::dense;
+  return project.options.matrix_file == "none" ? NormalMatrix::Method::eliminate
+                                               : NormalMatrix::Method::eliminate_in_order;
+}
+
 // Chooses the solver and lays the normal equations out. 1 or -1.
 int choose_solver(BundleProject& project, TextWriter& report) {
   if (ls_params().interface != 0) {
@@ -186,9 +195,7 @@ int choose_solver(BundleProject& project, TextWriter& report) {
   }
   project.solver = std::make_unique<AdjInterfaceNative>();
   const std::int32_t size = project.unknowns.num_unknowns();
-  // A file of the matrix shows the factor in the order of the unknowns.
-  const bool natural_order = project.options.matrix_file != "none";
-  if (!project.normal.set_structure(find_structure(project), natural_order)) {
+  if (!project.normal.set_structure(find_structure(project), method_for(project, size))) {
     report << "ERROR: The normal equations of " << size
            << " unknowns do not fit the address space.\n";
     return -1;

@@ -41,15 +41,18 @@ std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& bl
 
 // ---- structure ---------------------------------------------------------------------------------
 
-bool NormalMatrix::set_structure(const NormalStructure& structure, bool natural_order) {
+bool NormalMatrix::set_structure(const NormalStructure& structure, Method method) {
   structure_ = structure;
+  method_ = method;
   release_batch();
   size_ = structure.num_unknowns();
   num_points_ = structure.num_points();
   lay_out_blocks(structure);
   const NormalStructure::PointBlocks blocks = structure.point_blocks();
-  if (!lay_out_points(structure, blocks) || !lay_out_pairs(structure) ||
-      !reduced_.set_structure(structure, blocks, natural_order)) {
+  if (!lay_out_points(structure, blocks) || !lay_out_pairs(structure)) return false;
+  if (method == Method::dense) {
+    dense_.resize(size_, size_);
+  } else if (!reduced_.set_structure(structure, blocks, method == Method::eliminate_in_order)) {
     return false;
   }
   zero();
@@ -60,7 +63,7 @@ void NormalMatrix::resize(std::int32_t n) {
   if (n == size_ && num_points_ == 0) return;
   NormalStructure structure;
   if (n > 0) structure.add_group({structure.add_block(n)});
-  if (!set_structure(structure, true)) throw std::bad_alloc();
+  if (!set_structure(structure, Method::dense)) throw std::bad_alloc();
 }
 
 void NormalMatrix::lay_out_blocks(const NormalStructure& structure) {

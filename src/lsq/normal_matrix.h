@@ -36,10 +36,15 @@ class NormalMatrix {
   NormalMatrix& operator=(const NormalMatrix&) = delete;
   ~NormalMatrix();
 
-  // Takes memory for a structure, with all elements zero. `natural_order` keeps the factor in the
-  // order of the unknowns, for those who want to see it. False when the matrix does not fit the
+  // How the matrix is factorised: by elimination of the points, with the reduced part in an order
+  // that keeps it sparse; the same in the order of the unknowns, for those who want to see the
+  // factor; or by the dense routines, element by element in the prescribed order, for small
+  // systems.
+  enum class Method { eliminate, eliminate_in_order, dense };
+
+  // Takes memory for a structure, with all elements zero. False when the matrix does not fit the
   // address space.
-  bool set_structure(const NormalStructure& structure, bool natural_order = false);
+  bool set_structure(const NormalStructure& structure, Method method = Method::eliminate);
   // A matrix of n unknowns of which nothing is known: all of them in one block of the reduced part.
   void resize(std::int32_t n);
   std::int32_t size() const { return size_; }
@@ -145,6 +150,7 @@ class NormalMatrix {
   void load(ReducedMatrix& reduced) const;
   std::int32_t reduce(PointBatch& batch, ReducedMatrix& reduced, double* diagonal_of_factor,
                       const Forward* forward) const;
+  void fill_dense();
   PointBatch& batch();
   void release_batch();
   std::int32_t finish_factorisation(std::int32_t failed, Vector& p);
@@ -169,6 +175,8 @@ class NormalMatrix {
   std::vector<std::vector<BlockPair>> pairs_;  // of each block, with itself and later ones
   LargeArray point_values_;
   LargeArray pair_values_;
+  Method method_ = Method::eliminate;
+  Matrix dense_;  // N and L of the dense method
   ReducedMatrix reduced_;
   std::unique_ptr<PointBatch> batch_;  // working memory of all factorisations
   // The factor in the order of the unknowns, made when somebody looks at it and reduced_ has

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "lsq/cholesky.h"
 #include "lsq/kernels.h"
 #include "lsq/normal_matrix.h"
 #include "lsq/point_factor.h"
@@ -168,7 +169,37 @@ std::int32_t NormalMatrix::first_failing_pivot() const {
   return 0;
 }
 
+void NormalMatrix::fill_dense() {
+  dense_.zero();
+  for (std::int32_t point = 0; point < num_points_; ++point) {
+    const double* element = diagonal(point);
+    for (std::int32_t r = 0; r < 3; ++r) {
+      double* const row = dense_[3 * point + r];
+      for (std::int32_t c = r; c < 3; ++c) row[3 * point + c] = *element++;
+      for (const PointBlock& at : blocks_of(point)) {
+        const std::int32_t width = block_width(at.block);
+        std::copy_n(coupling(point, at) + r * width, width, row + block_index(at.block));
+      }
+    }
+  }
+  for (std::size_t a = 0; a < pairs_.size(); ++a) {
+    for (const BlockPair& pair : pairs_[a]) {
+      const std::int32_t width = block_width(pair.other);
+      for (std::int32_t r = 0; r < blocks_[a].width; ++r) {
+        std::copy_n(pair_values_.data() + pair.offset + place(r) * place(width), width,
+                    dense_[blocks_[a].index + r] + block_index(pair.other));
+      }
+    }
+  }
+}
+
 std::int32_t NormalMatrix::factorise(Vector& p) {
+  if (method_ == Method::dense) {
+    fill_dense();
+    const int failed = cholesky(dense_, p);
+    factorised_ = failed == 0;
+    return failed;
+  }
   p.resize(size_);
   return finish_factorisation(reduce(batch(), reduced_, p.data(), nullptr), p);
 }
@@ -219,6 +250,7 @@ const ReducedMatrix& NormalMatrix::natural_factor() const {
 
 // Element (i, j), i > j, of L in the order of the unknowns.
 double NormalMatrix::factor_at(std::int32_t i, std::int32_t j) const {
+  if (method_ == Method::dense) return dense_[i][j];
   const std::int32_t reduced = num_point_unknowns();
   if (j >= reduced) return natural_factor().tiles.at(i - reduced, j - reduced);
   PointFactor factor;
@@ -249,6 +281,10 @@ std::vector<double> NormalMatrix::reduced_rhs(const Vector& b) const {
 
 std::int32_t NormalMatrix::solve(const Vector& b, Vector& x, Vector& p) {
   if (b.size() != size_) return -3;
+  if (method_ == Method::dense) {
+    const std::int32_t failed = factorise(p);
+    return failed == 0 ? substitute(p, b, x) : failed;
+  }
   p.resize(size_);
   x.resize(size_);
   std::vector<double> rhs = reduced_rhs(b);
@@ -262,6 +298,7 @@ std::int32_t NormalMatrix::solve(const Vector& b, Vector& x, Vector& p) {
 int NormalMatrix::substitute(const Vector& p, const Vector& b, Vector& x) const {
   if (p.size() != size_) return -2;
   if (b.size() != size_) return -3;
+  if (method_ == Method::dense) return back_substitution(dense_, p, b, x);
   x.resize(size_);
   std::vector<double> rhs = reduced_rhs(b);
   PointFactor factor;

@@ -48,6 +48,8 @@ bool TileMatrix::set_structure(std::int32_t size, std::int32_t tile_size,
   tile_size_ = tile_size;
   num_tiles_ = pattern.num_tiles();
   const auto n = static_cast<std::size_t>(num_tiles_);
+  // The table of tiles counts their pairs, which 32 bits may not hold.
+  if (!LargeArray::fits(std::uint64_t{n} * n)) return false;
   rows_.assign(n, {});
   columns_.assign(n, {});
   std::uint64_t count = 0;

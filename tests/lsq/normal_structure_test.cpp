@@ -23,8 +23,12 @@ struct Scene {
   Vector rhs;
 };
 
-// Adds A'PA of one observation of an image (its blocks) and a point, both to the structured and to the
-// dense matrix.
+NormalMatrix::Method method_of(bool natural) {
+  return natural ? NormalMatrix::Method::eliminate_in_order : NormalMatrix::Method::eliminate;
+}
+
+// Adds A'PA of one observation of an image (its blocks) and a point, both to the structured and to
+// the dense matrix.
 void observe(std::mt19937& random, const std::vector<std::int32_t>& group, std::int32_t point,
              Scene& scene) {
   std::uniform_real_distribution<double> value(-1.0, 1.0);
@@ -46,8 +50,8 @@ void observe(std::mt19937& random, const std::vector<std::int32_t>& group, std::
   }
 }
 
-// `reach` limits the images that see a point to neighbours, which makes the reduced matrix sparse; a block of
-// `set_width` is shared by all images, one of 5 unknowns by none of them.
+// `reach` limits the images that see a point to neighbours, which makes the reduced matrix sparse;
+// a block of `set_width` is shared by all images, one of 5 unknowns by none of them.
 void build(std::uint32_t seed, std::int32_t images, std::int32_t points, std::int32_t reach,
            std::int32_t set_width, bool natural, Scene& scene) {
   std::mt19937 random(seed);
@@ -77,7 +81,7 @@ void build(std::uint32_t seed, std::int32_t images, std::int32_t points, std::in
     scene.structure.add_group({i, set});
     for (const std::int32_t p : seen[static_cast<std::size_t>(i)]) scene.structure.add_ray(p);
   }
-  ASSERT_TRUE(scene.normal.set_structure(scene.structure, natural));
+  ASSERT_TRUE(scene.normal.set_structure(scene.structure, method_of(natural)));
   const std::int32_t n = scene.structure.num_unknowns();
   scene.dense.resize(n, n);
   scene.dense.zero();
@@ -196,7 +200,7 @@ TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
     Scene fresh;
     const Shape shape = GetParam();
     build(7U, shape.images, shape.points, shape.reach, shape.set_width, shape.natural, fresh);
-    normal.set_structure(fresh.structure, shape.natural);
+    normal.set_structure(fresh.structure, method_of(shape.natural));
     for (std::int32_t i = 0; i < n; ++i) {
       for (std::int32_t j = i; j < n; ++j) {
         if (fresh.normal.at(i, j) != 0.0) normal.add(i, j, fresh.normal.at(i, j));
