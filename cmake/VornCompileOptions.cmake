@@ -15,11 +15,17 @@ function(vorn_compile_options target)
     target_compile_options(${target} PRIVATE -msse2 -mfpmath=sse -mstackrealign)
   endif()
 
+  # Files of any size, and inode numbers of 64 bits, in 32-bit programs too.
+  if(NOT WIN32)
+    target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+  endif()
+
   if(VORN_SANITIZE)
     set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
     # GCC takes the sanitizers' own code for uses of uninitialised values.
     target_compile_options(${target} PRIVATE
-      ${sanitizers} -fno-omit-frame-pointer -Wno-maybe-uninitialized)
+      ${sanitizers} -fno-omit-frame-pointer
+      $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_compile_definitions(${target} PRIVATE _GLIBCXX_ASSERTIONS)
     target_link_options(${target} PRIVATE ${sanitizers})
   endif()

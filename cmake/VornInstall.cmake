@@ -1,0 +1,70 @@
+# What `cmake --install` puts where, and the packages that `cpack` makes of it.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# Header, library and, on Windows, the import library and the list of exports, from which any other
+# linker can make one of its own.
+install(TARGETS vorn EXPORT VornTargets
+  RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(FILES "${PROJECT_SOURCE_DIR}/include/vorn/vorn.h"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/vorn")
+if(WIN32)
+  install(FILES "${PROJECT_SOURCE_DIR}/cmake/vorn.def" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(TARGET vorn_command)
+  install(TARGETS vorn_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+endif()
+
+# find_package(Vorn) gives the target Vorn::vorn.
+set(vorn_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Vorn")
+install(EXPORT VornTargets NAMESPACE Vorn:: DESTINATION "${vorn_package_dir}")
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/VornConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/VornConfig.cmake" INSTALL_DESTINATION "${vorn_package_dir}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/VornConfigVersion.cmake"
+  COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/VornConfig.cmake"
+  "${PROJECT_BINARY_DIR}/VornConfigVersion.cmake" DESTINATION "${vorn_package_dir}")
+
+# The pkg-config file finds the rest from where it lies, so an installed tree can be moved.
+cmake_path(SET vorn_pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+  BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${vorn_pkgconfig_dir}"
+  OUTPUT_VARIABLE vorn_prefix_from_pkgconfig)
+configure_file("${PROJECT_SOURCE_DIR}/packaging/vorn.pc.in" "${PROJECT_BINARY_DIR}/vorn.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/vorn.pc" DESTINATION "${vorn_pkgconfig_dir}")
+
+if(TARGET vorn_command AND NOT WIN32)
+  configure_file("${PROJECT_SOURCE_DIR}/packaging/vorn.1.in" "${PROJECT_BINARY_DIR}/vorn.1" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/vorn.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  install(FILES "${PROJECT_SOURCE_DIR}/packaging/vorn.bash-completion"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME vorn)
+endif()
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  PATTERN "__pycache__" EXCLUDE)
+
+set(CPACK_PACKAGE_NAME vorn)
+set(CPACK_PACKAGE_CONTACT "The Vorn developers <vorn@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    set(CPACK_SYSTEM_NAME win32)
+  else()
+    set(CPACK_SYSTEM_NAME win64)
+  endif()
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SECTION science)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  # Scripts for the linker's cache, which a package with a library has to refresh.
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/triggers")
+endif()
+include(CPack)
