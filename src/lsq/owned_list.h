@@ -2,31 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-namespace vorn {
+#include "lsq/hash_id.h"
 
-// Hash of an identifier; short texts are mixed eight characters at a time.
-inline std::uint64_t hash_id(std::string_view id) noexcept {
-  constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15U;
-  std::uint64_t hash = id.size() * kMultiplier;
-  const char* p = id.data();
-  std::size_t left = id.size();
-  while (left > 0) {
-    const std::size_t count = left < 8 ? left : 8;
-    std::uint64_t word = 0;
-    std::memcpy(&word, p, count);
-    hash = (hash ^ word) * kMultiplier;
-    hash ^= hash >> 29U;
-    p += count;
-    left -= count;
-  }
-  return hash;
-}
+namespace vorn {
 
 // Owning list of heap objects in input order, found by identifier.
 //
