@@ -6,20 +6,14 @@
 #include <string_view>
 
 #include "geometry/image_geometry.h"
-#include "lsq/ls_params.h"
+#include "support/ls_params_guard.h"
 #include "text/token_reader.h"
 
 namespace vorn::test {
 
-// Tests that start from the default least-squares parameters of the process and leave no trace
-// there.
+// Tests that start from the default least-squares parameters of the process.
 class GeometryTest : public testing::Test {
- protected:
-  GeometryTest() : saved_(ls_params()) { ls_params() = LSParams(); }
-  ~GeometryTest() override { ls_params() = saved_; }
-
- private:
-  LSParams saved_;
+  LSParamsGuard defaults_;
 };
 
 // A geometry read from a record without its type keyword, ready to project.
