@@ -137,6 +137,8 @@ TEST_F(FileFaults, DataFilesThatAreNone) {
   for (const BadInput& bad : kBadInputs) {
     for (const auto& [name, text] : project_.files) {
       if (name == "project.ctl") continue;
+      // 64 megabytes of it are read: a few files will do.
+      if (bad.name == "/dev/zero" && name != "obj.txt" && name != "ap.txt") continue;
       SCOPED_TRACE(bad.name + " for " + name);
       fs::remove(dir_.path(name));
       bad.put(dir_.path(name));

@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <locale>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <type_traits>
