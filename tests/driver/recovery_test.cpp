@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
+#include <iterator>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -28,19 +29,16 @@ struct Block {
 void PrintTo(const Block& block, std::ostream* out) { *out << block.name; }
 
 std::vector<Block> all_blocks() {
-  const std::vector<std::string> cameras = {"camera-frame", "camera-ccd", "camera-ccd-tr",
-                                            "camera-pushbroom"};
-  const std::vector<std::string> central = {"ext-ori-opk-rot", "ext-ori-pok-rot", "ext-ori-opk-fix",
-                                            "ext-ori-australis", "ext-ori-quaternion"};
-  const std::vector<std::string> models = {"gap",
-                                           "australis",
-                                           "p12",
-                                           "p44",
-                                           "inner-or",
-                                           "radial-dist",
-                                           "decentering-dist",
-                                           "in-plane-dist",
-                                           "out-of-plane-dist"};
+  const auto words = [](const std::string& text) {
+    std::istringstream in(text);
+    return std::vector<std::string>(std::istream_iterator<std::string>(in), {});
+  };
+  const auto cameras = words("camera-frame camera-ccd camera-ccd-tr camera-pushbroom");
+  const auto central =
+      words("ext-ori-opk-rot ext-ori-pok-rot ext-ori-opk-fix ext-ori-australis ext-ori-quaternion");
+  const auto models = words(
+      "gap australis p12 p44 inner-or radial-dist decentering-dist in-plane-dist "
+      "out-of-plane-dist");
   std::vector<Block> blocks;
   const auto add = [&blocks](const std::string& name, SyntheticSpec spec) {
     spec.seed = 100 + blocks.size();
@@ -63,9 +61,8 @@ std::vector<Block> all_blocks() {
   }
   add("mixture",
       {.cameras = cameras,
-       .orientations = {"ext-ori-quaternion", "dlt", "ext-ori-australis", "pmf-linear",
-                        "ext-ori-pok-rot"},
-       .ap_sets = {"radial-dist", "gap", "decentering-dist", "in-plane-dist", "inner-or"},
+       .orientations = words("ext-ori-quaternion dlt ext-ori-australis pmf-linear ext-ori-pok-rot"),
+       .ap_sets = words("radial-dist gap decentering-dist in-plane-dist inner-or"),
        .images = 20,
        .angle_unit = "rad"});
   return blocks;
@@ -111,8 +108,6 @@ TEST_P(Recovery, FindsTruthAndNoise) {
   const std::string output = test::captured_output([&] {
     summary = run_project(path, false, [&](const BundleProject& project) {
       expect_true_parameters(project, synthetic);
-      EXPECT_EQ(project.images.count(), spec.images);
-      EXPECT_EQ(project.object_points.count(), spec.points);
     });
   });
   ASSERT_EQ(summary.result, 1) << output << dir.read("project.out");
@@ -125,9 +120,7 @@ TEST_P(Recovery, FindsTruthAndNoise) {
 INSTANTIATE_TEST_SUITE_P(SyntheticBlocks, Recovery, testing::ValuesIn(all_blocks()),
                          [](const testing::TestParamInfo<Block>& block) {
                            std::string name = block.param.name;
-                           std::erase_if(name, [](unsigned char c) {
-                             return std::isalnum(c) == 0 && c != '_';
-                           });
+                           std::replace(name.begin(), name.end(), '-', '_');
                            return name;
                          });
 

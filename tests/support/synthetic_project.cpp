@@ -32,7 +32,7 @@ std::string number(double value) {
   return text;
 }
 
-template <class Values>
+template <class Values = std::initializer_list<double>>
 std::string numbers(const Values& values) {
   std::string text;
   for (const double value : values) text += number(value);
@@ -60,18 +60,17 @@ std::vector<double> rotation_params(const std::string& keyword, const Mat3& r) {
             (r[1][0] - r[0][1]) / (4 * q0)};
   }
   const auto opk = [](const Mat3& m) {
-    return std::vector<double>{std::atan2(-m[1][2], m[2][2]), std::asin(m[0][2]),
-                               std::atan2(-m[0][1], m[0][0])};
+    return std::vector{std::atan2(-m[1][2], m[2][2]), std::asin(m[0][2]),
+                       std::atan2(-m[0][1], m[0][0])};
   };
   const auto pok = [](const Mat3& m) {
-    return std::vector<double>{std::atan2(m[0][2], m[2][2]), std::asin(-m[1][2]),
-                               std::atan2(m[1][0], m[1][1])};
+    return std::vector{std::atan2(m[0][2], m[2][2]), std::asin(-m[1][2]),
+                       std::atan2(m[1][0], m[1][1])};
   };
   if (keyword == "ext-ori-pok-rot") return pok(r);
-  if (keyword == "ext-ori-opk-fix") return opk(transposed(r));
   // R = Rx(90 deg) R', hence R' has the rows 0, 2 and -1 of R.
   if (keyword == "ext-ori-australis") return pok({r[0], r[2], -r[1]});
-  return opk(r);
+  return opk(keyword == "ext-ori-opk-fix" ? transposed(r) : r);
 }
 
 struct Image {
@@ -100,7 +99,8 @@ class Simulation {
 
   SyntheticProject run() {
     write_settings();
-    make_corrections();
+    make_correction("position", spec_.position_triples, 0.01);
+    make_correction("attitude", spec_.attitude_triples, 0.005);
     make_images();
     make_points();
     make_ap_sets();
@@ -127,29 +127,24 @@ class Simulation {
     for (std::size_t i = 0; i < spec_.cameras.size(); ++i) {
       const std::string& keyword = spec_.cameras[i];
       text += keyword + ' ' + name("k", i) + " simulated" +
-              numbers(std::array{kFocal * 1e3, kXp * 1e3, kYp * 1e3});
+              numbers({kFocal * 1e3, kXp * 1e3, kYp * 1e3});
       if (keyword == "camera-frame") {
-        text += numbers(std::array{40.0, 30.0});
+        text += numbers({40.0, 30.0});
       } else if (keyword == "camera-pushbroom") {
-        text +=
-            numbers(std::array{kColumns, kColumnPitch * 1e6, kLinePitch * 1e6, kLineOffset * 1e3});
+        text += numbers({kColumns, kColumnPitch * 1e6, kLinePitch * 1e6, kLineOffset * 1e3});
       } else {
-        text += numbers(std::array{kColumns, kRows, kColumnPitch * 1e6, kRowPitch * 1e6});
+        text += numbers({kColumns, kRows, kColumnPitch * 1e6, kRowPitch * 1e6});
       }
     }
     add_file("camera", "camera.txt", text);
   }
 
   // The polynomials in time of both corrections; one of each serves all images.
-  void make_corrections() {
-    const auto make = [this](std::int32_t triples, double size, const char* id) {
-      std::vector<double>& truth = project_.truth[id];
-      for (std::int32_t i = 0; i < 3 * triples; ++i) {
-        truth.push_back(size * noise_.normal() / std::pow(4.0, i / 3));
-      }
-    };
-    make(spec_.position_triples, 0.01, "position");
-    make(spec_.attitude_triples, 0.005, "attitude");
+  void make_correction(const char* id, std::int32_t triples, double size) {
+    std::vector<double>& truth = project_.truth[id];
+    for (std::int32_t i = 0; i < 3 * triples; ++i) {
+      truth.push_back(size * noise_.normal() / std::pow(4.0, i / 3));
+    }
   }
 
   Vec3 correction_at(const char* id, double t) {
@@ -175,9 +170,9 @@ class Simulation {
                   {}};
       image.r = rotation_towards_origin(image.centre, static_cast<double>(i % 4) * 1.5 + 0.2);
       eo_text += image.keyword + ' ' + name("e", i);
-      eo_text += image.keyword == "dlt"          ? make_dlt(image)
-                 : image.keyword == "pmf-linear" ? make_pmf(image)
-                                                 : make_orientation(image, static_cast<double>(i));
+      eo_text += image.keyword.starts_with("ext-ori")
+                     ? make_orientation(image, static_cast<double>(i))
+                     : make_linear(image);
       project_.truth[name("e", i)] = image.params;
       image_text +=
           "image-frame " + name("i", i) + ' ' + name("e", i) + ' ' + name("k", image.camera) + '\n';
@@ -222,34 +217,23 @@ class Simulation {
            (quaternion ? sdev : "") + '\n';
   }
 
-  std::string free_pairs(const std::vector<double>& params, double relative_noise) {
+  // The collinearity equations as x = -c r0'(X - Xo) / r2'(X - Xo), or their parallel projection.
+  std::string make_linear(Image& image) {
+    const bool dlt = image.keyword == "dlt";
+    const Mat3 axes = transposed(image.r);
+    const double last = dlt ? -1.0 / dot(axes[2], image.centre) : 0.0;
+    for (std::size_t row = 0; row < (dlt ? 3U : 2U); ++row) {
+      const double scale = !dlt ? kFocal / kDistance : row < 2 ? -kFocal * last : last;
+      const Vec3 l = scale * axes[row];
+      if (!dlt) image.params.push_back(row == 0 ? 1e-3 : -2e-3);
+      image.params.insert(image.params.end(), l.begin(), l.end());
+      if (dlt && row < 2) image.params.push_back(-dot(l, image.centre));
+    }
     std::string text = " 0\n";
-    for (const double v : params) {
-      text += number(v * (1.0 + relative_noise * noise_.normal())) + " 1e31\n";
+    for (const double v : image.params) {
+      text += number(v * (1.0 + (dlt ? 1e-4 : 1e-3) * noise_.normal())) + " 1e31\n";
     }
     return text;
-  }
-
-  // The linear form of the collinearity equations: x = -c r0'(X - Xo) / r2'(X - Xo).
-  std::string make_dlt(Image& image) {
-    const Mat3 axes = transposed(image.r);
-    const double scale = -1.0 / dot(axes[2], image.centre);
-    for (std::size_t row = 0; row < 3; ++row) {
-      const Vec3 l = ((row < 2 ? -kFocal : 1.0) * scale) * axes[row];
-      image.params.insert(image.params.end(), l.begin(), l.end());
-      if (row < 2) image.params.push_back(-dot(l, image.centre));
-    }
-    return free_pairs(image.params, 1e-4);
-  }
-
-  std::string make_pmf(Image& image) {
-    const Mat3 axes = transposed(image.r);
-    for (std::size_t row = 0; row < 2; ++row) {
-      const Vec3 a = (kFocal / kDistance) * axes[row];
-      image.params.push_back(row == 0 ? 1e-3 : -2e-3);
-      image.params.insert(image.params.end(), a.begin(), a.end());
-    }
-    return free_pairs(image.params, 1e-3);
   }
 
   void make_points() {
@@ -265,7 +249,7 @@ class Simulation {
       Vec3 near = point;
       for (double& v : near) v += (control ? spec_.sigma_control : 0.02) * noise_.normal();
       const double sdev = control ? spec_.sigma_control : 1e31;
-      text += name("p", i) + numbers(near) + numbers(std::array{sdev, sdev, sdev});
+      text += name("p", i) + numbers(near) + numbers({sdev, sdev, sdev});
       if (!control && serial < spec_.control + spec_.check) roles += name("p", i) + " ch xyz\n";
     }
     add_file("obj-crds", "obj.txt", text + "stop-dep\n");

@@ -8,8 +8,8 @@
 
 namespace vorn::test {
 
-// Whether two lines agree: the same text, and numbers with decimals in the same columns that differ
-// by two units of their last digit at most, or by 1e-8 of their value.
+// Whether two lines agree: the same text, and numbers in the same columns with as many decimals,
+// that differ by two units of their last digit at most, or by 1e-8 of their value.
 inline bool same_line(const std::string& a, const std::string& b) {
   static const std::regex kNumber(" *-?[0-9]+\\.([0-9]+)(?:e([-+][0-9]+))?");
   if (a.size() != b.size()) return false;
@@ -18,6 +18,7 @@ inline bool same_line(const std::string& a, const std::string& b) {
   for (std::sregex_iterator at_a(a.begin(), a.end(), kNumber); at_a != std::sregex_iterator();
        ++at_a, ++at_b) {
     if (at_a->position() != at_b->position() || at_a->length() != at_b->length()) return false;
+    if ((*at_a)[1].length() != (*at_b)[1].length()) return false;
     const double value = std::stod(at_a->str());
     double digit = 0.0;
     for (const std::smatch& match : {*at_a, *at_b}) {

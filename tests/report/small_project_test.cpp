@@ -1,0 +1,124 @@
+// Checks and summaries at their limits; the expected files of whole projects show the usual ones.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "driver/bundle_project.h"
+#include "report/residuals.h"
+#include "support/captured_output.h"
+#include "support/ls_params_guard.h"
+
+namespace vorn {
+namespace {
+
+using test::written_text;
+using testing::HasSubstr;
+
+// Image coordinates are the object coordinates X and Y: residuals follow by subtraction.
+class FlatGeometry : public ImageGeometry {
+ public:
+  FlatGeometry() : ImageGeometry(0) { id = "G"; }
+  bool projection(const Vec3& object_point, Vec3& image) const override {
+    image = {object_point[0], object_point[1], image[2]};
+    return true;
+  }
+  bool intersection(const ImageGeometry&, const Vec3&, const Vec3&, Vec3&, double&) const override {
+    return false;
+  }
+  bool get_derivs(const Vec3&, const Vec3&, PointDerivs&) override { return false; }
+};
+
+// A and B are in three images, S, P and Q in one, N in none; I4 has no points. S is fully
+// controlled, P in plan only, and M, measured in I1, does not exist.
+class SmallProject : public testing::Test {
+ protected:
+  SmallProject() {
+    TokenReader cameras("camera-frame C - 100 0 0 200 200 camera-ccd D - 50 0 0 101 101 10 10");
+    TokenReader images(
+        "image-frame I1 G C image-frame I2 G C image-frame I3 G C image-frame I4 G D");
+    TokenReader coords(
+        "I1 1 A .009980 .02 1e-6 1e-6 B .030003 .040015 2e-6 .5e-6 S 0 0 1e-6 1e-6 M 0 0 1 1 -1 "
+        "I2 1 A .01 .02 1 1 B .03 .04 1 1 P 0 0 1 1 -1 I3 1 Q 0 0 1 1 B .03 .04 1 1 A .01 .02 1 1");
+    TokenReader points(
+        "common-sdev 1e31 1e31 1e31 A .01 .02 0 B .03 .04 0 S 0 0 0 P 0 0 0 N 0 0 0 Q 0 0 0");
+    TokenReader roles("S co xyz P co xy stop-dep");
+    project_.image_geometries.append(std::make_unique<FlatGeometry>());
+    read_camera_file(cameras, project_.cameras);
+    read_image_file(images, project_.images, project_.cameras);
+    read_image_crds_file(coords, project_.images);
+    read_obj_crds(points, project_.object_points);
+    read_ctrl_supp(roles, project_.object_points);
+    for (BundleImage& image : project_.images) {
+      image.used = image.attach_geometry(project_.image_geometries);
+    }
+  }
+  bool has_point(const char* id) const { return project_.object_points.find(id) != nullptr; }
+
+  test::LSParamsGuard guard_;
+  BundleProject project_;
+};
+
+TEST_F(SmallProject, SilentChecksRemoveWhatHasTooFewRays) {
+  EXPECT_EQ(test::captured_output([&] {
+              project_.check_rays_per_point(nullptr);
+              project_.check_rays_per_image(nullptr);
+            }),
+            "");
+  // Without the single-ray option S goes as well; I1 keeps A, B and M.
+  EXPECT_EQ(project_.object_points.count(), 2);
+  EXPECT_EQ(project_.images.count(), 1);
+}
+
+TEST_F(SmallProject, SingleRaysNeedThreeObservedCoordinates) {
+  project_.options.single_ray = true;
+  project_.object_points.find("S")->std_devs = {1e30, 1e-31, 1};
+  project_.object_points.find("P")->std_devs = {1, 1, 1.1e30};
+  project_.object_points.find("Q")->std_devs = {1, std::numeric_limits<double>::quiet_NaN(), 1};
+  project_.check_rays_per_point(nullptr);
+  EXPECT_TRUE(has_point("S") && !has_point("P") && !has_point("Q") && !has_point("N"));
+  const std::string images =
+      written_text([&](TextWriter& out) { project_.check_rays_per_image(&out); });
+  EXPECT_THAT(images, HasSubstr("I1: 4\nI2: 2 -> removed\nI3: 2 -> removed\nI4: 0 -> removed\n"));
+}
+
+TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
+  const auto section = [&] {
+    return written_text([&](TextWriter& out) { project_.print_residuals(out); });
+  };
+  project_.redundancy = 4;
+  EXPECT_THAT(section(), HasSubstr("         A       20.00       0.00      20.00\n"
+                                   "         B       -3.00     -15.00      15.30\n"
+                                   "ATTENTION: Object point M not found\n\n"
+                                   "Number of points       :   3\n"));
+  EXPECT_THAT(section(), HasSubstr("Number of points       :   0\n"
+                                   "RMS of residuals       :         -nan         -nan\n"
+                                   "Average of residuals   :         -nan         -nan\n"));
+  for (const std::int32_t redundancy : {0, -3}) {
+    project_.redundancy = redundancy;
+    EXPECT_THAT(section(), HasSubstr(" m^2   undefined, no redundancy!\nRedundancy :   " +
+                                     std::to_string(redundancy) + "\n\n"));
+  }
+}
+
+// Pixels are turned into image coordinates, their standard deviations too.
+TEST_F(SmallProject, ResidualsOfPixels) {
+  TokenReader coords("I4 1 A 70 30 .1 .2");
+  read_image_crds_file(coords, project_.images);
+  std::vector<PointResidual> residuals;
+  compute_residuals(*project_.images[3], project_.object_points, residuals);
+  ASSERT_EQ(residuals.size(), 1U);
+  const Pair measured = project_.cameras[1]->pixel_to_image({70, 30});
+  EXPECT_NEAR(residuals[0].vx, 0.01 - measured[0], 1e-15);
+  EXPECT_NEAR(residuals[0].vy, 0.02 - measured[1], 1e-15);
+  EXPECT_NEAR(residuals[0].px, 1, 1e-12);
+  EXPECT_NEAR(residuals[0].py, 0.25, 1e-12);
+}
+
+}  // namespace
+}  // namespace vorn
