@@ -25,10 +25,10 @@ extern "C" {
 #endif
 
 /* Runs the project of the control file `path`. */
-int32_t VornBundle(const char *path, int32_t flag);
+int32_t VornBundle(const char* path, int32_t flag);
 
 /* Does the same; VornBundle calls it. */
-int32_t VornScanBundle(const char *path, int32_t flag);
+int32_t VornScanBundle(const char* path, int32_t flag);
 
 #ifdef __cplusplus
 }
