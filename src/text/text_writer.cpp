@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "text/file_system.h"
+
 namespace vorn {
 namespace {
 
@@ -19,6 +21,8 @@ TextWriter::~TextWriter() { close(); }
 
 bool TextWriter::open(const std::string& path) {
   close();
+  // Opening a pipe would wait for its reader.
+  if (file_kind(path) == FileKind::other) return false;
   stream_ = std::fopen(path.c_str(), "w");
   if (stream_ == nullptr) return false;
   owned_ = true;
