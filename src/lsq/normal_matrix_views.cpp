@@ -26,6 +26,14 @@ int NormalMatrix::invert(const Vector& p, Matrix& q) const {
 void NormalMatrix::invert_reduced(Matrix& q) const {
   const std::int32_t n = size_ - num_point_unknowns();
   q.resize(n, n);
+  if (method_ == Method::dense) {
+    Matrix whole;
+    invert(Vector(size_), whole);
+    for (std::int32_t i = 0; i < n; ++i) {
+      std::copy_n(whole[num_point_unknowns() + i] + num_point_unknowns(), n, q[i]);
+    }
+    return;
+  }
   std::vector<std::int32_t> unknown_at(place(n));
   for (std::int32_t b = 0; b < structure_.num_blocks(); ++b) {
     for (std::int32_t c = 0; c < block_width(b); ++c) {

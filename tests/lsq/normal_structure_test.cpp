@@ -23,10 +23,6 @@ struct Scene {
   Vector rhs;
 };
 
-NormalMatrix::Method method_of(bool natural) {
-  return natural ? NormalMatrix::Method::eliminate_in_order : NormalMatrix::Method::eliminate;
-}
-
 // Adds A'PA of one observation of an image (its blocks) and a point, both to the structured and to
 // the dense matrix.
 void observe(std::mt19937& random, const std::vector<std::int32_t>& group, std::int32_t point,
@@ -53,7 +49,7 @@ void observe(std::mt19937& random, const std::vector<std::int32_t>& group, std::
 // `reach` limits the images that see a point to neighbours, which makes the reduced matrix sparse;
 // a block of `set_width` is shared by all images, one of 5 unknowns by none of them.
 void build(std::uint32_t seed, std::int32_t images, std::int32_t points, std::int32_t reach,
-           std::int32_t set_width, bool natural, Scene& scene) {
+           std::int32_t set_width, NormalMatrix::Method method, Scene& scene) {
   std::mt19937 random(seed);
   const std::vector<std::int32_t> widths = {6, 7, 11, 6, 8, 6};
   scene.structure = NormalStructure(points);
@@ -81,7 +77,7 @@ void build(std::uint32_t seed, std::int32_t images, std::int32_t points, std::in
     scene.structure.add_group({i, set});
     for (const std::int32_t p : seen[static_cast<std::size_t>(i)]) scene.structure.add_ray(p);
   }
-  ASSERT_TRUE(scene.normal.set_structure(scene.structure, method_of(natural)));
+  ASSERT_TRUE(scene.normal.set_structure(scene.structure, method));
   const std::int32_t n = scene.structure.num_unknowns();
   scene.dense.resize(n, n);
   scene.dense.zero();
@@ -102,14 +98,14 @@ void build(std::uint32_t seed, std::int32_t images, std::int32_t points, std::in
 
 struct Shape {
   std::int32_t images, points, reach, set_width;
-  bool natural;
+  NormalMatrix::Method method;
 };
 
 class StructuredNormalMatrix : public testing::TestWithParam<Shape> {
  protected:
   void SetUp() override {
     const Shape shape = GetParam();
-    build(7U, shape.images, shape.points, shape.reach, shape.set_width, shape.natural, scene_);
+    build(7U, shape.images, shape.points, shape.reach, shape.set_width, shape.method, scene_);
   }
   void expect_close(double expected, double actual, double scale) {
     EXPECT_NEAR(expected, actual, 1e-9 * scale);
@@ -128,7 +124,8 @@ TEST_P(StructuredNormalMatrix, SolvesAndShowsWhatTheDenseRoutinesGive) {
   ASSERT_EQ(back_substitution(scene_.dense, dense_p, scene_.rhs, dense_x), 0);
   for (std::int32_t i = 0; i < n; ++i) {
     expect_close(dense_x[i], x[i], 1.0);
-    if (GetParam().natural) expect_close(dense_p[i], p[i], dense_p[i]);
+    if (GetParam().method == NormalMatrix::Method::eliminate_in_order)
+      expect_close(dense_p[i], p[i], dense_p[i]);
     for (std::int32_t j = 0; j < n; ++j) {
       ASSERT_NEAR(scene_.dense[i][j], scene_.normal.at(i, j), 1e-9 * dense_p[std::max(i, j)])
           << i << ' ' << j;
@@ -199,8 +196,8 @@ TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
     // NaN stays: a fresh matrix for the next row.
     Scene fresh;
     const Shape shape = GetParam();
-    build(7U, shape.images, shape.points, shape.reach, shape.set_width, shape.natural, fresh);
-    normal.set_structure(fresh.structure, method_of(shape.natural));
+    build(7U, shape.images, shape.points, shape.reach, shape.set_width, shape.method, fresh);
+    normal.set_structure(fresh.structure, shape.method);
     for (std::int32_t i = 0; i < n; ++i) {
       for (std::int32_t j = i; j < n; ++j) {
         if (fresh.normal.at(i, j) != 0.0) normal.add(i, j, fresh.normal.at(i, j));
@@ -209,12 +206,15 @@ TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, StructuredNormalMatrix,
-                         testing::Values(Shape{5, 20, 5, 3, false},     // full, as close range
-                                         Shape{40, 90, 2, 10, false},   // sparse, as aerial blocks
-                                         Shape{40, 90, 2, 10, true},    // the same, natural order
-                                         Shape{12, 70, 3, 44, false},   // a wide set
-                                         Shape{3, 1, 0, 120, false}));  // no rays, a set over tiles
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, StructuredNormalMatrix,
+    testing::Values(
+        Shape{5, 20, 5, 3, NormalMatrix::Method::dense},
+        Shape{5, 20, 5, 3, NormalMatrix::Method::eliminate},             // full, as close range
+        Shape{40, 90, 2, 10, NormalMatrix::Method::eliminate},           // sparse, as aerial blocks
+        Shape{40, 90, 2, 10, NormalMatrix::Method::eliminate_in_order},  // the same, natural order
+        Shape{12, 70, 3, 44, NormalMatrix::Method::eliminate},           // a wide set
+        Shape{3, 1, 0, 120, NormalMatrix::Method::eliminate}));  // no rays, a set over tiles
 
 TEST(NormalMatrix, RefusesElementsOutsideTheStructure) {
   NormalStructure structure(2);
