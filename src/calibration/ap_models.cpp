@@ -47,171 +47,186 @@ constexpr APModel kOutOfPlane = {"out-of-plane-dist", "out-of-plane distortion",
                                  kOutOfPlaneNames};
 
 // The two rows of a derivative block, filled from left to right.
+template <class T>
 class Rows {
  public:
-  Rows(DesignBlock& block, const APSet& set) {
-    block.a.resize(2, set.num_ap());
-    block.index = set.index;
-    x_ = block.a[0];
-    y_ = block.a[1];
-  }
+  explicit Rows(const RowPair<T>& rows) : at_(rows) {}
   // Derivatives of dx and dy with respect to the next parameter.
-  void put(double dx, double dy) {
-    *x_++ = dx;
-    *y_++ = dy;
+  void put(const T& dx, const T& dy) {
+    *at_.x++ = dx;
+    *at_.y++ = dy;
   }
   // One parameter for each term that acts on dx, then as many that act on dy.
-  void put_on_both(std::initializer_list<double> terms) {
-    for (const double term : terms) put(term, 0);
-    for (const double term : terms) put(0, term);
+  void put_on_both(std::initializer_list<T> terms) {
+    for (const T& term : terms) put(term, 0.0);
+    for (const T& term : terms) put(0.0, term);
   }
 
  private:
-  double* x_;
-  double* y_;
+  RowPair<T> at_;
 };
 
 // The correction itself: the sum of the derivatives times the parameters, taken in the same order
 // as rows.
+template <class T>
 class Sum {
  public:
   explicit Sum(const APSet& set) : value_(set.values()) {}
-  void put(double dx, double dy) {
+  void put(const T& dx, const T& dy) {
     total_[0] += dx * *value_;
     total_[1] += dy * *value_++;
   }
-  void put_on_both(std::initializer_list<double> terms) {
-    for (const double term : terms) total_[0] += term * *value_++;
-    for (const double term : terms) total_[1] += term * *value_++;
+  void put_on_both(std::initializer_list<T> terms) {
+    for (const T& term : terms) total_[0] += term * *value_++;
+    for (const T& term : terms) total_[1] += term * *value_++;
   }
-  Pair total() const { return total_; }
+  const std::array<T, 2>& total() const { return total_; }
 
  private:
   const double* value_;
-  Pair total_{};
+  std::array<T, 2> total_{0.0, 0.0};
 };
 
 // The terms of the models, put one parameter after the other into rows or into a sum.
 
 // dxp, dyp, dc
-template <class Terms>
-void put_inner_orientation(Terms& terms, const Vec3& p) {
-  const auto [x, y, z] = p;
-  terms.put(1, 0);
-  terms.put(0, 1);
+template <class Terms, class T>
+void put_inner_orientation(Terms& terms, const Vec3Of<T>& p) {
+  const auto& [x, y, z] = p;
+  terms.put(1.0, 0.0);
+  terms.put(0.0, 1.0);
   terms.put(-x / z, -y / z);
 }
 
 // K1, K2, K3
-template <class Terms>
-void put_radial(Terms& terms, const Vec3& p) {
-  const double x = p[0];
-  const double y = p[1];
-  const double r2 = x * x + y * y;
-  const double r4 = r2 * r2;
-  const double r6 = r4 * r2;
+template <class Terms, class T>
+void put_radial(Terms& terms, const Vec3Of<T>& p) {
+  const T x = p[0];
+  const T y = p[1];
+  const T r2 = x * x + y * y;
+  const T r4 = r2 * r2;
+  const T r6 = r4 * r2;
   terms.put(x * r2, y * r2);
   terms.put(x * r4, y * r4);
   terms.put(x * r6, y * r6);
 }
 
 // P1, P2
-template <class Terms>
-void put_decentering(Terms& terms, const Vec3& p) {
-  const double x = p[0];
-  const double y = p[1];
-  const double xy2 = 2 * x * y;
+template <class Terms, class T>
+void put_decentering(Terms& terms, const Vec3Of<T>& p) {
+  const T x = p[0];
+  const T y = p[1];
+  const T xy2 = 2 * x * y;
   terms.put(3 * x * x + y * y, xy2);
   terms.put(xy2, x * x + 3 * y * y);
 }
 
-template <class Terms>
-void put_gap(Terms& terms, const Vec3& point) {
-  const double x = point[0];
-  const double y = point[1];
+}  // namespace
+
+// ---- terms of the models ------------------------------------------------------------------------
+
+template <class Terms, class T>
+void APSetGAP::put(Terms& terms, const Vec3Of<T>& point) const {
+  const T x = point[0];
+  const T y = point[1];
   put_inner_orientation(terms, point);
-  terms.put(-x, 0);
+  terms.put(-x, 0.0);
   terms.put(y, x);
   put_radial(terms, point);
   put_decentering(terms, point);
 }
 
-template <class Terms>
-void put_australis(Terms& terms, const Vec3& point) {
-  const double x = point[0];
-  const double y = point[1];
-  const double r2 = x * x + y * y;
+template <class Terms, class T>
+void APSetAustralis::put(Terms& terms, const Vec3Of<T>& point) const {
+  const T x = point[0];
+  const T y = point[1];
+  const T r2 = x * x + y * y;
   put_inner_orientation(terms, point);
   put_radial(terms, point);
   terms.put(r2 + 2 * x * x, 2 * x * y);
   terms.put(2 * x * y, r2 + 2 * y * y);
-  terms.put(x, 0);
-  terms.put(y, 0);
+  terms.put(x, 0.0);
+  terms.put(y, 0.0);
 }
 
-template <class Terms>
-void put_in_plane(Terms& terms, const Vec3& point) {
-  const double x = point[0];
-  const double y = point[1];
-  const double xy = x * y;
-  for (const double dx : {x, y, xy, y * y, x * xy, xy * y, xy * xy}) terms.put(dx, 0);
-  for (const double dy : {xy, x * x, x * xy, xy * y, xy * xy}) terms.put(0, dy);
+template <class Terms, class T>
+void APSetIO::put(Terms& terms, const Vec3Of<T>& point) const {
+  put_inner_orientation(terms, point);
 }
 
-template <class Terms>
-void put_out_of_plane(Terms& terms, const Vec3& point) {
-  const auto [x, y, z] = point;
-  const double u = x / z;
-  const double v = y / z;
-  const double x2 = x * x;
-  const double y2 = y * y;
-  for (const double term : {x2 - y2, x2 * y2, x2 * x2 - y2 * y2}) terms.put(term * u, term * v);
+template <class Terms, class T>
+void APSetRadial::put(Terms& terms, const Vec3Of<T>& point) const {
+  put_radial(terms, point);
 }
 
-template <class Terms>
-void put_p12(Terms& terms, const Vec3& point, double grid_width) {
-  const double x = point[0];
-  const double y = point[1];
+template <class Terms, class T>
+void APSetDecentering::put(Terms& terms, const Vec3Of<T>& point) const {
+  put_decentering(terms, point);
+}
+
+template <class Terms, class T>
+void APSetInPlane::put(Terms& terms, const Vec3Of<T>& point) const {
+  const T x = point[0];
+  const T y = point[1];
+  const T xy = x * y;
+  for (const T& dx : {x, y, xy, y * y, x * xy, xy * y, xy * xy}) terms.put(dx, 0.0);
+  for (const T& dy : {xy, x * x, x * xy, xy * y, xy * xy}) terms.put(0.0, dy);
+}
+
+template <class Terms, class T>
+void APSetOutOfPlane::put(Terms& terms, const Vec3Of<T>& point) const {
+  const auto& [x, y, z] = point;
+  const T u = x / z;
+  const T v = y / z;
+  const T x2 = x * x;
+  const T y2 = y * y;
+  for (const T& term : {x2 - y2, x2 * y2, x2 * x2 - y2 * y2}) terms.put(term * u, term * v);
+}
+
+template <class Terms, class T>
+void APSetP12::put(Terms& terms, const Vec3Of<T>& point) const {
+  const T x = point[0];
+  const T y = point[1];
   const double k = 0.6666666666666666 * (grid_width * grid_width);
-  const double X = x * x - k;
-  const double Y = y * y - k;
+  const T X = x * x - k;
+  const T Y = y * y - k;
   terms.put(x, -y);
   terms.put(y, x);
   terms.put(-2 * X, x * y);
   terms.put(x * y, -2 * Y);
-  terms.put(Y, 0);
-  terms.put(0, X);
-  terms.put(x * Y, 0);
-  terms.put(0, y * X);
-  terms.put(y * X, 0);
-  terms.put(0, x * Y);
-  terms.put(X * Y, 0);
-  terms.put(0, X * Y);
+  terms.put(Y, 0.0);
+  terms.put(0.0, X);
+  terms.put(x * Y, 0.0);
+  terms.put(0.0, y * X);
+  terms.put(y * X, 0.0);
+  terms.put(0.0, x * Y);
+  terms.put(X * Y, 0.0);
+  terms.put(0.0, X * Y);
 }
 
 // Auxiliary polynomials of degree 2 to 4, orthogonal over the grid:
 //   X = x^2 - b^2/2,  A = x^2 - 0.85 b^2,  U = x^2 (x^2 - 31/28 b^2) + 9/70 b^4
 // and Y, B, V likewise.
-template <class Terms>
-void put_p44(Terms& terms, const Vec3& point, double grid_width) {
+template <class Terms, class T>
+void APSetP44::put(Terms& terms, const Vec3Of<T>& point) const {
   constexpr double kFactor = -1.4285714285714286;  // -10/7
-  const double x = point[0];
-  const double y = point[1];
-  const double xy = x * y;
+  const T x = point[0];
+  const T y = point[1];
+  const T xy = x * y;
   const double b2 = grid_width * grid_width;
   const double q = 1.1071428571428572 * b2;
   const double t = 0.12857142857142856 * (b2 * b2);
-  const double X = x * x - b2 / 2;
-  const double Y = y * y - b2 / 2;
-  const double A = x * x - 0.85 * b2;
-  const double B = y * y - 0.85 * b2;
-  const double U = x * x * (x * x - q) + t;
-  const double V = y * y * (y * y - q) + t;
+  const T X = x * x - b2 / 2;
+  const T Y = y * y - b2 / 2;
+  const T A = x * x - 0.85 * b2;
+  const T B = y * y - 0.85 * b2;
+  const T U = x * x * (x * x - q) + t;
+  const T V = y * y * (y * y - q) + t;
   terms.put(x, -y);
   terms.put(y, x);
   terms.put(xy, kFactor * Y);
-  terms.put(Y, 0);
-  terms.put(0, X);
+  terms.put(Y, 0.0);
+  terms.put(0.0, X);
   terms.put(kFactor * X, xy);
   terms.put_on_both({x * A, y * X, x * Y, y * B});
   terms.put_on_both({U, xy * A, X * Y, xy * B, V});
@@ -221,98 +236,48 @@ void put_p44(Terms& terms, const Vec3& point, double grid_width) {
   terms.put_on_both({U * V});
 }
 
-}  // namespace
+// ---- what follows from the terms ---------------------------------------------------------------
 
-APSetGAP::APSetGAP() : APSet(kGAP) {}
-
-void APSetGAP::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_gap(rows, point);
+template <class Model, class Base>
+void APSetOf<Model, Base>::get_derivs(const Vec3& point, DesignBlock& block) const {
+  block.a.resize(2, this->num_ap());
+  block.index = this->index;
+  Rows<double> rows({block.a[0], block.a[1]});
+  model().put(rows, point);
 }
 
-Pair APSetGAP::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_gap(sum, point);
+template <class Model, class Base>
+Pair APSetOf<Model, Base>::get_correction(const Vec3& point) const {
+  Sum<double> sum(*this);
+  model().put(sum, point);
   return sum.total();
 }
 
-APSetAustralis::APSetAustralis() : APSet(kAustralis) {}
-
-void APSetAustralis::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_australis(rows, point);
+template <class Model, class Base>
+void APSetOf<Model, Base>::get_packed_derivs(const Vec3Of<Pack>& point,
+                                             const RowPair<Pack>& rows) const {
+  Rows<Pack> to(rows);
+  model().put(to, point);
 }
 
-Pair APSetAustralis::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_australis(sum, point);
+template <class Model, class Base>
+PackPair APSetOf<Model, Base>::get_packed_correction(const Vec3Of<Pack>& point) const {
+  Sum<Pack> sum(*this);
+  model().put(sum, point);
   return sum.total();
 }
 
-APSetIO::APSetIO() : APSet(kIO) {}
+// ---- the models --------------------------------------------------------------------------------
 
-void APSetIO::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_inner_orientation(rows, point);
-}
-
-Pair APSetIO::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_inner_orientation(sum, point);
-  return sum.total();
-}
-
-APSetRadial::APSetRadial() : APSet(kRadial) {}
-
-void APSetRadial::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_radial(rows, point);
-}
-
-Pair APSetRadial::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_radial(sum, point);
-  return sum.total();
-}
-
-APSetDecentering::APSetDecentering() : APSet(kDecentering) {}
-
-void APSetDecentering::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_decentering(rows, point);
-}
-
-Pair APSetDecentering::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_decentering(sum, point);
-  return sum.total();
-}
-
-APSetInPlane::APSetInPlane() : APSet(kInPlane) {}
-
-void APSetInPlane::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_in_plane(rows, point);
-}
-
-Pair APSetInPlane::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_in_plane(sum, point);
-  return sum.total();
-}
-
-APSetOutOfPlane::APSetOutOfPlane() : APSet(kOutOfPlane) {}
-
-void APSetOutOfPlane::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_out_of_plane(rows, point);
-}
-
-Pair APSetOutOfPlane::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_out_of_plane(sum, point);
-  return sum.total();
-}
+APSetGAP::APSetGAP() : APSetOf(kGAP) {}
+APSetAustralis::APSetAustralis() : APSetOf(kAustralis) {}
+APSetIO::APSetIO() : APSetOf(kIO) {}
+APSetRadial::APSetRadial() : APSetOf(kRadial) {}
+APSetDecentering::APSetDecentering() : APSetOf(kDecentering) {}
+APSetInPlane::APSetInPlane() : APSetOf(kInPlane) {}
+APSetOutOfPlane::APSetOutOfPlane() : APSetOf(kOutOfPlane) {}
+APSetP12::APSetP12() : APSetOf(kP12) {}
+APSetP44::APSetP44() : APSetOf(kP44) {}
 
 int APSetP::read(TokenReader& in) {
   if (!read_ids(in)) return -1;
@@ -332,32 +297,6 @@ void APSetP::print(TextWriter& out) const {
   print_ids(out);
   out << "Grid width  :  b = " << general(0, 3)(grid_width * 1000) << " mm\n";
   print_params(out);
-}
-
-APSetP12::APSetP12() : APSetP(kP12) {}
-
-void APSetP12::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_p12(rows, point, grid_width);
-}
-
-Pair APSetP12::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_p12(sum, point, grid_width);
-  return sum.total();
-}
-
-APSetP44::APSetP44() : APSetP(kP44) {}
-
-void APSetP44::get_derivs(const Vec3& point, DesignBlock& block) const {
-  Rows rows(block, *this);
-  put_p44(rows, point, grid_width);
-}
-
-Pair APSetP44::get_correction(const Vec3& point) const {
-  Sum sum(*this);
-  put_p44(sum, point, grid_width);
-  return sum.total();
 }
 
 std::unique_ptr<APSet> make_ap_set(Keyword keyword) {

@@ -71,6 +71,10 @@ class APSet : public AdjObject {
   // Correction (dx, dy) [m] at a reduced image point: the derivatives times the parameters. The
   // models sum it up without forming the derivatives.
   virtual Pair get_correction(const Vec3& point) const;  // 18
+  // Both for eight points side by side.
+  virtual void get_packed_derivs(const Vec3Of<Pack>& point,
+                                 const RowPair<Pack>& rows) const = 0;          // 19
+  virtual PackPair get_packed_correction(const Vec3Of<Pack>& point) const = 0;  // 20
   // The same from those parameters k only whose character mask[k] is '1'.
   Pair get_correction_masked(const Vec3& point, std::string_view mask) const;
 

@@ -90,10 +90,7 @@ void TimePolynomial::get_derivs(double tau, const Matrix& components, std::int32
   derivs.resize(2, n);
   if (n == 0) return;
   for (std::int32_t row = 0; row < 2; ++row) {
-    const double* const source = components[row] + first;
-    double* const target = derivs[row];
-    for (std::int32_t j = 0; j < 3; ++j) target[j] = source[j];
-    for (std::int32_t j = 3; j < n; ++j) target[j] = target[j - 3] * tau;
+    get_derivs(tau, components[row] + first, derivs[row]);
   }
 }
 

@@ -14,6 +14,7 @@
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
 #include "sensors/object_point.h"
+#include "sensors/observation_table.h"
 
 namespace vorn {
 
@@ -74,6 +75,9 @@ class BundleProject {
   OwnedList<PosCorrection> pos_corrections;
   OwnedList<AttCorrection> att_corrections;
   AdjObjectList unknowns;
+
+  // The image points in the order of the normal matrix; empty for small systems.
+  ObservationTable observations;
 
   // Normal equations N x = n of the current iteration.
   NormalMatrix normal;

@@ -68,10 +68,20 @@ void EOAnglesPOKRot::print_results(TextWriter& out) const {
 }
 
 // dU/dp = U x b, b the axis of angle p in image space.
-void EOAnglesPOKRot::get_rot_param_derivs(Matrix& a) const {
+template <class T>
+void EOAnglesPOKRot::fill_columns(const PointState<T>& point, const RowPair<T>& a) const {
   for (std::int32_t k = 0; k < 3; ++k) {
-    set_column(a, 3 + k, cross(point().u, image_axes_[static_cast<std::size_t>(k)]));
+    point.set_column(a, k, cross(point.u, image_axes_[static_cast<std::size_t>(k)]));
   }
+}
+
+void EOAnglesPOKRot::get_rot_param_derivs(Matrix& a) const {
+  fill_columns<double>(point(), {a[0] + 3, a[1] + 3});
+}
+
+void EOAnglesPOKRot::get_packed_rot_param_derivs(const PointState<Pack>& point,
+                                                 const RowPair<Pack>& a) const {
+  fill_columns(point, a);
 }
 
 // ---- the parametrisations ----------------------------------------------------------------------

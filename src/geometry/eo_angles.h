@@ -33,8 +33,13 @@ class EOAnglesPOKRot : public ExtOrientation3 {
   // The angles, attitude correction included, and the image-space axes that belong to them.
   Vec3 angles() const { return {rotation_params()[0], rotation_params()[1], rotation_params()[2]}; }
   void set_image_axes(const Mat3& axes) { image_axes_ = axes; }
+  void get_packed_rot_param_derivs(const PointState<Pack>& point,
+                                   const RowPair<Pack>& a) const override;
 
  private:
+  template <class T>
+  void fill_columns(const PointState<T>& point, const RowPair<T>& a) const;
+
   Mat3 image_axes_{};
 };
 

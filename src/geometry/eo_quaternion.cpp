@@ -25,10 +25,20 @@ Mat3 EOQuaternion::matrix_from_params(const RotationParams& params) const {
   return quaternion::matrix_from_params(params);
 }
 
-void EOQuaternion::get_rot_param_derivs(Matrix& a) const {
+template <class T>
+void EOQuaternion::fill_columns(const PointState<T>& point, const RowPair<T>& a) const {
   for (std::int32_t k = 0; k < 4; ++k) {
-    set_column(a, 3 + k, transposed_times(matrix_derivs_[static_cast<std::size_t>(k)], point().d));
+    point.set_column(a, k, transposed_times(matrix_derivs_[static_cast<std::size_t>(k)], point.d));
   }
+}
+
+void EOQuaternion::get_rot_param_derivs(Matrix& a) const {
+  fill_columns<double>(point(), {a[0] + 3, a[1] + 3});
+}
+
+void EOQuaternion::get_packed_rot_param_derivs(const PointState<Pack>& point,
+                                               const RowPair<Pack>& a) const {
+  fill_columns(point, a);
 }
 
 // q'q = 1, linearised: 2 q'dq = 1 - q'q.

@@ -25,7 +25,14 @@ class EOQuaternion : public ExtOrientation {
   Mat3 matrix_from_params(const RotationParams& params) const override;
   void get_rot_param_derivs(Matrix& a) const override;
 
+ protected:
+  void get_packed_rot_param_derivs(const PointState<Pack>& point,
+                                   const RowPair<Pack>& a) const override;
+
  private:
+  template <class T>
+  void fill_columns(const PointState<T>& point, const RowPair<T>& a) const;
+
   std::array<Mat3, 4> matrix_derivs_{};  // dR/dq
 };
 

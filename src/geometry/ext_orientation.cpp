@@ -21,6 +21,12 @@ FormattedNumber listed_std_dev(double sigma, double factor, NumberFormat number)
   return ls_params().is_observed(sigma) ? number(sigma * factor) : kFreeOrFixed(sigma);
 }
 
+// The collinearity equations.
+template <class T>
+Vec3Of<T> image_of(const T& z, const Vec3Of<T>& u) {
+  return {z * u[0] / u[2], z * u[1] / u[2], z};
+}
+
 }  // namespace
 
 ExtOrientation::ExtOrientation(std::uint32_t num_rotation_params)
@@ -202,35 +208,62 @@ void ExtOrientation::update() { update_with(stored_rotation_params()); }
 bool ExtOrientation::projection(const Vec3& object_point, Vec3& image) const {
   const Vec3 u = transposed_times(rotation_, object_point - centre_);
   if (u[2] == 0.0) error_output() << "DEP::projection: zero denominator.\n";
-  image[0] = image[2] * u[0] / u[2];
-  image[1] = image[2] * u[1] / u[2];
+  image = image_of(image[2], u);
   return true;
 }
 
 bool ExtOrientation::get_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs) {
+  if (find_derivs(image, object_point, derivs)) return true;
+  standard_output() << "ERROR: ExtOrientation::get_derivs: Zero denominator.\n";
+  return false;
+}
+
+template <class T>
+ExtOrientation::PointState<T> ExtOrientation::state_of(const Vec3Of<T>& object_point) const {
+  PointState<T> state;
+  state.d = object_point - centre_;
+  state.u = transposed_times(rotation_, state.d);
+  return state;
+}
+
+template <class T>
+void ExtOrientation::fill_columns(const T& z, PointState<T>& state, const RowPair<T>& geometry,
+                                  const RowPair<T>& point) const {
+  const auto& [ux, uy, n] = state.u;
+  state.z_by_n = z / n;
+  state.z_by_n_sqr = state.z_by_n / n;
+  for (std::int32_t k = 0; k < 3; ++k) {
+    const Vec3& row = rotation_[static_cast<std::size_t>(k)];
+    geometry.x[k] = (row[2] * ux - row[0] * n) * state.z_by_n_sqr;
+    geometry.y[k] = (row[2] * uy - row[1] * n) * state.z_by_n_sqr;
+    point.x[k] = -geometry.x[k];
+    point.y[k] = -geometry.y[k];
+  }
+}
+
+bool ExtOrientation::find_derivs(double z, const Vec3Of<Pack>& object_point,
+                                 const RowPair<Pack>& geometry, const RowPair<Pack>& point,
+                                 Vec3Of<Pack>& image) const {
+  PointState<Pack> state = state_of(object_point);
+  for (int lane = 0; lane < Pack::kSize; ++lane) {
+    if (state.u[2][lane] == 0.0) return false;
+  }
+  fill_columns(Pack(z), state, geometry, point);
+  get_packed_rot_param_derivs(state, {geometry.x + 3, geometry.y + 3});
+  image = image_of(Pack(z), state.u);
+  return true;
+}
+
+bool ExtOrientation::find_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs) {
   Matrix& a_point = derivs.point.a;
   Matrix& a = derivs.geometry.a;
   a_point.resize(2, 3);
   a.resize(2, num_values());
   derivs.geometry.index = index;
 
-  point_.d = object_point - centre_;
-  point_.u = transposed_times(rotation_, point_.d);
-  const auto [ux, uy, n] = point_.u;
-  if (n == 0.0) {
-    standard_output() << "ERROR: ExtOrientation::get_derivs: Zero denominator.\n";
-    return false;
-  }
-  point_.z_by_n = image[2] / n;
-  point_.z_by_n_sqr = point_.z_by_n / n;
-
-  for (std::int32_t k = 0; k < 3; ++k) {
-    const Vec3& row = rotation_[static_cast<std::size_t>(k)];
-    a[0][k] = (row[2] * ux - row[0] * n) * point_.z_by_n_sqr;
-    a[1][k] = (row[2] * uy - row[1] * n) * point_.z_by_n_sqr;
-    a_point[0][k] = -a[0][k];
-    a_point[1][k] = -a[1][k];
-  }
+  point_ = state_of(object_point);
+  if (point_.u[2] == 0.0) return false;
+  fill_columns(image[2], point_, {a[0], a[1]}, {a_point[0], a_point[1]});
   if (pos_correction_ != nullptr) {
     pos_correction_->get_derivs(exposure_time, derivs.geometry, derivs.pos);
   }
@@ -241,6 +274,18 @@ bool ExtOrientation::get_derivs(const Vec3& image, const Vec3& object_point, Poi
 
 void ExtOrientation::get_rotation_derivs(DesignBlock& geometry, DesignBlock&) const {
   get_rot_param_derivs(geometry.a);
+}
+
+void ExtOrientation::get_packed_correction_derivs(const RowPair<Pack>& rows,
+                                                  std::int32_t column) const {
+  const auto fill = [&](const auto& correction, std::int32_t first) {
+    const double tau = exposure_time - correction.t0;
+    correction.polynomial.get_derivs(tau, rows.x + first, rows.x + column);
+    correction.polynomial.get_derivs(tau, rows.y + first, rows.y + column);
+    column += correction.polynomial.num_values();
+  };
+  if (has_pos_correction()) fill(*pos_correction_, 0);
+  if (has_att_correction()) fill(*att_correction_, 3);
 }
 
 bool ExtOrientation::intersection(const ImageGeometry& other, const Vec3& image_this,

@@ -8,6 +8,7 @@
 
 #include "geometry/image_geometry.h"
 #include "geometry/vec3.h"
+#include "lsq/pack.h"
 
 namespace vorn {
 
@@ -44,6 +45,15 @@ class ExtOrientation : public ImageGeometry {
                     Vec3& object_point, double& gap) const override;
   // False, with a message on standard output, for a zero denominator.
   bool get_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs) override;
+  // The same without a message.
+  bool find_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs);
+  // Derivatives and image points of eight object points side by side, z being the third component
+  // of the image vectors: the rows of the geometry's block, x and y, of the object point's block,
+  // and the image points. False, with no message, when a denominator is zero.
+  bool find_derivs(double z, const Vec3Of<Pack>& object_point, const RowPair<Pack>& geometry,
+                   const RowPair<Pack>& point, Vec3Of<Pack>& image) const;
+  // Fills the columns of the corrections that apply, from `column` on, from those of the geometry.
+  void get_packed_correction_derivs(const RowPair<Pack>& rows, std::int32_t column) const;
   void update() override;
   bool has_pos_correction() const override { return pos_correction_ != nullptr; }
   bool has_att_correction() const override { return false; }
@@ -99,29 +109,43 @@ class ExtOrientation : public ImageGeometry {
   void update_with(const RotationParams& params);
   const RotationParams& rotation_params() const { return rotation_params_; }
 
-  // The point of the running `get_derivs`.
+  // A point, or eight, on the way into the image.
+  template <class T>
   struct PointState {
-    Vec3 d;             // X - Xo
-    Vec3 u;             // R'd; u[2] is the denominator N
-    double z_by_n;      // z/N
-    double z_by_n_sqr;  // z/N^2
+    Vec3Of<T> d;   // X - Xo
+    Vec3Of<T> u;   // R'd; u[2] is the denominator N
+    T z_by_n;      // z/N
+    T z_by_n_sqr;  // z/N^2
+
+    // Elements of the column of a parameter p from dU/dp: dx/dp = z/N (dUx/dp - Ux/N dN/dp), dy/dp
+    // likewise.
+    void set_column(const RowPair<T>& a, std::int32_t column, const Vec3Of<T>& du) const {
+      a.x[column] = z_by_n * du[0] - z_by_n_sqr * u[0] * du[2];
+      a.y[column] = z_by_n * du[1] - z_by_n_sqr * u[1] * du[2];
+    }
   };
-  const PointState& point() const { return point_; }
-  // Column of a parameter p from dU/dp: dx/dp = z/N (dUx/dp - Ux/N dN/dp), dy/dp likewise.
-  void set_column(Matrix& a, std::int32_t column, const Vec3& du) const {
-    a[0][column] = point_.z_by_n * du[0] - point_.z_by_n_sqr * point_.u[0] * du[2];
-    a[1][column] = point_.z_by_n * du[1] - point_.z_by_n_sqr * point_.u[1] * du[2];
-  }
+  // The point of the running `get_derivs`.
+  const PointState<double>& point() const { return point_; }
+  // As get_rot_param_derivs for eight points.
+  virtual void get_packed_rot_param_derivs(const PointState<Pack>& point,
+                                           const RowPair<Pack>& a) const = 0;  // 26
 
  private:
   void print_matrix(TextWriter& out) const;
+  template <class T>
+  PointState<T> state_of(const Vec3Of<T>& object_point) const;
+  // Divides by the denominator, and fills the columns of the projection centre and the object
+  // point.
+  template <class T>
+  void fill_columns(const T& z, PointState<T>& state, const RowPair<T>& geometry,
+                    const RowPair<T>& point) const;
 
   Vec3 centre_{};  // with position correction
   RotationParams rotation_params_{};
   Mat3 rotation_{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
   const PosCorrection* pos_correction_ = nullptr;
   const AttCorrection* att_correction_ = nullptr;
-  PointState point_{};
+  PointState<double> point_{};
 };
 
 // An exterior orientation with three rotation parameters, to which an attitude correction may add.

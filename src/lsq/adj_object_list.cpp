@@ -13,26 +13,23 @@ void AdjObjectList::add(AdjObject& object) {
   object.index = num_unknowns_;
   objects_.push_back(&object);
   num_unknowns_ += static_cast<std::int32_t>(object.num_params());
-}
-
-std::int32_t AdjObjectList::num_constraints() const {
-  std::int32_t count = 0;
-  for (const AdjObject* object : objects_) count += object->get_num_constraints();
-  return count;
-}
-
-std::int32_t AdjObjectList::count_state(ParamState state) const {
-  std::int32_t count = 0;
-  for (const AdjObject* object : objects_) count += object->count_state(state);
-  return count;
+  if (const std::int32_t constraints = object.get_num_constraints(); constraints != 0) {
+    constrained_.push_back(&object);
+    num_constraints_ += constraints;
+  }
+  for (std::size_t state = 0; state < num_in_state_.size(); ++state) {
+    num_in_state_[state] += object.count_state(static_cast<ParamState>(state));
+  }
+  const auto num_free = static_cast<std::uint32_t>(object.count_state(ParamState::unknown));
+  if (num_free != object.num_params()) weighted_.push_back(&object);
 }
 
 void AdjObjectList::add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const {
-  for (const AdjObject* object : objects_) object->add_constraints(normal, rhs, lPl);
+  for (const AdjObject* object : constrained_) object->add_constraints(normal, rhs, lPl);
 }
 
 void AdjObjectList::add_weights(NormalMatrix& normal, Vector& rhs, double& lPl) const {
-  for (const AdjObject* object : objects_) object->add_weights(normal, rhs, lPl);
+  for (const AdjObject* object : weighted_) object->add_weights(normal, rhs, lPl);
 }
 
 void AdjObjectList::apply_corrections(const Vector& corrections) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <typeinfo>
 #include <vector>
@@ -26,8 +27,10 @@ class AdjObjectList {
   AdjObject& operator[](std::int32_t i) const { return *objects_[static_cast<std::size_t>(i)]; }
   std::int32_t num_unknowns() const { return num_unknowns_; }
 
-  std::int32_t num_constraints() const;
-  std::int32_t count_state(ParamState state) const;
+  std::int32_t num_constraints() const { return num_constraints_; }
+  std::int32_t count_state(ParamState state) const {
+    return num_in_state_[static_cast<std::size_t>(state)];
+  }
   void add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const;
   void add_weights(NormalMatrix& normal, Vector& rhs, double& lPl) const;
   void apply_corrections(const Vector& corrections);
@@ -60,7 +63,11 @@ class AdjObjectList {
 
  private:
   std::vector<AdjObject*> objects_;
+  std::vector<const AdjObject*> constrained_;  // those that have constraints
+  std::vector<const AdjObject*> weighted_;     // those that have a parameter with a weight
   std::int32_t num_unknowns_ = 0;
+  std::int32_t num_constraints_ = 0;
+  std::array<std::int32_t, 3> num_in_state_{};
 };
 
 }  // namespace vorn

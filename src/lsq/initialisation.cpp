@@ -174,7 +174,9 @@ NormalStructure find_structure(BundleProject& project) {
     image_points += static_cast<std::size_t>(image.count_points());
   }
   structure.reserve_rays(image_points);
-  for (BundleImage& image : project.images) image.add_structure(project.object_points, structure);
+  for (const BundleImage& image : project.images)
+    image.add_structure(project.object_points, structure);
+  structure.merge_blocks();
   return structure;
 }
 
@@ -200,7 +202,10 @@ int choose_solver(BundleProject& project, TextWriter& report) {
            << " unknowns do not fit the address space.\n";
     return -1;
   }
-  for (BundleImage& image : project.images) image.locate(project.normal);
+  // Small systems keep the prescribed order of operations also in the sums.
+  if (project.normal.method() != NormalMatrix::Method::dense) {
+    project.observations.set_up(project.images, project.object_points, project.normal);
+  }
   project.rhs.resize(size);
   project.markers.resize(size);
   project.solution.resize(size);

@@ -35,18 +35,32 @@ struct MeanChange {
   double mean() const { return count > 0 ? sum / count : -1.0; }
 };
 
+// Adds the observations of all images to cleared normal equations. 1 or -1.
+int add_observations(BundleProject& project, std::int32_t& count) {
+  if (!project.observations.is_empty()) {
+    if (project.observations.add(project.normal, project.rhs, project.lPl, count)) return 1;
+    // The images, one after the other, come upon the first failure and report it.
+    count = 0;
+  }
+  project.normal.zero();
+  for (const BundleImage& image : project.images) {
+    if (image.add_observations(project.object_points, project.normal, project.rhs, project.lPl,
+                               count) != 1) {
+      return -1;
+    }
+  }
+  return 1;
+}
+
 // Builds the normal equations at the current approximations. 1 or -1.
 int set_up(BundleProject& project, TextWriter& report, std::int32_t& observations) {
-  project.normal.zero();
   project.rhs.zero();
   project.solution.zero();
   project.lPl = 0.0;
   observations = 0;
-  for (const BundleImage& image : project.images) {
-    if (image.add_observations(project.normal, project.rhs, project.lPl, observations) != 1) {
-      report << "ERROR: Setup of normal equations failed.\n";
-      return -1;
-    }
+  if (add_observations(project, observations) != 1) {
+    report << "ERROR: Setup of normal equations failed.\n";
+    return -1;
   }
   project.unknowns.add_constraints(project.normal, project.rhs, project.lPl);
   project.unknowns.add_weights(project.normal, project.rhs, project.lPl);

@@ -27,6 +27,28 @@ struct DesignRows {
   std::int32_t stride;
 };
 
+// The design rows of up to eight image points of one image side by side: column j of point k at
+// [8 * j + k] of `x` and `y`, `m` columns. `rows` has room for 32 * stride doubles: there the
+// kernel leaves for each point its rows of x and y, then the same weighted, each filled up with
+// zeros to the stride, a multiple of 8.
+struct PackedRows {
+  const double* x;
+  const double* y;
+  double* rows;
+  std::int32_t m;
+  std::int32_t stride;
+};
+
+// Weights of the eight points, and weighted reduced observations Pl; all zero for a point that does
+// not exist.
+struct PackedWeights {
+  double xx[8];
+  double xy[8];
+  double yy[8];
+  double reduced_x[8];
+  double reduced_y[8];
+};
+
 // Symmetric 2 x 2 weight matrix P of one image point.
 struct PointWeights {
   double xx;
@@ -41,6 +63,13 @@ struct CouplingBlocks {
   const std::int32_t* starts;
   const std::int32_t* widths;
   std::int32_t num_blocks;
+};
+
+// A block N of 3 rows, row-major, and the vector that it meets.
+struct BlockProduct {
+  const double* n;
+  const double* x;
+  std::int32_t width;
 };
 
 // The arithmetic of the normal equations, compiled for several instruction sets. A tile is a t x t
@@ -75,9 +104,15 @@ struct Kernels {
   // the rows' stride; what stands below becomes undefined) and A'Pl to `sums`, given Pl.
   void (*add_products)(double* c, double* sums, const DesignRows& design,
                        const PointWeights& weights, const double* weighted_reduced);
+  // The same for eight points at once, which gives C in full rows of the stride.
+  void (*add_packed_products)(double* c, double* sums, const PackedRows& design,
+                              const PackedWeights& weights);
   // Coupling blocks += Ap'PA for the 2 x 3 design rows Ap of the object point (x, then y).
   void (*add_coupling)(const CouplingBlocks& coupling, const double* point_rows,
                        const DesignRows& design);
+
+  // s := sum of N x over some blocks, 3 elements.
+  void (*multiply_blocks)(double* s, const BlockProduct* products, std::int64_t count);
 
   double (*dot)(const double* a, const double* b, std::int64_t n);
   // y += s x

@@ -276,6 +276,98 @@ void add_products(double* c, double* sums, const DesignRows& design, const Point
   }
 }
 
+inline double total(const Lanes& lanes) {
+  double result = 0.0;
+  for (int lane = 0; lane < VORN_LANES; ++lane) result += lanes[lane];
+  return result;
+}
+
+#if VORN_LANES == 8
+// The transpose of eight rows of eight.
+inline void transpose(Lanes (&v)[8]) {
+  for (int i = 0; i < 8; i += 2) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
+    v[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    v[i] = low;
+  }
+  for (int i = 0; i < 6; i += i == 1 ? 3 : 1) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 2], 0, 1, 8, 9, 4, 5, 12, 13);
+    v[i + 2] = __builtin_shufflevector(v[i], v[i + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+    v[i] = low;
+  }
+  for (int i = 0; i < 4; ++i) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+    v[i + 4] = __builtin_shufflevector(v[i], v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    v[i] = low;
+  }
+}
+
+inline void line_up(const double* columns, double* rows, Index m, Index stride) {
+  for (Index j = 0; j < stride; j += 8) {
+    Lanes v[8];
+    for (Index c = 0; c < 8; ++c) v[c] = j + c < m ? load(columns + 8 * (j + c)) : Lanes{};
+    transpose(v);
+    for (Index k = 0; k < 8; ++k) store(rows + k * stride + j, v[k]);
+  }
+}
+#else
+inline void line_up(const double* columns, double* rows, Index m, Index stride) {
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = 0; j < m; ++j) rows[k * stride + j] = columns[8 * j + k];
+    for (Index j = m; j < stride; ++j) rows[k * stride + j] = 0.0;
+  }
+}
+#endif
+
+// From eight points side by side to one row after the other, plain and weighted.
+inline void line_up_rows(const PackedRows& design, const PackedWeights& weights) {
+  const Index stride = design.stride;
+  double* const x = design.rows;
+  double* const y = x + 8 * stride;
+  double* const weighted = y + 8 * stride;
+  line_up(design.x, x, design.m, stride);
+  line_up(design.y, y, design.m, stride);
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = k * stride; j < (k + 1) * stride; j += VORN_LANES) {
+      const Lanes xj = load(x + j);
+      const Lanes yj = load(y + j);
+      store(weighted + k * stride + j, xj * weights.xx[k] + yj * weights.xy[k]);
+      store(weighted + (k + 1) * stride + j, xj * weights.xy[k] + yj * weights.yy[k]);
+    }
+  }
+}
+
+void add_packed_products(double* c, double* sums, const PackedRows& design,
+                         const PackedWeights& weights) {
+  constexpr Index kRows = 8;  // of C in registers; divides the stride
+  line_up_rows(design, weights);
+  const Index stride = design.stride;
+  const double* const x = design.rows;
+  const double* const y = x + 8 * stride;
+  const double* const weighted = y + 8 * stride;
+  for (Index j = 0; j < stride; j += VORN_LANES) {
+    Lanes sum = load(sums + j);
+    for (Index k = 0; k < 8; ++k) {
+      sum += load(x + k * stride + j) * weights.reduced_x[k] +
+             load(y + k * stride + j) * weights.reduced_y[k];
+    }
+    store(sums + j, sum);
+    // The rows whose diagonal element stands before the end of these columns.
+    for (Index i = 0; i < j + VORN_LANES; i += kRows) {
+      Lanes block[kRows];
+      for (Index r = 0; r < kRows; ++r) block[r] = load(c + (i + r) * stride + j);
+      for (Index k = 0; k < 8; ++k) {
+        const Lanes wx = load(weighted + 2 * k * stride + j);
+        const Lanes wy = load(weighted + (2 * k + 1) * stride + j);
+        for (Index r = 0; r < kRows; ++r) {
+          block[r] += wx * x[k * stride + i + r] + wy * y[k * stride + i + r];
+        }
+      }
+      for (Index r = 0; r < kRows; ++r) store(c + (i + r) * stride + j, block[r]);
+    }
+  }
+}
+
 // One coupling block; a width known beforehand unrolls.
 template <int Width>
 inline void add_coupling_block(double* block, const double* point_rows, const double* wx,
@@ -308,12 +400,36 @@ void add_coupling(const CouplingBlocks& coupling, const double* point_rows,
   }
 }
 
+void multiply_blocks(double* s, const BlockProduct* products, std::int64_t count) {
+  Lanes sum[3] = {};
+  double rest[3] = {};
+  for (const BlockProduct* at = products; at != products + count; ++at) {
+    const Index width = at->width;
+    Index c = 0;
+    for (; c + VORN_LANES <= width; c += VORN_LANES) {
+      const Lanes x = load(at->x + c);
+      for (Index r = 0; r < 3; ++r) sum[r] += load(at->n + r * width + c) * x;
+    }
+#if VORN_LANES == 8
+    const auto mask = static_cast<__mmask8>((1U << (width - c)) - 1U);
+    const Lanes x = _mm512_maskz_loadu_pd(mask, at->x + c);
+    for (Index r = 0; r < 3; ++r) {
+      sum[r] += _mm512_maskz_loadu_pd(mask, at->n + r * width + c) * x;
+    }
+#else
+    for (; c < width; ++c) {
+      for (Index r = 0; r < 3; ++r) rest[r] += at->n[r * width + c] * at->x[c];
+    }
+#endif
+  }
+  for (Index r = 0; r < 3; ++r) s[r] = total(sum[r]) + rest[r];
+}
+
 double dot(const double* a, const double* b, std::int64_t n) {
   Lanes sum{};
   Index k = 0;
   for (; k + VORN_LANES <= n; k += VORN_LANES) sum += load(a + k) * load(b + k);
-  double result = 0.0;
-  for (int lane = 0; lane < VORN_LANES; ++lane) result += sum[lane];
+  double result = total(sum);
   for (; k < n; ++k) result += a[k] * b[k];
   return result;
 }
@@ -324,9 +440,10 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
   for (; k < n; ++k) y[k] += x[k] * s;
 }
 
-constexpr Kernels kTable = {
-    VORN_KERNEL_NAME, multiply_subtract, square_subtract, factorise, solve_right, divide_piece,
-    subtract_batch,   add_products,      add_coupling,    dot,       add_scaled};
+constexpr Kernels kTable = {VORN_KERNEL_NAME,    multiply_subtract, square_subtract, factorise,
+                            solve_right,         divide_piece,      subtract_batch,  add_products,
+                            add_packed_products, add_coupling,      multiply_blocks, dot,
+                            add_scaled};
 
 }  // namespace
 }  // namespace vorn

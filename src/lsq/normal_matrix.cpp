@@ -41,18 +41,19 @@ std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& bl
 
 // ---- structure ---------------------------------------------------------------------------------
 
-bool NormalMatrix::set_structure(const NormalStructure& structure, Method method) {
-  structure_ = structure;
+bool NormalMatrix::set_structure(NormalStructure structure, Method method) {
+  const NormalStructure::PointBlocks blocks = structure.point_blocks();
+  structure.forget_rays();
+  structure_ = std::move(structure);
   method_ = method;
   release_batch();
-  size_ = structure.num_unknowns();
-  num_points_ = structure.num_points();
-  lay_out_blocks(structure);
-  const NormalStructure::PointBlocks blocks = structure.point_blocks();
-  if (!lay_out_points(structure, blocks) || !lay_out_pairs(structure)) return false;
+  size_ = structure_.num_unknowns();
+  num_points_ = structure_.num_points();
+  lay_out_blocks(structure_);
+  if (!lay_out_points(structure_, blocks) || !lay_out_pairs(structure_)) return false;
   if (method == Method::dense) {
     dense_.resize(size_, size_);
-  } else if (!reduced_.set_structure(structure, blocks, method == Method::eliminate_in_order)) {
+  } else if (!reduced_.set_structure(structure_, blocks, method == Method::eliminate_in_order)) {
     return false;
   }
   zero();
@@ -63,7 +64,7 @@ void NormalMatrix::resize(std::int32_t n) {
   if (n == size_ && num_points_ == 0) return;
   NormalStructure structure;
   if (n > 0) structure.add_group({structure.add_block(n)});
-  if (!set_structure(structure, Method::dense)) throw std::bad_alloc();
+  if (!set_structure(std::move(structure), Method::dense)) throw std::bad_alloc();
 }
 
 void NormalMatrix::lay_out_blocks(const NormalStructure& structure) {
@@ -128,15 +129,38 @@ bool NormalMatrix::lay_out_pairs(const NormalStructure& structure) {
 // ---- elements ----------------------------------------------------------------------------------
 
 void NormalMatrix::zero() {
+  zero_reduced();
   point_values_.zero();
+}
+
+void NormalMatrix::zero_reduced() {
   pair_values_.zero();
   factorised_ = false;
   natural_.reset();
 }
 
+void NormalMatrix::zero_points(std::int32_t first, std::int32_t count) {
+  const auto start_of = [this](std::int32_t k) {
+    return k < num_points_ ? points_[place(point_order_[place(k)])].values : point_values_.size();
+  };
+  std::fill(point_values_.data() + start_of(first), point_values_.data() + start_of(first + count),
+            0.0);
+}
+
 NormalMatrix::PointRows NormalMatrix::point_rows(std::int32_t point) {
   double* const values = point_values_.data() + points_[place(point)].values;
   return {values, values + kDiagonalRoom};
+}
+
+// The blocks that each point meets, as its structure gave them.
+NormalStructure::PointBlocks NormalMatrix::point_blocks() const {
+  NormalStructure::PointBlocks result;
+  result.first.push_back(0);
+  for (std::int32_t point = 0; point < num_points_; ++point) {
+    for (const PointBlock& at : blocks_of(point)) result.blocks.push_back(at.block);
+    result.first.push_back(result.blocks.size());
+  }
+  return result;
 }
 
 const NormalMatrix::PointBlock* NormalMatrix::find_point_block(std::int32_t point,

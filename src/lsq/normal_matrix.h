@@ -44,11 +44,16 @@ class NormalMatrix {
 
   // Takes memory for a structure, with all elements zero. False when the matrix does not fit the
   // address space.
-  bool set_structure(const NormalStructure& structure, Method method = Method::eliminate);
+  bool set_structure(NormalStructure structure, Method method = Method::eliminate);
   // A matrix of n unknowns of which nothing is known: all of them in one block of the reduced part.
   void resize(std::int32_t n);
   std::int32_t size() const { return size_; }
+  Method method() const { return method_; }
   void zero();
+  // The same in parts: the reduced part, and the rows of consecutive points in the order in which
+  // they stand in memory, which those do who are about to add to them.
+  void zero_reduced();
+  void zero_points(std::int32_t first, std::int32_t count);
 
   // N[i][j] += v for i <= j. An element outside the structure is an error of the program
   // (std::out_of_range).
@@ -68,6 +73,8 @@ class NormalMatrix {
   PointRows point_rows(std::int32_t point);
   std::int32_t coupling_start(std::int32_t point, std::int32_t block) const;
   std::int32_t num_points() const { return num_points_; }
+  // The points in the order in which they stand in memory.
+  std::span<const std::int32_t> point_order() const { return point_order_; }
   // The block of an unknown of the reduced part, and a block's first unknown and width.
   std::int32_t block_of(std::int32_t unknown) const { return structure_.block_of(unknown); }
   std::int32_t block_index(std::int32_t block) const { return blocks_[place(block)].index; }
@@ -144,6 +151,16 @@ class NormalMatrix {
   const double* coupling(std::int32_t point, const PointBlock& at) const {
     return diagonal(point) + kDiagonalRoom + at.start;
   }
+  // Asks for the memory of the point that stands at a place of the order; what lies behind the last
+  // one needs none.
+  void fetch_point(std::size_t at) const {
+    if (at >= point_order_.size()) return;
+    const PointEntry& entry = points_[place(point_order_[at])];
+    const double* const values = point_values_.data() + entry.values;
+    const std::size_t size = kDiagonalRoom + 3 * place(entry.width);
+    for (std::size_t k = 0; k < size; k += 8) __builtin_prefetch(values + k);
+  }
+  NormalStructure::PointBlocks point_blocks() const;
   const PointBlock* find_point_block(std::int32_t point, std::int32_t block) const;
   const double* find(std::int32_t i, std::int32_t j) const;
   double factor_at(std::int32_t i, std::int32_t j) const;
@@ -165,7 +182,7 @@ class NormalMatrix {
   std::int32_t size_ = 0;
   std::int32_t num_points_ = 0;
   bool factorised_ = false;
-  NormalStructure structure_;
+  NormalStructure structure_;  // without rays: what they say stands in point_blocks_
   std::vector<Block> blocks_;  // of the reduced part, in the order of the unknowns
   std::vector<PointEntry> points_;
   // The points in the order in which they stand in memory and are eliminated: those that meet the

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <new>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "lsq/cholesky.h"
@@ -19,12 +20,46 @@ namespace vorn {
 class NormalMatrix::PointBatch {
  public:
   PointBatch(const NormalMatrix& normal, const ReducedMatrix& reduced)
-      : normal_(normal), reduced_(reduced), slots_(reduced.pieces().size(), 0) {}
+      : normal_(normal), reduced_(reduced), starts_(reduced.pieces().size(), 0) {
+    std::vector<std::uint64_t> bits_of(reduced.pieces().size(), 0);
+    std::span<const std::int32_t> points = normal.point_order();
+    for (; !points.empty(); points = points.subspan(size_of_next(points))) {
+      list_pieces(points.first(size_of_next(points)), bits_of);
+    }
+    met_.shrink_to_fit();
+  }
 
-  // Eliminates the points from the reduced matrix. False when a pivot is not greater than 0.
-  bool eliminate(std::span<const std::int32_t> points, double* diagonal_of_factor,
-                 const Forward* forward) {
-    collect_pieces(points);
+  // Eliminates all points from the reduced matrix. False when a pivot is not greater than 0.
+  bool eliminate_all(double* diagonal_of_factor, const Forward* forward) {
+    std::span<const std::int32_t> points = normal_.point_order();
+    std::span<const Met> met = met_;
+    for (const std::size_t num_met : num_met_) {
+      const std::size_t count = size_of_next(points);
+      if (!eliminate(points.first(count), met.first(num_met), diagonal_of_factor, forward)) {
+        return false;
+      }
+      points = points.subspan(count);
+      met = met.subspan(num_met);
+    }
+    return true;
+  }
+
+ private:
+  static constexpr std::size_t kColumns = 3 * static_cast<std::size_t>(kPieceWidth);
+
+  // A piece that a batch meets, and the points that meet it.
+  struct Met {
+    std::uint64_t points;
+    std::int32_t piece;
+  };
+
+  static std::size_t size_of_next(std::span<const std::int32_t> points) {
+    return std::min(points.size(), place(kBatchPoints));
+  }
+
+  bool eliminate(std::span<const std::int32_t> points, std::span<const Met> met,
+                 double* diagonal_of_factor, const Forward* forward) {
+    make_room(met);
     for (const std::int32_t point : points) {
       if (factor_.factorise(normal_.diagonal(point)) != 0) return false;
       if (diagonal_of_factor != nullptr) {
@@ -40,37 +75,39 @@ class NormalMatrix::PointBatch {
     return true;
   }
 
- private:
-  static constexpr std::size_t kColumns = 3 * static_cast<std::size_t>(kPieceWidth);
-
-  // Lists the pieces that the points meet, ascending, and makes room for their columns.
-  void collect_pieces(std::span<const std::int32_t> points) {
-    touched_.clear();
+  // Lists the pieces that the points of a batch meet, ascending. `bits_of` all pieces is zero
+  // before and after.
+  void list_pieces(std::span<const std::int32_t> points, std::vector<std::uint64_t>& bits_of) {
+    const std::size_t first = met_.size();
     for (std::size_t k = 0; k < points.size(); ++k) {
       for (const PointBlock& at : normal_.blocks_of(points[k])) {
-        const std::int32_t first = reduced_.first_piece(at.block);
-        for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
-          std::uint64_t& bits = slots_[place(piece)];
-          if (bits == 0) touched_.push_back(piece);
+        const std::int32_t begin = reduced_.first_piece(at.block);
+        for (std::int32_t piece = begin; piece < begin + reduced_.num_pieces(at.block); ++piece) {
+          std::uint64_t& bits = bits_of[place(piece)];
+          if (bits == 0) met_.push_back({0, piece});
           bits |= std::uint64_t{1} << k;
         }
       }
     }
-    std::sort(touched_.begin(), touched_.end());
+    const std::span<Met> met = std::span(met_).subspan(first);
+    std::sort(met.begin(), met.end(), [](const Met& a, const Met& b) { return a.piece < b.piece; });
+    for (Met& one : met) one.points = std::exchange(bits_of[place(one.piece)], 0);
+    num_met_.push_back(met.size());
+  }
+
+  // Makes room for the columns of the pieces.
+  void make_room(std::span<const Met> met) {
     pieces_.clear();
-    starts_.resize(slots_.size());
     std::size_t count = 0;
-    for (const std::int32_t piece : touched_) {
-      const TilePiece& at = reduced_.pieces()[place(piece)];
-      std::uint64_t& bits = slots_[place(piece)];
-      pieces_.push_back({bits, nullptr, at.tile, at.offset, at.width});
-      starts_[place(piece)] = count;
-      count += kColumns * static_cast<std::size_t>(__builtin_popcountll(bits));
-      bits = 0;
+    for (const Met& one : met) {
+      const TilePiece& at = reduced_.pieces()[place(one.piece)];
+      pieces_.push_back({one.points, nullptr, at.tile, at.offset, at.width});
+      starts_[place(one.piece)] = count;
+      count += kColumns * static_cast<std::size_t>(__builtin_popcountll(one.points));
     }
     if (count > columns_.size()) columns_.resize(count);
     for (std::size_t k = 0; k < pieces_.size(); ++k) {
-      pieces_[k].v = columns_.data() + starts_[place(touched_[k])];
+      pieces_[k].v = columns_.data() + starts_[place(met[k].piece)];
     }
   }
 
@@ -104,10 +141,10 @@ class NormalMatrix::PointBatch {
   const NormalMatrix& normal_;
   const ReducedMatrix& reduced_;
   PointFactor factor_;
-  std::vector<std::uint64_t> slots_;  // of all pieces: the points of the batch that meet them
-  std::vector<std::size_t> starts_;   // of all pieces: where the next point's columns go
-  std::vector<std::int32_t> touched_;
-  std::vector<BatchPiece> pieces_;
+  std::vector<Met> met_;  // by all batches
+  std::vector<std::size_t> num_met_;
+  std::vector<std::size_t> starts_;  // of all pieces: where the next point's columns go
+  std::vector<BatchPiece> pieces_;   // of the running batch
   std::vector<double> columns_;
 };
 
@@ -146,14 +183,7 @@ void NormalMatrix::load(ReducedMatrix& reduced) const {
 std::int32_t NormalMatrix::reduce(PointBatch& batch, ReducedMatrix& reduced,
                                   double* diagonal_of_factor, const Forward* forward) const {
   load(reduced);
-  std::span<const std::int32_t> points = point_order_;
-  while (!points.empty()) {
-    const std::size_t count = std::min(points.size(), place(kBatchPoints));
-    if (!batch.eliminate(points.first(count), diagonal_of_factor, forward)) {
-      return first_failing_pivot();
-    }
-    points = points.subspan(count);
-  }
+  if (!batch.eliminate_all(diagonal_of_factor, forward)) return first_failing_pivot();
   const std::int32_t failed = reduced.tiles.factorise();
   return failed == 0 ? 0 : num_point_unknowns() + failed;
 }
@@ -224,7 +254,7 @@ std::int32_t NormalMatrix::finish_factorisation(std::int32_t failed, Vector& p) 
 std::int32_t NormalMatrix::failing_unknown(std::int32_t row) const {
   if (!reduced_.is_natural()) {
     ReducedMatrix natural;
-    if (natural.set_structure(structure_, structure_.point_blocks(), true)) {
+    if (natural.set_structure(structure_, point_blocks(), true)) {
       PointBatch natural_batch(*this, natural);
       const std::int32_t failed = reduce(natural_batch, natural, nullptr, nullptr);
       if (failed != 0) return failed - 1;
@@ -239,7 +269,7 @@ const ReducedMatrix& NormalMatrix::natural_factor() const {
   if (reduced_.is_natural()) return reduced_;
   if (!natural_) {
     natural_ = std::make_unique<ReducedMatrix>();
-    if (!natural_->set_structure(structure_, structure_.point_blocks(), true)) {
+    if (!natural_->set_structure(structure_, point_blocks(), true)) {
       throw std::bad_alloc();
     }
     PointBatch natural_batch(*this, *natural_);
@@ -329,20 +359,20 @@ void NormalMatrix::substitute_back(std::vector<double>& reduced, Vector& x) cons
   for (std::int32_t k = 0; k < structure_.num_blocks(); ++k) {
     std::copy_n(reduced.data() + reduced_.start(k), block_width(k), x.data() + block_index(k));
   }
+  const Kernels& kernel = kernels();
+  std::vector<BlockProduct> products;
   PointFactor factor;
-  for (const std::int32_t i : point_order_) {
+  for (std::size_t k = 0; k < point_order_.size(); ++k) {
+    fetch_point(k + 2);
+    const std::int32_t i = point_order_[k];
     factor.factorise(diagonal(i));
-    double s[3] = {0.0, 0.0, 0.0};
+    products.clear();
     for (const PointBlock& at : blocks_of(i)) {
-      const double* const n = coupling(i, at);
-      const double* const from = x.data() + block_index(at.block);
-      const std::ptrdiff_t width = block_width(at.block);
-      for (std::ptrdiff_t c = 0; c < width; ++c) {
-        s[0] += n[c] * from[c];
-        s[1] += n[width + c] * from[c];
-        s[2] += n[2 * width + c] * from[c];
-      }
+      const Block& block = blocks_[place(at.block)];
+      products.push_back({coupling(i, at), x.data() + block.index, block.width});
     }
+    double s[3];
+    kernel.multiply_blocks(s, products.data(), static_cast<std::int64_t>(products.size()));
     factor.forward(s);
     for (std::int32_t r = 0; r < 3; ++r) s[r] = x[3 * i + r] - s[r];
     factor.backward(s);

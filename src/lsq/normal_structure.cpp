@@ -100,6 +100,29 @@ std::int32_t NormalStructure::add_group(std::vector<std::int32_t> blocks) {
   return num_groups() - 1;
 }
 
+void NormalStructure::merge_blocks() {
+  std::vector<Order> groups_of(widths_.size());
+  for (std::int32_t g = 0; g < num_groups(); ++g) {
+    for (const std::int32_t b : group(g)) groups_of[static_cast<std::size_t>(b)].push_back(g);
+  }
+  std::vector<std::int32_t> widths;
+  Order merged(widths_.size());
+  for (std::size_t b = 0; b < widths_.size(); ++b) {
+    if (b > 0 && !groups_of[b].empty() && groups_of[b] == groups_of[b - 1]) {
+      widths.back() += widths_[b];
+    } else {
+      widths.push_back(widths_[b]);
+    }
+    merged[b] = static_cast<std::int32_t>(widths.size()) - 1;
+  }
+  widths_ = std::move(widths);
+  for (std::int32_t& block : block_of_) block = merged[static_cast<std::size_t>(block)];
+  for (Order& blocks : groups_) {
+    for (std::int32_t& block : blocks) block = merged[static_cast<std::size_t>(block)];
+    blocks.erase(std::unique(blocks.begin(), blocks.end()), blocks.end());
+  }
+}
+
 NormalStructure::PointBlocks NormalStructure::point_blocks() const {
   // The groups of each point, by counting.
   const auto n = static_cast<std::size_t>(num_points_);

@@ -19,9 +19,14 @@ class NormalStructure {
   std::int32_t add_block(std::int32_t width);
   // Adds a group of blocks; returns its number.
   std::int32_t add_group(std::vector<std::int32_t> blocks);
+  // Makes one block of neighbours that belong to the same groups: what always appears together is
+  // handled together. Blocks without a group stay as they are. Numbers of blocks change.
+  void merge_blocks();
   // Says that observations of the group added last touch a point.
   void add_ray(std::int32_t point) { rays_.push_back({num_groups() - 1, point}); }
   void reserve_rays(std::size_t count) { rays_.reserve(count); }
+  // Gives the memory of the rays back.
+  void forget_rays() { std::vector<GroupRay>().swap(rays_); }
 
   std::int32_t num_points() const { return num_points_; }
   std::int32_t num_blocks() const { return static_cast<std::int32_t>(widths_.size()); }

@@ -1,5 +1,8 @@
 #include "lsq/observation_group.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace vorn {
 
 void add_weighted_observations(const std::vector<const DesignBlock*>& blocks, const Vector& weights,
@@ -29,9 +32,8 @@ void add_weighted_observations(const std::vector<const DesignBlock*>& blocks, co
   }
 }
 
-ImageEquations::ImageEquations(NormalMatrix& normal, Vector& rhs,
-                               std::span<const std::int32_t> blocks)
-    : normal_(normal), rhs_(rhs), blocks_(blocks.begin(), blocks.end()) {
+ImageEquations::ImageEquations(NormalMatrix& normal, std::vector<std::int32_t> blocks)
+    : normal_(normal), blocks_(std::move(blocks)) {
   for (const std::int32_t block : blocks_) {
     widths_.push_back(normal.block_width(block));
     width_ += widths_.back();
@@ -40,8 +42,14 @@ ImageEquations::ImageEquations(NormalMatrix& normal, Vector& rhs,
   const auto stride = static_cast<std::size_t>(stride_);
   rows_.assign(2 * stride, 0.0);
   weighted_.assign(2 * stride, 0.0);
-  products_.assign(static_cast<std::size_t>(width_) * stride, 0.0);
+  products_.assign(stride * stride, 0.0);
   sums_.assign(stride, 0.0);
+}
+
+void ImageEquations::start() {
+  std::fill(products_.begin(), products_.end(), 0.0);
+  std::fill(sums_.begin(), sums_.end(), 0.0);
+  lPl_ = 0.0;
 }
 
 // P = (B Q B')^-1 by the Cholesky factorisation of the 2 x 2 matrix.
@@ -78,46 +86,89 @@ void ImageEquations::gather(std::span<const DesignBlock* const> design) {
   }
 }
 
-void ImageEquations::add_point(const Target& target, const Matrix& point,
-                               const PointWeights& weights, const double (&weighted)[2]) {
-  const double* const ax = point[0];
-  const double* const ay = point[1];
+void ImageEquations::add_point(const Target& target, const double* point,
+                               const PointWeights& weights, const double (&weighted)[2],
+                               Vector& rhs) {
+  const double* const ax = point;
+  const double* const ay = point + 3;
   double* element = target.rows.diagonal;
   for (std::int32_t i = 0; i < 3; ++i) {
     const double wx = weights.xx * ax[i] + weights.xy * ay[i];
     const double wy = weights.xy * ax[i] + weights.yy * ay[i];
     for (std::int32_t j = i; j < 3; ++j) *element++ += wx * ax[j] + wy * ay[j];
-    rhs_[target.index + i] += ax[i] * weighted[0] + ay[i] * weighted[1];
+    rhs[target.index + i] += ax[i] * weighted[0] + ay[i] * weighted[1];
   }
 }
 
 bool ImageEquations::add(const Target& target, const Matrix& point,
                          std::span<const DesignBlock* const> design, const Matrix& b,
-                         const Matrix& q, const double (&reduced)[2]) {
+                         const Matrix& q, const double (&reduced)[2], Vector& rhs) {
   PointWeights weights{};
-  if (!weights_of(b, q, weights)) {
-    standard_output() << "ERROR: Decomposition of weight matrix failed.\n";
-    return false;
-  }
+  if (!weights_of(b, q, weights)) return false;
   const double weighted[2] = {weights.xx * reduced[0] + weights.xy * reduced[1],
                               weights.xy * reduced[0] + weights.yy * reduced[1]};
   lPl_ += reduced[0] * weighted[0] + reduced[1] * weighted[1];
-  add_point(target, point, weights, weighted);
+  add_point(target, point[0], weights, weighted, rhs);
   gather(design);
   const DesignRows rows{rows_.data(), weighted_.data(), width_, stride_};
   kernel_.add_products(products_.data(), sums_.data(), rows, weights, weighted);
-  kernel_.add_coupling({target.rows.coupling, target.starts, widths_.data(),
-                        static_cast<std::int32_t>(widths_.size())},
-                       point[0], rows);
+  add_coupling(target, point[0], weighted_.data());
   return true;
 }
 
-void ImageEquations::finish(double& lPl) {
+bool ImageEquations::add(PackedEquations& equations, Vector& rhs) {
+  PackedWeights weights{};
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    const double xx = equations.cofactors[0][k];
+    const double yy = equations.cofactors[1][k];
+    if (!(xx > 0.0) || !(yy > 0.0)) return false;
+    weights.xx[k] = 1.0 / xx;
+    weights.yy[k] = 1.0 / yy;
+    const double x = equations.reduced[0][k];
+    const double y = equations.reduced[1][k];
+    weights.reduced_x[k] = weights.xx[k] * x;
+    weights.reduced_y[k] = weights.yy[k] * y;
+    lPl_ += x * weights.reduced_x[k] + y * weights.reduced_y[k];
+  }
+  equations.rows.resize(std::max(equations.rows.size(), 4 * Pack::kSize * rows_.size() / 2));
+  kernel_.add_packed_products(products_.data(), sums_.data(),
+                              {equations.x.data()->data(), equations.y.data()->data(),
+                               equations.rows.data(), width_, stride_},
+                              weights);
+  add_packed_points(equations, weights, rhs);
+  return true;
+}
+
+void ImageEquations::add_packed_points(PackedEquations& equations, const PackedWeights& weights,
+                                       Vector& rhs) {
+  double* weighted = equations.rows.data() + 2 * Pack::kSize * stride_;
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    double rows[6];
+    for (std::int32_t i = 0; i < 3; ++i) {
+      rows[i] = equations.point_x[i][k];
+      rows[3 + i] = equations.point_y[i][k];
+    }
+    const double reduced[2] = {weights.reduced_x[k], weights.reduced_y[k]};
+    add_point(equations.targets[k], rows, {weights.xx[k], weights.xy[k], weights.yy[k]}, reduced,
+              rhs);
+    add_coupling(equations.targets[k], rows, weighted);
+    weighted += 2 * stride_;
+  }
+}
+
+void ImageEquations::add_coupling(const Target& target, const double* point, double* weighted) {
+  const DesignRows rows{rows_.data(), weighted, width_, stride_};
+  kernel_.add_coupling({target.rows.coupling, target.starts, widths_.data(),
+                        static_cast<std::int32_t>(widths_.size())},
+                       point, rows);
+}
+
+void ImageEquations::finish(Vector& rhs, double& lPl) {
   lPl += lPl_;
   std::size_t row = 0;
   for (std::size_t a = 0; a < blocks_.size(); ++a) {
     for (std::int32_t r = 0; r < widths_[a]; ++r, ++row) {
-      rhs_[normal_.block_index(blocks_[a]) + r] += sums_[row];
+      rhs[normal_.block_index(blocks_[a]) + r] += sums_[row];
       std::size_t column = row - static_cast<std::size_t>(r);
       for (std::size_t b = a; b < blocks_.size(); ++b) {
         double* const to = normal_.block_pair(blocks_[a], blocks_[b]) + r * widths_[b];

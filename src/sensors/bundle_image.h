@@ -31,18 +31,17 @@ class BundleImage {
   // Not implemented: says so on standard output and returns -1.
   virtual int image_to_object() const;        // 3
   virtual bool calc_approx_geometry() const;  // 4
-  // Adds the observation equations of all points, which `locate` has resolved. Points without an
-  // object point are reported on standard output and passed over; `count` grows by 2 per point. 1,
-  // or -1 on failure.
-  virtual int add_observations(NormalMatrix& normal, Vector& rhs, double& lPl,
-                               std::int32_t& count) const;  // 5
+  // Adds the observation equations of all points. Points without an object point are reported on
+  // standard output and passed over; `count` grows by 2 per point. 1, or -1 with a message on
+  // standard output when the equations of a point cannot be formed. Large projects add the same
+  // equations in another order: see ObservationTable.
+  virtual int add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
+                               Vector& rhs, double& lPl, std::int32_t& count) const;  // 5
 
-  // Finds the object point of every image point and adds the image's share to the structure of the
-  // normal equations: a group of the blocks that its observations touch, with a ray to each object
-  // point. Every object has its unknown number by then.
-  void add_structure(const OwnedList<ObjectPoint>& object_points, NormalStructure& structure);
-  // Finds the places of all its contributions in normal equations of that structure.
-  void locate(NormalMatrix& normal);
+  // Adds the image's share to the structure of the normal equations: a group of the blocks that its
+  // observations touch, with a ray to each object point. Every object has its unknown number by
+  // then.
+  void add_structure(const OwnedList<ObjectPoint>& object_points, NormalStructure& structure) const;
 
   bool has_point(std::string_view point_id) const { return points.find(point_id) != nullptr; }
   std::int32_t index_of_point(std::string_view point_id) const { return points.slot_of(point_id); }
@@ -64,21 +63,6 @@ class BundleImage {
   std::string camera_id;
   Camera* camera = nullptr;  // not owned
   bool used = false;         // set once the geometry is attached
-
- private:
-  // One image point with its object point (null when there is none) and the places of its
-  // equations.
-  struct Ray {
-    const ImagePoint* point;
-    const ObjectPoint* object_point;
-    NormalMatrix::PointRows rows;
-  };
-
-  static void fetch(const Ray& ray, const std::int32_t* starts);
-
-  std::vector<Ray> rays_;
-  std::vector<std::int32_t> blocks_;  // that the observations touch, ascending
-  std::vector<std::int32_t> starts_;  // of each ray's blocks within the coupling of its point
 };
 
 // Reads an image file into the list. 1, or -1 with a message on standard output.

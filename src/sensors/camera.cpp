@@ -1,5 +1,7 @@
 #include "sensors/camera.h"
 
+#include <type_traits>
+
 #include "calibration/ap_set.h"
 
 namespace vorn {
@@ -49,28 +51,45 @@ void Camera::print(TextWriter& out) const {
   out << '\n';
 }
 
-Pair Camera::get_corrections(const Vec3& point) const {
-  Pair sum{};
+template <class T>
+std::array<T, 2> Camera::corrections_at(const Vec3Of<T>& point) const {
+  std::array<T, 2> sum{0.0, 0.0};
   for (const APSet* set : ap_sets) {
     if (set == nullptr) continue;
-    const Pair correction = set->get_correction(point);
+    std::array<T, 2> correction;
+    if constexpr (std::is_same_v<T, Pack>) {
+      correction = set->get_packed_correction(point);
+    } else {
+      correction = set->get_correction(point);
+    }
     sum[0] += correction[0];
     sum[1] += correction[1];
   }
   return sum;
 }
 
-Vec3 Camera::image_to_camera(const Pair& image) const {
-  Vec3 point{image[0] - xp, image[1] - yp, -c};
-  const Pair correction = get_corrections(point);
+Pair Camera::get_corrections(const Vec3& point) const { return corrections_at(point); }
+
+template <class T>
+Vec3Of<T> Camera::reduced(const std::array<T, 2>& image) const {
+  Vec3Of<T> point{image[0] - xp, image[1] - yp, -c};
+  const std::array<T, 2> correction = corrections_at(point);
   point[0] -= correction[0];
   point[1] -= correction[1];
   return point;
 }
 
-Pair Camera::camera_to_image(const Vec3& point) const {
-  const Pair correction = get_corrections(point);
+template <class T>
+std::array<T, 2> Camera::completed(const Vec3Of<T>& point) const {
+  const std::array<T, 2> correction = corrections_at(point);
   return {xp + point[0] + correction[0], yp + point[1] + correction[1]};
+}
+
+Vec3 Camera::image_to_camera(const Pair& image) const { return reduced(image); }
+Pair Camera::camera_to_image(const Vec3& point) const { return completed(point); }
+Vec3Of<Pack> Camera::packed_image_to_camera(const PackPair& image) const { return reduced(image); }
+PackPair Camera::packed_camera_to_image(const Vec3Of<Pack>& point) const {
+  return completed(point);
 }
 
 void Camera::get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const {

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "geometry/image_geometry.h"
+#include "geometry/vec3.h"
 #include "lsq/owned_list.h"
+#include "lsq/pack.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 
@@ -16,6 +18,7 @@ class APSet;
 class BundleImage;
 
 using Pair = std::array<double, 2>;
+using PackPair = std::array<Pack, 2>;
 
 // Interior orientation of a frame camera and base of the camera family: focal length, principal
 // point, format, the additional-parameter sets bound to it, and its measuring coordinate system.
@@ -48,6 +51,9 @@ class Camera {
   Vec3 image_to_camera(const Pair& image) const;
   // Image coordinates of a reduced point.
   Pair camera_to_image(const Vec3& point) const;
+  // The same for eight points side by side.
+  Vec3Of<Pack> packed_image_to_camera(const PackPair& image) const;
+  PackPair packed_camera_to_image(const Vec3Of<Pack>& point) const;
   // Fills one 2xn block per set at a reduced image point.
   // Each block gets its set's unknown number, too; a null set is reported on the error stream.
   void get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const;
@@ -71,6 +77,14 @@ class Camera {
   // Prints the points under a column header, their values multiplied by `factor`.
   void print_points(TextWriter& out, const BundleImage& image, std::string_view header,
                     double factor) const;
+
+ private:
+  template <class T>
+  std::array<T, 2> corrections_at(const Vec3Of<T>& point) const;
+  template <class T>
+  Vec3Of<T> reduced(const std::array<T, 2>& image) const;
+  template <class T>
+  std::array<T, 2> completed(const Vec3Of<T>& point) const;
 };
 
 // Reads a camera file into the list. 1, also for an empty file; -1 with a message on standard

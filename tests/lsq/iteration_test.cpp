@@ -97,9 +97,14 @@ TEST_F(IterationTest, StatisticsFollowRedundancy) {
   // Conditions 1 to both sides of one unknown: v'Pv = 2 x 1e-12.
   Spring spring(2.0);
   spring.apart = 1.0;
-  project_.unknowns.add(spring);
   ls_params().max_iterations = 1;
   ls_params().apv_limit = 1e-12;
+  const auto start_with = [&](std::int32_t constraints, double x) {
+    spring.num_constraints = constraints;
+    spring.x = x;
+    project_.unknowns = {};
+    project_.unknowns.add(spring);
+  };
   struct Case {
     std::int32_t constraints;
     double start;
@@ -116,13 +121,12 @@ TEST_F(IterationTest, StatisticsFollowRedundancy) {
        "Redundancy              :  0\nvtpv                    :  2.00e-12\n"
        "Sigma 0 a posteriori    :  undefined, no redundancy!\n"}};
   for (const Case& c : cases) {
-    spring.num_constraints = c.constraints;
-    spring.x = c.start;
+    start_with(c.constraints, c.start);
     EXPECT_THAT(iterate(1), HasSubstr(c.expected));
     EXPECT_DOUBLE_EQ(spring.x, 2.0);
   }
-  spring.num_constraints = 0;
-  spring.x = 5.0;
+  // Only a wrong count makes the redundancy negative where the equations can be solved.
+  start_with(-1, 5.0);
   EXPECT_THAT(iterate(-1), testing::EndsWith("*** ERROR: Negative redundancy.\n"));
   EXPECT_EQ(spring.x, 5.0) << "corrections of a failed iteration are not applied";
 }
