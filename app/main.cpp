@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -161,6 +162,8 @@ int main(int argc, char** argv) {
   int status = kFailed;
   try {
     status = run_command(argc, argv);
+  } catch (const std::bad_alloc&) {
+    vorn::print_out_of_memory();
   } catch (const std::exception& error) {
     error_output() << "vorn: " << error.what() << '\n';
   }

@@ -1,4 +1,3 @@
-#include <exception>
 #include <string>
 
 #include "driver/run.h"
@@ -14,11 +13,9 @@ int32_t VornScanBundle(const char* path, int32_t flag) {
     result = vorn::run_project(path, flag != 0).result;
   } catch (...) {
     // Memory ran out. The host must not see an exception.
+    vorn::print_out_of_memory();
   }
-  try {
-    vorn::flush_console();
-  } catch (...) {
-  }
+  vorn::flush_console();
   return result;
 }
 

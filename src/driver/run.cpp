@@ -136,4 +136,8 @@ RunSummary run_project(const std::string& path, bool with_cameras,
   return summary;
 }
 
+void print_out_of_memory() {
+  standard_output().write_through("ERROR: There is not enough memory for this project.\n");
+}
+
 }  // namespace vorn

@@ -31,8 +31,10 @@ struct RunSummary {
 
 // Runs the project of a control file from reading to the last report line. `with_cameras` asks for
 // the camera result file. `inspect`, where given, sees the project after a completed adjustment,
-// just before it is destroyed. May throw when memory runs out.
+// just before it is destroyed. Throws when memory runs out.
 RunSummary run_project(const std::string& path, bool with_cameras,
                        const std::function<void(const BundleProject&)>& inspect = {});
+// What there is to say when it has thrown, on standard output. Takes no memory.
+void print_out_of_memory();
 
 }  // namespace vorn

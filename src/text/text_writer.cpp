@@ -41,6 +41,11 @@ void TextWriter::flush() {
   if (stream_ != nullptr) std::fflush(stream_);
 }
 
+void TextWriter::write_through(std::string_view text) {
+  drain();
+  if (stream_ != nullptr) std::fwrite(text.data(), 1, text.size(), stream_);
+}
+
 void TextWriter::close() {
   flush();
   if (owned_) std::fclose(std::exchange(stream_, nullptr));

@@ -37,6 +37,8 @@ class TextWriter {
   bool is_open() const { return stream_ != nullptr; }
   // Writes out the buffer, also to the system.
   void flush();
+  // Writes out the buffer and then the text, without taking any memory.
+  void write_through(std::string_view text);
   void close();
 
   TextWriter& operator<<(std::string_view text);
