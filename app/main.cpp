@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "driver/bundle_project.h"
 #include "driver/keywords.h"
@@ -32,10 +33,17 @@ int refuse(std::string_view what, std::string_view path) {
   return kFailed;
 }
 
-// Calls `visit(name)` for every data file that a control file names, as seen from its directory.
+// A name of a project's file as seen from the directory of its control file.
+std::string from_directory_of(const std::string& control_file, std::string_view name) {
+  const vorn::PathParts parts = vorn::split_path(vorn::absolute_path(control_file));
+  const vorn::PathParts named = vorn::split_path(name);
+  const bool absolute = !named.drive.empty() || named.directory.find_first_of("/\\") == 0;
+  return (absolute ? std::string() : parts.drive + parts.directory) + std::string(name);
+}
+
+// Calls `visit(keyword, path)` for every data file that a control file names.
 template <class Visit>
 void for_each_data_file(const std::string& control_file, Visit visit) {
-  const vorn::PathParts parts = vorn::split_path(vorn::absolute_path(control_file));
   vorn::FileText text;
   if (!text.load(control_file)) return;
   vorn::TokenReader in(text.view());
@@ -43,10 +51,34 @@ void for_each_data_file(const std::string& control_file, Visit visit) {
   std::string_view name;
   while (in.read_word(keyword) && vorn::lookup_keyword(keyword) != vorn::Keyword::stop_dep &&
          in.read_word(name)) {
-    const vorn::PathParts named = vorn::split_path(name);
-    const bool absolute = !named.drive.empty() || named.directory.find_first_of("/\\") == 0;
-    visit((absolute ? std::string() : parts.drive + parts.directory) + std::string(name));
+    visit(vorn::lookup_keyword(keyword), from_directory_of(control_file, name));
   }
+}
+
+// The files of the normal equations that an options file names behind its 14 numbers.
+std::vector<std::string> normal_equation_files(const std::string& options_file) {
+  std::vector<std::string> names;
+  vorn::FileText text;
+  if (!text.load(options_file)) return names;
+  vorn::TokenReader in(text.view());
+  std::string_view word;
+  for (int i = 0; i < 18 && in.read_word(word); ++i) {
+    if (i >= 14 && word != "none") names.emplace_back(word);
+  }
+  return names;
+}
+
+// Everything that a run may write to.
+std::vector<std::string> written_files(const std::string& control_file, bool with_cameras) {
+  std::vector<std::string> dumps;
+  for_each_data_file(control_file, [&](vorn::Keyword keyword, const std::string& data_file) {
+    // Later options replace earlier ones.
+    if (keyword == vorn::Keyword::params) dumps = normal_equation_files(data_file);
+  });
+  std::vector<std::string> files =
+      vorn::output_names(vorn::split_path(vorn::absolute_path(control_file))).opened(with_cameras);
+  for (const std::string& name : dumps) files.push_back(from_directory_of(control_file, name));
+  return files;
 }
 
 // Refuses a project that the run could not read or would destroy. True when it may run.
@@ -56,14 +88,13 @@ bool may_run(const std::string& path, bool with_cameras) {
   if (kind == vorn::FileKind::directory) {
     return refuse("a directory is no control file", path) == kCompleted;
   }
-  const vorn::OutputNames outputs = vorn::output_names(vorn::split_path(vorn::absolute_path(path)));
   bool safe = true;
-  for (const std::string& output : outputs.opened(with_cameras)) {
+  for (const std::string& output : written_files(path, with_cameras)) {
     if (vorn::same_file(output, path)) {
       refuse("the control file has the name of one of its own outputs", path);
       return false;
     }
-    for_each_data_file(path, [&](const std::string& data_file) {
+    for_each_data_file(path, [&](vorn::Keyword, const std::string& data_file) {
       if (!vorn::same_file(output, data_file)) return;
       refuse("a data file has the name of one of the outputs and would be overwritten", data_file);
       safe = false;

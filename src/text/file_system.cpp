@@ -8,6 +8,7 @@
 
 #ifdef _WIN32
 #include <direct.h>
+#include <windows.h>
 #else
 #include <unistd.h>
 #endif
@@ -32,6 +33,17 @@ bool get_status(const std::string& path, FileStatus& status) {
     name.pop_back();
   }
   return _stat64(name.c_str(), &status) == 0;
+}
+
+// Volume and number of an existing file. False where the file system has none.
+bool get_identity(const std::string& path, BY_HANDLE_FILE_INFORMATION& identity) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  const HANDLE file = CreateFileA(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  const bool known = GetFileInformationByHandle(file, &identity) != 0;
+  CloseHandle(file);
+  return known && (identity.nFileIndexHigh != 0 || identity.nFileIndexLow != 0);
 }
 #else
 using FileStatus = struct stat;
@@ -74,6 +86,13 @@ bool change_directory(const std::string& path) {
 
 bool same_file(const std::string& a, const std::string& b) {
 #ifdef _WIN32
+  BY_HANDLE_FILE_INFORMATION first{};
+  BY_HANDLE_FILE_INFORMATION second{};
+  if (get_identity(a, first) && get_identity(b, second)) {
+    return first.dwVolumeSerialNumber == second.dwVolumeSerialNumber &&
+           first.nFileIndexHigh == second.nFileIndexHigh &&
+           first.nFileIndexLow == second.nFileIndexLow;
+  }
   char full_a[_MAX_PATH];
   char full_b[_MAX_PATH];
   return file_kind(a) != FileKind::missing && _fullpath(full_a, a.c_str(), _MAX_PATH) != nullptr &&
