@@ -36,6 +36,19 @@ function(vorn_compile_options target)
   endif()
 endfunction()
 
+# vorn_version_resource(target name type): the version that Windows shows of the file `name` that the
+# target builds; the type is VFT_DLL or VFT_APP. The resource is a target of its own because its
+# compiler does not know the options of the others.
+function(vorn_version_resource target vorn_file_name vorn_file_type)
+  if(NOT WIN32)
+    return()
+  endif()
+  set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
+  configure_file("${PROJECT_SOURCE_DIR}/packaging/version.rc.in" "${resource}" @ONLY)
+  add_library(${target}_version OBJECT "${resource}")
+  target_sources(${target} PRIVATE $<TARGET_OBJECTS:${target}_version>)
+endfunction()
+
 # vorn_source_options(file option...): further compile options of one source file, for kernels that
 # are compiled for an instruction set of their own. Elsewhere than on x86 the options are left out;
 # such a file guards its body by the compiler's macros (__AVX2__ and so on).
