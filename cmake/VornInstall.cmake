@@ -46,8 +46,19 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${CMAKE_INSTALL_
   PATTERN "__pycache__" EXCLUDE)
 
 set(CPACK_PACKAGE_NAME vorn)
-set(CPACK_PACKAGE_CONTACT "The Vorn developers <vorn@localhost>")
+# Whoever gives packages to others sets a name and an address that answers.
+set(VORN_PACKAGE_MAINTAINER "The Vorn developers <vorn@localhost>" CACHE STRING
+  "Maintainer named in packages: NAME <MAIL ADDRESS>")
+set(CPACK_PACKAGE_CONTACT "${VORN_PACKAGE_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_DESCRIPTION
+"Vorn computes from image measurements and a few control points where cameras
+were, where the points are, and how the cameras really image. It adjusts
+aerial blocks, close-range projects and line-camera strips together with
+additional parameters of the cameras and drifts of position and attitude.
+Input, report and results are plain text.
+.
+This package holds the command, the library with its header, and examples.")
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
 if(WIN32)
@@ -62,6 +73,7 @@ else()
   set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SECTION science)
+  set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/packaging/debian.cmake")
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
   # Scripts for the linker's cache, which a package with a library has to refresh.
