@@ -4,16 +4,27 @@
  * return when it has been read, adjusted and reported, or has failed.
  *
  *   path  control file, full or relative to the current directory; on Windows in the process's
- *         ANSI code page. A null or empty path, a missing file or a directory returns 0 silently.
+ *         ANSI code page. A null or empty path, a missing file, a directory and a control file that
+ *         has the name of one of its own outputs return 0 silently.
  *   flag  non-zero: also write the camera result file ("cam") after a successful adjustment.
  *
  * Result: 1 when the adjustment was completed, 0 otherwise. Diagnostics are text: on the standard
- * output stream (readers, convergence tests), in the report (base name of the control file with
- * the extension "out") and on the error stream (degenerate geometry). No exception leaves them.
+ * output stream (readers, convergence tests, lack of memory), in the report (base name of the
+ * control file with the extension "out") and on the error stream (degenerate geometry). No
+ * exception leaves them.
  *
- * A run changes the process's current directory to the control file's directory and leaves it
- * changed. Least-squares parameters that a project reads stay in force for later projects of the
- * same process. Runs must not overlap within one process.
+ * State of the process. A run changes the current directory to the control file's directory and
+ * leaves it changed. Least-squares parameters that a project reads stay in force for later projects
+ * of the same process, until the library is unloaded. Everything else is given back, but for the
+ * buffers of the two streams.
+ *
+ * A host must not
+ *   - call while a call is running, from whatever thread, or unload the library then;
+ *   - change the current directory or the project's files from another thread during a call;
+ *   - name a data file like a result of its project, or as a file of the normal equations: it would
+ *     be overwritten;
+ *   - rely on the current directory, or on default parameters, after a call.
+ * docs/hosting.md tells the rest.
  */
 #ifndef VORN_VORN_H
 #define VORN_VORN_H
