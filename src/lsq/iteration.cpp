@@ -35,12 +35,19 @@ struct MeanChange {
   double mean() const { return count > 0 ? sum / count : -1.0; }
 };
 
+void clear_sums(BundleProject& project, std::int32_t& count) {
+  project.rhs.zero();
+  project.lPl = 0.0;
+  count = 0;
+}
+
 // Adds the observations of all images to cleared normal equations. 1 or -1.
 int add_observations(BundleProject& project, std::int32_t& count) {
+  clear_sums(project, count);
   if (!project.observations.is_empty()) {
     if (project.observations.add(project.normal, project.rhs, project.lPl, count)) return 1;
     // The images, one after the other, come upon the first failure and report it.
-    count = 0;
+    clear_sums(project, count);
   }
   project.normal.zero();
   for (const BundleImage& image : project.images) {
@@ -54,10 +61,7 @@ int add_observations(BundleProject& project, std::int32_t& count) {
 
 // Builds the normal equations at the current approximations. 1 or -1.
 int set_up(BundleProject& project, TextWriter& report, std::int32_t& observations) {
-  project.rhs.zero();
   project.solution.zero();
-  project.lPl = 0.0;
-  observations = 0;
   if (add_observations(project, observations) != 1) {
     report << "ERROR: Setup of normal equations failed.\n";
     return -1;
