@@ -26,6 +26,15 @@ Corrections corrections_of(const ImageGeometry& geometry) {
   return corrections;
 }
 
+std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal) {
+  std::vector<std::int32_t> blocks;
+  for (const AdjObject* object : objects_of(image)) {
+    const std::int32_t block = normal.block_of(object->index);
+    if (blocks.empty() || blocks.back() != block) blocks.push_back(block);
+  }
+  return blocks;
+}
+
 }  // namespace
 
 Observation observation_of(const ImagePoint& point, const Camera& camera) {
@@ -53,19 +62,6 @@ std::vector<const AdjObject*> objects_of(const BundleImage& image) {
   add(corrections.att);
   return objects;
 }
-
-namespace {
-
-std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal) {
-  std::vector<std::int32_t> blocks;
-  for (const AdjObject* object : objects_of(image)) {
-    const std::int32_t block = normal.block_of(object->index);
-    if (blocks.empty() || blocks.back() != block) blocks.push_back(block);
-  }
-  return blocks;
-}
-
-}  // namespace
 
 PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
     : image_(image),
