@@ -18,6 +18,8 @@ namespace vorn {
 namespace {
 
 using Index = std::ptrdiff_t;
+constexpr Index kLanes = VORN_LANES;
+constexpr Index kRowOfPiece = kPieceWidth;
 
 using Lanes = double __attribute__((vector_size(VORN_LANES * sizeof(double))));
 // A typedef, because Clang drops the alignment of an alias declaration.
@@ -37,7 +39,7 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
   }
   for (Index k = 0; k < depth; ++k) {
     Lanes column[std::size_t{R}];
-    for (int r = 0; r < R; ++r) column[r] = load(a + k * t + r * VORN_LANES);
+    for (int r = 0; r < R; ++r) column[r] = load(a + k * t + r * kLanes);
     for (int j = 0; j < K; ++j) {
       const double factor = b[k * t + j];
       for (int r = 0; r < R; ++r) sum[j][r] += column[r] * factor;
@@ -45,7 +47,7 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
   }
   for (int j = 0; j < K; ++j) {
     for (int r = 0; r < R; ++r) {
-      double* const at = c + j * t + r * VORN_LANES;
+      double* const at = c + j * t + r * kLanes;
       store(at, load(at) - sum[j][r]);
     }
   }
@@ -55,7 +57,7 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
 template <int K>
 inline void subtract_columns(double* c, const double* a, const double* b, Index t, Index depth,
                              Index first) {
-  constexpr Index kTall = 3 * VORN_LANES;
+  constexpr Index kTall = 3 * kLanes;
   Index row = first;
   for (; row + kTall <= t; row += kTall) subtract_block<3, K>(c + row, a + row, b, t, depth);
   for (; row < t; row += VORN_LANES) subtract_block<1, K>(c + row, a + row, b, t, depth);
@@ -150,14 +152,14 @@ void divide_piece(const double* factor, const double* n, std::int32_t stride, st
   const double l10 = factor[3];
   const double l20 = factor[4];
   const double l21 = factor[5];
-  for (Index r = 0; r < 3; ++r) load_row(n + r * stride, width, v + r * kPieceWidth);
+  for (Index r = 0; r < 3; ++r) load_row(n + r * stride, width, v + r * kRowOfPiece);
   for (Index c = 0; c < kPieceWidth; c += VORN_LANES) {
     const Lanes v0 = load(v + c) * i0;
     const Lanes v1 = (load(v + kPieceWidth + c) - v0 * l10) * i1;
-    const Lanes v2 = (load(v + 2 * kPieceWidth + c) - v0 * l20 - v1 * l21) * i2;
+    const Lanes v2 = (load(v + 2 * kRowOfPiece + c) - v0 * l20 - v1 * l21) * i2;
     store(v + c, v0);
     store(v + kPieceWidth + c, v1);
-    store(v + 2 * kPieceWidth + c, v2);
+    store(v + 2 * kRowOfPiece + c, v2);
     if (rhs != nullptr) store(rhs + c, load(rhs + c) - v0 * y[0] - v1 * y[1] - v2 * y[2]);
   }
 }
@@ -181,7 +183,7 @@ inline void subtract_rows(double* column, const Lanes (&sum)[kParts], Index widt
 // S(rows of a, columns of b) -= Va' Vb over the points that both pieces have.
 template <int Columns>
 inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPiece& b) {
-  constexpr Index kPoint = 3 * kPieceWidth;
+  constexpr Index kPoint = 3 * kRowOfPiece;
   Lanes sum[std::size_t{Columns}][std::size_t{kParts}];
   for (int c = 0; c < Columns; ++c) {
     for (int k = 0; k < kParts; ++k) sum[c][k] = Lanes{};
@@ -192,9 +194,9 @@ inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPi
     const double* const vb = b.v + kPoint * __builtin_popcountll(b.points & before);
     for (int r = 0; r < 3; ++r) {
       Lanes row[kParts];
-      for (int k = 0; k < kParts; ++k) row[k] = load(va + r * kPieceWidth + k * VORN_LANES);
+      for (int k = 0; k < kParts; ++k) row[k] = load(va + r * kRowOfPiece + k * kLanes);
       for (int c = 0; c < Columns; ++c) {
-        const double factor = vb[r * kPieceWidth + c];
+        const double factor = vb[r * kRowOfPiece + c];
         for (int k = 0; k < kParts; ++k) sum[c][k] += row[k] * factor;
       }
     }

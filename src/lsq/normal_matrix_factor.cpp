@@ -63,9 +63,9 @@ class NormalMatrix::PointBatch {
     for (const std::int32_t point : points) {
       if (factor_.factorise(normal_.diagonal(point)) != 0) return false;
       if (diagonal_of_factor != nullptr) {
-        diagonal_of_factor[3 * point] = factor_.l00();
-        diagonal_of_factor[3 * point + 1] = factor_.l11();
-        diagonal_of_factor[3 * point + 2] = factor_.l22();
+        diagonal_of_factor[place(3 * point)] = factor_.l00();
+        diagonal_of_factor[place(3 * point + 1)] = factor_.l11();
+        diagonal_of_factor[place(3 * point + 2)] = factor_.l22();
       }
       line_up(point, forward);
     }
@@ -116,9 +116,9 @@ class NormalMatrix::PointBatch {
   void line_up(std::int32_t point, const Forward* forward) {
     double y[3] = {0.0, 0.0, 0.0};
     if (forward != nullptr) {
-      std::copy_n(forward->b + 3 * point, 3, y);
+      std::copy_n(forward->b + place(3 * point), 3, y);
       factor_.forward(y);
-      std::copy_n(y, 3, forward->y + 3 * point);
+      std::copy_n(y, 3, forward->y + place(3 * point));
     }
     for (const PointBlock& at : normal_.blocks_of(point)) {
       const double* const n = normal_.coupling(point, at);
@@ -131,7 +131,7 @@ class NormalMatrix::PointBatch {
         double* const rhs =
             forward == nullptr
                 ? nullptr
-                : forward->reduced + of.tile * reduced_.tiles.tile_size() + of.offset;
+                : forward->reduced + place(of.tile * reduced_.tiles.tile_size() + of.offset);
         kernel_.divide_piece(factor_.packed(), n + of.column, stride, of.width, v, y, rhs);
       }
     }
@@ -208,7 +208,7 @@ void NormalMatrix::fill_dense() {
       for (std::int32_t c = r; c < 3; ++c) row[3 * point + c] = *element++;
       for (const PointBlock& at : blocks_of(point)) {
         const std::int32_t width = block_width(at.block);
-        std::copy_n(coupling(point, at) + r * width, width, row + block_index(at.block));
+        std::copy_n(coupling(point, at) + place(r * width), width, row + block_index(at.block));
       }
     }
   }
@@ -336,7 +336,7 @@ int NormalMatrix::substitute(const Vector& p, const Vector& b, Vector& x) const 
     factor.factorise(diagonal(i));
     double y[3] = {b[3 * i], b[3 * i + 1], b[3 * i + 2]};
     factor.forward(y);
-    std::copy_n(y, 3, x.data() + 3 * i);
+    std::copy_n(y, 3, x.data() + place(3 * i));
     factor.backward(y);
     for (const PointBlock& at : blocks_of(i)) {
       double* const target = rhs.data() + reduced_.start(at.block);
@@ -376,7 +376,7 @@ void NormalMatrix::substitute_back(std::vector<double>& reduced, Vector& x) cons
     factor.forward(s);
     for (std::int32_t r = 0; r < 3; ++r) s[r] = x[3 * i + r] - s[r];
     factor.backward(s);
-    std::copy_n(s, 3, x.data() + 3 * i);
+    std::copy_n(s, 3, x.data() + place(3 * i));
   }
 }
 

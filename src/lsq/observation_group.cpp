@@ -130,7 +130,8 @@ bool ImageEquations::add(PackedEquations& equations, Vector& rhs) {
     weights.reduced_y[k] = weights.yy[k] * y;
     lPl_ += x * weights.reduced_x[k] + y * weights.reduced_y[k];
   }
-  equations.rows.resize(std::max(equations.rows.size(), 4 * Pack::kSize * rows_.size() / 2));
+  constexpr auto kLanes = static_cast<std::size_t>(Pack::kSize);
+  equations.rows.resize(std::max(equations.rows.size(), 2 * kLanes * rows_.size()));
   kernel_.add_packed_products(products_.data(), sums_.data(),
                               {equations.x.data()->data(), equations.y.data()->data(),
                                equations.rows.data(), width_, stride_},
@@ -141,7 +142,8 @@ bool ImageEquations::add(PackedEquations& equations, Vector& rhs) {
 
 void ImageEquations::add_packed_points(PackedEquations& equations, const PackedWeights& weights,
                                        Vector& rhs) {
-  double* weighted = equations.rows.data() + 2 * Pack::kSize * stride_;
+  const std::ptrdiff_t stride = stride_;
+  double* weighted = equations.rows.data() + 2 * std::ptrdiff_t{Pack::kSize} * stride;
   for (std::int32_t k = 0; k < equations.count; ++k) {
     double rows[6];
     for (std::int32_t i = 0; i < 3; ++i) {
@@ -152,7 +154,7 @@ void ImageEquations::add_packed_points(PackedEquations& equations, const PackedW
     add_point(equations.targets[k], rows, {weights.xx[k], weights.xy[k], weights.yy[k]}, reduced,
               rhs);
     add_coupling(equations.targets[k], rows, weighted);
-    weighted += 2 * stride_;
+    weighted += 2 * stride;
   }
 }
 
@@ -171,7 +173,8 @@ void ImageEquations::finish(Vector& rhs, double& lPl) {
       rhs[normal_.block_index(blocks_[a]) + r] += sums_[row];
       std::size_t column = row - static_cast<std::size_t>(r);
       for (std::size_t b = a; b < blocks_.size(); ++b) {
-        double* const to = normal_.block_pair(blocks_[a], blocks_[b]) + r * widths_[b];
+        double* const to =
+            normal_.block_pair(blocks_[a], blocks_[b]) + std::ptrdiff_t{r} * widths_[b];
         for (std::int32_t c = 0; c < widths_[b]; ++c, ++column) {
           to[c] += products_[row * sums_.size() + column];
         }

@@ -53,7 +53,8 @@ void ReducedMatrix::mark_all(std::span<const std::int32_t> blocks,
   touched.clear();
   for (const std::int32_t block : blocks) {
     for (std::int32_t k = 0; k < num_pieces(block); ++k) {
-      const std::int32_t tile = pieces_[static_cast<std::size_t>(first_piece(block) + k)].tile;
+      const std::int32_t tile =
+          pieces_[static_cast<std::size_t>(first_piece(block)) + static_cast<std::size_t>(k)].tile;
       if (touched.empty() || touched.back() != tile) touched.push_back(tile);
     }
   }

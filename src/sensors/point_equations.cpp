@@ -50,14 +50,14 @@ Observation observation_of(const ImagePoint& point, const Camera& camera) {
 }
 
 std::vector<const AdjObject*> objects_of(const BundleImage& image) {
-  std::vector<const AdjObject*> objects;
+  const ImageGeometry& geometry = *image.geometry;
+  std::vector<const AdjObject*> objects = {&geometry};
   const auto add = [&objects](const AdjObject* object) {
     // A correction without coefficients has no unknowns.
     if (object != nullptr && object->num_params() > 0) objects.push_back(object);
   };
-  add(image.geometry);
   for (const APSet* set : image.camera->ap_sets) add(set);
-  const Corrections corrections = corrections_of(*image.geometry);
+  const Corrections corrections = corrections_of(geometry);
   add(corrections.pos);
   add(corrections.att);
   return objects;
