@@ -6,14 +6,10 @@
 
 #include <cfenv>
 #include <clocale>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
+
+#include "support/temp_dir.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -33,61 +29,28 @@ using Bundle = std::int32_t (*)(const char* path, std::int32_t flag);
 int failures = 0;
 
 void expect(bool holds, const char* what) {
-  if (holds) return;
-  std::printf("FAILED: %s\n", what);
-  ++failures;
+  if (!holds) std::printf("FAILED: %s\n", what);
+  if (!holds) ++failures;
 }
 
-class Library {
- public:
+// The system's own way to load, to find a function, to unload and to tell whether a library is
+// loaded.
 #ifdef _WIN32
-  explicit Library(const std::string& path) : handle_(LoadLibraryA(path.c_str())) {}
-  ~Library() { FreeLibrary(handle_); }
-  static bool is_loaded(const std::string& path) {
-    return GetModuleHandleA(path.c_str()) != nullptr;
-  }
-
- private:
-  void* address(const char* name) const {
-    const FARPROC found = GetProcAddress(handle_, name);
-    void* result = nullptr;
-    std::memcpy(&result, &found, sizeof result);
-    return result;
-  }
-  HMODULE handle_;
+HMODULE load(const char* path) { return LoadLibraryA(path); }
+FARPROC find(HMODULE library) { return GetProcAddress(library, "VornBundle"); }
+void unload(HMODULE library) { FreeLibrary(library); }
+bool is_loaded(const char* path) { return GetModuleHandleA(path) != nullptr; }
 #else
-  explicit Library(const std::string& path) : handle_(dlopen(path.c_str(), RTLD_NOW)) {}
-  ~Library() { dlclose(handle_); }
-  static bool is_loaded(const std::string& path) {
-    void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    if (handle != nullptr) dlclose(handle);
-    return handle != nullptr;
-  }
-
- private:
-  void* address(const char* name) const { return dlsym(handle_, name); }
-  void* handle_;
+void* load(const char* path) { return dlopen(path, RTLD_NOW); }
+void* find(void* library) { return dlsym(library, "VornBundle"); }
+void unload(void* library) { dlclose(library); }
+bool is_loaded(const char* path) { return dlopen(path, RTLD_NOW | RTLD_NOLOAD) != nullptr; }
 #endif
 
- public:
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-
-  Bundle bundle() const {
-    void* const found = handle_ == nullptr ? nullptr : address("VornBundle");
-    Bundle result = nullptr;
-    std::memcpy(&result, &found, sizeof result);
-    if (result == nullptr) {
-      std::printf("FAILED: the library cannot be loaded\n");
-      std::exit(1);
-    }
-    return result;
-  }
-};
-
 // Calls with a stack that is aligned to 4 bytes and no better, as hosts of 32-bit Windows do;
-// `shift` is 0, 4, 8 or 12. Elsewhere an ordinary call.
-std::int32_t call(Bundle bundle, const char* path, std::int32_t flag, std::int32_t shift) {
+// `shift` is 4, 8 or 12. Elsewhere an ordinary call.
+std::int32_t call(Bundle bundle, const char* path, std::int32_t flag,
+                  [[maybe_unused]] std::int32_t shift) {
 #ifdef __i386__
   std::int32_t result = shift;
   std::int32_t pushed = flag;
@@ -105,105 +68,86 @@ std::int32_t call(Bundle bundle, const char* path, std::int32_t flag, std::int32
         "xmm7");
   return result;
 #else
-  static_cast<void>(shift);
   return bundle(path, flag);
 #endif
 }
 
-// What a process has that a library could change. Open files count as the number the next one gets
-// (elsewhere than on Windows) or as handles.
+// Open files (elsewhere than on Windows) or handles.
+std::ptrdiff_t count_open_files() {
+#ifdef _WIN32
+  DWORD count = 0;
+  return GetProcessHandleCount(GetCurrentProcess(), &count) ? static_cast<std::ptrdiff_t>(count)
+                                                            : 0;
+#else
+  std::error_code ignored;
+  return std::distance(fs::directory_iterator("/proc/self/fd", ignored), {});
+#endif
+}
+
+// What a process has that a library could change.
 struct ProcessState {
   fs::path directory = fs::current_path();
   std::string locale = std::setlocale(LC_ALL, nullptr);
   int rounding = std::fegetround();
-  std::uint32_t open_files = count_open_files();
-
-  static std::uint32_t count_open_files() {
-#ifdef _WIN32
-    DWORD count = 0;
-    return GetProcessHandleCount(GetCurrentProcess(), &count) ? std::uint32_t{count} : 0;
-#else
-    std::error_code ignored;
-    std::uint32_t count = 0;
-    for (fs::directory_iterator it("/proc/self/fd", ignored), end; it != end; ++it) ++count;
-    return count;
-#endif
-  }
+  std::ptrdiff_t open_files = count_open_files();
   bool operator==(const ProcessState&) const = default;
 };
 
 // Bytes in use on the heap; 0 where the C library does not tell.
-std::size_t heap_in_use() {
+long long heap_in_use() {
 #ifdef __GLIBC__
   const auto info = mallinfo2();
-  return info.uordblks + info.hblkhd;
+  return static_cast<long long>(info.uordblks + info.hblkhd);
 #else
   return 0;
 #endif
 }
 
-std::string text_of(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+// Projects of a line or two: one reads least-squares parameters that differ from the defaults, the
+// other leaves them as they are and shows them in its report.
+void write_projects() {
+  std::ofstream("lspar.txt") << "7e-6 33 0 1 0 1 2e-3 2e-3 2e-6 2e-6 1e-29 1e29 1e-30 1e30 1e9 1e9 "
+                                "0.7 2.0 0.002 2.5 1e-3 9 m gon native\n";
+  std::ofstream("sets.ctl") << "ls-params lspar.txt\nstop-dep\n";
+  std::ofstream("shows.ctl") << "stop-dep\n";
 }
 
-// Least-squares parameters that differ from the defaults, and projects of a line or two: one reads
-// them, the other leaves them as they are and shows them in its report.
-struct Projects {
-  explicit Projects(const fs::path& directory) : root(directory) {
-    fs::create_directories(root / "sets");
-    fs::create_directories(root / "shows");
-    std::ofstream(root / "sets" / "lspar.txt")
-        << "7e-6 33 0 1 0 1 2e-3 2e-3 2e-6 2e-6 1e-29 1e29 1e-30 1e30 1e9 1e9 0.7 2.0 0.002 2.5 "
-           "1e-3 9 m gon native\n";
-    std::ofstream(root / "sets" / "sets.ctl") << "ls-params lspar.txt\nstop-dep\n";
-    std::ofstream(root / "shows" / "shows.ctl") << "stop-dep\n";
-  }
-  // The report of the second project, run after the first when `after_setting`.
-  std::string report(Bundle bundle, bool after_setting) const {
-    if (after_setting) {
-      expect(bundle((root / "sets" / "sets.ctl").string().c_str(), 0) == 1, "sets.ctl completes");
-    }
-    const fs::path file = root / "shows" / "shows.ctl";
-    expect(bundle(file.string().c_str(), 0) == 1, "shows.ctl completes");
-    std::string report = text_of(root / "shows" / "shows.out");
-    // Times may differ; the parameters stand before them.
-    report.resize(std::min(report.find("***"), report.size()));
-    return report;
-  }
+std::string shown_parameters(Bundle bundle) {
+  expect(bundle("shows.ctl", 0) == 1, "shows.ctl completes");
+  const std::string report = vorn::test::file_text("shows.out");
+  // Times may differ; the parameters stand before them.
+  return report.substr(0, report.find("***"));
+}
 
-  fs::path root;
-};
-
-// One life of the library in this process; gives the report of a project that shows the defaults.
-std::string live(const std::string& path, const Projects& projects, const std::string& project) {
+// One life of the library in this process; gives the parameters that it starts with.
+std::string live(const std::string& path, const std::string& project) {
   const ProcessState before;
-  std::string defaults;
-  {
-    const Library library(path);
-    const Bundle bundle = library.bundle();
-    defaults = projects.report(bundle, false);
-    expect(fs::equivalent(fs::current_path(), projects.root / "shows"),
-           "a run leaves the process in the project's directory");
-    fs::current_path(before.directory);
+  const auto library = load(path.c_str());
+  const auto found = library == nullptr ? nullptr : find(library);
+  expect(found != nullptr, "the library can be loaded");
+  if (found == nullptr) return {};
+  Bundle bundle = nullptr;
+  std::memcpy(&bundle, &found, sizeof bundle);
 
-    const std::string changed = projects.report(bundle, true);
-    expect(changed != defaults, "parameters stay in force for the next run");
-    fs::current_path(before.directory);
-
-    for (const std::int32_t shift : {4, 8, 12}) {
-      expect(call(bundle, project.c_str(), 1, shift) == 1, "the project completes, again, too");
-      fs::current_path(before.directory);
-    }
-    expect(bundle("no such file", 0) == 0 && fs::current_path() == before.directory,
-           "a path that names nothing changes nothing");
+  const std::string defaults = shown_parameters(bundle);
+  expect(bundle("sets.ctl", 0) == 1, "sets.ctl completes");
+  expect(shown_parameters(bundle) != defaults, "parameters stay in force for the next run");
+  for (const std::int32_t shift : {4, 8, 12}) {
+    expect(call(bundle, project.c_str(), 1, shift) == 1, "the project completes, again, too");
   }
-  expect(!Library::is_loaded(path), "the library goes when it is unloaded");
+  const fs::path there = fs::current_path();
+  expect(fs::equivalent(there, fs::path(project).parent_path()),
+         "a run leaves the process in the project's directory");
+  expect(bundle("no such file", 0) == 0 && fs::current_path() == there,
+         "a path that names nothing changes nothing");
+  unload(library);
+  expect(!is_loaded(path.c_str()), "the library goes when it is unloaded");
 #ifdef _WIN32
   // Raises an exception that handlers see; one that had gone with the library would crash here.
   OutputDebugStringA("unloaded");
 #endif
-  expect(ProcessState() == before, "directory, locale, rounding and open files are what they were");
+  fs::current_path(before.directory);
+  expect(ProcessState() == before, "locale, rounding and open files are what they were");
   return defaults;
 }
 
@@ -218,20 +162,20 @@ int main(int argc, char** argv) {
   std::printf("reload_host\n");
   const std::string library = fs::absolute(argv[1]).string();
   const std::string project = fs::absolute(argv[3]).string();
-  const Projects projects(fs::absolute(argv[2]));
+  fs::create_directories(argv[2]);
+  fs::current_path(argv[2]);
+  write_projects();
 
-  const std::string first = live(library, projects, project);
+  const std::string first = live(library, project);
   expect(!first.empty(), "the report shows the parameters");
-  const std::size_t heap = heap_in_use();
-  constexpr int kLives = 4;
-  for (int i = 1; i < kLives; ++i) {
-    expect(live(library, projects, project) == first, "a library loaded again starts anew");
+  const long long heap = heap_in_use();
+  for (int i = 0; i < 3; ++i) {
+    expect(live(library, project) == first, "a library loaded again starts anew");
   }
-  const std::size_t grown = heap_in_use() - heap;
-  std::printf("bytes left on the heap by %d more lives: %lld\n", kLives - 1,
-              static_cast<long long>(grown));
+  const long long grown = heap_in_use() - heap;
+  std::printf("bytes left on the heap by 3 more lives: %lld\n", grown);
   // The loader itself keeps a few bytes of what it has loaded.
-  expect(static_cast<long long>(grown) < 16384, "the heap does not grow from life to life");
+  expect(grown < 16384, "the heap does not grow from life to life");
 
   std::printf(failures == 0 ? "OK\n" : "%d failures\n", failures);
   return failures > 0;

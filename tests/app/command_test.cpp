@@ -1,13 +1,10 @@
 // The command, run as a shell runs it.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <string>
 
-#include "support/bundle_run.h"
-#include "support/ls_params_guard.h"
-#include "support/synthetic_project.h"
+#include "support/project_test.h"
 
 #ifdef VORN_COMMAND
 
@@ -16,7 +13,10 @@
 namespace vorn {
 namespace {
 
-class Command : public testing::Test {
+using testing::HasSubstr;
+using testing::Not;
+
+class Command : public test::ProjectTest {
  protected:
   // Runs `vorn arguments` in the directory; the streams go to output_ and errors_.
   int run(const std::string& arguments) {
@@ -27,11 +27,7 @@ class Command : public testing::Test {
     errors_ = dir_.read("stderr.txt");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  static bool has(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-  }
 
-  test::TempDir dir_;
   std::string output_;
   std::string errors_;
 };
@@ -41,7 +37,7 @@ TEST_F(Command, TellsUsage) {
   EXPECT_TRUE(output_.starts_with("vorn ")) << output_;
   for (const char* help : {"--help", "adjust --help", "grid -h"}) {
     EXPECT_EQ(run(help), 0);
-    EXPECT_TRUE(has(output_, "Usage")) << help;
+    EXPECT_THAT(output_, HasSubstr("Usage")) << help;
   }
   for (const char* wrong : {"", "adjust", "p.ctl", "adjust a b", "adjust --nonsense a", "grid",
                             "list --cameras p.ctl"}) {
@@ -52,26 +48,26 @@ TEST_F(Command, TellsUsage) {
 }
 
 TEST_F(Command, AdjustsAndSummarises) {
-  const test::SyntheticProject project = test::make_synthetic_project(
-      {.ap_sets = {"gap"}, .images = 4, .points = 12, .control = 6, .check = 2});
-  const std::string path = project.write(dir_);
-  const test::LSParamsGuard guard;
-  const test::TempDir elsewhere;
-  const test::BundleRun library = test::run_bundle(project.write(elsewhere));
+  const test::BundleRun library = test::run_bundle(control_file_);
   EXPECT_EQ(run("adjust project.ctl"), 0) << errors_;
   EXPECT_EQ(output_, library.output) << "standard output is the library's own";
-  EXPECT_TRUE(has(errors_, "sigma 0") && has(errors_, "redundancy") && has(errors_, "project.out"));
+  for (const char* part : {"sigma 0", "redundancy", "project.out"}) {
+    EXPECT_THAT(errors_, HasSubstr(part));
+  }
   EXPECT_FALSE(dir_.has("project.cam"));
-  EXPECT_EQ(run("adjust --cameras " + path), 0);
-  EXPECT_TRUE(dir_.has("project.cam") && has(errors_, "project.cam"));
+  EXPECT_EQ(run("adjust --cameras " + control_file_), 0);
+  EXPECT_THAT(errors_, HasSubstr("project.cam"));
+  EXPECT_TRUE(dir_.has("project.cam"));
 
   EXPECT_EQ(run("grid project.ctl"), 0);
-  EXPECT_TRUE(has(output_, "total distortion:\n"));
+  EXPECT_THAT(output_, HasSubstr("total distortion:\n"));
   EXPECT_EQ(run("list project.ctl"), 0);
-  EXPECT_TRUE(has(output_, "Change      Std.dev.\n") && has(output_, "Std.dev.   Ratio\n"));
+  EXPECT_THAT(output_, HasSubstr("Change      Std.dev.\n"));
+  EXPECT_THAT(output_, HasSubstr("Std.dev.   Ratio\n"));
   dir_.write("project.ctl", "camera lspar.txt");
   EXPECT_EQ(run("adjust project.ctl"), 1);
-  EXPECT_TRUE(has(output_, "ERROR: Reading camera file failed.\n") && has(errors_, "failed"));
+  EXPECT_THAT(output_, HasSubstr("ERROR: Reading camera file failed.\n"));
+  EXPECT_THAT(errors_, HasSubstr("failed"));
 }
 
 TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
@@ -83,13 +79,22 @@ TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
         "camera x image-geometry " + dir_.path("p.ext")}) {
     dir_.write("p.ctl", text);
     EXPECT_EQ(run("adjust --cameras p.ctl"), 1) << text;
-    EXPECT_TRUE(has(errors_, "overwritten")) << errors_;
+    EXPECT_THAT(errors_, HasSubstr("overwritten"));
   }
   EXPECT_EQ(dir_.read("p.ext") + dir_.read("p.cam"), "preciousprecious");
   // Without --cameras the camera file is no output.
   dir_.write("p.ctl", "camera p.cam");
   EXPECT_EQ(run("adjust p.ctl"), 1);
-  EXPECT_FALSE(has(errors_, "overwritten"));
+  EXPECT_THAT(errors_, Not(HasSubstr("overwritten")));
+}
+
+// A reader of the console that has gone, or a full disk, changes nothing.
+TEST_F(Command, ConsoleThatCannotBeWritten) {
+  for (const char* const streams :
+       {" >/dev/full", " 2>/dev/full", " >/dev/full 2>&1", " >&- 2>&-"}) {
+    const std::string command = "'" VORN_COMMAND "' adjust '" + control_file_ + "'" + streams;
+    EXPECT_EQ(std::system(command.c_str()), 0) << streams;
+  }
 }
 
 }  // namespace

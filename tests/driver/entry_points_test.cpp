@@ -1,17 +1,12 @@
 // What a host sees of the two exported functions: results, files, current directory, streams.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <clocale>
 #include <filesystem>
 #include <locale>
-#include <map>
-#include <string>
 
-#include "support/bundle_run.h"
-#include "support/ls_params_guard.h"
-#include "support/synthetic_project.h"
+#include "support/project_test.h"
 
 namespace vorn {
 namespace {
@@ -21,7 +16,7 @@ using test::BundleRun;
 using test::run_bundle;
 using testing::HasSubstr;
 
-class EntryPoints : public testing::Test {
+class EntryPoints : public test::ProjectTest {
  protected:
   std::map<std::string, std::string> outputs(const std::string& stem) const {
     std::map<std::string, std::string> texts;
@@ -32,26 +27,21 @@ class EntryPoints : public testing::Test {
     }
     return texts;
   }
-
-  const test::SyntheticProject small_project_ = test::make_synthetic_project(
-      {.ap_sets = {"radial-dist"}, .images = 3, .points = 12, .check = 2});
-  test::TempDir dir_;
-  test::LSParamsGuard guard_;
 };
 
 TEST_F(EntryPoints, SilentlyRefuseWhatIsNoFile) {
-  fs::create_directory(dir_.path("project.ctl"));
+  fs::create_directory(dir_.path("p.ctl"));
   const fs::path before = fs::current_path();
   EXPECT_EQ(VornScanBundle(nullptr, 0) + VornBundle(nullptr, 1), 0);
   for (const std::string& path :
-       {std::string(), dir_.path("missing.ctl"), dir_.path("no/such/dir/p.ctl"),
-        dir_.path("project.ctl"), dir_.path("project.ctl/"), std::string(100'000, 'x')}) {
+       {std::string(), dir_.path("missing.ctl"), dir_.path("no/dir/p.ctl"), dir_.path("p.ctl/"),
+        std::string(100'000, 'x')}) {
     const BundleRun run = run_bundle(path, 1);
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.output + run.errors, "");
     EXPECT_EQ(fs::current_path(), before);
   }
-  EXPECT_FALSE(dir_.has("project.out"));
+  EXPECT_FALSE(dir_.has("p.out"));
 }
 
 TEST_F(EntryPoints, FailedRunsAndEmptyProjects) {
@@ -60,7 +50,6 @@ TEST_F(EntryPoints, FailedRunsAndEmptyProjects) {
   EXPECT_EQ(failed.result, 0);
   EXPECT_EQ(failed.output, "ERROR: Unknown keyword: 'nonsense'\n");
   for (const auto& [extension, text] : outputs("p")) EXPECT_EQ(text, "") << extension;
-  EXPECT_EQ(dir_.read("p.cam"), "old");
   EXPECT_EQ(fs::current_path(), dir_.path());
 
   const BundleRun empty = run_bundle(dir_.write("p.ctl", ""));
@@ -70,42 +59,35 @@ TEST_F(EntryPoints, FailedRunsAndEmptyProjects) {
   EXPECT_EQ(texts.at("ext") + texts.at("ocs") + texts.at("res"),
             "indiv-type\nstop-dep\nstop-dep\nstop-dep\n");
   EXPECT_THAT(texts.at("out"), HasSubstr("Number of iterations: 1\n"));
-  EXPECT_EQ(dir_.read("p.cam"), "old");
+  EXPECT_EQ(dir_.read("p.cam"), "old") << "neither run writes cameras";
 }
 
 TEST_F(EntryPoints, OutputsStandBesideTheControlFile) {
-  for (const auto& [name, text] : small_project_.files) dir_.write("sub/dir.d/" + name, text);
+  for (const auto& [name, text] : project_.files) dir_.write("sub/dir.d/" + name, text);
   for (const char* copy : {"sub/dir.d/a.b.ctl", "sub/dir.d/plain"}) {
-    fs::copy_file(dir_.path("sub/dir.d/project.ctl"), dir_.path(copy));
+    fs::copy_file(dir_.path("project.ctl"), dir_.path(copy));
   }
-  struct Case {
-    const char* from;
-    std::string path;
-    const char* stem;
-  };
-  const Case cases[] = {{"", "sub/dir.d/project.ctl", "sub/dir.d/project"},
-                        {"sub", "./../sub//dir.d/a.b.ctl", "sub/dir.d/a.b"},
-                        {"sub/dir.d", "plain", "sub/dir.d/plain"},
-                        {"sub", dir_.path("sub/dir.d/project.ctl"), "sub/dir.d/project"}};
-  for (const Case& c : cases) {
-    fs::current_path(dir_.path(c.from));
-    EXPECT_EQ(run_bundle(c.path).result, 1) << c.path;
+  const std::string cases[][3] = {{"", "sub/dir.d/project.ctl", "sub/dir.d/project"},
+                                  {"sub", "./../sub//dir.d/a.b.ctl", "sub/dir.d/a.b"},
+                                  {"sub/dir.d", "plain", "sub/dir.d/plain"},
+                                  {"sub", dir_.path("sub/dir.d/project.ctl"), "sub/dir.d/project"}};
+  for (const auto& [from, path, stem] : cases) {
+    fs::current_path(dir_.path(from));
+    EXPECT_EQ(run_bundle(path).result, 1) << path;
     EXPECT_TRUE(fs::equivalent(fs::current_path(), dir_.path("sub/dir.d")));
-    EXPECT_EQ(outputs(c.stem), outputs("sub/dir.d/project"));
+    EXPECT_EQ(outputs(stem), outputs("sub/dir.d/project"));
   }
   EXPECT_FALSE(dir_.has("sub/dir.d/project.cam"));
 }
 
 TEST_F(EntryPoints, NeverOverwriteTheirControlFile) {
   const std::string text = "stop-dep and what follows";
-  for (const std::string extension :
-       {"out", "ext", "ocs", "res", "apset", "gcpres", "chp", "cam"}) {
-    const std::string path = dir_.write("p." + extension, text);
-    EXPECT_EQ(run_bundle(path, 1).result, 0) << extension;
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), {}), 1);
-    EXPECT_EQ(run_bundle(path, 0).result, extension == "cam" ? 1 : 0);
-    EXPECT_EQ(dir_.read("p." + extension), text);
-    for (const auto& entry : fs::directory_iterator(dir_.path())) fs::remove(entry);
+  for (const std::string name : {"out", "ext", "ocs", "res", "apset", "gcpres", "chp", "cam"}) {
+    const std::string path = dir_.write(name + "/p." + name, text);
+    EXPECT_EQ(run_bundle(path, 1).result, 0) << name;
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path(name)), {}), 1);
+    EXPECT_EQ(run_bundle(path, 0).result, name == "cam" ? 1 : 0);
+    EXPECT_EQ(test::file_text(path), text);
   }
   // Another name of the same file.
   dir_.write("p.txt", text);
@@ -115,29 +97,26 @@ TEST_F(EntryPoints, NeverOverwriteTheirControlFile) {
 }
 
 TEST_F(EntryPoints, RunsShareSettings) {
-  const std::string path = small_project_.write(dir_);
-  const std::string second = dir_.write(
-      "second.ctl",
-      test::replaced(small_project_.files.at("project.ctl"), "ls-params lspar.txt\n", ""));
+  std::string text = project_.files.at("project.ctl");
+  const std::string second = dir_.write("second.ctl", text.erase(text.find("ls-params"), 20));
   const std::string sigma = "Standard deviation of unit weight  :  ";
   EXPECT_EQ(run_bundle(second).result, 1);
   EXPECT_THAT(dir_.read("second.out"), HasSubstr(sigma + "1.00e-06"));
-  EXPECT_EQ(run_bundle(path).result, 1);
+  EXPECT_EQ(run_bundle(control_file_).result, 1);
   EXPECT_EQ(run_bundle(second).result, 1);
   EXPECT_EQ(outputs("second"), outputs("project"));
   // Also what a failed run has read stays.
   dir_.write("lspar.txt", "3e-6 0 2");
-  EXPECT_EQ(run_bundle(path).result, 0);
+  EXPECT_EQ(run_bundle(control_file_).result, 0);
   EXPECT_EQ(run_bundle(second).result, 1);
   EXPECT_THAT(dir_.read("second.out"), HasSubstr(sigma + "3.00e-06"));
   EXPECT_THAT(dir_.read("second.out"), HasSubstr("Number of iterations: 0\n"));
 }
 
 TEST_F(EntryPoints, LineEndsAndLocaleChangeNothing) {
-  const std::string path = small_project_.write(dir_);
-  EXPECT_EQ(run_bundle(path).result, 1);
+  EXPECT_EQ(run().result, 1);
   const auto expected = outputs("project");
-  for (const auto& [name, text] : small_project_.files) {
+  for (const auto& [name, text] : project_.files) {
     std::string changed;
     for (const char c : text) changed += c == '\n' ? std::string("\r\n") : std::string(1, c);
     dir_.write(name, changed.substr(0, changed.size() - 2));
@@ -150,7 +129,7 @@ TEST_F(EntryPoints, LineEndsAndLocaleChangeNothing) {
   for (const char* name : {"de_DE.UTF-8", "de_DE", "German"}) {
     if (std::setlocale(LC_ALL, name) != nullptr) break;
   }
-  EXPECT_EQ(run_bundle(path).result, 1);
+  EXPECT_EQ(run().result, 1);
   std::locale::global(saved);
   std::setlocale(LC_ALL, "C");
   EXPECT_EQ(outputs("project"), expected);

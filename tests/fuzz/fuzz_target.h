@@ -21,8 +21,7 @@ std::span<const FuzzTarget> project_targets();
 
 // Null for an unknown name.
 inline const FuzzTarget* find_target(std::string_view name) {
-  for (const std::span<const FuzzTarget> group :
-       {reader_targets(), number_targets(), project_targets()}) {
+  for (const auto group : {reader_targets(), number_targets(), project_targets()}) {
     for (const FuzzTarget& target : group) {
       if (target.name == name) return &target;
     }

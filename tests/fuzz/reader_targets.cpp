@@ -1,8 +1,5 @@
 // A target per reader: reads the text, checks what the list promises, and lists what was read.
 
-#include <array>
-#include <string_view>
-
 #include "driver/bundle_project.h"
 #include "fuzz/fuzz_target.h"
 #include "geometry/eo_file.h"
@@ -26,12 +23,12 @@ constexpr std::string_view kPoints =
     "c 1 2 3 1e-31 1e-31 1e-31\n"
     "stop-dep\n";
 
-template <class Read>
-bool reads(std::string_view text, Read read) {
+// `read(in, others...)`.
+template <class Read, class... Others>
+void reads(std::string_view text, Read read, Others&... others) {
   TokenReader in(text);
-  const int result = read(in);
+  const int result = read(in, others...);
   require(result == 1 || result == -1, "a reader gives 1 or -1");
-  return result == 1;
 }
 
 // An identifier finds its first object, as if the list were searched from the front.
@@ -41,8 +38,7 @@ void check_list(const OwnedList<T>& list) {
   std::int32_t count = 0;
   for (std::int32_t slot = 0; slot < list.num_slots(); ++slot) {
     if (list[slot] == nullptr) continue;
-    ++count;
-    if (count > kChecked) continue;
+    if (++count > kChecked) continue;
     const std::int32_t first = list.slot_of(list[slot]->id);
     require(first >= 0 && first <= slot, "an identifier finds its first slot");
     require(list[first]->id == list[slot]->id, "a found object carries the identifier");
@@ -62,23 +58,19 @@ void list_object(AdjObject& object) {
   object.check_convergence(corrections);
 }
 
-bool fuzz_options(std::string_view text) {
-  BundleProject project;
+void fuzz_options(BundleProject& project, std::string_view text) {
   reads(text, [&](TokenReader& in) { return project.options.read_options(in); });
   project.options.print_options(standard_output());
-  return true;
 }
 
-bool fuzz_ls_params(std::string_view text) {
+void fuzz_ls_params(BundleProject&, std::string_view text) {
   LSParams settings;
   reads(text, [&](TokenReader& in) { return settings.read(in); });
   settings.print(standard_output());
-  return true;
 }
 
-bool fuzz_camera(std::string_view text) {
-  BundleProject project;
-  reads(text, [&](TokenReader& in) { return read_camera_file(in, project.cameras); });
+void fuzz_camera(BundleProject& project, std::string_view text) {
+  reads(text, read_camera_file, project.cameras);
   check_list(project.cameras);
   for (const Camera& camera : project.cameras) {
     camera.pixel_to_image(camera.image_to_pixel({1e-3, -2e-3}));
@@ -86,39 +78,27 @@ bool fuzz_camera(std::string_view text) {
   }
   project.print_cameras(standard_output());
   project.write_cameras(standard_output());
-  return true;
 }
 
-void read_cameras(BundleProject& project) {
-  TokenReader in(kCameras);
-  require(read_camera_file(in, project.cameras) == 1, "the cameras are readable");
-}
-
-bool fuzz_image(std::string_view text) {
-  BundleProject project;
-  read_cameras(project);
-  reads(text,
-        [&](TokenReader& in) { return read_image_file(in, project.images, project.cameras); });
+void fuzz_image(BundleProject& project, std::string_view text) {
+  reads(kCameras, read_camera_file, project.cameras);
+  reads(text, read_image_file, project.images, project.cameras);
   check_list(project.images);
   for (const BundleImage& image : project.images) require(image.camera != nullptr, "has a camera");
-  return true;
 }
 
-bool fuzz_image_crds(std::string_view text) {
-  BundleProject project;
-  read_cameras(project);
-  reads(kImages,
-        [&](TokenReader& in) { return read_image_file(in, project.images, project.cameras); });
-  reads(text, [&](TokenReader& in) { return read_image_crds_file(in, project.images); });
+void fuzz_image_crds(BundleProject& project, std::string_view text) {
+  fuzz_image(project, kImages);
+  reads(text, read_image_crds_file, project.images);
   for (const BundleImage& image : project.images) {
     check_list(image.points);
     image.camera->write_image_coords(standard_output(), image);
   }
   project.print_image_coords(standard_output());
-  return true;
 }
 
-void list_points(BundleProject& project) {
+void fuzz_obj_crds(BundleProject& project, std::string_view text) {
+  reads(text, read_obj_crds, project.object_points);
   check_list(project.object_points);
   for (ObjectPoint& point : project.object_points) list_object(point);
   project.print_object_points(standard_output());
@@ -127,24 +107,14 @@ void list_points(BundleProject& project) {
   project.print_check_points(standard_output());
 }
 
-bool fuzz_obj_crds(std::string_view text) {
-  BundleProject project;
-  reads(text, [&](TokenReader& in) { return read_obj_crds(in, project.object_points); });
-  list_points(project);
-  return true;
+void fuzz_ctrl_supp(BundleProject& project, std::string_view text) {
+  reads(kPoints, read_obj_crds, project.object_points);
+  reads(text, read_ctrl_supp, project.object_points);
+  fuzz_obj_crds(project, "indiv-sdev stop-dep");
 }
 
-bool fuzz_ctrl_supp(std::string_view text) {
-  BundleProject project;
-  reads(kPoints, [&](TokenReader& in) { return read_obj_crds(in, project.object_points); });
-  reads(text, [&](TokenReader& in) { return read_ctrl_supp(in, project.object_points); });
-  list_points(project);
-  return true;
-}
-
-bool fuzz_eo_file(std::string_view text) {
-  BundleProject project;
-  reads(text, [&](TokenReader& in) { return read_eo_file(in, project.image_geometries); });
+void fuzz_eo_file(BundleProject& project, std::string_view text) {
+  reads(text, read_eo_file, project.image_geometries);
   check_list(project.image_geometries);
   PointDerivs derivs;
   Vec3 image{0.0, 0.0, -0.1};
@@ -161,13 +131,11 @@ bool fuzz_eo_file(std::string_view text) {
   }
   project.print_exterior_orientations(standard_output());
   project.write_exterior_orientations(standard_output());
-  return true;
 }
 
-bool fuzz_ap_set(std::string_view text) {
-  BundleProject project;
-  read_cameras(project);
-  reads(text, [&](TokenReader& in) { return read_ap_set_file(in, project.ap_sets); });
+void fuzz_ap_set(BundleProject& project, std::string_view text) {
+  reads(kCameras, read_camera_file, project.cameras);
+  reads(text, read_ap_set_file, project.ap_sets);
   check_list(project.ap_sets);
   for (APSet& set : project.ap_sets) {
     list_object(set);
@@ -177,13 +145,10 @@ bool fuzz_ap_set(std::string_view text) {
   for (const Camera& camera : project.cameras) camera.get_corrections({0.01, 0.02, -0.1});
   project.print_ap_sets(standard_output());
   project.write_ap_sets(standard_output());
-  return true;
 }
 
 template <class Correction>
-bool fuzz_corrections(std::string_view text, int (*read)(TokenReader&, OwnedList<Correction>&)) {
-  OwnedList<Correction> list;
-  reads(text, [&](TokenReader& in) { return read(in, list); });
+void check_corrections(OwnedList<Correction>& list, std::string_view text) {
   check_list(list);
   for (Correction& correction : list) {
     const TimePolynomial& polynomial = correction.polynomial;
@@ -192,39 +157,39 @@ bool fuzz_corrections(std::string_view text, int (*read)(TokenReader&, OwnedList
     list_object(correction);
     correction.value_at(1.5);
   }
-  return true;
 }
 
-bool fuzz_pos_cor(std::string_view text) {
-  return fuzz_corrections<PosCorrection>(text, read_pos_correction_file);
+void fuzz_pos_cor(BundleProject& project, std::string_view text) {
+  reads(text, read_pos_correction_file, project.pos_corrections);
+  check_corrections(project.pos_corrections, text);
 }
 
-bool fuzz_att_cor(std::string_view text) {
-  return fuzz_corrections<AttCorrection>(text, read_att_correction_file);
+void fuzz_att_cor(BundleProject& project, std::string_view text) {
+  reads(text, read_att_correction_file, project.att_corrections);
+  check_corrections(project.att_corrections, text);
 }
 
 // Names that are no files: only the control file itself is at work.
-bool fuzz_control(std::string_view text) {
-  if (text.find_first_of("/\\") != std::string_view::npos) return false;
-  BundleProject project;
+void fuzz_control(BundleProject& project, std::string_view text) {
+  if (text.find_first_of("/\\") != std::string_view::npos) return;
   reads(text, [&](TokenReader& in) { return project.read_control_file(in); });
+}
+
+template <void (*kFuzz)(BundleProject&, std::string_view)>
+bool with_project(std::string_view text) {
+  BundleProject project;
+  kFuzz(project, text);
   return true;
 }
 
-constexpr std::array<FuzzTarget, 12> kTargets = {{
-    {"control", fuzz_control},
-    {"options", fuzz_options},
-    {"ls-params", fuzz_ls_params},
-    {"camera", fuzz_camera},
-    {"image", fuzz_image},
-    {"image-crds", fuzz_image_crds},
-    {"obj-crds", fuzz_obj_crds},
-    {"ctrl-supp", fuzz_ctrl_supp},
-    {"eo-file", fuzz_eo_file},
-    {"ap-set", fuzz_ap_set},
-    {"pos-cor", fuzz_pos_cor},
-    {"att-cor", fuzz_att_cor},
-}};
+constexpr FuzzTarget kTargets[] = {
+    {"control", with_project<fuzz_control>},     {"options", with_project<fuzz_options>},
+    {"ls-params", with_project<fuzz_ls_params>}, {"camera", with_project<fuzz_camera>},
+    {"image", with_project<fuzz_image>},         {"image-crds", with_project<fuzz_image_crds>},
+    {"obj-crds", with_project<fuzz_obj_crds>},   {"ctrl-supp", with_project<fuzz_ctrl_supp>},
+    {"eo-file", with_project<fuzz_eo_file>},     {"ap-set", with_project<fuzz_ap_set>},
+    {"pos-cor", with_project<fuzz_pos_cor>},     {"att-cor", with_project<fuzz_att_cor>},
+};
 
 }  // namespace
 

@@ -1,66 +1,42 @@
 // replay TARGET FILE_OR_DIRECTORY...: runs a fuzz target once for each file, without libFuzzer.
 // replay DIRECTORY: does so for every folder of the directory; its name is that of the target.
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <string>
 #include <vector>
 
 #include "fuzz/fuzz_target.h"
+#include "support/temp_dir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<fs::path> files_of(const fs::path& path) {
-  if (!fs::is_directory(path)) return {path};
-  std::vector<fs::path> files;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path)) {
-    if (entry.is_regular_file()) files.push_back(entry.path());
+void replay(const std::string& name, const fs::path& path, int& count) {
+  if (fs::is_directory(path)) {
+    for (const auto& entry : fs::directory_iterator(path)) replay(name, entry.path(), count);
+    return;
   }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
-// False for an unknown target.
-bool replay(const std::string& name, const fs::path& path, std::size_t& count) {
   const vorn::fuzz::FuzzTarget* const target = vorn::fuzz::find_target(name);
-  if (target == nullptr) {
-    std::fprintf(stderr, "replay: no target '%s'\n", name.c_str());
-    return false;
-  }
-  for (const fs::path& file : files_of(path)) {
-    std::ifstream in(file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    // Memory of exactly this size, so that a sanitizer sees a read behind the end.
-    const std::unique_ptr<char[]> exact(new char[text.size()]);
-    std::memcpy(exact.get(), text.data(), text.size());
-    std::fprintf(stderr, "%s %s\n", name.c_str(), file.filename().string().c_str());
-    target->run({exact.get(), text.size()});
-    ++count;
-  }
-  return true;
+  vorn::fuzz::require(target != nullptr, "the target exists");
+  std::fprintf(stderr, "%s %s\n", name.c_str(), path.filename().string().c_str());
+  // Memory of exactly this size, so that a sanitizer sees a read behind the end.
+  const std::string text = vorn::test::file_text(path);
+  const std::vector<char> exact(text.begin(), text.end());
+  target->run({exact.data(), exact.size()});
+  ++count;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::size_t count = 0;
+  int count = 0;
   if (argc == 2) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(argv[1])) {
-      if (entry.is_directory() && !replay(entry.path().filename().string(), entry.path(), count)) {
-        return 1;
-      }
+    for (const auto& entry : fs::directory_iterator(argv[1])) {
+      replay(entry.path().filename().string(), entry.path(), count);
     }
   }
-  for (int i = 2; i < argc; ++i) {
-    if (!replay(argv[1], argv[i], count)) return 1;
-  }
-  std::fprintf(stderr, "%zu inputs replayed\n", count);
+  for (int i = 2; i < argc; ++i) replay(argv[1], argv[i], count);
+  std::fprintf(stderr, "%d inputs replayed\n", count);
   return count > 0 ? 0 : 1;
 }

@@ -6,15 +6,9 @@
 #include <string_view>
 
 #include "geometry/image_geometry.h"
-#include "support/ls_params_guard.h"
 #include "text/token_reader.h"
 
 namespace vorn::test {
-
-// Tests that start from the default least-squares parameters of the process.
-class GeometryTest : public testing::Test {
-  LSParamsGuard defaults_;
-};
 
 // A geometry read from a record without its type keyword, ready to project.
 template <class Geometry>

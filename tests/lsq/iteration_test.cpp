@@ -5,13 +5,9 @@
 
 #include <cmath>
 #include <limits>
-#include <memory>
-#include <string>
 
 #include "driver/bundle_project.h"
-#include "support/bundle_run.h"
-#include "support/ls_params_guard.h"
-#include "support/temp_dir.h"
+#include "support/project_test.h"
 
 namespace vorn {
 namespace {
@@ -69,7 +65,6 @@ class IterationTest : public testing::Test {
     return test::without_times(dir_.read("report"));
   }
 
-  test::LSParamsGuard guard_;
   test::TempDir dir_;
   BundleProject project_;
   std::string output_;
@@ -99,29 +94,22 @@ TEST_F(IterationTest, StatisticsFollowRedundancy) {
   spring.apart = 1.0;
   ls_params().max_iterations = 1;
   ls_params().apv_limit = 1e-12;
-  const auto start_with = [&](std::int32_t constraints, double x) {
-    spring.num_constraints = constraints;
-    spring.x = x;
-    project_.unknowns = {};
-    project_.unknowns.add(spring);
-  };
-  struct Case {
+  // The right-hand side of the only iteration was not zero; its comparison is signed.
+  const struct {
     std::int32_t constraints;
     double start;
     const char* expected;
-  };
-  // The right-hand side of the only iteration was not zero; its comparison is signed.
-  const Case cases[] = {
-      {9, -1.0,
-       "Redundancy              :  8\nvtpv                    :  2.00e-12\n"
-       "Sigma 0 a posteriori    :  0.50 um\n"},
-      {9, -1.0, "A'Pv[0] is large: 6.0e-12\n\nNumber of A'Pv-values > limit : 1\n\n"},
-      {9, 9.0, "A'Pv limit:  1.0e-12\n\nNumber of A'Pv-values > limit : 0\n"},
-      {1, 5.0,
-       "Redundancy              :  0\nvtpv                    :  2.00e-12\n"
-       "Sigma 0 a posteriori    :  undefined, no redundancy!\n"}};
-  for (const Case& c : cases) {
-    start_with(c.constraints, c.start);
+  } cases[] = {{9, -1.0,
+                "Redundancy              :  8\nvtpv                    :  2.00e-12\n"
+                "Sigma 0 a posteriori    :  0.50 um\n"},
+               {9, -1.0, "A'Pv[0] is large: 6.0e-12\n\nNumber of A'Pv-values > limit : 1\n\n"},
+               {9, 9.0, "A'Pv limit:  1.0e-12\n\nNumber of A'Pv-values > limit : 0\n"},
+               {1, 5.0,
+                "Redundancy              :  0\nvtpv                    :  2.00e-12\n"
+                "Sigma 0 a posteriori    :  undefined, no redundancy!\n"}};
+  for (const auto& c : cases) {
+    spring.num_constraints = c.constraints;
+    spring.x = c.start;
     EXPECT_THAT(iterate(1), HasSubstr(c.expected));
     EXPECT_DOUBLE_EQ(spring.x, 2.0);
   }

@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include <algorithm>
 
 #include "support/noise.h"
 
@@ -22,19 +19,11 @@ struct Item {
 void run_random_operations(std::uint64_t seed, std::size_t num_ids, int steps) {
   test::Noise noise(seed);
   OwnedList<Item> list;
-  std::vector<std::pair<std::string, int>> model;
+  std::vector<Item> model;
   // Identifiers around the length at which hashing changes its step, and the empty one.
   const auto random_id = [&] {
     return std::string(noise.below(2) * 7, 'i') +
            std::to_string(noise.below(num_ids)).substr(noise.below(2));
-  };
-  const auto expect_same = [&](const std::string& id) {
-    std::size_t i = 0;
-    while (i < model.size() && (model[i].second < 0 || model[i].first != id)) ++i;
-    const bool found = i < model.size();
-    ASSERT_EQ(list.slot_of(id), found ? static_cast<std::int32_t>(i) : OwnedList<Item>::kNone);
-    ASSERT_EQ(list.find(id) != nullptr, found);
-    ASSERT_TRUE(!found || list.find(id)->serial == model[i].second);
   };
   for (int step = 0; step < steps; ++step) {
     const std::string id = random_id();
@@ -42,25 +31,32 @@ void run_random_operations(std::uint64_t seed, std::size_t num_ids, int steps) {
     const std::size_t choice = noise.below(10);
     if (choice < 5 || slot == OwnedList<Item>::kNone) {
       list.append(std::make_unique<Item>(Item{id, step}));
-      model.emplace_back(id, step);
+      model.push_back({id, step});
     } else if (choice < 7) {
       list.replace(slot, std::make_unique<Item>(Item{id, step}));
-      model[static_cast<std::size_t>(slot)].second = step;
+      model[static_cast<std::size_t>(slot)].serial = step;
     } else {
       // Any slot, also one that is not the first of its identifier.
       const std::size_t any = noise.below(model.size());
-      if (model[any].second < 0) continue;
-      ASSERT_EQ(list.take_out(static_cast<std::int32_t>(any))->serial, model[any].second);
-      model[any].second = -1;
+      if (model[any].serial < 0) continue;
+      ASSERT_EQ(list.take_out(static_cast<std::int32_t>(any))->serial, model[any].serial);
+      model[any].serial = -1;
     }
-    ASSERT_NO_FATAL_FAILURE(expect_same(id));
-    ASSERT_NO_FATAL_FAILURE(expect_same(random_id()));
+    for (const std::string& wanted : {id, random_id()}) {
+      const auto found = std::find_if(model.begin(), model.end(), [&](const Item& item) {
+        return item.serial >= 0 && item.id == wanted;
+      });
+      const bool none = found == model.end();
+      ASSERT_EQ(list.slot_of(wanted), none ? OwnedList<Item>::kNone : found - model.begin());
+      ASSERT_EQ(list.find(wanted) == nullptr, none);
+      ASSERT_TRUE(none || list.find(wanted)->serial == found->serial);
+    }
   }
-  std::erase_if(model, [](const auto& slot) { return slot.second < 0; });
-  std::vector<std::pair<std::string, int>> walked;
-  for (const Item& item : list) walked.emplace_back(item.id, item.serial);
-  EXPECT_EQ(walked, model);
-  EXPECT_EQ(list.count(), static_cast<std::int32_t>(model.size()));
+  std::erase_if(model, [](const Item& item) { return item.serial < 0; });
+  std::size_t walked = 0;
+  for (const Item& item : list) ASSERT_EQ(item.serial, model.at(walked++).serial);
+  EXPECT_EQ(walked, model.size());
+  EXPECT_EQ(list.count(), static_cast<std::int32_t>(walked));
   list.clear();
   EXPECT_TRUE(list.find("1") == nullptr && list.count() + list.num_slots() == 0);
 }

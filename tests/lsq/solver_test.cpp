@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <array>
 #include <limits>
 #include <string>
 #include <vector>
@@ -60,16 +60,15 @@ TEST(Cholesky, LawsHoldForRandomMatrices) {
     NormalMatrix normal;
     set_normal(normal, full);
     Vector p;
+    Vector x;
+    Matrix q;
     ASSERT_EQ(cholesky(factor, p), 0);
     for (std::int32_t i = 0; i < n; ++i) {
       factor[i][i] = p[i];
       for (std::int32_t j = i + 1; j < n; ++j) factor[i][j] = 0.0;
     }
-    AdjInterfaceNative solver;
-    Vector x;
-    Matrix q;
-    ASSERT_EQ(solver.solve(normal, b, x, p), 0);
-    ASSERT_EQ(solver.invert(normal, q, p), 0);
+    ASSERT_EQ(AdjInterfaceNative().solve(normal, b, x, p), 0);
+    ASSERT_EQ(AdjInterfaceNative().invert(normal, q, p), 0);
     const double tolerance = 1e-9 * (n + 1);
     for (std::int32_t i = 0; i < n; ++i) {
       double left = 0.0;
@@ -86,21 +85,20 @@ TEST(Cholesky, LawsHoldForRandomMatrices) {
 }
 
 TEST(Cholesky, FailuresNameTheRow) {
-  struct Case {
+  const struct {
     std::int32_t size;
     std::vector<double> values;
     int code;
-  };
-  const Case cases[] = {{1, {0}, 1},
-                        {1, {-4}, 1},
-                        {1, {kNaN}, 1},
-                        {2, {1, 1, 1, 1}, 2},
-                        {2, {1, kNaN, 0, 1}, 2},
-                        {3, {4, 0, 0, 0, 9, 3, 0, 0, 1}, 3},
-                        {3, {4, 0, 0, 0, -1, 3, 0, 0, 1}, 2}};
+  } cases[] = {{1, {0}, 1},
+               {1, {-4}, 1},
+               {1, {kNaN}, 1},
+               {2, {1, 1, 1, 1}, 2},
+               {2, {1, kNaN, 0, 1}, 2},
+               {3, {4, 0, 0, 0, 9, 3, 0, 0, 1}, 3},
+               {3, {4, 0, 0, 0, -1, 3, 0, 0, 1}, 2}};
   Vector p;
   Vector x;
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Matrix n = matrix_of(c.size, c.size, c.values);
     NormalMatrix normal;
     set_normal(normal, n);
@@ -118,6 +116,21 @@ TEST(Cholesky, FailuresNameTheRow) {
   EXPECT_EQ(back_substitution(square, Vector(2), Vector(3), x), -3);
   EXPECT_EQ(invert_from_cholesky(flat, p), -1);
   EXPECT_EQ(invert_from_cholesky(square, Vector(3)), -2);
+}
+
+TEST(ImageEquations, NeedAPositiveDefiniteWeightMatrix) {
+  NormalMatrix normal;
+  set_normal(normal, Matrix());
+  Vector rhs;
+  ImageEquations equations(normal, rhs, {});
+  const Matrix b = matrix_of(2, 2, {1, 0, 0, 1});
+  for (const std::array q : {std::array{0., 1.}, {1., -1.}, {kNaN, 1.}, {1., kNaN}}) {
+    const Matrix cofactors = matrix_of(2, 2, {q[0], 0, 0, q[1]});
+    EXPECT_EQ(test::captured_output([&] {
+                EXPECT_FALSE(equations.add({}, Matrix(2, 3), {}, b, cofactors, {0.0, 0.0}));
+              }),
+              "ERROR: Decomposition of weight matrix failed.\n");
+  }
 }
 
 TEST(NormalMatrix, TakesBlocksAndConditions) {

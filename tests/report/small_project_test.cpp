@@ -4,15 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <utility>
 
 #include "driver/bundle_project.h"
-#include "report/residuals.h"
 #include "support/captured_output.h"
-#include "support/ls_params_guard.h"
 
 namespace vorn {
 namespace {
@@ -39,9 +33,9 @@ class FlatGeometry : public ImageGeometry {
 class SmallProject : public testing::Test {
  protected:
   SmallProject() {
-    TokenReader cameras("camera-frame C - 100 0 0 200 200 camera-ccd D - 50 0 0 101 101 10 10");
+    TokenReader cameras("camera-frame C - 100 0 0 200 200");
     TokenReader images(
-        "image-frame I1 G C image-frame I2 G C image-frame I3 G C image-frame I4 G D");
+        "image-frame I1 G C image-frame I2 G C image-frame I3 G C image-frame I4 G C");
     TokenReader coords(
         "I1 1 A .009980 .02 1e-6 1e-6 B .030003 .040015 2e-6 .5e-6 S 0 0 1e-6 1e-6 M 0 0 1 1 -1 "
         "I2 1 A .01 .02 1 1 B .03 .04 1 1 P 0 0 1 1 -1 I3 1 Q 0 0 1 1 B .03 .04 1 1 A .01 .02 1 1");
@@ -60,7 +54,6 @@ class SmallProject : public testing::Test {
   }
   bool has_point(const char* id) const { return project_.object_points.find(id) != nullptr; }
 
-  test::LSParamsGuard guard_;
   BundleProject project_;
 };
 
@@ -104,20 +97,6 @@ TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
     EXPECT_THAT(section(), HasSubstr(" m^2   undefined, no redundancy!\nRedundancy :   " +
                                      std::to_string(redundancy) + "\n\n"));
   }
-}
-
-// Pixels are turned into image coordinates, their standard deviations too.
-TEST_F(SmallProject, ResidualsOfPixels) {
-  TokenReader coords("I4 1 A 70 30 .1 .2");
-  read_image_crds_file(coords, project_.images);
-  std::vector<PointResidual> residuals;
-  compute_residuals(*project_.images[3], project_.object_points, residuals);
-  ASSERT_EQ(residuals.size(), 1U);
-  const Pair measured = project_.cameras[1]->pixel_to_image({70, 30});
-  EXPECT_NEAR(residuals[0].vx, 0.01 - measured[0], 1e-15);
-  EXPECT_NEAR(residuals[0].vy, 0.02 - measured[1], 1e-15);
-  EXPECT_NEAR(residuals[0].px, 1, 1e-12);
-  EXPECT_NEAR(residuals[0].py, 0.25, 1e-12);
 }
 
 }  // namespace

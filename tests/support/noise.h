@@ -13,17 +13,16 @@ class Noise {
   explicit Noise(std::uint64_t seed) : state_(seed) {}
 
   std::uint64_t bits() {
-    state_ += 0x9E3779B97F4A7C15U;
-    std::uint64_t z = state_;
+    std::uint64_t z = state_ += 0x9E3779B97F4A7C15U;
     z = (z ^ (z >> 30U)) * 0xBF58476D1CE4E5B9U;
     z = (z ^ (z >> 27U)) * 0x94D049BB133111EBU;
     return z ^ (z >> 31U);
   }
   // In [0, count).
   std::size_t below(std::size_t count) { return static_cast<std::size_t>(bits() % count); }
-  // In (0, 1).
-  double uniform() { return (static_cast<double>(bits() >> 12U) + 0.5) * 0x1p-52; }
-  double uniform(double low, double high) { return low + (high - low) * uniform(); }
+  double uniform(double low = 0.0, double high = 1.0) {
+    return low + (high - low) * (static_cast<double>(bits() >> 12U) + 0.5) * 0x1p-52;
+  }
   double normal() {
     const double radius = std::sqrt(-2.0 * std::log(uniform()));
     return radius * std::cos(2.0 * std::numbers::pi * uniform());

@@ -15,17 +15,13 @@ struct SyntheticSpec {
   std::vector<std::string> cameras = {"camera-frame"};          // keywords
   std::vector<std::string> orientations = {"ext-ori-opk-rot"};  // keywords
   std::vector<std::string> ap_sets = {};                        // keywords; set i is of camera i
-  std::int32_t images = 6;
-  std::int32_t points = 40;
-  std::int32_t control = 8;           // the first points, observed
-  std::int32_t check = 6;             // the next ones, free and known
-  std::int32_t position_triples = 0;  // order of the correction + 1; orientations are fixed then
-  std::int32_t attitude_triples = 0;  // likewise
-  double sigma_image = 2e-6;          // noise of image coordinates [m]
-  double sigma_control = 2e-5;        // noise of control coordinates [m]
-  std::string angle_unit = "gon";
+  std::size_t images = 6;
+  std::size_t points = 40;  // the first ones observed, the next ones free and known
+  std::size_t triples = 0;  // of coefficients of both corrections; orientations are fixed then
   std::uint64_t seed = 1;
 };
+
+inline constexpr double kSigmaImage = 2e-6;  // noise of image coordinates [m]
 
 // The files of a project, control file "project.ctl", and what its parameters truly are.
 // Identifiers are unique; a parameter's place in the list of its object is that of the adjustment.
@@ -33,8 +29,9 @@ struct SyntheticProject {
   std::map<std::string, std::string> files;
   std::map<std::string, std::vector<double>> truth;
 
-  // Writes all files; returns the path of the control file.
-  std::string write(const TempDir& dir) const;
+  void write(const TempDir& dir) const {
+    for (const auto& [file, text] : files) dir.write(file, text);
+  }
 };
 
 // Simulates the exact scene and adds noise to measurements, control and approximations.

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,10 +18,8 @@ inline std::string file_text(const std::filesystem::path& path) {
 // directory, which runs change, is what it was.
 class TempDir {
  public:
-  TempDir() : saved_(std::filesystem::current_path()) {
-    static std::atomic<int> count = 0;
-    const std::string name =
-        "vorn-test-" + std::to_string(std::random_device()()) + '-' + std::to_string(count++);
+  TempDir() {
+    const std::string name = "vorn-test-" + std::to_string(std::random_device()());
     root_ = std::filesystem::canonical(std::filesystem::temp_directory_path()) / name;
     std::filesystem::create_directories(root_);
   }
@@ -50,7 +45,7 @@ class TempDir {
   bool has(std::string_view name) const { return std::filesystem::exists(root_ / name); }
 
  private:
-  std::filesystem::path saved_;
+  std::filesystem::path saved_ = std::filesystem::current_path();
   std::filesystem::path root_;
 };
 

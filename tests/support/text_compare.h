@@ -14,17 +14,16 @@ inline bool same_line(const std::string& a, const std::string& b) {
   static const std::regex kNumber(" *-?[0-9]+\\.([0-9]+)(?:e([-+][0-9]+))?");
   if (a.size() != b.size()) return false;
   if (std::regex_replace(a, kNumber, "#") != std::regex_replace(b, kNumber, "#")) return false;
+  const auto last_digit = [](const std::smatch& match) {
+    const double exponent = match[2].matched ? std::stod(match[2].str()) : 0.0;
+    return std::pow(10.0, exponent - static_cast<double>(match.length(1)));
+  };
   std::sregex_iterator at_b(b.begin(), b.end(), kNumber);
-  for (std::sregex_iterator at_a(a.begin(), a.end(), kNumber); at_a != std::sregex_iterator();
-       ++at_a, ++at_b) {
+  for (std::sregex_iterator at_a(a.begin(), a.end(), kNumber), end; at_a != end; ++at_a, ++at_b) {
     if (at_a->position() != at_b->position() || at_a->length() != at_b->length()) return false;
-    if ((*at_a)[1].length() != (*at_b)[1].length()) return false;
+    if (at_a->length(1) != at_b->length(1)) return false;
     const double value = std::stod(at_a->str());
-    double digit = 0.0;
-    for (const std::smatch& match : {*at_a, *at_b}) {
-      const int exponent = match[2].matched ? std::stoi(match[2].str()) : 0;
-      digit = std::max(digit, std::pow(10.0, exponent - static_cast<int>(match[1].length())));
-    }
+    const double digit = std::max(last_digit(*at_a), last_digit(*at_b));
     const double tolerance = std::max(2.001 * digit, 1e-8 * std::fabs(value));
     // Negated, so that numbers that are none differ.
     if (!(std::fabs(value - std::stod(at_b->str())) <= tolerance)) return false;

@@ -4,49 +4,24 @@
 
 #include <bit>
 #include <cmath>
-#include <cstdio>
-#include <limits>
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "support/noise.h"
+#include "support/text_reference.h"
 
 namespace vorn {
 namespace {
 
-std::string written(double value, NumberFormat format) {
-  std::vector<char> room(static_cast<std::size_t>(max_length(format)) + 1, '#');
-  const char* const end = write_number(room.data(), value, format);
-  EXPECT_EQ(room.back(), '#') << "more than max_length";
-  return {room.data(), static_cast<std::size_t>(end - room.data())};
-}
-
-std::string printed(double value, NumberFormat format) {
-  const char* const pattern = format.notation == Notation::fixed        ? "%+.*f"
-                              : format.notation == Notation::scientific ? "%+.*e"
-                                                                        : "%+.*g";
-  char text[500];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  std::snprintf(text, sizeof text, pattern, format.precision, value);
-#pragma GCC diagnostic pop
-  std::string result = text;
-  if (!format.show_plus && result[0] == '+') result.erase(0, 1);
-  const auto wanted = static_cast<std::size_t>(format.width);
-  return result.size() < wanted ? std::string(wanted - result.size(), ' ') + result : result;
-}
-
 void expect_like_printf(double value) {
+  std::vector<NumberFormat> formats = {scientific(15, 23), general(0, 17), fixed(25), fixed(0, 60)};
   for (const Notation notation : {Notation::general, Notation::fixed, Notation::scientific}) {
     for (int precision = 0; precision <= 13; ++precision) {
-      const NumberFormat format{notation, precision, (precision * 7) % 20, precision % 3 == 1};
-      ASSERT_EQ(written(value, format), printed(value, format))
-          << "precision " << precision << ", notation " << static_cast<int>(notation);
+      formats.push_back({notation, precision, (precision * 7) % 20, precision % 3 == 1});
     }
   }
-  for (const NumberFormat format : {scientific(15, 23), general(0, 17), fixed(25), fixed(0, 60)}) {
-    ASSERT_EQ(written(value, format), printed(value, format));
+  for (const NumberFormat format : formats) {
+    ASSERT_EQ(test::written_number(value, format), test::printed_number(value, format))
+        << "precision " << format.precision << ", notation " << static_cast<int>(format.notation);
   }
 }
 

@@ -2,99 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <istream>
-#include <locale>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "support/noise.h"
+#include "support/text_reference.h"
 
 namespace vorn {
 namespace {
 
-// The standard library's formatted extraction, which the reader promises to follow.
-class Reference {
- public:
-  explicit Reference(const std::string& text) : in_(text) { in_.imbue(std::locale::classic()); }
-
-  bool failed() const { return in_.fail(); }
-  bool read_word(std::string& word) { return !!(in_ >> word); }
-  template <class T>
-  bool read(T& value) {
-    return !!(in_ >> value);
-  }
-  bool read_char(char& c) { return !!(in_ >> c); }
-  // Either (a, b), where what follows a closing bracket is 0, or plain numbers.
-  bool read_list(double* target, int count) {
-    double values[3] = {};
-    char c = '\0';
-    in_ >> c;
-    const bool bracket = c == '(';
-    if (in_ && !bracket) in_.putback(c);
-    for (int i = 0; i < count && in_; ++i) {
-      in_ >> values[i];
-      if (!bracket) continue;
-      in_ >> c;
-      if (c == ')') break;
-      if (c != ',' || i + 1 == count) in_.setstate(std::ios::failbit);
-    }
-    if (in_.fail()) return false;
-    std::copy_n(values, count, target);
-    return true;
-  }
-  bool read_pair(double& a, double& b) {
-    double values[2] = {a, b};
-    const bool good = read_list(values, 2);
-    a = values[0];
-    b = values[1];
-    return good;
-  }
-  bool read_triple(double (&values)[3]) { return read_list(values, 3); }
-
- private:
-  std::istringstream in_;
-};
-
-std::string shown(double value) {
-  std::ostringstream out;
-  out << std::hexfloat << value << (std::signbit(value) ? '-' : '+');
-  return out.str();
-}
-
-// Reads as the letters of `script` say and notes all that can be seen: results, targets, state.
-template <class Reader>
-std::string protocol(Reader& in, std::string_view script) {
-  std::ostringstream out;
-  for (const char operation : script) {
-    std::string word = "old";
-    double values[3] = {7.0, 8.0, 9.0};
-    std::int32_t integer = 7;
-    bool flag = true;
-    char c = '?';
-    const bool good = operation == 'w'   ? in.read_word(word)
-                      : operation == 'd' ? in.read(values[0])
-                      : operation == 'i' ? in.read(integer)
-                      : operation == 'b' ? in.read(flag)
-                      : operation == 'c' ? in.read_char(c)
-                      : operation == 'p' ? in.read_pair(values[0], values[1])
-                                         : in.read_triple(values);
-    // A failed list leaves its targets alone; a failed word does so only without any character.
-    out << operation << good << in.failed() << ' ' << word << ' ' << shown(values[0]) << ' '
-        << shown(values[1]) << ' ' << shown(values[2]) << ' ' << integer << flag << c << '\n';
-  }
-  return out.str();
-}
-
 void expect_like_a_stream(const std::string& text) {
   for (const char* script : {"ww", "dww", "iww", "bww", "ddd", "iid", "bbb", "cdcw", "dcdcw", "pww",
                              "ppw", "tww", "ttw", "wpt"}) {
-    Reference reference(text);
+    test::ReferenceReader reference(text);
     TokenReader reader(text);
-    EXPECT_EQ(protocol(reader, script), protocol(reference, script))
+    EXPECT_EQ(test::read_protocol(reader, script), test::read_protocol(reference, script))
         << "reading [" << text << "] as " << script;
   }
 }

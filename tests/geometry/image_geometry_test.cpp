@@ -1,0 +1,171 @@
+// Image geometries at their limits; whole runs show the usual.
+
+#include "geometry/image_geometry.h"
+
+#include <cmath>
+
+#include "geometry/eo_angles.h"
+#include "geometry/eo_quaternion.h"
+#include "geometry/linear_geometries.h"
+#include "geometry_support.h"
+#include "lsq/ls_params.h"
+#include "lsq/normal_matrix.h"
+#include "support/captured_output.h"
+
+namespace vorn {
+namespace {
+
+using test::captured_errors;
+using test::captured_output;
+using test::from_record;
+
+// An orientation without rotation at a given place.
+std::unique_ptr<EOAnglesPOKRot> upright(const std::string& centre) {
+  return from_record<EOAnglesPOKRot>("i rad 0 " + centre + " 1 1 1 0 0 0 1 1 1");
+}
+
+TEST(ImageGeometry, ZeroDenominators) {
+  const auto orientation = upright("0 0 100");
+  const auto dlt =
+      from_record<DirectLinearTransf>("d 0 1 1 2 1 3 1 4 1 5 1 6 1 7 1 8 1 0 1 0 1 -1 1");
+  Vec3 image = {0, 0, -0.1};
+  Vec3 image_dlt{};
+  PointDerivs derivs;
+  std::string output;
+  EXPECT_EQ(captured_errors([&] {
+              output = captured_output([&] {
+                EXPECT_TRUE(orientation->projection({5, 0, 100}, image));
+                EXPECT_FALSE(orientation->get_derivs({0, 0, -0.1}, {5, 0, 100}, derivs));
+                EXPECT_TRUE(dlt->projection({0, 0, 1}, image_dlt));
+                EXPECT_TRUE(dlt->get_derivs(image_dlt, {0, 0, 1}, derivs));
+              });
+            }),
+            "DEP::projection: zero denominator.\nDEP::projection: zero denominator.\n"
+            "DirectLinearTransf::get_derivs: zero denominator.\n");
+  EXPECT_EQ(output, "ERROR: ExtOrientation::get_derivs: Zero denominator.\n");
+  EXPECT_TRUE(std::isinf(image[0]) && std::isnan(image[1]));
+  EXPECT_TRUE(std::isinf(image_dlt[0]) && std::isinf(image_dlt[1]));
+}
+
+TEST(ImageGeometry, IntersectionOfRays) {
+  const struct {
+    const char* other_centre;
+    Vec3 image_this, image_other, point;
+    double gap;
+  } cases[] = {
+      {"10 0 0", {0, 0, -1}, {-1, 0, -1}, {0, 0, -10}, 0},    // meeting
+      {"10 4 0", {1, 0, -1}, {-1, 0, -1}, {5, 2, -5}, 4},     // skew
+      {"10 0 0", {-1, 0, -1}, {1, 0, -1}, {5, 0, 5}, 0},      // behind both
+      {"10 0 0", {2, 0, -2}, {-0.1, 0, -0.1}, {5, 0, -5}, 0}  // lengths do not matter
+  };
+  const auto orientation = upright("0 0 0");
+  for (const auto& c : cases) {
+    Vec3 point{};
+    double gap = -1;
+    EXPECT_TRUE(orientation->intersection(*upright(c.other_centre), c.image_this, c.image_other,
+                                          point, gap));
+    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(point[k], c.point[k], 1e-14);
+    EXPECT_NEAR(gap, c.gap, 1e-14);
+  }
+  const auto pmf = from_record<PMFLinear>("p 0 1 1 2 1 3 1 4 1 5 1 6 1 7 1 8 1");
+  const auto other = from_record<PMFLinear>("q 0 -1 1 1 1 0 1 2 1 3 1 -4 1 2 1 1 1");
+  const Vec3 truth = {3, -2, 7};
+  Vec3 image{};
+  Vec3 image_other{};
+  pmf->projection(truth, image);
+  other->projection(truth, image_other);
+  Vec3 point{};
+  double gap = -1;
+  EXPECT_TRUE(pmf->intersection(*other, image, image_other, point, gap));
+  for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(point[k], truth[k], 1e-10);
+  EXPECT_EQ(gap, -1);
+}
+
+TEST(ImageGeometry, IntersectionsThatFail) {
+  const auto orientation = upright("0 0 0");
+  const auto shifted = upright("10 0 0");
+  const auto singular = from_record<PMFLinear>("p 0 1 1 1 1 0 1 0 1 5 1 0 1 1 1 0 1");
+  const DirectLinearTransf dlt;
+  const struct {
+    const ImageGeometry &one, &other;
+    const char *output, *errors;
+  } cases[] = {
+      {*orientation, *shifted, "", "DEP::intersection: rays are parallel.\n"},
+      {*orientation, dlt, "", "ExtOrientation::intersection: Incompatible image geometries!\n"},
+      {dlt, dlt, "DirectLinearTransf::intersection: Not implemented yet!\n", ""},
+      {dlt, *shifted, "", "DirectLinearTransf::intersection: Incompatible image geometries!\n"},
+      {*singular, *singular, "ERROR: Decomposition of normal matrix failed.\n", ""},
+      {*singular, dlt, "", "PMFLinear::intersection: Incompatible image geometries!\n"}};
+  for (const auto& c : cases) {
+    Vec3 point = {1, 2, 3};
+    double gap = 4;
+    const Vec3 image = {0.3, 0.2, -1};
+    std::string output;
+    EXPECT_EQ(captured_errors([&] {
+                output = captured_output(
+                    [&] { EXPECT_FALSE(c.one.intersection(c.other, image, image, point, gap)); });
+              }),
+              c.errors);
+    EXPECT_EQ(output, c.output);
+    EXPECT_TRUE(gap == 4 && point == (Vec3{1, 2, 3}));
+  }
+}
+
+TEST(ImageGeometry, ConvergenceByKindOfParameter) {
+  const auto orientation = upright("0 0 0");
+  PMFLinear pmf;
+  pmf.index = 0;
+  LSParams& settings = ls_params();
+  settings.limit_position = 0.1;
+  settings.limit_rotation = settings.limit_geometry = 0.01;
+  const double nan = std::nan("");
+  const struct {
+    bool position, rotation;
+    double change[6];
+    std::int32_t expected;
+  } cases[] = {{true, true, {0.1, -0.1, 0.1, 0.01, -0.01, 0.01}, -1},  // limits themselves pass
+               {true, true, {0, -0.2, 0, 0.02, 0, 0}, 1},
+               {false, true, {0, -0.2, 0, 0, -0.02, 0}, 4},
+               {true, false, {0, 0, 0, 1, 1, 1}, -1},
+               {true, true, {nan, nan, nan, nan, nan, 0.02}, 5}};
+  for (const auto& c : cases) {
+    settings.check_position = c.position;
+    settings.check_rotation = c.rotation;
+    Vector corrections(10);
+    corrections.zero();
+    for (std::int32_t k = 0; k < 6; ++k) corrections[2 + k] = c.change[k];
+    orientation->index = 2;
+    EXPECT_EQ(orientation->check_convergence(corrections), c.expected);
+  }
+  Vector corrections(8);
+  corrections.zero();
+  corrections[5] = -0.02;
+  EXPECT_EQ(pmf.check_convergence(corrections), 5);
+  settings.check_geometry = false;
+  EXPECT_EQ(pmf.check_convergence(corrections), -1);
+}
+
+// The condition at (q) pulls |q|^2 towards 1 with the weight of constraints.
+TEST(ImageGeometry, QuaternionIsHeldAtUnitLength) {
+  const auto orientation = from_record<EOQuaternion>("a 0 0 0 0 1 1 1 1 0.5 0 -0.25 1 1 1 1");
+  orientation->index = 1;
+  ls_params().weight_constraints = 16;
+  NormalMatrix normal;
+  normal.resize(8);
+  normal.zero();
+  Vector rhs(8);
+  rhs.zero();
+  double vtpv = 1;
+  EXPECT_EQ(orientation->get_num_constraints(), 1);
+  orientation->add_constraints(normal, rhs, vtpv);
+  const double row[] = {0, 0, 0, 0, 2, 1, 0, -0.5};
+  const double reduced = 1 - 1 - 0.25 - 0.0625;
+  for (std::int32_t i = 0; i < 8; ++i) {
+    EXPECT_EQ(rhs[i], row[i] * 16 * reduced);
+    for (std::int32_t j = i; j < 8; ++j) EXPECT_EQ(normal.at(i, j), row[i] * 16 * row[j]);
+  }
+  EXPECT_EQ(vtpv, 1 + 16 * reduced * reduced);
+}
+
+}  // namespace
+}  // namespace vorn
