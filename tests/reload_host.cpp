@@ -103,15 +103,6 @@ long long heap_in_use() {
 #endif
 }
 
-// Projects of a line or two: one reads least-squares parameters that differ from the defaults, the
-// other leaves them as they are and shows them in its report.
-void write_projects() {
-  std::ofstream("lspar.txt") << "7e-6 33 0 1 0 1 2e-3 2e-3 2e-6 2e-6 1e-29 1e29 1e-30 1e30 1e9 1e9 "
-                                "0.7 2.0 0.002 2.5 1e-3 9 m gon native\n";
-  std::ofstream("sets.ctl") << "ls-params lspar.txt\nstop-dep\n";
-  std::ofstream("shows.ctl") << "stop-dep\n";
-}
-
 std::string shown_parameters(Bundle bundle) {
   expect(bundle("shows.ctl", 0) == 1, "shows.ctl completes");
   const std::string report = vorn::test::file_text("shows.out");
@@ -164,7 +155,12 @@ int main(int argc, char** argv) {
   const std::string project = fs::absolute(argv[3]).string();
   fs::create_directories(argv[2]);
   fs::current_path(argv[2]);
-  write_projects();
+  // One project reads least-squares parameters that differ from the defaults, the other leaves them
+  // as they are and shows them in its report.
+  std::ofstream("lspar.txt") << "7e-6 33 0 1 0 1 2e-3 2e-3 2e-6 2e-6 1e-29 1e29 1e-30 1e30 1e9 1e9 "
+                                "0.7 2.0 0.002 2.5 1e-3 9 m gon native\n";
+  std::ofstream("sets.ctl") << "ls-params lspar.txt\nstop-dep\n";
+  std::ofstream("shows.ctl") << "stop-dep\n";
 
   const std::string first = live(library, project);
   expect(!first.empty(), "the report shows the parameters");

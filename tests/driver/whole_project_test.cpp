@@ -15,13 +15,11 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST(TextCompare, ForgivesLastDigitsOnly) {
-  const std::pair<const char*, const char*> same[] = {
-      {"a 1.234  -0.000 x", "a 1.236   0.000 x"}, {" 9.999", "10.001"}, {"9.99e-01", "1.00e+00"}};
+  EXPECT_EQ(test::first_difference("a 9.999 -0.000 9.99e-01", "a10.001  0.000 1.00e+00"), "");
   const std::pair<const char*, const char*> other[] = {
-      {"1.234", "1.238"},   {"1.234e-06", "1.234e-05"}, {" 1.50", "1.500"},
+      {"1.234", "1.238"},   {"1.2e-06", "1.2e-05"},     {" 1.50", "1.500"},
       {"p1 1.5", "p2 1.5"}, {"points: 7", "points: 8"}, {"5 ", "5"},
       {"a", "a\n\n"}};
-  for (const auto& [a, b] : same) EXPECT_EQ(test::first_difference(a, b), "") << a;
   for (const auto& [a, b] : other) EXPECT_NE(test::first_difference(a, b), "") << a;
 }
 

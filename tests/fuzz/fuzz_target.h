@@ -2,8 +2,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <span>
+#include <functional>
 #include <string_view>
+#include <vector>
 
 namespace vorn::fuzz {
 
@@ -12,22 +13,10 @@ namespace vorn::fuzz {
 // more work than a round may take.
 struct FuzzTarget {
   std::string_view name;
-  bool (*run)(std::string_view text);
+  std::function<bool(std::string_view text)> run;
 };
 
-std::span<const FuzzTarget> reader_targets();
-std::span<const FuzzTarget> number_targets();
-std::span<const FuzzTarget> project_targets();
-
-// Null for an unknown name.
-inline const FuzzTarget* find_target(std::string_view name) {
-  for (const auto group : {reader_targets(), number_targets(), project_targets()}) {
-    for (const FuzzTarget& target : group) {
-      if (target.name == name) return &target;
-    }
-  }
-  return nullptr;
-}
+const std::vector<FuzzTarget>& all_targets();
 
 // A property that holds for every input.
 inline void require(bool holds, const char* property) {

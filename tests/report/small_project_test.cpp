@@ -57,27 +57,19 @@ class SmallProject : public testing::Test {
   BundleProject project_;
 };
 
-TEST_F(SmallProject, SilentChecksRemoveWhatHasTooFewRays) {
-  EXPECT_EQ(test::captured_output([&] {
-              project_.check_rays_per_point(nullptr);
-              project_.check_rays_per_image(nullptr);
-            }),
-            "");
-  // Without the single-ray option S goes as well; I1 keeps A, B and M.
-  EXPECT_EQ(project_.object_points.count(), 2);
-  EXPECT_EQ(project_.images.count(), 1);
-}
-
-TEST_F(SmallProject, SingleRaysNeedThreeObservedCoordinates) {
+TEST_F(SmallProject, SingleRaysNeedThreeObservedCoordinatesAndTheirOption) {
   project_.options.single_ray = true;
   project_.object_points.find("S")->std_devs = {1e30, 1e-31, 1};
   project_.object_points.find("P")->std_devs = {1, 1, 1.1e30};
   project_.object_points.find("Q")->std_devs = {1, std::numeric_limits<double>::quiet_NaN(), 1};
   project_.check_rays_per_point(nullptr);
   EXPECT_TRUE(has_point("S") && !has_point("P") && !has_point("Q") && !has_point("N"));
+  project_.options.single_ray = false;
+  project_.check_rays_per_point(nullptr);
+  EXPECT_EQ(project_.object_points.count(), 2);
   const std::string images =
       written_text([&](TextWriter& out) { project_.check_rays_per_image(&out); });
-  EXPECT_THAT(images, HasSubstr("I1: 4\nI2: 2 -> removed\nI3: 2 -> removed\nI4: 0 -> removed\n"));
+  EXPECT_THAT(images, HasSubstr("I1: 3\nI2: 2 -> removed\nI3: 2 -> removed\nI4: 0 -> removed\n"));
 }
 
 TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {

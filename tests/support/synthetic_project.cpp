@@ -35,16 +35,6 @@ std::string numbers(const Values& values) {
 
 std::string name(char prefix, std::size_t i) { return prefix + std::to_string(i + 1); }
 
-// R whose columns are the axes of an image at `centre` that looks at the origin, turned by `roll`.
-Mat3 rotation_towards_origin(const Vec3& centre, double roll) {
-  const Vec3 z = (1.0 / std::sqrt(dot(centre, centre))) * centre;
-  const Vec3 level = cross({0, 0, 1}, z);
-  const Vec3 x = (1.0 / std::sqrt(dot(level, level))) * level;
-  const Vec3 y = cross(z, x);
-  return transposed(
-      {std::cos(roll) * x + std::sin(roll) * y, std::cos(roll) * y - std::sin(roll) * x, z});
-}
-
 std::vector<double> rotation_params(const std::string& keyword, const Mat3& r) {
   if (keyword == "ext-ori-quaternion") {
     const quaternion::Params q = quaternion::params_from_matrix(r);
@@ -106,6 +96,10 @@ class Simulation {
     control_ += keyword + ' ' + file + '\n';
   }
 
+  Camera& camera(std::size_t i) {
+    return *cameras_[static_cast<std::int32_t>(i % spec_.cameras.size())];
+  }
+
   void make_cameras() {
     std::string text;
     for (std::size_t i = 0; i < spec_.cameras.size(); ++i) {
@@ -134,13 +128,14 @@ class Simulation {
       const auto time = static_cast<double>(i);
       const double azimuth =
           0.3 + 2.0 * std::numbers::pi * time / static_cast<double>(spec_.images);
-      Image image{cameras_[static_cast<std::int32_t>(i % spec_.cameras.size())],
-                  spec_.orientations[i % spec_.orientations.size()],
-                  kDistance * Vec3{0.7 * std::cos(azimuth), 0.7 * std::sin(azimuth), 0.72},
-                  {},
-                  {}};
       const std::string id = name('e', i);
-      image.r = rotation_towards_origin(image.centre, static_cast<double>(i % 4) * 1.5 + 0.2);
+      Image image;
+      image.camera = &camera(i);
+      image.keyword = spec_.orientations[i % spec_.orientations.size()];
+      // Above the field, looking at the origin.
+      image.r = opk_rot::matrix_from_params({0.7 * std::cos(azimuth), 0.7 * std::sin(azimuth),
+                                             static_cast<double>(i % 4) * 1.5 + 0.2});
+      image.centre = kDistance * Vec3{image.r[0][2], image.r[1][2], image.r[2][2]};
       eo_text += image.keyword + ' ' + id;
       eo_text +=
           image.keyword.starts_with("ext-ori") ? make_orientation(image, time) : make_linear(image);
@@ -164,21 +159,21 @@ class Simulation {
   // Fills in the true parameters; returns the rest of the record with approximate ones.
   std::string make_orientation(Image& image, double time) {
     const bool quaternion = image.keyword == "ext-ori-quaternion";
-    const bool fixed = spec_.triples > 0;
+    const double noise = spec_.triples > 0 ? 0.0 : 0.005;
     const Vec3 centre = image.centre - correction_at("position", time);
     const Vec3 attitude = quaternion ? Vec3{} : correction_at("attitude", time);
-    std::vector<double>& params = image.params = rotation_params(image.keyword, image.r);
-    for (std::size_t k = 0; k < 3; ++k) params[k] -= attitude[k];
-    std::vector<double> near = params;
-    for (double& v : near) {
-      v = (v + (fixed ? 0.0 : 0.005 * noise_.normal())) * (quaternion ? 1 : 200 / std::numbers::pi);
+    std::vector<double> rotation = rotation_params(image.keyword, image.r);
+    for (std::size_t k = 0; k < 3; ++k) rotation[k] -= attitude[k];
+    image.params.assign(centre.begin(), centre.end());
+    image.params.insert(image.params.end(), rotation.begin(), rotation.end());
+    Vec3 near = centre;
+    for (double& v : near) v += 4 * noise * noise_.normal();
+    for (double& v : rotation) {
+      v = (v + noise * noise_.normal()) * (quaternion ? 1 : 200 / std::numbers::pi);
     }
-    params.insert(params.begin(), centre.begin(), centre.end());
-    Vec3 near_centre = centre;
-    for (double& v : near_centre) v += fixed ? 0.0 : 0.02 * noise_.normal();
-    const double sdev = fixed ? 1e-31 : 1e31;
-    return (quaternion ? "" : " gon") + numbers({time}) + numbers(near_centre) +
-           numbers({sdev, sdev, sdev}) + numbers(near) + numbers(std::vector(near.size(), sdev));
+    const std::vector<double> sdevs(rotation.size(), spec_.triples > 0 ? 1e-31 : 1e31);
+    return (quaternion ? "" : " gon") + numbers({time}) + numbers(near) +
+           numbers({sdevs[0], sdevs[1], sdevs[2]}) + numbers(rotation) + numbers(sdevs);
   }
 
   // The collinearity equations as x = -c r0'(X - Xo) / r2'(X - Xo), or their parallel projection.
@@ -187,8 +182,7 @@ class Simulation {
     const Mat3 axes = transposed(image.r);
     const double last = dlt ? -1.0 / dot(axes[2], image.centre) : 0.0;
     for (std::size_t row = 0; row < (dlt ? 3U : 2U); ++row) {
-      const double scale = !dlt ? kFocal / kDistance : row < 2 ? -kFocal * last : last;
-      const Vec3 l = scale * axes[row];
+      const Vec3 l = (!dlt ? kFocal / kDistance : row < 2 ? -kFocal * last : last) * axes[row];
       if (!dlt) image.params.push_back(row == 0 ? 1e-3 : -2e-3);
       image.params.insert(image.params.end(), l.begin(), l.end());
       if (dlt && row < 2) image.params.push_back(-dot(l, image.centre));
@@ -223,8 +217,7 @@ class Simulation {
     std::string text;
     for (std::size_t i = 0; i < spec_.ap_sets.size(); ++i) {
       std::unique_ptr<APSet> set = make_ap_set(lookup_keyword(spec_.ap_sets[i]));
-      Camera& camera = *cameras_[static_cast<std::int32_t>(i % spec_.cameras.size())];
-      text += spec_.ap_sets[i] + ' ' + name('s', i) + ' ' + camera.id + '\n';
+      text += spec_.ap_sets[i] + ' ' + name('s', i) + ' ' + camera(i).id + '\n';
       if (auto* const grid = dynamic_cast<APSetP*>(set.get())) {
         grid->grid_width = 0.015;
         text += " 15\n";
@@ -237,7 +230,7 @@ class Simulation {
         project_.truth[name('s', i)].push_back(set->value(k));
         text += numbers({0, 20e-6 / effect});
       }
-      camera.ap_sets.push_back(set.get());
+      camera(i).ap_sets.push_back(set.get());
       sets_.push_back(std::move(set));
     }
     if (!sets_.empty()) add_file("ap-set", "ap.txt", text + "stop-dep\n");

@@ -1,13 +1,19 @@
-// Image geometries at their limits; whole runs show the usual.
+// Rotations and image geometries at their limits; whole runs show the usual.
 
-#include "geometry/image_geometry.h"
+#include <gtest/gtest.h>
 
 #include <cmath>
+#include <iomanip>
+#include <limits>
+#include <numbers>
+#include <sstream>
 
 #include "geometry/eo_angles.h"
+#include "geometry/eo_file.h"
 #include "geometry/eo_quaternion.h"
+#include "geometry/image_geometry.h"
 #include "geometry/linear_geometries.h"
-#include "geometry_support.h"
+#include "geometry/rotations.h"
 #include "lsq/ls_params.h"
 #include "lsq/normal_matrix.h"
 #include "support/captured_output.h"
@@ -17,7 +23,61 @@ namespace {
 
 using test::captured_errors;
 using test::captured_output;
-using test::from_record;
+
+constexpr double kPi = std::numbers::pi;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr Vec3 kAngles[] = {{0.1, -0.2, 0.3}, {3.1, 1.5, -3.1}, {-2, -1.2, 1.8}, {0.2, 0.1, kPi}};
+
+// Every type converts the matrix of a record and gets back the same R.
+TEST(Rotations, MatricesAreConvertedByTheTypeOfTheFile) {
+  for (const Vec3& angles : kAngles) {
+    const Mat3 r = opk_rot::matrix_from_params(angles);
+    for (const std::string keyword : {"ext-ori-pok-rot", "ext-ori-opk-rot", "ext-ori-opk-fix",
+                                      "ext-ori-australis", "ext-ori-quaternion"}) {
+      SCOPED_TRACE(keyword);
+      std::ostringstream text;
+      text << "common-type " << keyword << " deg 0 1 1 1 1 4 5 6 a 1 2 3" << std::setprecision(17);
+      for (std::size_t i = 0; i < 9; ++i) text << ' ' << r[i / 3][i % 3];
+      const std::string file = text.str();
+      TokenReader in(file);
+      OwnedList<ImageGeometry> geometries;
+      ASSERT_EQ(read_eo_file(in, geometries), 1);
+      auto& orientation = dynamic_cast<ExtOrientation&>(*geometries[0]);
+      orientation.update();
+      for (std::size_t i = 0; i < 9; ++i) {
+        EXPECT_NEAR(orientation.rotation_matrix()[i / 3][i % 3], r[i / 3][i % 3], 1e-12);
+      }
+      for (std::int32_t k = 3; k < orientation.num_values(); ++k) {
+        EXPECT_DOUBLE_EQ(orientation.std_dev(k), std::min(k + 1, 6) * kPi / 180);
+      }
+    }
+  }
+}
+
+TEST(Rotations, QuaternionOfHalfTurns) {
+  // The last one about (2, 1, 2)/3.
+  for (const quaternion::Params& q : {quaternion::Params{1, 0, 0, 0},
+                                      {0, 1, 0, 0},
+                                      {0, 0, 1, 0},
+                                      {0, 0, 0, 1},
+                                      {0, 2. / 3, 1. / 3, 2. / 3}}) {
+    const quaternion::Params recovered =
+        quaternion::params_from_matrix(quaternion::matrix_from_params(q));
+    for (std::size_t k = 0; k < 4; ++k) EXPECT_NEAR(recovered[k], q[k], 1e-15);
+  }
+  // About an axis within a coordinate plane the one product that is left meets a zero square root.
+  EXPECT_TRUE(std::isnan(quaternion::params_from_matrix({{{0, 1, 0}, {1, 0, 0}, {0, 0, -1}}})[1]));
+}
+
+// A geometry read from a record without its type keyword, ready to project.
+template <class Geometry>
+std::unique_ptr<Geometry> from_record(std::string_view record) {
+  auto geometry = std::make_unique<Geometry>();
+  TokenReader in(record);
+  EXPECT_EQ(geometry->read(in), 1) << record;
+  geometry->update();
+  return geometry;
+}
 
 // An orientation without rotation at a given place.
 std::unique_ptr<EOAnglesPOKRot> upright(const std::string& centre) {
@@ -113,36 +173,32 @@ TEST(ImageGeometry, IntersectionsThatFail) {
 
 TEST(ImageGeometry, ConvergenceByKindOfParameter) {
   const auto orientation = upright("0 0 0");
-  PMFLinear pmf;
-  pmf.index = 0;
+  const auto pmf = from_record<PMFLinear>("p 0 1 1 2 1 3 1 4 1 5 1 6 1 7 1 8 1");
   LSParams& settings = ls_params();
   settings.limit_position = 0.1;
   settings.limit_rotation = settings.limit_geometry = 0.01;
-  const double nan = std::nan("");
   const struct {
     bool position, rotation;
-    double change[6];
-    std::int32_t expected;
-  } cases[] = {{true, true, {0.1, -0.1, 0.1, 0.01, -0.01, 0.01}, -1},  // limits themselves pass
-               {true, true, {0, -0.2, 0, 0.02, 0, 0}, 1},
-               {false, true, {0, -0.2, 0, 0, -0.02, 0}, 4},
-               {true, false, {0, 0, 0, 1, 1, 1}, -1},
-               {true, true, {nan, nan, nan, nan, nan, 0.02}, 5}};
+    std::vector<double> change;
+    std::int32_t orientation, pmf;
+  } cases[] = {{true, true, {0.1, -0.1, 0.1, 0.01, -0.01, 0.01}, -1, 0},  // limits themselves pass
+               {true, true, {0, -0.2, 0, 0.02, 0, 0}, 1, 1},
+               {false, true, {0, 0, 0, 0, -0.02, 0}, 4, 4},
+               {true, false, {0, 0, 0, 0, 0, 1}, -1, 5},
+               {true, true, {kNaN, kNaN, kNaN, kNaN, kNaN, 0.02}, 5, 5}};
   for (const auto& c : cases) {
     settings.check_position = c.position;
     settings.check_rotation = c.rotation;
     Vector corrections(10);
     corrections.zero();
-    for (std::int32_t k = 0; k < 6; ++k) corrections[2 + k] = c.change[k];
-    orientation->index = 2;
-    EXPECT_EQ(orientation->check_convergence(corrections), c.expected);
+    orientation->index = pmf->index = 2;
+    for (std::int32_t k = 0; k < 6; ++k) corrections[2 + k] = c.change[static_cast<std::size_t>(k)];
+    EXPECT_EQ(orientation->check_convergence(corrections), c.orientation);
+    settings.check_geometry = true;
+    EXPECT_EQ(pmf->check_convergence(corrections), c.pmf);
+    settings.check_geometry = false;
+    EXPECT_EQ(pmf->check_convergence(corrections), -1);
   }
-  Vector corrections(8);
-  corrections.zero();
-  corrections[5] = -0.02;
-  EXPECT_EQ(pmf.check_convergence(corrections), 5);
-  settings.check_geometry = false;
-  EXPECT_EQ(pmf.check_convergence(corrections), -1);
 }
 
 // The condition at (q) pulls |q|^2 towards 1 with the weight of constraints.

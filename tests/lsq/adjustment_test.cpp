@@ -1,18 +1,71 @@
-// The iteration loop with objects that bring their own equations.
+// Objects with parameters, and the loop over them.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
 #include "driver/bundle_project.h"
+#include "lsq/adj_object.h"
+#include "lsq/adj_object_list.h"
+#include "lsq/ls_params.h"
+#include "lsq/normal_matrix.h"
+#include "support/captured_output.h"
 #include "support/project_test.h"
 
 namespace vorn {
 namespace {
 
 using testing::HasSubstr;
+
+// An object of nothing but a parameter.
+class Parameter : public AdjObject {
+ public:
+  Parameter(double v, double sdev) : value(v), std_dev(sdev) {}
+  void init_params() override {
+    alloc_params(1);
+    set_param(0, value, std_dev);
+  }
+  double value;
+  double std_dev;
+};
+
+TEST(AdjObject, StateAndWeightFollowFromStandardDeviation) {
+  const double smin = ls_params().smin;
+  const double smax = ls_params().smax;
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const struct {
+    double sigma;
+    std::string_view state;
+    double weight;
+  } cases[] = {{1e-3, "obs", 1e-6},
+               {smin, "obs", (1e-6 / smin) * (1e-6 / smin)},
+               {smax, "obs", (1e-6 / smax) * (1e-6 / smax)},
+               {std::nextafter(smin, 0.0), "eli", 1e10},
+               {std::nextafter(smax, kInfinity), "unk", 0.0},
+               {-1.0, "eli", 1e10},
+               {kInfinity, "unk", 0.0},
+               {std::numeric_limits<double>::quiet_NaN(), "unk", 0.0}};
+  for (const auto& c : cases) {
+    Parameter object(2.0, c.sigma);
+    object.init_params();
+    EXPECT_EQ(object.state_name(0), c.state) << c.sigma;
+    EXPECT_DOUBLE_EQ(object.param(0).weight, c.weight) << c.sigma;
+  }
+}
+
+// Changed by exactly 1.96 standard deviations; expected files of whole runs show the listings.
+TEST(AdjObject, SignificanceExceedsItsLimit) {
+  Parameter object(-2.0, 1.0);
+  AdjObjectList list;
+  list.add(object);
+  object.value = -0.04;
+  for (const std::string verdict : {"not", "is"}) {
+    EXPECT_THAT(test::written_text([&](TextWriter& out) { object.print_significance(out); }),
+                testing::HasSubstr("  1.000e+00     2.0  " + verdict + " significant\n"));
+    ls_params().significance_limit = 1.9599;
+  }
+}
 
 // One free parameter x and the conditions x = target, twice as `apart` when that is not zero;
 // Newton's method for x^3 = target when `cubic`.

@@ -1,8 +1,18 @@
-#include "calibration/ap_models.h"
+// Sets of additional parameters and time-dependent corrections.
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+
+#include "calibration/ap_models.h"
+#include "calibration/ap_set.h"
+#include "calibration/corrections.h"
+#include "driver/options.h"
+#include "geometry/eo_file.h"
+#include "geometry/ext_orientation.h"
+#include "support/captured_output.h"
+#include "support/temp_dir.h"
+#include "support/text_compare.h"
 
 namespace vorn {
 namespace {
@@ -89,6 +99,61 @@ TEST(APModels, DerivativesByHandAndCorrectionsOfThem) {
     }
   }
   EXPECT_EQ(make_ap_set(Keyword::ap_set), nullptr);
+}
+
+// The sets of tests/data/effect-grids, of a camera of 100 mm with a format of 200 mm x 100 mm.
+TEST(APSet, BindsToItsCameraAndPrintsItsEffects) {
+  const std::string folder = VORN_SOURCE_DIR "/tests/data/effect-grids/";
+  const std::string text = test::file_text(folder + "ap.txt");
+  OwnedList<Camera> cameras;
+  OwnedList<APSet> sets;
+  TokenReader in(text);
+  ASSERT_EQ(read_ap_set_file(in, sets), 1);
+  EXPECT_EQ(test::captured_output([&] { EXPECT_EQ(sets[0]->bind_to_camera(cameras), -1); }),
+            "ERROR: AP set G : camera C not found.\n");
+  TokenReader camera_text("camera-frame C - 100 0 0 200 100");
+  ASSERT_EQ(read_camera_file(camera_text, cameras), 1);
+  EXPECT_FALSE(sets[0]->used || cameras[0]->used);
+  EXPECT_EQ(sets[0]->bind_to_camera(cameras), 1);
+  EXPECT_TRUE(sets[0]->used && cameras[0]->used);
+  Options options;
+  options.grid_x = 3;
+  options.grid_y = 2;
+  const std::string grids = test::written_text([&](TextWriter& out) {
+    for (const APSet& set : sets) set.print_grid_effects(out, options, cameras);
+  });
+  EXPECT_EQ(test::first_difference(grids, test::file_text(folder + "grids.expected")), "");
+}
+
+TEST(CorrectionBinding, AttachesToOrientationsAndRefusesOthers) {
+  OwnedList<ImageGeometry> geometries;
+  TokenReader in(
+      "indiv-type ext-ori-opk-rot E rad 0 0 0 0 1 1 1 0 0 0 1 1 1 "
+      "ext-ori-quaternion Q 0 0 0 0 1 1 1 1 0 0 0 1 1 1 1 "
+      "pmf-linear D 0 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1");
+  ASSERT_EQ(read_eo_file(in, geometries), 1);
+  const auto& e = dynamic_cast<ExtOrientation&>(*geometries[0]);
+  const auto& q = dynamic_cast<ExtOrientation&>(*geometries[1]);
+  PosCorrection pos, second;
+  AttCorrection att;
+  const auto bind = [&](auto& correction, std::vector<std::string> eo_ids, int result) {
+    correction.id = "N";
+    correction.eo_ids = std::move(eo_ids);
+    return test::captured_output([&] { EXPECT_EQ(correction.bind_to_eos(geometries), result); });
+  };
+  EXPECT_EQ(bind(pos, {}, 1), "");
+  EXPECT_EQ(bind(pos, {"X"}, -1), "ERROR: Position correction N: EO X not found.\n");
+  EXPECT_EQ(bind(att, {"X"}, -1), "ERROR: Attitude correction N: EO X not found.\n");
+  EXPECT_EQ(bind(pos, {"D"}, -1), "ERROR: Position correction N: EO D invalid image geometry.\n");
+  EXPECT_EQ(bind(att, {"D"}, -1), "ERROR: Attitude correction N: EO D invalid image geometry.\n");
+  EXPECT_FALSE(pos.used || att.used);
+  EXPECT_EQ(bind(pos, {"E", "Q"}, 1) + bind(att, {"Q", "E"}, 1), "");
+  EXPECT_TRUE(pos.used && att.used);
+  EXPECT_TRUE(e.has_pos_correction() && e.has_att_correction());
+  EXPECT_TRUE(q.has_pos_correction() && !q.has_att_correction());
+  // The later of two corrections holds the slot.
+  bind(second, {"E"}, 1);
+  EXPECT_EQ(e.pos_correction(), &second);
 }
 
 }  // namespace

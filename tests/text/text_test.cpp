@@ -1,0 +1,125 @@
+// Reading and writing of text, against the standard library.
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "support/noise.h"
+#include "support/temp_dir.h"
+#include "support/text_reference.h"
+#include "text/number_format.h"
+#include "text/text_writer.h"
+#include "text/token_reader.h"
+
+namespace vorn {
+namespace {
+
+void expect_like_a_stream(const std::string& text) {
+  for (const char* script : {"ww", "dww", "iww", "bww", "ddd", "iid", "bbb", "cdcw", "dcdcw", "pww",
+                             "ppw", "tww", "ttw", "wpt"}) {
+    test::ReferenceReader reference(text);
+    TokenReader reader(text);
+    EXPECT_EQ(test::read_protocol(reader, script), test::read_protocol(reference, script))
+        << "reading [" << text << "] as " << script;
+  }
+}
+
+TEST(TokenReader, ReadsWhatStreamsRead) {
+  const std::string texts =
+      "| |\t\r\n\v\f|a|a b c d|stop-dep|1 2 3|1,2|-1|+1|- 1|--1|+-1|0|-0|00012|007.50|"
+      "1.5abc|1.5.5|1..5|.5|+.5|-.5e1|5.|5.e2|.|-.|e5|1e|1e+|1e-|1e5x|1E5|1e+05|1e5.5|"
+      "1e5e5|1d5|0x10|0x|1f|inf|nan|infinity|-inf|1e308|1e309|-1e309|1e400|"
+      "1e99999999999999999999|1e-99999999999999999999|0e99999999999999999999|-1e-400|"
+      "1e-308|1e-320|4e-324|2e-324|2.5e-324|1.7976931348623157e308|"
+      "1.7976931348623159e308|2147483647|2147483648|-2147483648|-2147483649|"
+      "99999999999999999999|3.7|-3.7|2|01|-1 0 1|1 2|10|0.1|1a|a1|123456789012345678|"
+      "1234567890123456789|9007199254740993|9007199254740992.5|0.30000000000000004|"
+      "0.1000000000000000055511151231257827021181583404541015625|"
+      "100000000000000000000000000000000000000001e-20|4.35|179769313486231570000.0e288|"
+      "0.000000000000000000000000000000000000000000000000000000000000000000001e70|(1,2)|"
+      "(1)|( 1 , 2 )|(1;2)|(1 2)|(1,2|(1,|(|()|(a)|(1,2,3)|(1,2,3,4)|(1,2)(3)|1 (2)|(1)2|"
+      "(1,)|1\r\n2\r\n|1 2\n|1,5 2,5|\xC3\xA9 \xFF|1\xA0|";
+  for (std::size_t begin = 0; begin < texts.size();) {
+    const std::size_t end = texts.find('|', begin);
+    expect_like_a_stream(texts.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  expect_like_a_stream(std::string("a\0b 1\0", 6));
+  expect_like_a_stream(std::string(800, '1') + " 0." + std::string(800, '0') + "1");
+
+  constexpr std::string_view kAlphabet = "0123456789012345678901234567890..--++eE  \n\t(),,xa";
+  test::Noise noise(1);
+  for (int i = 0; i < 3000; ++i) {
+    std::string text(noise.below(24), ' ');
+    for (char& c : text) c = kAlphabet[noise.below(kAlphabet.size())];
+    expect_like_a_stream(text);
+  }
+}
+
+void expect_like_printf(double value) {
+  std::vector<NumberFormat> formats = {scientific(15, 23), general(0, 17), fixed(25), fixed(0, 60)};
+  for (const Notation notation : {Notation::general, Notation::fixed, Notation::scientific}) {
+    for (int precision = 0; precision <= 13; ++precision) {
+      formats.push_back({notation, precision, (precision * 7) % 20, precision % 3 == 1});
+    }
+  }
+  for (const NumberFormat format : formats) {
+    ASSERT_EQ(test::written_number(value, format), test::printed_number(value, format))
+        << "precision " << format.precision << ", notation " << static_cast<int>(format.notation);
+  }
+}
+
+TEST(NumberFormat, EqualsPrintf) {
+  using Limits = std::numeric_limits<double>;
+  std::istringstream edges(
+      "0 0.5 1.5 2.5 0.125 0.375 0.0005 0.05 1e-5 9.9999995 999999.5 0.99999999999995 1 9.5 10 "
+      "99.995 1e5 1e6 123456789.5 1e15 1e16 1e17 9007199254740993 9223372036854.775807 "
+      "9223372036854775807 9.3e18 1.8e19 1e22 1e23 1e100 1e-30 1e31 1e-31 3.141592653589793 "
+      "1048575.9999999999");
+  std::vector<double> values = {Limits::max(), Limits::min(), Limits::denorm_min(),
+                                Limits::infinity(), Limits::quiet_NaN()};
+  for (double value = 0.0; edges >> value;) values.push_back(value);
+  for (const double value : values) {
+    expect_like_printf(value);
+    expect_like_printf(-value);
+  }
+  test::Noise noise(2);
+  for (int i = 0; i < 1500; ++i) {
+    expect_like_printf(std::bit_cast<double>(noise.bits()));
+    expect_like_printf(noise.normal() * std::pow(10.0, noise.uniform(-14.0, 14.0)));
+    // Ties: multiples of powers of two.
+    expect_like_printf(std::ldexp(std::round(noise.uniform(-5000.0, 5000.0)), -i % 12));
+  }
+}
+
+TEST(TextWriter, WritesEverythingInOrderOrNowhere) {
+  const test::TempDir dir;
+  const std::string large(200'000, 'x');
+  TextWriter out;
+  out << "lost" << 1 << large;
+  EXPECT_FALSE(out.open(dir.path()));
+  ASSERT_TRUE(out.open(dir.path("text")));
+  std::string expected = large;
+  for (int i = 0; i < 20'000; ++i) {
+    out << i << '\n';
+    expected += std::to_string(i) + '\n';
+    if (i == 10'000) out << large;
+    if (i == 10'000) expected += large;
+  }
+  out << right_aligned("ab", 4) << left_aligned("ab", 4) << '|' << right_aligned("abc", 2);
+  out.integer(-7, 5) << std::int64_t{-9'000'000'000} << std::uint64_t{18'000'000'000'000'000'000U};
+  // Opening the next file closes the one before.
+  ASSERT_TRUE(out.open(dir.path("other")));
+  out << "else";
+  out.close();
+  out << "lost";
+  EXPECT_EQ(large + dir.read("text"),
+            expected + "  abab  |abc   -7-900000000018000000000000000000");
+  EXPECT_EQ(dir.read("other"), "else");
+}
+
+}  // namespace
+}  // namespace vorn
