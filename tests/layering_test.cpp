@@ -36,27 +36,24 @@ const std::vector<std::pair<std::string, std::string>> kKnots = {
     {"report", "driver/bundle_project.h"},      // likewise
 };
 
-template <class T>
-bool contains(const std::vector<T>& list, const T& value) {
-  return std::find(list.begin(), list.end(), value) != list.end();
+std::ptrdiff_t index_of(const auto& value, const auto& list) {
+  const auto found = std::find(list.begin(), list.end(), value);
+  return found == list.end() ? -1 : found - list.begin();
 }
 
 std::string layer_of(const fs::path& file) {
   const std::string folder = file.begin()->string();
   if (folder != "lsq") return folder;
-  return contains(kStages, file.stem().string()) ? "lsq stages" : "lsq engine";
+  return index_of(file.stem().string(), kStages) >= 0 ? "lsq stages" : "lsq engine";
 }
 
 bool may_include(const fs::path& file, const std::string& header) {
-  if (contains(kLeaves, header)) return true;
   const std::string from = layer_of(file);
   const std::string to = layer_of(header);
-  if (contains(kLeaves, file.generic_string())) return to == "text";
-  const auto rank = [](const std::string& layer) {
-    return std::find(kLayers.begin(), kLayers.end(), layer) - kLayers.begin();
-  };
-  return (rank(to) <= rank(from) && contains(kLayers, from)) ||
-         (file.extension() == ".cpp" && contains(kKnots, {from, header}));
+  if (index_of(header, kLeaves) >= 0) return true;
+  if (index_of(file.generic_string(), kLeaves) >= 0) return to == "text";
+  if (file.extension() == ".cpp" && index_of(std::pair(from, header), kKnots) >= 0) return true;
+  return index_of(to, kLayers) >= 0 && index_of(to, kLayers) <= index_of(from, kLayers);
 }
 
 // The public header is everybody's, a name without a folder is a neighbour.

@@ -145,10 +145,7 @@ std::string live(const std::string& path, const std::string& project) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::printf("usage: reload_host LIBRARY SCRATCH-DIRECTORY PROJECT\n");
-    return 2;
-  }
+  if (argc != 4) return 2;
   // The streams' buffers are taken now, so that they do not count as the library's.
   std::printf("reload_host\n");
   const std::string library = fs::absolute(argv[1]).string();

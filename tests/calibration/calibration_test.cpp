@@ -92,11 +92,6 @@ TEST(APModels, DerivativesByHandAndCorrectionsOfThem) {
       EXPECT_NEAR(correction[row], all[row], 1e-12 * (1 + std::fabs(all[row])));
       EXPECT_NEAR(masked[row], odd[row], 1e-12 * (1 + std::fabs(odd[row])));
     }
-    // At the principal point only shifts and the constants of the grid models remain.
-    if (set->get_param_name(0) == "dxp") set->value(0) = set->value(1) = 0;
-    if (model.grid_width == 0) {
-      EXPECT_EQ(set->get_correction({0, 0, -0.1}), (Pair{0, 0}));
-    }
   }
   EXPECT_EQ(make_ap_set(Keyword::ap_set), nullptr);
 }

@@ -61,10 +61,6 @@ void operator delete(void* memory) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t) noexcept { release(memory); }
 void operator delete(void* memory, std::align_val_t) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { release(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { release(memory); }
-void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-  release(memory);
-}
 
 namespace vorn {
 namespace {

@@ -236,16 +236,16 @@ std::vector<std::pair<std::string_view, std::string_view>> files_of(std::string_
   }
 }
 
-// Everything that a finished run can be asked for.
+// What a run prints only when it is asked for it.
 void inspect(const BundleProject& project) {
   for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
     project.unknowns[i].print_results(standard_output());
     project.unknowns[i].print_significance(standard_output());
   }
   const Options& options = project.options;
-  if (std::int64_t{options.grid_x} * options.grid_y > kMaxGridPoints) return;
+  const bool small = std::int64_t{options.grid_x} * options.grid_y <= kMaxGridPoints;
   for (const APSet& set : project.ap_sets) {
-    set.print_grid_effects(standard_output(), options, project.cameras);
+    if (small) set.print_grid_effects(standard_output(), options, project.cameras);
   }
 }
 

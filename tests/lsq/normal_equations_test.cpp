@@ -87,29 +87,6 @@ TEST(ImageEquations, NeedAPositiveDefiniteWeightMatrix) {
   }
 }
 
-TEST(NormalMatrix, TakesBlocksAndConditions) {
-  NormalMatrix normal;
-  set_normal(normal, matrix_of(3, 3, {4, 2, 0, 0, 0, 0, 0, 0, 0}));
-  // Below the diagonal nothing arrives.
-  normal.add_block(1, 1, matrix_of(2, 2, {4, 2, 77, 2}));
-  EXPECT_EQ(normal.at(2, 1), 0.0);
-  EXPECT_EQ(test::written_text([&](TextWriter& out) { normal.write_structure(out); }),
-            "P1\n3 3\n\n1 1 0 \n1 1 1 \n0 1 1 \n");
-  Vector rhs = Vector(3);
-  Vector weight(1);
-  Vector reduced(1);
-  rhs.zero();
-  weight[0] = 10.0;
-  reduced[0] = 0.5;
-  double vtpv = 1.0;
-  const DesignBlock block = {matrix_of(1, 2, {2.0, -3.0}), 1};
-  add_weighted_observations({&block}, weight, reduced, normal, rhs, vtpv);
-  const double n[] = {4, 2, 0, 0, 44, -58, 0, 0, 92};
-  for (std::int32_t i = 0; i < 9; ++i) EXPECT_EQ(normal.at(i / 3, i % 3), n[i]);
-  EXPECT_EQ(std::vector<double>({rhs[0], rhs[1], rhs[2], vtpv}),
-            (std::vector<double>{0, 10, -15, 3.5}));
-}
-
 struct Shape {
   std::int32_t images, points;
   std::int32_t reach;  // images further apart share no points: the reduced matrix becomes sparse
