@@ -113,6 +113,16 @@ TEST_F(EntryPoints, RunsShareSettings) {
   EXPECT_THAT(dir_.read("second.out"), HasSubstr("Number of iterations: 0\n"));
 }
 
+TEST_F(EntryPoints, StandardDeviationsOfMeasurementsArePositive) {
+  std::string text = project_.files.at("crds.txt");
+  const std::size_t end = text.find('\n', text.find(" p1 "));
+  const std::size_t begin = text.rfind(' ', end) + 1;
+  dir_.write("crds.txt", text.replace(begin, end - begin, "0"));
+  const BundleRun refused = run();
+  EXPECT_EQ(refused.result, 0);
+  EXPECT_THAT(refused.output, HasSubstr("ERROR: Decomposition of weight matrix failed.\n"));
+}
+
 TEST_F(EntryPoints, LineEndsAndLocaleChangeNothing) {
   EXPECT_EQ(run().result, 1);
   const auto expected = outputs("project");

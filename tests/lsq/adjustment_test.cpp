@@ -150,6 +150,12 @@ TEST_F(IterationTest, StatisticsFollowRedundancy) {
   spring.apart = 1.0;
   ls_params().max_iterations = 1;
   ls_params().apv_limit = 1e-12;
+  const auto start_with = [&](std::int32_t constraints, double x) {
+    spring.num_constraints = constraints;
+    spring.x = x;
+    project_.unknowns = {};
+    project_.unknowns.add(spring);
+  };
   // The right-hand side of the only iteration was not zero; its comparison is signed.
   const struct {
     std::int32_t constraints;
@@ -164,8 +170,7 @@ TEST_F(IterationTest, StatisticsFollowRedundancy) {
                 "Redundancy              :  0\nvtpv                    :  2.00e-12\n"
                 "Sigma 0 a posteriori    :  undefined, no redundancy!\n"}};
   for (const auto& c : cases) {
-    spring.num_constraints = c.constraints;
-    spring.x = c.start;
+    start_with(c.constraints, c.start);
     EXPECT_THAT(iterate(1), HasSubstr(c.expected));
     EXPECT_DOUBLE_EQ(spring.x, 2.0);
   }

@@ -15,7 +15,6 @@
 #include "lsq/cholesky.h"
 #include "lsq/kernels.h"
 #include "lsq/normal_matrix.h"
-#include "lsq/observation_group.h"
 #include "support/captured_output.h"
 #include "support/noise.h"
 
@@ -70,21 +69,6 @@ TEST(Cholesky, FailuresNameTheRow) {
   EXPECT_EQ(back_substitution(square, Vector(2), Vector(3), x), -3);
   EXPECT_EQ(invert_from_cholesky(flat, p), -1);
   EXPECT_EQ(invert_from_cholesky(square, Vector(3)), -2);
-}
-
-TEST(ImageEquations, NeedAPositiveDefiniteWeightMatrix) {
-  NormalMatrix normal;
-  set_normal(normal, Matrix());
-  Vector rhs;
-  ImageEquations equations(normal, rhs, {});
-  const Matrix b = matrix_of(2, 2, {1, 0, 0, 1});
-  for (const std::array q : {std::array{0., 1.}, {1., -1.}, {kNaN, 1.}, {1., kNaN}}) {
-    const Matrix cofactors = matrix_of(2, 2, {q[0], 0, 0, q[1]});
-    EXPECT_EQ(test::captured_output([&] {
-                EXPECT_FALSE(equations.add({}, Matrix(2, 3), {}, b, cofactors, {0.0, 0.0}));
-              }),
-              "ERROR: Decomposition of weight matrix failed.\n");
-  }
 }
 
 struct Shape {
