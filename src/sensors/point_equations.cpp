@@ -17,8 +17,8 @@ struct Corrections {
   const AdjObject* att = nullptr;
 };
 
-Corrections corrections_of(const ImageGeometry& geometry) {
-  const auto* const orientation = dynamic_cast<const ExtOrientation*>(&geometry);
+Corrections corrections_of(const ImageGeometry* geometry) {
+  const auto* const orientation = dynamic_cast<const ExtOrientation*>(geometry);
   if (orientation == nullptr) return {};
   Corrections corrections;
   if (orientation->has_pos_correction()) corrections.pos = orientation->pos_correction();
@@ -50,14 +50,13 @@ Observation observation_of(const ImagePoint& point, const Camera& camera) {
 }
 
 std::vector<const AdjObject*> objects_of(const BundleImage& image) {
-  const ImageGeometry& geometry = *image.geometry;
-  std::vector<const AdjObject*> objects = {&geometry};
+  std::vector<const AdjObject*> objects = {image.geometry};
   const auto add = [&objects](const AdjObject* object) {
     // A correction without coefficients has no unknowns.
     if (object != nullptr && object->num_params() > 0) objects.push_back(object);
   };
   for (const APSet* set : image.camera->ap_sets) add(set);
-  const Corrections corrections = corrections_of(geometry);
+  const Corrections corrections = corrections_of(image.geometry);
   add(corrections.pos);
   add(corrections.att);
   return objects;
@@ -78,7 +77,7 @@ PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
   for (std::size_t i = 0; i < ap_derivs_.size(); ++i) {
     if (image.camera->ap_sets[i] != nullptr) design_.push_back(&ap_derivs_[i]);
   }
-  const Corrections corrections = corrections_of(*image.geometry);
+  const Corrections corrections = corrections_of(image.geometry);
   if (corrections.pos != nullptr) design_.push_back(&derivs_.pos);
   if (corrections.att != nullptr) design_.push_back(&derivs_.att);
 }

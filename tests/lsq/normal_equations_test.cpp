@@ -354,6 +354,58 @@ TEST_P(KernelVersions, SubtractABatchOfPoints) {
   }
 }
 
+TEST_P(KernelVersions, AddPackedPointsAsOneByOne) {
+  for (const std::int32_t m : {3, 12, 50}) {
+    const std::int32_t stride = (m + 7) / 8 * 8;
+    const auto size = static_cast<std::size_t>(stride);
+    std::vector<double> x(8 * size), y(8 * size), scratch(32 * size, NAN);
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      x[i] = std::sin(static_cast<double>(i));
+      y[i] = std::cos(2.0 * static_cast<double>(i));
+    }
+    PackedWeights weights{};
+    std::vector<double> c(size * size, 0.0), sums(size, 0.0), one_c = c, one_sums = sums;
+    std::vector<double> rows(2 * size, 0.0), weighted(2 * size);
+    for (std::size_t k = 0; k < 7; ++k) {  // the last one does not exist
+      const double number = static_cast<double>(k);
+      const PointWeights w{2.0 + number, 0.5, 3.0 - number / 7.0};
+      const double reduced[] = {number - 2.0, 1.0 / (number + 1.0)};
+      weights.xx[k] = w.xx;
+      weights.xy[k] = w.xy;
+      weights.yy[k] = w.yy;
+      weights.reduced_x[k] = reduced[0];
+      weights.reduced_y[k] = reduced[1];
+      for (std::size_t j = 0; j < static_cast<std::size_t>(m); ++j) {
+        rows[j] = x[8 * j + k];
+        rows[size + j] = y[8 * j + k];
+      }
+      const DesignRows design{rows.data(), weighted.data(), m, stride};
+      kernel_->add_products(one_c.data(), one_sums.data(), design, w, reduced);
+    }
+    kernel_->add_packed_products(c.data(), sums.data(),
+                                 {x.data(), y.data(), scratch.data(), m, stride}, weights);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(m); ++i) {
+      EXPECT_NEAR(sums[i], one_sums[i], 1e-12);
+      for (std::size_t j = i; j < static_cast<std::size_t>(m); ++j) {
+        EXPECT_NEAR(c[i * size + j], one_c[i * size + j], 1e-11) << m;
+      }
+      // The weighted rows of the last point but one are those that were made last.
+      EXPECT_NEAR(scratch[(16 + 2 * 6) * size + i], weighted[i], 1e-12);
+      EXPECT_NEAR(scratch[(16 + 2 * 6 + 1) * size + i], weighted[size + i], 1e-12);
+    }
+    const BlockProduct products[] = {{x.data(), y.data(), m}, {y.data(), x.data(), 1}};
+    double s[3];
+    kernel_->multiply_blocks(s, products, 2);
+    for (std::size_t r = 0; r < 3; ++r) {
+      const auto width = static_cast<std::size_t>(m);
+      const double expected =
+          std::inner_product(y.begin(), y.begin() + m,
+                             x.begin() + static_cast<std::ptrdiff_t>(r * width), y[r] * x[0]);
+      EXPECT_NEAR(s[r], expected, 1e-12);
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, KernelVersions, testing::Values("baseline", "avx2", "avx512"),
                          [](const auto& version) { return version.param; });
 
