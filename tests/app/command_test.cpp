@@ -74,14 +74,17 @@ TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
   for (const char* path : {"missing.ctl", "."}) EXPECT_EQ(run("adjust " + std::string(path)), 1);
   dir_.write("p.ext", "precious");
   dir_.write("p.cam", "precious");
+  dir_.write("o.txt", "0 0 0 0 0 0 0 0 0 0 0 0 5 5 none none ./points.txt none");
+  dir_.write("points.txt", "precious");
   for (const std::string& text :
-       {std::string("image-geometry p.ext"), std::string("camera p.cam stop-dep"),
-        "camera x image-geometry " + dir_.path("p.ext")}) {
+       {std::string("image-geometry p.ext"), "params o.txt obj-crds " + dir_.path("points.txt"),
+        std::string("camera p.cam stop-dep"), "camera x image-geometry " + dir_.path("p.ext")}) {
     dir_.write("p.ctl", text);
     EXPECT_EQ(run("adjust --cameras p.ctl"), 1) << text;
     EXPECT_THAT(errors_, HasSubstr("overwritten"));
   }
-  EXPECT_EQ(dir_.read("p.ext") + dir_.read("p.cam"), "preciousprecious");
+  EXPECT_EQ(dir_.read("p.ext") + dir_.read("p.cam") + dir_.read("points.txt"),
+            "preciouspreciousprecious");
   // Without --cameras the camera file is no output.
   dir_.write("p.ctl", "camera p.cam");
   EXPECT_EQ(run("adjust p.ctl"), 1);
