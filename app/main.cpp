@@ -55,15 +55,19 @@ void for_each_data_file(const std::string& control_file, Visit visit) {
   }
 }
 
-// The files of the normal equations that an options file names behind its 14 numbers.
+// The files of the normal equations that an options file names.
 std::vector<std::string> normal_equation_files(const std::string& options_file) {
-  std::vector<std::string> names;
+  vorn::Options options;
   vorn::FileText text;
-  if (!text.load(options_file)) return names;
-  vorn::TokenReader in(text.view());
-  std::string_view word;
-  for (int i = 0; i < 18 && in.read_word(word); ++i) {
-    if (i >= 14 && word != "none") names.emplace_back(word);
+  if (text.load(options_file)) {
+    vorn::TokenReader in(text.view());
+    std::string_view failure;
+    options.read_fields(in, failure);
+  }
+  std::vector<std::string> names;
+  for (const std::string& name :
+       {options.structure_file, options.matrix_file, options.rhs_file, options.solution_file}) {
+    if (name != "none") names.push_back(name);
   }
   return names;
 }

@@ -7,9 +7,11 @@
 namespace vorn {
 namespace {
 
-// Reads a group of fields; false when any of them cannot be read.
+// Reads a group of fields. `failure` becomes `message`, and the result false, when any of them
+// cannot be read.
 template <class T>
-bool read_group(TokenReader& in, std::initializer_list<T*> fields, std::string_view failure) {
+bool read_group(TokenReader& in, std::initializer_list<T*> fields, std::string_view message,
+                std::string_view& failure) {
   for (T* field : fields) {
     if constexpr (std::is_same_v<T, std::string>) {
       in.read_word(*field);
@@ -17,7 +19,7 @@ bool read_group(TokenReader& in, std::initializer_list<T*> fields, std::string_v
       in.read(*field);
     }
   }
-  if (in.failed()) standard_output() << failure;
+  if (in.failed()) failure = message;
   return in.ok();
 }
 
@@ -27,23 +29,32 @@ void print_switch(TextWriter& out, std::string_view label, bool value) {
 
 }  // namespace
 
+bool Options::read_fields(TokenReader& in, std::string_view& failure) {
+  return read_group(in, {&single_ray}, "Reading single-ray option failed.\n", failure) &&
+         read_group(in,
+                    {&print_check_approximations, &print_check_rays, &print_intersection,
+                     &print_image_coords},
+                    "Reading output flags failed.\n", failure) &&
+         read_group(in,
+                    {&print_object_coords, &print_exterior_orientations, &print_ap_sets,
+                     &print_pos_corrections, &print_att_corrections},
+                    "Reading output flags for unknown parameters failed.\n", failure) &&
+         read_group(in, {&debug_upari_table, &debug_intersection}, "Reading debug flags failed.\n",
+                    failure) &&
+         read_group(in, {&grid_x, &grid_y}, "Reading output flags of AP corrections failed.\n",
+                    failure) &&
+         read_group(in, {&structure_file}, "Reading filename of normal matrix structure failed.\n",
+                    failure) &&
+         read_group(in, {&matrix_file}, "Reading filename of normal matrix failed.\n", failure) &&
+         read_group(in, {&rhs_file}, "Reading filename of right hand side vector failed.\n",
+                    failure) &&
+         read_group(in, {&solution_file}, "Reading filename of solution vector failed.\n", failure);
+}
+
 int Options::read_options(TokenReader& in) {
-  const bool complete =
-      read_group(in, {&single_ray}, "Reading single-ray option failed.\n") &&
-      read_group(in,
-                 {&print_check_approximations, &print_check_rays, &print_intersection,
-                  &print_image_coords},
-                 "Reading output flags failed.\n") &&
-      read_group(in,
-                 {&print_object_coords, &print_exterior_orientations, &print_ap_sets,
-                  &print_pos_corrections, &print_att_corrections},
-                 "Reading output flags for unknown parameters failed.\n") &&
-      read_group(in, {&debug_upari_table, &debug_intersection}, "Reading debug flags failed.\n") &&
-      read_group(in, {&grid_x, &grid_y}, "Reading output flags of AP corrections failed.\n") &&
-      read_group(in, {&structure_file}, "Reading filename of normal matrix structure failed.\n") &&
-      read_group(in, {&matrix_file}, "Reading filename of normal matrix failed.\n") &&
-      read_group(in, {&rhs_file}, "Reading filename of right hand side vector failed.\n") &&
-      read_group(in, {&solution_file}, "Reading filename of solution vector failed.\n");
+  std::string_view failure;
+  const bool complete = read_fields(in, failure);
+  standard_output() << failure;
   return complete ? 1 : -1;
 }
 

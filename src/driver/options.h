@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "text/text_writer.h"
 #include "text/token_reader.h"
@@ -33,6 +34,8 @@ struct Options {
   // Reads a parameters/options file. 1, or -1 with a message on standard output; fields read before
   // a failure keep their new values.
   int read_options(TokenReader& in);
+  // The same in silence: false, with the message in `failure`.
+  bool read_fields(TokenReader& in, std::string_view& failure);
   // Writes the report block.
   void print_options(TextWriter& out) const;
 };
