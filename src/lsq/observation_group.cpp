@@ -1,9 +1,17 @@
 #include "lsq/observation_group.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace vorn {
+namespace {
+
+// Whether B Q B' has an inverse, by an element of a diagonal Q. An infinite one would meet the
+// zeros of B, which gives no number.
+bool is_cofactor(double q) { return q > 0.0 && std::isfinite(q); }
+
+}  // namespace
 
 void add_weighted_observations(const std::vector<const DesignBlock*>& blocks, const Vector& weights,
                                const Vector& reduced, NormalMatrix& normal, Vector& rhs,
@@ -121,7 +129,7 @@ bool ImageEquations::add(PackedEquations& equations, Vector& rhs) {
   for (std::int32_t k = 0; k < equations.count; ++k) {
     const double xx = equations.cofactors[0][k];
     const double yy = equations.cofactors[1][k];
-    if (!(xx > 0.0) || !(yy > 0.0)) return false;
+    if (!is_cofactor(xx) || !is_cofactor(yy)) return false;
     weights.xx[k] = 1.0 / xx;
     weights.yy[k] = 1.0 / yy;
     const double x = equations.reduced[0][k];

@@ -76,8 +76,8 @@ class ImageEquations {
   bool add(const Target& target, const Matrix& point, std::span<const DesignBlock* const> design,
            const Matrix& b, const Matrix& q, const double (&reduced)[2], Vector& rhs);
 
-  // Adds up to eight image points at once; B is the identity. False, with nothing added, when a
-  // cofactor is not greater than 0.
+  // Adds up to eight image points at once; B is the identity. False when a cofactor is not greater
+  // than 0 or infinite; what was added so far is of no use then.
   bool add(PackedEquations& equations, Vector& rhs);
 
   // Adds what is summed up: N, the right-hand side, and l'Pl.
