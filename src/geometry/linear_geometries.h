@@ -28,6 +28,8 @@ class DirectLinearTransf : public ImageGeometry {
                     Vec3& object_point, double& gap) const override;
   // As `projection`.
   bool get_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs) override;
+  // Whether D = 0 there; prints nothing.
+  bool is_singular_at(const Vec3& object_point) const { return denominator(object_point) == 0.0; }
 
  private:
   double denominator(const Vec3& p) const;

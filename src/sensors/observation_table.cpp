@@ -187,6 +187,8 @@ bool ObservationTable::add(const Segment& segment, const Batch& batch, Next& nex
   for (std::int32_t left = segment.count; left > 0; --left) {
     const auto k = static_cast<std::size_t>(*next.places);
     const EquationTarget target{batch.points[k].rows, next.places + 1, batch.index[k]};
+    // The images print what there is to print, and each message once.
+    if (image.is_singular_at(batch.xyz[k])) return false;
     if (image.add(*next.observation, batch.xyz[k], target, rhs) != PointEquations::Outcome::added) {
       return false;
     }

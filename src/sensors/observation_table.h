@@ -26,8 +26,8 @@ class ObservationTable {
 
   // Clears the normal matrix and adds all observations; `count` grows by 2 per observed point.
   // Image points without an object point are reported on standard output and passed over. False,
-  // with nothing printed, when the equations of a point cannot be formed; what was added so far is
-  // of no use then.
+  // with nothing printed, when the equations of a point cannot be formed, or not silently; what was
+  // added so far is of no use then.
   bool add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count);
 
  private:

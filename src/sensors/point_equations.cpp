@@ -65,6 +65,7 @@ std::vector<const AdjObject*> objects_of(const BundleImage& image) {
 PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
     : image_(image),
       orientation_(dynamic_cast<ExtOrientation*>(image.geometry)),
+      transformation_(dynamic_cast<const DirectLinearTransf*>(image.geometry)),
       takes_packs_(orientation_ != nullptr &&
                    std::find(image.camera->ap_sets.begin(), image.camera->ap_sets.end(), nullptr) ==
                        image.camera->ap_sets.end()),

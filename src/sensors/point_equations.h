@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "geometry/ext_orientation.h"
+#include "geometry/linear_geometries.h"
 #include "lsq/normal_matrix.h"
 #include "lsq/observation_group.h"
 #include "sensors/bundle_image.h"
@@ -40,10 +41,13 @@ class PointEquations {
     not_derivable,  // the geometry has no derivatives there
     not_weighable   // the cofactors are not positive definite
   };
-  // Adds the two equations of one point. Prints nothing but what operations of geometries that are
-  // no exterior orientations print.
+  // Adds the two equations of one point. Prints nothing but what linear transformations print where
+  // they are singular.
   Outcome add(const Observation& observation, const Vec3& object_point, const Target& target,
               Vector& rhs);
+  bool is_singular_at(const Vec3& object_point) const {
+    return transformation_ != nullptr && transformation_->is_singular_at(object_point);
+  }
   // Whether the image takes points in packs, too: the geometries that central perspective gives do.
   bool takes_packs() const { return takes_packs_; }
   // Adds up to eight points at once: their observations and object points side by side, the count
@@ -58,6 +62,7 @@ class PointEquations {
  private:
   const BundleImage& image_;
   ExtOrientation* const orientation_;  // the image's geometry, if it is one
+  const DirectLinearTransf* const transformation_;
   bool takes_packs_;
   ImageEquations equations_;
   PointDerivs derivs_;

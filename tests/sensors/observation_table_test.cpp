@@ -5,6 +5,7 @@
 #include "driver/bundle_project.h"
 #include "driver/run.h"
 #include "geometry/ext_orientation.h"
+#include "geometry/linear_geometries.h"
 #include "support/captured_output.h"
 #include "support/project_test.h"
 
@@ -120,6 +121,11 @@ TEST_P(ObservationTableTest, LeavesFailuresToTheImages) {
     for (const double sy : {0.0, 1e200}) {
       p.images[20]->points[7]->sy = sy;
       expect_failure("ERROR: Decomposition of weight matrix failed.\n");
+    }
+    if (auto* const transformation = dynamic_cast<DirectLinearTransf*>(p.images[5]->geometry)) {
+      p.images[5]->points[7]->object_point->xyz = {1.0, 0.0, 0.0};
+      transformation->value(8) = -1.0;
+      EXPECT_EQ(test::captured_errors([&p] { EXPECT_FALSE(by_table(p).added); }), "");
     }
     const auto& station = dynamic_cast<const ExtOrientation&>(*p.images[0]->geometry);
     p.images[0]->points[7]->object_point->xyz = station.projection_centre();
