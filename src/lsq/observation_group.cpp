@@ -94,7 +94,7 @@ void ImageEquations::gather(std::span<const DesignBlock* const> design) {
   }
 }
 
-void ImageEquations::add_point(const Target& target, const double* point,
+void ImageEquations::add_point(const EquationTarget& target, const double* point,
                                const PointWeights& weights, const double (&weighted)[2],
                                Vector& rhs) {
   const double* const ax = point;
@@ -108,7 +108,7 @@ void ImageEquations::add_point(const Target& target, const double* point,
   }
 }
 
-bool ImageEquations::add(const Target& target, const Matrix& point,
+bool ImageEquations::add(const EquationTarget& target, const Matrix& point,
                          std::span<const DesignBlock* const> design, const Matrix& b,
                          const Matrix& q, const double (&reduced)[2], Vector& rhs) {
   PointWeights weights{};
@@ -166,7 +166,8 @@ void ImageEquations::add_packed_points(PackedEquations& equations, const PackedW
   }
 }
 
-void ImageEquations::add_coupling(const Target& target, const double* point, double* weighted) {
+void ImageEquations::add_coupling(const EquationTarget& target, const double* point,
+                                  double* weighted) {
   const DesignRows rows{rows_.data(), weighted, width_, stride_};
   kernel_.add_coupling({target.rows.coupling, target.starts, widths_.data(),
                         static_cast<std::int32_t>(widths_.size())},

@@ -48,8 +48,8 @@ struct PackedEquations {
   Pack point_y[3];
   std::vector<Pack> x;  // design rows of all blocks
   std::vector<Pack> y;
-  Pack cofactors[2];         // variances of the observations
-  Pack reduced[2];           // observations
+  Pack cofactors[2];         // of x and y
+  Pack reduced[2];           // reduced observations of x and y
   std::vector<double> rows;  // working memory of the kernel
 };
 
@@ -59,8 +59,6 @@ struct PackedEquations {
 // the normal equations in one go by `finish`.
 class ImageEquations {
  public:
-  using Target = EquationTarget;
-
   // `blocks` are the numbers of the blocks in the normal matrix, ascending.
   ImageEquations(NormalMatrix& normal, std::vector<std::int32_t> blocks);
   const std::vector<std::int32_t>& blocks() const { return blocks_; }
@@ -73,8 +71,9 @@ class ImageEquations {
   // observations, `q` (2 x 2) the cofactors of the observations, `reduced` the reduced
   // observations. The weight matrix is (B Q B')^-1. False, with nothing added, when it is not
   // positive definite.
-  bool add(const Target& target, const Matrix& point, std::span<const DesignBlock* const> design,
-           const Matrix& b, const Matrix& q, const double (&reduced)[2], Vector& rhs);
+  bool add(const EquationTarget& target, const Matrix& point,
+           std::span<const DesignBlock* const> design, const Matrix& b, const Matrix& q,
+           const double (&reduced)[2], Vector& rhs);
 
   // Adds up to eight image points at once; B is the identity. False when a cofactor is not greater
   // than 0 or infinite; what was added so far is of no use then.
@@ -86,10 +85,10 @@ class ImageEquations {
  private:
   static bool weights_of(const Matrix& b, const Matrix& q, PointWeights& weights);
   void add_packed_points(PackedEquations& equations, const PackedWeights& weights, Vector& rhs);
-  void add_coupling(const Target& target, const double* point, double* weighted);
+  void add_coupling(const EquationTarget& target, const double* point, double* weighted);
   void gather(std::span<const DesignBlock* const> design);
   // `point` holds the 2 x 3 design rows of the object point.
-  void add_point(const Target& target, const double* point, const PointWeights& weights,
+  void add_point(const EquationTarget& target, const double* point, const PointWeights& weights,
                  const double (&weighted)[2], Vector& rhs);
 
   const Kernels& kernel_ = kernels();

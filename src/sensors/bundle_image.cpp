@@ -49,8 +49,7 @@ int BundleImage::add_observations(const OwnedList<ObjectPoint>& object_points, N
     for (std::size_t k = 0; k < starts.size(); ++k) {
       starts[k] = normal.coupling_start(number, equations.blocks()[k]);
     }
-    const PointEquations::Target target{normal.point_rows(number), starts.data(),
-                                        object_point->index};
+    const EquationTarget target{normal.point_rows(number), starts.data(), object_point->index};
     const PointEquations::Outcome outcome =
         equations.add(observation_of(point, *camera), object_point->xyz, target, rhs);
     if (outcome != PointEquations::Outcome::added) {

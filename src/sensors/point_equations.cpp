@@ -84,7 +84,7 @@ PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
 }
 
 PointEquations::Outcome PointEquations::add(const Observation& observation,
-                                            const Vec3& object_point, const Target& target,
+                                            const Vec3& object_point, const EquationTarget& target,
                                             Vector& rhs) {
   const Camera& camera = *image_.camera;
   const Vec3 camera_vector = camera.image_to_camera(observation.xy);

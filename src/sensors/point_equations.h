@@ -26,8 +26,6 @@ std::vector<const AdjObject*> objects_of(const BundleImage& image);
 // The observation equations of the points of one image, in memory that all of them share.
 class PointEquations {
  public:
-  using Target = ImageEquations::Target;
-
   // Every object that the image depends on has its unknown number, and the matrix its structure.
   PointEquations(const BundleImage& image, NormalMatrix& normal);
 
@@ -43,8 +41,8 @@ class PointEquations {
   };
   // Adds the two equations of one point. Prints nothing but what linear transformations print where
   // they are singular.
-  Outcome add(const Observation& observation, const Vec3& object_point, const Target& target,
-              Vector& rhs);
+  Outcome add(const Observation& observation, const Vec3& object_point,
+              const EquationTarget& target, Vector& rhs);
   bool is_singular_at(const Vec3& object_point) const {
     return transformation_ != nullptr && transformation_->is_singular_at(object_point);
   }
