@@ -251,6 +251,8 @@ void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t s
     for (std::int32_t j0 = 0, j1 = 0; j0 <= i0; j0 = j1) {
       j1 = end_of_tile(pieces, j0, num_pieces);
       double* const tile = tiles[static_cast<Index>(pieces[i0].tile) * num_tiles + pieces[j0].tile];
+      // Pieces without a common point may meet where there is no tile.
+      if (tile == nullptr) continue;
       for (std::int32_t i = i0; i < i1; ++i) {
         const BatchPiece& a = pieces[i];
         for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
