@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "lsq/kernels.h"
-#include "lsq/tile_matrix.h"
+#include "lsq/linalg/kernels.h"
+#include "lsq/linalg/tile_matrix.h"
 
 #ifdef VORN_BENCH_LAPACK
 extern "C" void dpotrf_(const char* uplo, const int* n, double* a, const int* lda, int* info);

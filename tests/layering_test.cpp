@@ -13,14 +13,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// From the bottom up: a file includes its own layer and those before it.
-const std::vector<std::string> kLayers = {"text",    "lsq engine",  "geometry",
-                                          "sensors", "calibration", "lsq stages",
-                                          "report",  "driver",      "app"};
-
-// The part of lsq/ that knows cameras and images; everything else there is the engine.
-const std::vector<std::string> kStages = {"initialisation", "intersection", "iteration",
-                                          "point_rays"};
+// From the bottom up: a folder includes itself and those before it.
+const std::vector<std::string> kLayers = {"base",       "text",     "lsq/linalg", "lsq/normal",
+                                          "lsq",        "geometry", "sensors",    "calibration",
+                                          "lsq/stages", "report",   "driver",     "app"};
 
 // Headers that know nobody but text/ and that everybody may include.
 const std::vector<std::string> kLeaves = {"driver/keywords.h", "geometry/units.h"};
@@ -28,12 +24,13 @@ const std::vector<std::string> kLeaves = {"driver/keywords.h", "geometry/units.h
 // Knots: headers cut them by forward declarations, sources tie them again. A source of the layer
 // may include the header although it lies above.
 const std::vector<std::pair<std::string, std::string>> kKnots = {
-    {"geometry", "calibration/corrections.h"},  // an orientation and its corrections
-    {"sensors", "calibration/ap_set.h"},        // a camera and its sets
-    {"sensors", "calibration/corrections.h"},   // an image and the corrections of its orientation
-    {"calibration", "driver/options.h"},        // the size of a set's grid of effects
-    {"lsq stages", "driver/bundle_project.h"},  // operations of the project
-    {"report", "driver/bundle_project.h"},      // likewise
+    {"geometry", "calibration/corrections.h"},    // an orientation and its corrections
+    {"sensors", "calibration/ap_set.h"},          // a camera and its sets
+    {"sensors", "calibration/corrections.h"},     // an image and the corrections of its orientation
+    {"calibration", "driver/options.h"},          // the size of a set's grid of effects
+    {"sensors", "lsq/stages/point_equations.h"},  // an image and its equations
+    {"lsq/stages", "driver/bundle_project.h"},    // operations of the project
+    {"report", "driver/bundle_project.h"},        // likewise
 };
 
 std::ptrdiff_t index_of(const auto& value, const auto& list) {
@@ -41,11 +38,8 @@ std::ptrdiff_t index_of(const auto& value, const auto& list) {
   return found == list.end() ? -1 : found - list.begin();
 }
 
-std::string layer_of(const fs::path& file) {
-  const std::string folder = file.begin()->string();
-  if (folder != "lsq") return folder;
-  return index_of(file.stem().string(), kStages) >= 0 ? "lsq stages" : "lsq engine";
-}
+// A layer is a folder.
+std::string layer_of(const fs::path& file) { return file.parent_path().generic_string(); }
 
 bool may_include(const fs::path& file, const std::string& header) {
   const std::string from = layer_of(file);

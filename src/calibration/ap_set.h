@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/owned_list.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
-#include "lsq/observation_group.h"
-#include "lsq/owned_list.h"
+#include "lsq/normal/observation_group.h"
 #include "sensors/camera.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"

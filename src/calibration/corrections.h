@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "base/owned_list.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
-#include "lsq/observation_group.h"
-#include "lsq/owned_list.h"
+#include "lsq/normal/observation_group.h"
 #include "text/token_reader.h"
 
 namespace vorn {

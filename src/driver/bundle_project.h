@@ -3,18 +3,18 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/owned_list.h"
 #include "calibration/ap_set.h"
 #include "calibration/corrections.h"
 #include "driver/options.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_interface.h"
 #include "lsq/adj_object_list.h"
-#include "lsq/normal_matrix.h"
-#include "lsq/owned_list.h"
+#include "lsq/normal/normal_matrix.h"
+#include "lsq/stages/observation_table.h"
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
 #include "sensors/object_point.h"
-#include "sensors/observation_table.h"
 
 namespace vorn {
 
@@ -31,15 +31,16 @@ class BundleProject {
   // Reads the data files that the control file names. 1 or -1 (driver/control_file.cpp).
   int read_control_file(TokenReader& in);
 
-  // Prepares the adjustment. 1 or -1 (lsq/initialisation.cpp).
+  // Prepares the adjustment. 1 or -1 (lsq/stages/initialisation.cpp).
   int initialise(TextWriter& report);
-  // Runs the iterations. 1 or -1 (lsq/iteration.cpp).
+  // Runs the iterations. 1 or -1 (lsq/stages/iteration.cpp).
   int iterate(TextWriter& report);
 
-  // Makes sure that every measured point exists as an object point (lsq/intersection.cpp). Here and
-  // below, a null stream means to work silently.
+  // Makes sure that every measured point exists as an object point (lsq/stages/intersection.cpp).
+  // Here and below, a null stream means to work silently.
   int check_approximations(TextWriter* out);
-  // Computes missing object-point coordinates from all pairs of their rays (lsq/intersection.cpp).
+  // Computes missing object-point coordinates from all pairs of their rays
+  // (lsq/stages/intersection.cpp).
   int intersect_approximations(TextWriter* out, bool debug);
 
   // Counts rays and removes what is under-determined or unused (report/data_checks.cpp).

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/owned_list.h"
 #include "geometry/image_geometry.h"
-#include "lsq/owned_list.h"
 #include "text/token_reader.h"
 
 namespace vorn {

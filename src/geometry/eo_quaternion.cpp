@@ -4,7 +4,7 @@
 
 #include "geometry/rotations.h"
 #include "lsq/ls_params.h"
-#include "lsq/normal_matrix.h"
+#include "lsq/normal/normal_matrix.h"
 
 namespace vorn {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/pack.h"
 #include "geometry/image_geometry.h"
 #include "geometry/vec3.h"
-#include "lsq/pack.h"
 
 namespace vorn {
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "lsq/cholesky.h"
+#include "lsq/linalg/cholesky.h"
 
 namespace vorn {
 

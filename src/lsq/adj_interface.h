@@ -1,7 +1,7 @@
 #pragma once
 
-#include "lsq/matrix.h"
-#include "lsq/normal_matrix.h"
+#include "lsq/linalg/matrix.h"
+#include "lsq/normal/normal_matrix.h"
 
 namespace vorn {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "lsq/ls_params.h"
-#include "lsq/normal_matrix.h"
+#include "lsq/normal/normal_matrix.h"
 
 namespace vorn {
 namespace {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "lsq/matrix.h"
+#include "lsq/linalg/matrix.h"
 #include "text/text_writer.h"
 
 namespace vorn {

@@ -5,7 +5,7 @@
 
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
-#include "lsq/point_rays.h"
+#include "lsq/stages/point_rays.h"
 #include "text/text_writer.h"
 
 namespace vorn {

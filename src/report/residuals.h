@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "lsq/owned_list.h"
+#include "base/owned_list.h"
 #include "sensors/bundle_image.h"
 #include "sensors/image_point.h"
 #include "sensors/object_point.h"

@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "lsq/stages/point_equations.h"
 #include "sensors/object_point.h"
-#include "sensors/point_equations.h"
 #include "text/text_writer.h"
 
 namespace vorn {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "base/owned_list.h"
 #include "geometry/image_geometry.h"
-#include "lsq/normal_matrix.h"
-#include "lsq/normal_structure.h"
-#include "lsq/owned_list.h"
+#include "lsq/normal/normal_matrix.h"
+#include "lsq/normal/normal_structure.h"
 #include "sensors/camera.h"
 #include "sensors/image_point.h"
 #include "text/token_reader.h"

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <vector>
 
+#include "base/owned_list.h"
+#include "base/pack.h"
 #include "geometry/image_geometry.h"
 #include "geometry/vec3.h"
-#include "lsq/owned_list.h"
-#include "lsq/pack.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 

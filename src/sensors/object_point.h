@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
+#include "base/owned_list.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
 #include "lsq/ls_params.h"
-#include "lsq/owned_list.h"
 #include "sensors/image_point.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"

@@ -18,7 +18,7 @@
 #include "geometry/linear_geometries.h"
 #include "geometry/rotations.h"
 #include "lsq/ls_params.h"
-#include "lsq/normal_matrix.h"
+#include "lsq/normal/normal_matrix.h"
 #include "support/captured_output.h"
 
 namespace vorn {

@@ -6,12 +6,12 @@
 #include <cmath>
 #include <limits>
 
+#include "base/owned_list.h"
 #include "driver/bundle_project.h"
 #include "lsq/adj_object.h"
 #include "lsq/adj_object_list.h"
 #include "lsq/ls_params.h"
-#include "lsq/normal_matrix.h"
-#include "lsq/owned_list.h"
+#include "lsq/normal/normal_matrix.h"
 #include "support/captured_output.h"
 #include "support/noise.h"
 #include "support/project_test.h"

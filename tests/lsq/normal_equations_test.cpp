@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "lsq/adj_interface.h"
-#include "lsq/cholesky.h"
-#include "lsq/kernels.h"
-#include "lsq/normal_matrix.h"
+#include "lsq/linalg/cholesky.h"
+#include "lsq/linalg/kernels.h"
+#include "lsq/normal/normal_matrix.h"
 #include "support/captured_output.h"
 #include "support/noise.h"
 

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/hash_id.h"
+
+namespace vorn {
+
+// Owning list of heap objects in input order, found by identifier.
+//
+// A removal empties a slot and closes no gap, so slot numbers stay valid. `find` gives what a
+// linear scan for the exact text would give, the first match, in constant time: a hash table holds,
+// for each identifier, the first slot that carries it, and each slot knows the next one of the same
+// identifier. T has a public member `id` convertible to std::string_view that does not change while
+// it is listed.
+template <class T>
+class OwnedList {
+ public:
+  static constexpr std::int32_t kNone = -1;
+
+  std::int32_t num_slots() const { return static_cast<std::int32_t>(slots_.size()); }
+  // The object of a slot, null when the slot was emptied.
+  T* operator[](std::int32_t slot) const {
+    return slots_[static_cast<std::size_t>(slot)].object.get();
+  }
+  // Number of slots that are not empty.
+  std::int32_t count() const { return count_; }
+
+  // First slot whose object carries the identifier, or kNone.
+  std::int32_t slot_of(std::string_view id) const {
+    return table_.empty() ? kNone : table_[probe(id)];
+  }
+  T* find(std::string_view id) const {
+    const std::int32_t slot = slot_of(id);
+    return slot == kNone ? nullptr : (*this)[slot];
+  }
+
+  T& append(std::unique_ptr<T> object) {
+    if ((slots_.size() + 1) * 2 > table_.size()) grow();
+    T& added = *object;
+    const std::int32_t slot = num_slots();
+    const std::size_t place = probe(added.id);
+    slots_.push_back({std::move(object), kNone, slot});
+    ++count_;
+    if (table_[place] == kNone) {
+      table_[place] = slot;
+    } else {
+      Slot& first = at(table_[place]);
+      at(first.last_same).next_same = slot;
+      first.last_same = slot;
+    }
+    return added;
+  }
+
+  // Puts the object into the slot of another one with the same identifier, which is destroyed.
+  T& replace(std::int32_t slot, std::unique_ptr<T> object) {
+    at(slot).object = std::move(object);
+    return *at(slot).object;
+  }
+
+  // Empties a slot and hands its object over.
+  std::unique_ptr<T> take_out(std::int32_t slot) {
+    Slot& emptied = at(slot);
+    const std::size_t place = probe(emptied.object->id);
+    --count_;
+    if (table_[place] != slot) return std::move(emptied.object);
+    std::int32_t next = emptied.next_same;
+    while (next != kNone && !at(next).object) next = at(next).next_same;
+    if (next != kNone) {
+      at(next).last_same = emptied.last_same;
+      table_[place] = next;
+      return std::move(emptied.object);
+    }
+    std::unique_ptr<T> object = std::move(emptied.object);
+    erase(place);
+    return object;
+  }
+  void remove(std::int32_t slot) { take_out(slot); }
+
+  void reserve(std::size_t count) { slots_.reserve(count); }
+  void clear() {
+    slots_.clear();
+    table_.clear();
+    count_ = 0;
+  }
+
+  // Walks over the objects in list order and skips empty slots.
+  class Iterator {
+   public:
+    Iterator(const OwnedList* list, std::int32_t slot) : list_(list), slot_(slot) { skip(); }
+    T& operator*() const { return *(*list_)[slot_]; }
+    Iterator& operator++() {
+      ++slot_;
+      skip();
+      return *this;
+    }
+    bool operator!=(const Iterator& other) const { return slot_ != other.slot_; }
+
+   private:
+    void skip() {
+      while (slot_ < list_->num_slots() && (*list_)[slot_] == nullptr) ++slot_;
+    }
+    const OwnedList* list_;
+    std::int32_t slot_;
+  };
+  Iterator begin() const { return {this, 0}; }
+  Iterator end() const { return {this, num_slots()}; }
+
+ private:
+  struct Slot {
+    std::unique_ptr<T> object;
+    std::int32_t next_same;  // next slot with this identifier
+    std::int32_t last_same;  // last such slot; kept at the first one only
+  };
+
+  Slot& at(std::int32_t slot) { return slots_[static_cast<std::size_t>(slot)]; }
+
+  // Place of the identifier in the table, or the free place where it belongs.
+  std::size_t probe(std::string_view id) const {
+    const std::size_t mask = table_.size() - 1;
+    std::size_t place = static_cast<std::size_t>(hash_id(id)) & mask;
+    while (table_[place] != kNone && std::string_view((*this)[table_[place]]->id) != id) {
+      place = (place + 1) & mask;
+    }
+    return place;
+  }
+
+  // Frees a place of the table, closing up the run of places behind it.
+  void erase(std::size_t hole) {
+    const std::size_t mask = table_.size() - 1;
+    table_[hole] = kNone;
+    for (std::size_t place = (hole + 1) & mask; table_[place] != kNone;
+         place = (place + 1) & mask) {
+      const std::size_t home = static_cast<std::size_t>(hash_id((*this)[table_[place]]->id)) & mask;
+      if (((place - home) & mask) < ((place - hole) & mask)) continue;
+      table_[hole] = std::exchange(table_[place], kNone);
+      hole = place;
+    }
+  }
+
+  void grow() {
+    std::vector<std::int32_t> old(table_.empty() ? 16 : table_.size() * 2, kNone);
+    old.swap(table_);
+    for (const std::int32_t slot : old) {
+      if (slot != kNone) table_[probe((*this)[slot]->id)] = slot;
+    }
+  }
+
+  std::vector<Slot> slots_;
+  std::vector<std::int32_t> table_;  // power of two, open addressing; first slots
+  std::int32_t count_ = 0;
+};
+
+}  // namespace vorn

@@ -1,0 +1,463 @@
+// The kernels, written once and compiled for each instruction set: the including file defines
+// VORN_LANES (doubles per vector), VORN_COLUMNS (columns of a register block) and VORN_KERNELS (the
+// name of the function that gives the table).
+//
+// Only plain arithmetic on GCC's vector types is used, so that the compiler schedules and allocates
+// registers. All memory is accessed unaligned: nothing here depends on the alignment of the stack.
+
+#include <cstddef>
+#include <cstdint>
+
+#if VORN_LANES == 8
+#include <immintrin.h>
+#endif
+
+#include "lsq/linalg/kernels.h"
+
+namespace vorn {
+namespace {
+
+using Index = std::ptrdiff_t;
+constexpr Index kLanes = VORN_LANES;
+constexpr Index kRowOfPiece = kPieceWidth;
+
+using Lanes = double __attribute__((vector_size(VORN_LANES * sizeof(double))));
+// A typedef, because Clang drops the alignment of an alias declaration.
+typedef double LanesInMemory
+    __attribute__((vector_size(VORN_LANES * sizeof(double)), aligned(sizeof(double)), may_alias));
+
+inline Lanes load(const double* p) { return *reinterpret_cast<const LanesInMemory*>(p); }
+inline void store(double* p, Lanes v) { *reinterpret_cast<LanesInMemory*>(p) = v; }
+
+// A register block of C: VORN_LANES * R rows by K columns.
+// C -= A B' over `depth` columns of A and B; all are column-major with leading dimension t.
+template <int R, int K>
+inline void subtract_block(double* c, const double* a, const double* b, Index t, Index depth) {
+  Lanes sum[std::size_t{K}][std::size_t{R}];
+  for (int j = 0; j < K; ++j) {
+    for (int r = 0; r < R; ++r) sum[j][r] = Lanes{};
+  }
+  for (Index k = 0; k < depth; ++k) {
+    Lanes column[std::size_t{R}];
+    for (int r = 0; r < R; ++r) column[r] = load(a + k * t + r * kLanes);
+    for (int j = 0; j < K; ++j) {
+      const double factor = b[k * t + j];
+      for (int r = 0; r < R; ++r) sum[j][r] += column[r] * factor;
+    }
+  }
+  for (int j = 0; j < K; ++j) {
+    for (int r = 0; r < R; ++r) {
+      double* const at = c + j * t + r * kLanes;
+      store(at, load(at) - sum[j][r]);
+    }
+  }
+}
+
+// Rows [first, t) of K columns: C -= A B' over `depth` columns, `first` a multiple of 8.
+template <int K>
+inline void subtract_columns(double* c, const double* a, const double* b, Index t, Index depth,
+                             Index first) {
+  constexpr Index kTall = 3 * kLanes;
+  Index row = first;
+  for (; row + kTall <= t; row += kTall) subtract_block<3, K>(c + row, a + row, b, t, depth);
+  for (; row < t; row += VORN_LANES) subtract_block<1, K>(c + row, a + row, b, t, depth);
+}
+
+void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size) {
+  const Index t = size;
+  for (Index j = 0; j < t; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + j * t, a, b + j, t, t, 0);
+  }
+}
+
+void square_subtract(double* c, const double* a, std::int32_t size) {
+  const Index t = size;
+  for (Index j = 0; j < t; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + j * t, a, a + j, t, t, j / 8 * 8);
+  }
+}
+
+// Columns are finished in panels of this width.
+constexpr Index kPanel = 8;
+
+// Brings the contributions of all earlier columns into one panel of C, rows [first, t).
+inline void update_panel(double* c, const double* a, const double* l, Index t, Index panel,
+                         Index first) {
+  for (Index j = 0; j < kPanel; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + (panel + j) * t, a, l + panel + j, t, panel, first);
+  }
+}
+
+// Divides one panel of C, rows [first, t), by the triangular panel of L: C := C L^-T.
+inline void divide_panel(double* c, const double* l, Index t, Index panel, Index first) {
+  for (Index j = panel; j < panel + kPanel; ++j) {
+    double* const column = c + j * t;
+    for (Index k = panel; k < j; ++k) {
+      const double factor = l[k * t + j];
+      const double* const earlier = c + k * t;
+      for (Index r = first; r < t; r += VORN_LANES) {
+        store(column + r, load(column + r) - load(earlier + r) * factor);
+      }
+    }
+    const double inverse = 1.0 / l[j * t + j];
+    for (Index r = first; r < t; r += VORN_LANES) store(column + r, load(column + r) * inverse);
+  }
+}
+
+void solve_right(double* c, const double* l, std::int32_t size) {
+  const Index t = size;
+  for (Index panel = 0; panel < t; panel += kPanel) {
+    update_panel(c, c, l, t, panel, 0);
+    divide_panel(c, l, t, panel, 0);
+  }
+}
+
+std::int32_t factorise(double* a, std::int32_t size) {
+  const Index t = size;
+  for (Index panel = 0; panel < t; panel += kPanel) {
+    update_panel(a, a, a, t, panel, panel);
+    for (Index j = panel; j < panel + kPanel; ++j) {
+      for (Index i = j; i < panel + kPanel; ++i) {
+        double s = a[j * t + i];
+        for (Index k = panel; k < j; ++k) s -= a[k * t + i] * a[k * t + j];
+        if (i == j) {
+          // Negated, so that a pivot that is not a number fails.
+          if (!(s > 0.0)) return static_cast<std::int32_t>(j) + 1;
+          s = __builtin_sqrt(s);
+        } else {
+          s /= a[j * t + j];
+        }
+        a[j * t + i] = s;
+      }
+    }
+    divide_panel(a, a, t, panel, panel + kPanel);
+  }
+  return 0;
+}
+
+// One row of at most eight values, filled up with zeros.
+inline void load_row(const double* p, Index width, double* row) {
+#if VORN_LANES == 8
+  store(row, _mm512_maskz_loadu_pd(static_cast<__mmask8>((1U << width) - 1U), p));
+#else
+  for (Index c = 0; c < kPieceWidth; ++c) row[c] = c < width ? p[c] : 0.0;
+#endif
+}
+
+void divide_piece(const double* factor, const double* n, std::int32_t stride, std::int32_t width,
+                  double* v, const double* y, double* rhs) {
+  const double i0 = factor[0];
+  const double i1 = factor[1];
+  const double i2 = factor[2];
+  const double l10 = factor[3];
+  const double l20 = factor[4];
+  const double l21 = factor[5];
+  for (Index r = 0; r < 3; ++r) load_row(n + r * stride, width, v + r * kRowOfPiece);
+  for (Index c = 0; c < kPieceWidth; c += VORN_LANES) {
+    const Lanes v0 = load(v + c) * i0;
+    const Lanes v1 = (load(v + kPieceWidth + c) - v0 * l10) * i1;
+    const Lanes v2 = (load(v + 2 * kRowOfPiece + c) - v0 * l20 - v1 * l21) * i2;
+    store(v + c, v0);
+    store(v + kPieceWidth + c, v1);
+    store(v + 2 * kRowOfPiece + c, v2);
+    if (rhs != nullptr) store(rhs + c, load(rhs + c) - v0 * y[0] - v1 * y[1] - v2 * y[2]);
+  }
+}
+
+constexpr int kParts = kPieceWidth / VORN_LANES;  // vectors per row of a piece
+
+// column[r] -= sum[r] for the rows of a piece.
+inline void subtract_rows(double* column, const Lanes (&sum)[kParts], Index width) {
+#if VORN_LANES == 8
+  const auto mask = static_cast<__mmask8>((1U << width) - 1U);
+  _mm512_mask_storeu_pd(column, mask, _mm512_maskz_loadu_pd(mask, column) - sum[0]);
+#else
+  Index r = 0;
+  for (; r + VORN_LANES <= width; r += VORN_LANES) {
+    store(column + r, load(column + r) - sum[static_cast<std::size_t>(r / VORN_LANES)]);
+  }
+  for (; r < width; ++r) column[r] -= sum[static_cast<std::size_t>(r / VORN_LANES)][r % VORN_LANES];
+#endif
+}
+
+// S(rows of a, columns of b) -= Va' Vb over the points that both pieces have.
+template <int Columns>
+inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPiece& b) {
+  constexpr Index kPoint = 3 * kRowOfPiece;
+  Lanes sum[std::size_t{Columns}][std::size_t{kParts}];
+  for (int c = 0; c < Columns; ++c) {
+    for (int k = 0; k < kParts; ++k) sum[c][k] = Lanes{};
+  }
+  for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
+    const std::uint64_t before = (common & -common) - 1;
+    const double* const va = a.v + kPoint * __builtin_popcountll(a.points & before);
+    const double* const vb = b.v + kPoint * __builtin_popcountll(b.points & before);
+    for (int r = 0; r < 3; ++r) {
+      Lanes row[kParts];
+      for (int k = 0; k < kParts; ++k) row[k] = load(va + r * kRowOfPiece + k * kLanes);
+      for (int c = 0; c < Columns; ++c) {
+        const double factor = vb[r * kRowOfPiece + c];
+        for (int k = 0; k < kParts; ++k) sum[c][k] += row[k] * factor;
+      }
+    }
+  }
+  for (int c = 0; c < Columns; ++c) subtract_rows(s + c * t, sum[c], a.width);
+}
+
+inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPiece& b) {
+  switch (b.width) {
+    case 1:
+      return subtract_pair<1>(s, t, a, b);
+    case 2:
+      return subtract_pair<2>(s, t, a, b);
+    case 3:
+      return subtract_pair<3>(s, t, a, b);
+    case 4:
+      return subtract_pair<4>(s, t, a, b);
+    case 5:
+      return subtract_pair<5>(s, t, a, b);
+    case 6:
+      return subtract_pair<6>(s, t, a, b);
+    case 7:
+      return subtract_pair<7>(s, t, a, b);
+    default:
+      return subtract_pair<8>(s, t, a, b);
+  }
+}
+
+// Asks for the elements where two pieces meet.
+inline void fetch_pair(const double* tile, Index t, const BatchPiece& a, const BatchPiece& b) {
+  const double* column = tile + b.offset * t + a.offset;
+  for (Index c = 0; c < b.width; ++c, column += t) {
+    __builtin_prefetch(column, 1);
+    __builtin_prefetch(column + a.width - 1, 1);
+  }
+}
+
+// The end of the pieces that lie in the tile row of `first`.
+inline std::int32_t end_of_tile(const BatchPiece* pieces, std::int32_t first,
+                                std::int32_t num_pieces) {
+  std::int32_t end = first + 1;
+  while (end < num_pieces && pieces[end].tile == pieces[first].tile) ++end;
+  return end;
+}
+
+// Tile by tile, so that the pieces of two tile rows and the tile itself stay in the cache.
+void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
+                    const BatchPiece* pieces, std::int32_t num_pieces) {
+  const Index t = size;
+  for (std::int32_t i0 = 0, i1 = 0; i0 < num_pieces; i0 = i1) {
+    i1 = end_of_tile(pieces, i0, num_pieces);
+    for (std::int32_t j0 = 0, j1 = 0; j0 <= i0; j0 = j1) {
+      j1 = end_of_tile(pieces, j0, num_pieces);
+      double* const tile = tiles[static_cast<Index>(pieces[i0].tile) * num_tiles + pieces[j0].tile];
+      // Pieces without a common point may meet where there is no tile.
+      if (tile == nullptr) continue;
+      for (std::int32_t i = i0; i < i1; ++i) {
+        const BatchPiece& a = pieces[i];
+        for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
+          const BatchPiece& b = pieces[j];
+          if (j + 1 < j1) fetch_pair(tile, t, a, pieces[j + 1]);
+          if ((a.points & b.points) == 0) continue;
+          subtract_pair(tile + b.offset * t + a.offset, t, a, b);
+        }
+      }
+    }
+  }
+}
+
+void add_products(double* c, double* sums, const DesignRows& design, const PointWeights& weights,
+                  const double* weighted_reduced) {
+  const Index stride = design.stride;
+  const double* const x = design.rows;
+  const double* const y = x + stride;
+  double* const wx = design.weighted;
+  double* const wy = wx + stride;
+  for (Index j = 0; j < stride; j += VORN_LANES) {
+    const Lanes xj = load(x + j);
+    const Lanes yj = load(y + j);
+    const Lanes weighted_x = xj * weights.xx + yj * weights.xy;
+    const Lanes weighted_y = xj * weights.xy + yj * weights.yy;
+    store(wx + j, weighted_x);
+    store(wy + j, weighted_y);
+    store(sums + j, load(sums + j) + xj * weighted_reduced[0] + yj * weighted_reduced[1]);
+    // The rows whose diagonal element stands before the end of these columns.
+    const Index rows = j + VORN_LANES < design.m ? j + VORN_LANES : design.m;
+    for (Index i = 0; i < rows; ++i) {
+      double* const at = c + i * stride + j;
+      store(at, load(at) + weighted_x * x[i] + weighted_y * y[i]);
+    }
+  }
+}
+
+inline double total(const Lanes& lanes) {
+  double result = 0.0;
+  for (int lane = 0; lane < VORN_LANES; ++lane) result += lanes[lane];
+  return result;
+}
+
+#if VORN_LANES == 8
+// The transpose of eight rows of eight.
+inline void transpose(Lanes (&v)[8]) {
+  for (int i = 0; i < 8; i += 2) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
+    v[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    v[i] = low;
+  }
+  for (int i = 0; i < 6; i += i == 1 ? 3 : 1) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 2], 0, 1, 8, 9, 4, 5, 12, 13);
+    v[i + 2] = __builtin_shufflevector(v[i], v[i + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+    v[i] = low;
+  }
+  for (int i = 0; i < 4; ++i) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+    v[i + 4] = __builtin_shufflevector(v[i], v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    v[i] = low;
+  }
+}
+
+inline void line_up(const double* columns, double* rows, Index m, Index stride) {
+  for (Index j = 0; j < stride; j += 8) {
+    Lanes v[8];
+    for (Index c = 0; c < 8; ++c) v[c] = j + c < m ? load(columns + 8 * (j + c)) : Lanes{};
+    transpose(v);
+    for (Index k = 0; k < 8; ++k) store(rows + k * stride + j, v[k]);
+  }
+}
+#else
+inline void line_up(const double* columns, double* rows, Index m, Index stride) {
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = 0; j < m; ++j) rows[k * stride + j] = columns[8 * j + k];
+    for (Index j = m; j < stride; ++j) rows[k * stride + j] = 0.0;
+  }
+}
+#endif
+
+// From eight points side by side to one row after the other, plain and weighted.
+inline void line_up_rows(const PackedRows& design, const PackedWeights& weights) {
+  const Index stride = design.stride;
+  double* const x = design.rows;
+  double* const y = x + 8 * stride;
+  double* const weighted = y + 8 * stride;
+  line_up(design.x, x, design.m, stride);
+  line_up(design.y, y, design.m, stride);
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = k * stride; j < (k + 1) * stride; j += VORN_LANES) {
+      const Lanes xj = load(x + j);
+      const Lanes yj = load(y + j);
+      store(weighted + k * stride + j, xj * weights.xx[k] + yj * weights.xy[k]);
+      store(weighted + (k + 1) * stride + j, xj * weights.xy[k] + yj * weights.yy[k]);
+    }
+  }
+}
+
+void add_packed_products(double* c, double* sums, const PackedRows& design,
+                         const PackedWeights& weights) {
+  constexpr Index kRows = 8;  // of C in registers; divides the stride
+  line_up_rows(design, weights);
+  const Index stride = design.stride;
+  const double* const x = design.rows;
+  const double* const y = x + 8 * stride;
+  const double* const weighted = y + 8 * stride;
+  for (Index j = 0; j < stride; j += VORN_LANES) {
+    Lanes sum = load(sums + j);
+    for (Index k = 0; k < 8; ++k) {
+      sum += load(x + k * stride + j) * weights.reduced_x[k] +
+             load(y + k * stride + j) * weights.reduced_y[k];
+    }
+    store(sums + j, sum);
+    // The rows whose diagonal element stands before the end of these columns.
+    for (Index i = 0; i < j + VORN_LANES; i += kRows) {
+      Lanes block[kRows];
+      for (Index r = 0; r < kRows; ++r) block[r] = load(c + (i + r) * stride + j);
+      for (Index k = 0; k < 8; ++k) {
+        const Lanes wx = load(weighted + 2 * k * stride + j);
+        const Lanes wy = load(weighted + (2 * k + 1) * stride + j);
+        for (Index r = 0; r < kRows; ++r) {
+          block[r] += wx * x[k * stride + i + r] + wy * y[k * stride + i + r];
+        }
+      }
+      for (Index r = 0; r < kRows; ++r) store(c + (i + r) * stride + j, block[r]);
+    }
+  }
+}
+
+// One coupling block; a width known beforehand unrolls.
+template <int Width>
+inline void add_coupling_block(double* block, const double* point_rows, const double* wx,
+                               const double* wy, Index columns) {
+  const Index width = Width > 0 ? Width : columns;
+  for (Index r = 0; r < 3; ++r) {
+    const double x = point_rows[r];
+    const double y = point_rows[3 + r];
+    double* const row = block + r * width;
+    for (Index c = 0; c < width; ++c) row[c] += x * wx[c] + y * wy[c];
+  }
+}
+
+void add_coupling(const CouplingBlocks& coupling, const double* point_rows,
+                  const DesignRows& design) {
+  const double* wx = design.weighted;
+  const double* wy = wx + design.stride;
+  for (std::int32_t b = 0; b < coupling.num_blocks; ++b) {
+    double* const block = coupling.blocks + coupling.starts[b];
+    const Index width = coupling.widths[b];
+    if (width == 6) {
+      add_coupling_block<6>(block, point_rows, wx, wy, width);
+    } else if (width == 3) {
+      add_coupling_block<3>(block, point_rows, wx, wy, width);
+    } else {
+      add_coupling_block<0>(block, point_rows, wx, wy, width);
+    }
+    wx += width;
+    wy += width;
+  }
+}
+
+void multiply_blocks(double* s, const BlockProduct* products, std::int64_t count) {
+  Lanes sum[3] = {};
+  double rest[3] = {};
+  for (const BlockProduct* at = products; at != products + count; ++at) {
+    const Index width = at->width;
+    Index c = 0;
+    for (; c + VORN_LANES <= width; c += VORN_LANES) {
+      const Lanes x = load(at->x + c);
+      for (Index r = 0; r < 3; ++r) sum[r] += load(at->n + r * width + c) * x;
+    }
+#if VORN_LANES == 8
+    const auto mask = static_cast<__mmask8>((1U << (width - c)) - 1U);
+    const Lanes x = _mm512_maskz_loadu_pd(mask, at->x + c);
+    for (Index r = 0; r < 3; ++r) {
+      sum[r] += _mm512_maskz_loadu_pd(mask, at->n + r * width + c) * x;
+    }
+#else
+    for (; c < width; ++c) {
+      for (Index r = 0; r < 3; ++r) rest[r] += at->n[r * width + c] * at->x[c];
+    }
+#endif
+  }
+  for (Index r = 0; r < 3; ++r) s[r] = total(sum[r]) + rest[r];
+}
+
+double dot(const double* a, const double* b, std::int64_t n) {
+  Lanes sum{};
+  Index k = 0;
+  for (; k + VORN_LANES <= n; k += VORN_LANES) sum += load(a + k) * load(b + k);
+  double result = total(sum);
+  for (; k < n; ++k) result += a[k] * b[k];
+  return result;
+}
+
+void add_scaled(double* y, const double* x, double s, std::int64_t n) {
+  Index k = 0;
+  for (; k + VORN_LANES <= n; k += VORN_LANES) store(y + k, load(y + k) + load(x + k) * s);
+  for (; k < n; ++k) y[k] += x[k] * s;
+}
+
+constexpr Kernels kTable = {VORN_KERNEL_NAME,    multiply_subtract, square_subtract, factorise,
+                            solve_right,         divide_piece,      subtract_batch,  add_products,
+                            add_packed_products, add_coupling,      multiply_blocks, dot,
+                            add_scaled};
+
+}  // namespace
+}  // namespace vorn

@@ -1,0 +1,167 @@
+#include "lsq/linalg/tile_matrix.h"
+
+namespace vorn {
+namespace {
+
+constexpr std::uint32_t kWordBits = 64;
+
+}  // namespace
+
+TilePattern::TilePattern(std::int32_t num_tiles)
+    : num_tiles_(num_tiles),
+      words_((static_cast<std::size_t>(num_tiles) + kWordBits - 1) / kWordBits),
+      bits_(words_ * static_cast<std::size_t>(num_tiles), 0) {
+  for (std::int32_t i = 0; i < num_tiles; ++i) mark(i, i);
+}
+
+void TilePattern::mark(std::int32_t row, std::int32_t column) {
+  const auto c = static_cast<std::uint32_t>(column);
+  row_bits(row)[c / kWordBits] |= std::uint64_t{1} << (c % kWordBits);
+}
+
+bool TilePattern::has(std::int32_t row, std::int32_t column) const {
+  const auto c = static_cast<std::uint32_t>(column);
+  const std::uint64_t word = bits_[static_cast<std::size_t>(row) * words_ + c / kWordBits];
+  return ((word >> (c % kWordBits)) & 1U) != 0;
+}
+
+std::int64_t TilePattern::fill_in() {
+  std::int64_t products = 0;
+  std::vector<std::int32_t> below;
+  for (std::int32_t k = 0; k < num_tiles_; ++k) {
+    below.clear();
+    for (std::int32_t i = k + 1; i < num_tiles_; ++i) {
+      if (has(i, k)) below.push_back(i);
+    }
+    for (std::size_t a = 0; a < below.size(); ++a) {
+      for (std::size_t b = 0; b <= a; ++b) mark(below[a], below[b]);
+    }
+    const auto count = static_cast<std::int64_t>(below.size());
+    products += count * (count + 1) / 2 + count + 1;
+  }
+  return products;
+}
+
+bool TileMatrix::set_structure(std::int32_t size, std::int32_t tile_size,
+                               const TilePattern& pattern) {
+  size_ = size;
+  tile_size_ = tile_size;
+  num_tiles_ = pattern.num_tiles();
+  const auto n = static_cast<std::size_t>(num_tiles_);
+  // The table of tiles counts their pairs, which 32 bits may not hold.
+  if (!LargeArray::fits(std::uint64_t{n} * n)) return false;
+  rows_.assign(n, {});
+  columns_.assign(n, {});
+  std::uint64_t count = 0;
+  for (std::int32_t r = 0; r < num_tiles_; ++r) {
+    for (std::int32_t c = 0; c <= r; ++c) {
+      if (!pattern.has(r, c)) continue;
+      rows_[static_cast<std::size_t>(r)].push_back(c);
+      columns_[static_cast<std::size_t>(c)].push_back(r);
+      ++count;
+    }
+  }
+  const std::size_t area =
+      static_cast<std::size_t>(tile_size) * static_cast<std::size_t>(tile_size);
+  if (!values_.resize(count * area)) return false;
+  // Column by column, as the factorisation walks.
+  tiles_.assign(n * n, nullptr);
+  double* next = values_.data();
+  for (std::size_t c = 0; c < n; ++c) {
+    for (const std::int32_t r : columns_[c]) {
+      tiles_[static_cast<std::size_t>(r) * n + c] = next;
+      next += area;
+    }
+  }
+  return true;
+}
+
+void TileMatrix::zero() {
+  values_.zero();
+  for (std::int32_t i = size_; i < num_tiles_ * tile_size_; ++i) element(i, i) = 1.0;
+}
+
+double& TileMatrix::element(std::int32_t i, std::int32_t j) {
+  double* const values = tile(i / tile_size_, j / tile_size_);
+  return values[static_cast<std::ptrdiff_t>(j % tile_size_) * tile_size_ + i % tile_size_];
+}
+
+double TileMatrix::at(std::int32_t i, std::int32_t j) const {
+  const double* const values = tile(i / tile_size_, j / tile_size_);
+  if (values == nullptr) return 0.0;
+  return values[static_cast<std::ptrdiff_t>(j % tile_size_) * tile_size_ + i % tile_size_];
+}
+
+std::int32_t TileMatrix::factorise() {
+  std::int32_t failed_pivot = 0;
+  for (std::int32_t j = 0; j < num_tiles_; ++j) {
+    if (!finish_column(j, failed_pivot)) return j * tile_size_ + failed_pivot;
+  }
+  return 0;
+}
+
+bool TileMatrix::finish_column(std::int32_t column, std::int32_t& failed_pivot) {
+  const Kernels& kernel = kernels();
+  double* const diagonal = tile(column, column);
+  for (const std::int32_t i : columns_[static_cast<std::size_t>(column)]) {
+    double* const target = tile(i, column);
+    for (const std::int32_t k : rows_[static_cast<std::size_t>(column)]) {
+      if (k == column) break;
+      const double* const left = tile(i, k);
+      if (left == nullptr) continue;
+      if (i == column) {
+        kernel.square_subtract(target, left, tile_size_);
+      } else {
+        kernel.multiply_subtract(target, left, tile(column, k), tile_size_);
+      }
+    }
+    if (i == column) {
+      failed_pivot = kernel.factorise(diagonal, tile_size_);
+      if (failed_pivot != 0) return false;
+    } else {
+      kernel.solve_right(target, diagonal, tile_size_);
+    }
+  }
+  return true;
+}
+
+void TileMatrix::solve_lower(double* x) const {
+  const Kernels& kernel = kernels();
+  const std::ptrdiff_t t = tile_size_;
+  for (std::int32_t j = 0; j < num_tiles_; ++j) {
+    double* const xj = x + j * t;
+    for (const std::int32_t i : columns_[static_cast<std::size_t>(j)]) {
+      const double* const l = tile(i, j);
+      if (i != j) {
+        for (std::ptrdiff_t c = 0; c < t; ++c) kernel.add_scaled(x + i * t, l + c * t, -xj[c], t);
+        continue;
+      }
+      for (std::ptrdiff_t c = 0; c < t; ++c) {
+        xj[c] /= l[c * t + c];
+        kernel.add_scaled(xj + c + 1, l + c * t + c + 1, -xj[c], t - c - 1);
+      }
+    }
+  }
+}
+
+void TileMatrix::solve_upper(double* x) const {
+  const Kernels& kernel = kernels();
+  const std::ptrdiff_t t = tile_size_;
+  for (std::int32_t j = num_tiles_ - 1; j >= 0; --j) {
+    double* const xj = x + j * t;
+    const std::vector<std::int32_t>& rows = columns_[static_cast<std::size_t>(j)];
+    for (std::size_t k = rows.size(); k-- > 0;) {
+      const std::int32_t i = rows[k];
+      const double* const l = tile(i, j);
+      if (i != j) {
+        for (std::ptrdiff_t c = 0; c < t; ++c) xj[c] -= kernel.dot(l + c * t, x + i * t, t);
+        continue;
+      }
+      for (std::ptrdiff_t c = t - 1; c >= 0; --c) {
+        xj[c] = (xj[c] - kernel.dot(l + c * t + c + 1, xj + c + 1, t - c - 1)) / l[c * t + c];
+      }
+    }
+  }
+}
+
+}  // namespace vorn

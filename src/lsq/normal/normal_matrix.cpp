@@ -1,0 +1,230 @@
+#include "lsq/normal/normal_matrix.h"
+
+#include <algorithm>
+#include <numeric>
+#include <stdexcept>
+#include <utility>
+
+namespace vorn {
+namespace {
+
+// Place of element (i, j), i <= j, in the diagonal block of a point.
+std::size_t diagonal_place(std::int32_t i, std::int32_t j) {
+  return static_cast<std::size_t>(i == 0 ? j : i + j + 1);
+}
+
+// The points by their first block, those of one first block by the middle one: a counting sort
+// each.
+std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& blocks,
+                                          std::int32_t num_points, std::int32_t num_blocks) {
+  std::vector<std::int32_t> order(static_cast<std::size_t>(num_points));
+  std::iota(order.begin(), order.end(), 0);
+  std::vector<std::int32_t> sorted(order.size());
+  const auto sort_by = [&](auto key) {
+    std::vector<std::size_t> next(static_cast<std::size_t>(num_blocks) + 2, 0);
+    for (const std::int32_t p : order) ++next[key(p) + 1];
+    std::partial_sum(next.begin(), next.end(), next.begin());
+    for (const std::int32_t p : order) sorted[next[key(p)]++] = p;
+    order.swap(sorted);
+  };
+  // Points without blocks come first.
+  const auto key_of = [](std::span<const std::int32_t> of, std::size_t which) {
+    return of.empty() ? std::size_t{0} : static_cast<std::size_t>(of[which]) + 1;
+  };
+  // The last blocks are often the parameter sets that all points share; the middle one tells more.
+  sort_by([&](std::int32_t p) { return key_of(blocks.of(p), blocks.of(p).size() / 2); });
+  sort_by([&](std::int32_t p) { return key_of(blocks.of(p), 0); });
+  return order;
+}
+
+}  // namespace
+
+// ---- structure ---------------------------------------------------------------------------------
+
+bool NormalMatrix::set_structure(NormalStructure structure, Method method) {
+  const NormalStructure::PointBlocks blocks = structure.point_blocks();
+  structure.forget_rays();
+  structure_ = std::move(structure);
+  method_ = method;
+  release_batch();
+  size_ = structure_.num_unknowns();
+  num_points_ = structure_.num_points();
+  lay_out_blocks(structure_);
+  if (!lay_out_points(structure_, blocks) || !lay_out_pairs(structure_)) return false;
+  if (method == Method::dense) {
+    dense_.resize(size_, size_);
+  } else if (!reduced_.set_structure(structure_, blocks, method == Method::eliminate_in_order)) {
+    return false;
+  }
+  zero();
+  return true;
+}
+
+void NormalMatrix::resize(std::int32_t n) {
+  if (n == size_ && num_points_ == 0) return;
+  NormalStructure structure;
+  if (n > 0) structure.add_group({structure.add_block(n)});
+  if (!set_structure(std::move(structure), Method::dense)) throw std::bad_alloc();
+}
+
+void NormalMatrix::lay_out_blocks(const NormalStructure& structure) {
+  blocks_.clear();
+  std::int32_t index = num_point_unknowns();
+  for (std::int32_t b = 0; b < structure.num_blocks(); ++b) {
+    blocks_.push_back({index, structure.width(b)});
+    index += structure.width(b);
+  }
+}
+
+bool NormalMatrix::lay_out_points(const NormalStructure& structure,
+                                  const NormalStructure::PointBlocks& blocks) {
+  points_.assign(place(num_points_), {});
+  point_blocks_.clear();
+  point_blocks_.reserve(blocks.blocks.size());
+  point_order_ = order_by_blocks(blocks, num_points_, structure.num_blocks());
+  std::uint64_t room = 0;
+  for (const std::int32_t p : point_order_) {
+    PointEntry entry{static_cast<std::size_t>(room), point_blocks_.size(), 0, 0};
+    for (const std::int32_t block : blocks.of(p)) {
+      point_blocks_.push_back({block, 3 * entry.width});
+      entry.width += structure.width(block);
+      ++entry.num_blocks;
+    }
+    points_[place(p)] = entry;
+    room += kDiagonalRoom + 3 * static_cast<std::uint64_t>(entry.width);
+    if (!LargeArray::fits(room)) return false;
+  }
+  return point_values_.resize(room);
+}
+
+bool NormalMatrix::lay_out_pairs(const NormalStructure& structure) {
+  pairs_.assign(blocks_.size(), {});
+  for (std::int32_t b = 0; b < structure.num_blocks(); ++b) pairs_[place(b)].push_back({b, 0});
+  for (std::int32_t g = 0; g < structure.num_groups(); ++g) {
+    for (const std::int32_t a : structure.group(g)) {
+      for (const std::int32_t b : structure.group(g)) {
+        if (a < b) pairs_[place(a)].push_back({b, 0});
+      }
+    }
+  }
+  std::uint64_t room = 0;
+  for (std::size_t a = 0; a < pairs_.size(); ++a) {
+    std::vector<BlockPair>& pairs = pairs_[a];
+    std::sort(pairs.begin(), pairs.end(),
+              [](const BlockPair& x, const BlockPair& y) { return x.other < y.other; });
+    pairs.erase(
+        std::unique(pairs.begin(), pairs.end(),
+                    [](const BlockPair& x, const BlockPair& y) { return x.other == y.other; }),
+        pairs.end());
+    for (BlockPair& pair : pairs) {
+      pair.offset = static_cast<std::size_t>(room);
+      room += static_cast<std::uint64_t>(blocks_[a].width) *
+              static_cast<std::uint64_t>(blocks_[place(pair.other)].width);
+      if (!LargeArray::fits(room)) return false;
+    }
+  }
+  return pair_values_.resize(room);
+}
+
+// ---- elements ----------------------------------------------------------------------------------
+
+void NormalMatrix::zero() {
+  zero_reduced();
+  point_values_.zero();
+}
+
+void NormalMatrix::zero_reduced() {
+  pair_values_.zero();
+  factorised_ = false;
+  natural_.reset();
+}
+
+void NormalMatrix::zero_points(std::int32_t first, std::int32_t count) {
+  const auto start_of = [this](std::int32_t k) {
+    return k < num_points_ ? points_[place(point_order_[place(k)])].values : point_values_.size();
+  };
+  std::fill(point_values_.data() + start_of(first), point_values_.data() + start_of(first + count),
+            0.0);
+}
+
+NormalMatrix::PointRows NormalMatrix::point_rows(std::int32_t point) {
+  double* const values = point_values_.data() + points_[place(point)].values;
+  return {values, values + kDiagonalRoom};
+}
+
+// The blocks that each point meets, as its structure gave them.
+NormalStructure::PointBlocks NormalMatrix::point_blocks() const {
+  NormalStructure::PointBlocks result;
+  result.first.push_back(0);
+  for (std::int32_t point = 0; point < num_points_; ++point) {
+    for (const PointBlock& at : blocks_of(point)) result.blocks.push_back(at.block);
+    result.first.push_back(result.blocks.size());
+  }
+  return result;
+}
+
+const NormalMatrix::PointBlock* NormalMatrix::find_point_block(std::int32_t point,
+                                                               std::int32_t block) const {
+  const std::span<const PointBlock> blocks = blocks_of(point);
+  const auto found =
+      std::lower_bound(blocks.begin(), blocks.end(), block,
+                       [](const PointBlock& x, std::int32_t b) { return x.block < b; });
+  return found != blocks.end() && found->block == block ? &*found : nullptr;
+}
+
+std::int32_t NormalMatrix::coupling_start(std::int32_t point, std::int32_t block) const {
+  const PointBlock* const found = find_point_block(point, block);
+  if (found == nullptr) throw std::out_of_range("normal matrix: point and block do not meet");
+  return found->start;
+}
+
+double* NormalMatrix::block_pair(std::int32_t a, std::int32_t b) {
+  const std::vector<BlockPair>& pairs = pairs_[place(a)];
+  const auto found =
+      std::lower_bound(pairs.begin(), pairs.end(), b,
+                       [](const BlockPair& x, std::int32_t other) { return x.other < other; });
+  if (found == pairs.end() || found->other != b) return nullptr;
+  return pair_values_.data() + found->offset;
+}
+
+// The stored element (i, j), i <= j; null for a structural zero.
+const double* NormalMatrix::find(std::int32_t i, std::int32_t j) const {
+  const std::int32_t reduced = num_point_unknowns();
+  if (j < reduced) {
+    return i / 3 == j / 3 ? diagonal(i / 3) + diagonal_place(i % 3, j % 3) : nullptr;
+  }
+  const std::int32_t block = block_of(j);
+  const std::int32_t column = j - block_index(block);
+  if (i < reduced) {
+    const PointBlock* const found = find_point_block(i / 3, block);
+    if (found == nullptr) return nullptr;
+    return coupling(i / 3, *found) + place(i % 3) * place(block_width(block)) + place(column);
+  }
+  const std::int32_t row_block = block_of(i);
+  // The look-up changes nothing; it only gives access to what belongs to this object.
+  const double* const pair = const_cast<NormalMatrix*>(this)->block_pair(row_block, block);
+  if (pair == nullptr) return nullptr;
+  return pair + place(i - block_index(row_block)) * place(block_width(block)) + place(column);
+}
+
+void NormalMatrix::add(std::int32_t i, std::int32_t j, double v) {
+  const double* const element = find(i, j);
+  if (element == nullptr) throw std::out_of_range("normal matrix: element outside the structure");
+  *const_cast<double*>(element) += v;
+}
+
+void NormalMatrix::add_block(std::int32_t i, std::int32_t j, const Matrix& block) {
+  for (std::int32_t r = 0; r < block.rows(); ++r) {
+    for (std::int32_t c = i + r > j ? i + r - j : 0; c < block.cols(); ++c) {
+      add(i + r, j + c, block[r][c]);
+    }
+  }
+}
+
+double NormalMatrix::at(std::int32_t i, std::int32_t j) const {
+  if (i > j) return factorised_ ? factor_at(i, j) : 0.0;
+  const double* const element = find(i, j);
+  return element == nullptr ? 0.0 : *element;
+}
+
+}  // namespace vorn

@@ -1,0 +1,237 @@
+// Prepares the adjustment: binds what was read separately, completes and checks the data, numbers
+// the unknowns and chooses the solver.
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+
+#include "base/cpu_clock.h"
+#include "driver/bundle_project.h"
+#include "lsq/ls_params.h"
+
+namespace vorn {
+namespace {
+
+constexpr NumberFormat kTime = fixed(4, 12);
+constexpr NumberFormat kCpuTime = fixed(2);
+constexpr int kCountWidth = 6;
+
+int refuse(TextWriter& report, std::string_view what, std::string_view id) {
+  report << "ERROR: Attach " << what << id << " failed.\n";
+  return -1;
+}
+
+// Binds images to geometries, sets to cameras and corrections to orientations. 1 or -1.
+int attach_all(BundleProject& project, TextWriter& report) {
+  for (BundleImage& image : project.images) {
+    if (!image.attach_geometry(project.image_geometries)) {
+      return refuse(report, "EO for image ", image.id);
+    }
+    image.used = true;
+  }
+  for (APSet& set : project.ap_sets) {
+    if (set.bind_to_camera(project.cameras) != 1) return refuse(report, "AP set ", set.id);
+  }
+  for (PosCorrection& correction : project.pos_corrections) {
+    if (correction.bind_to_eos(project.image_geometries) != 1) {
+      return refuse(report, "position correction ", correction.id);
+    }
+  }
+  for (AttCorrection& correction : project.att_corrections) {
+    if (correction.bind_to_eos(project.image_geometries) != 1) {
+      return refuse(report, "attitude correction ", correction.id);
+    }
+  }
+  return 1;
+}
+
+// Completes the object-point approximations and removes what cannot be adjusted. 1 or -1.
+int prepare_data(BundleProject& project, TextWriter& report) {
+  const Options& options = project.options;
+  if (project.check_approximations(options.print_check_approximations ? &report : nullptr) != 1) {
+    report << "ERROR: Check of object point approximations failed.\n";
+    return -1;
+  }
+  TextWriter* const ray_protocol = options.print_check_rays ? &report : nullptr;
+  project.check_rays_per_point(ray_protocol);
+  project.check_rays_per_image(ray_protocol);
+  for (ImageGeometry& geometry : project.image_geometries) geometry.update();
+  if (project.intersect_approximations(options.print_intersection ? &report : nullptr,
+                                       options.debug_intersection) != 1) {
+    report << "ERROR: Calculation of object point approximations failed.\n";
+  }
+  project.clean_up(&report);
+  return 1;
+}
+
+// Reports the time interval of the orientations and refers the corrections to its start.
+void set_reference_time(BundleProject& project, TextWriter& report) {
+  double t_min = 0.0;
+  double t_max = 0.0;
+  bool first = true;
+  for (const ImageGeometry& geometry : project.image_geometries) {
+    const double t = geometry.exposure_time;
+    t_min = first ? t : std::min(t_min, t);
+    t_max = first ? t : std::max(t_max, t);
+    first = false;
+  }
+  report << "Time interval\n"
+            "-------------\n"
+            "t_min        = "
+         << kTime(t_min) << " s\n"
+         << "t_max        = " << kTime(t_max) << " s\n"
+         << "duration dt  = " << kTime(t_max - t_min) << " s\n\n";
+  for (PosCorrection& correction : project.pos_corrections) correction.t0 = t_min;
+  for (AttCorrection& correction : project.att_corrections) correction.t0 = t_min;
+  report << "Reference time t0 (= t_min) = " << kTime(t_min) << " s\n\n";
+}
+
+// The order of registration numbers the unknowns and lays out the normal matrix.
+void register_unknowns(BundleProject& project) {
+  AdjObjectList& unknowns = project.unknowns;
+  for (ObjectPoint& point : project.object_points) unknowns.add(point);
+  for (ImageGeometry& geometry : project.image_geometries) unknowns.add(geometry);
+  for (APSet& set : project.ap_sets) unknowns.add(set);
+  for (PosCorrection& correction : project.pos_corrections) unknowns.add(correction);
+  for (AttCorrection& correction : project.att_corrections) unknowns.add(correction);
+}
+
+void print_count(TextWriter& report, std::string_view label, std::int32_t count) {
+  report << label;
+  report.integer(count, kCountWidth) << '\n';
+}
+
+void print_group(TextWriter& report, std::string_view label, AdjObjectList::Counts counts) {
+  report << label;
+  report.integer(counts.total, kCountWidth) << "   ";
+  report.integer(counts.observed, kCountWidth) << "   ";
+  report.integer(counts.eliminated, kCountWidth) << '\n';
+}
+
+void print_defined_data(const BundleProject& project, TextWriter& report) {
+  std::int32_t control = 0;
+  std::int32_t check = 0;
+  for (const ObjectPoint& point : project.object_points) {
+    control += point.type == PointType::control ? 1 : 0;
+    check += point.type == PointType::check ? 1 : 0;
+  }
+  report << "Data defined for adjustment\n"
+            "---------------------------\n";
+  print_count(report, "Images                      :  ", project.images.count());
+  print_count(report, "Cameras                     :  ", project.cameras.count());
+  print_count(report, "Exterior orientations       :  ", project.image_geometries.count());
+  print_count(report, "Additional parameter sets   :  ", project.ap_sets.count());
+  print_count(report, "Position corrections        :  ", project.pos_corrections.count());
+  print_count(report, "Attitude corrections        :  ", project.att_corrections.count());
+  print_count(report, "Object points (total)       :  ", project.object_points.count());
+  print_count(report, "Control points              :  ", control);
+  print_count(report, "Check points                :  ", check);
+  report << '\n';
+}
+
+// Counts observations and unknowns, computes the a-priori redundancy and reports them.
+void report_counts(BundleProject& project, TextWriter& report) {
+  std::int32_t image_points = 0;
+  for (const BundleImage& image : project.images) image_points += image.count_points();
+  const std::int32_t observations = 2 * image_points;
+  const AdjObjectList& unknowns = project.unknowns;
+  const AdjObjectList::Counts all = {unknowns.num_unknowns(),
+                                     unknowns.count_state(ParamState::observed),
+                                     unknowns.count_state(ParamState::eliminated)};
+  const std::int32_t constraints = unknowns.num_constraints();
+  project.redundancy = constraints - all.total + all.eliminated + all.observed + observations;
+
+  print_defined_data(project, report);
+  report << "Number of observations, unknowns and redundancy\n"
+            "-----------------------------------------------\n"
+            "Observations:\n";
+  print_count(report, "   BundleImage point coordinates      :  ", observations);
+  print_count(report, "   Total number of observations :  ", observations);
+  report << "\nUnknowns:                           total        thereof\n"
+            "                                              obs.     eli.\n";
+  print_group(report, "   Object point coordinates     :  ", unknowns.count_group<ObjectPoint>());
+  print_group(report, "   Exterior orientations        :  ", unknowns.count_group<ImageGeometry>());
+  print_group(report, "   Additional parameters        :  ", unknowns.count_group<APSet>());
+  print_group(report, "   Position corrections         :  ", unknowns.count_group<PosCorrection>());
+  print_group(report, "   Attitude corrections         :  ", unknowns.count_group<AttCorrection>());
+  print_group(report, "   Total number of unknowns     :  ", all);
+  report << '\n';
+  print_count(report, "Constraints                     :  ", constraints);
+  report << '\n';
+  print_count(report, "Redundancy                      :  ", project.redundancy);
+  report << '\n';
+}
+
+// The structure of the normal equations: which unknowns meet in an observation.
+NormalStructure find_structure(BundleProject& project) {
+  NormalStructure structure(project.object_points.count());
+  const AdjObjectList& unknowns = project.unknowns;
+  for (std::int32_t i = project.object_points.count(); i < unknowns.num_objects(); ++i) {
+    structure.add_block(static_cast<std::int32_t>(unknowns[i].num_params()));
+  }
+  std::size_t image_points = 0;
+  for (const BundleImage& image : project.images) {
+    image_points += static_cast<std::size_t>(image.count_points());
+  }
+  structure.reserve_rays(image_points);
+  for (const BundleImage& image : project.images)
+    image.add_structure(project.object_points, structure);
+  structure.merge_blocks();
+  return structure;
+}
+
+// Small systems gain nothing from their structure. A file of the matrix shows the factor in the
+// order of the unknowns.
+NormalMatrix::Method method_for(const BundleProject& project, std::int32_t size) {
+  constexpr std::int32_t kSmall = 256;
+  if (size <= kSmall) return NormalMatrix::Method::dense;
+  return project.options.matrix_file == "none" ? NormalMatrix::Method::eliminate
+                                               : NormalMatrix::Method::eliminate_in_order;
+}
+
+// Chooses the solver and lays the normal equations out. 1 or -1.
+int choose_solver(BundleProject& project, TextWriter& report) {
+  if (ls_params().interface != 0) {
+    report << "ERROR: Unkown adjustment interface.\n";
+    return -1;
+  }
+  project.solver = std::make_unique<AdjInterfaceNative>();
+  const std::int32_t size = project.unknowns.num_unknowns();
+  if (!project.normal.set_structure(find_structure(project), method_for(project, size))) {
+    report << "ERROR: The normal equations of " << size
+           << " unknowns do not fit the address space.\n";
+    return -1;
+  }
+  // Small systems keep the prescribed order of operations also in the sums.
+  if (project.normal.method() != NormalMatrix::Method::dense) {
+    project.observations.set_up(project.images, project.object_points, project.normal);
+  }
+  project.rhs.resize(size);
+  project.markers.resize(size);
+  project.solution.resize(size);
+  // Files of a run without any iteration show zeros.
+  project.rhs.zero();
+  project.solution.zero();
+  return 1;
+}
+
+}  // namespace
+
+int BundleProject::initialise(TextWriter& report) {
+  const CpuClock clock;
+  report << "*** Start initialize adjustment\n\n";
+  if (attach_all(*this, report) != 1) return -1;
+  if (prepare_data(*this, report) != 1) return -1;
+  set_reference_time(*this, report);
+  register_unknowns(*this);
+  report_counts(*this, report);
+  if (options.debug_upari_table) {
+    unknowns.print_table(standard_output());
+    standard_output().flush();
+  }
+  if (choose_solver(*this, report) != 1) return -1;
+  report << "Elapsed cpu time to initialize adjustment: " << kCpuTime(clock.seconds()) << " s\n\n";
+  return 1;
+}
+
+}  // namespace vorn

@@ -1,0 +1,136 @@
+// Approximate coordinates of object points by spatial intersection of their image rays.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "driver/bundle_project.h"
+#include "lsq/stages/point_rays.h"
+
+namespace vorn {
+namespace {
+
+constexpr NumberFormat kCoordinate = fixed(3, 12);
+constexpr NumberFormat kDistance = fixed(3, 9);
+constexpr int kImageIdWidth = 12;
+
+// An intersection point and the distance between its rays.
+struct Intersection {
+  Vec3 xyz{};
+  double gap = 0.0;
+};
+
+// Reduced camera vector of a measured image point.
+Vec3 camera_vector(const Ray& ray) {
+  const Camera& camera = *ray.image->camera;
+  return camera.image_to_camera(camera.pixel_to_image({ray.point->x, ray.point->y}));
+}
+
+// Intersection of two rays. Rays that the geometries reject leave zeros, which enter the means.
+Intersection intersect_pair(const Ray& a, const Ray& b) {
+  Intersection result;
+  a.image->geometry->intersection(*b.image->geometry, camera_vector(a), camera_vector(b),
+                                  result.xyz, result.gap);
+  return result;
+}
+
+void print_intersection(TextWriter& out, std::string_view label, const Intersection& at) {
+  out << label << kCoordinate(at.xyz[0]) << "   " << kCoordinate(at.xyz[1]) << "   "
+      << kCoordinate(at.xyz[2]) << "   " << kDistance(at.gap) << '\n';
+}
+
+// Mean of the intersections of all pairs of rays; each pair is printed when a stream is given.
+Intersection mean_of_pairs(std::span<const Ray> rays, TextWriter* pairs_out) {
+  Intersection sum;
+  std::uint64_t count = 0;
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    for (std::size_t j = i + 1; j < rays.size(); ++j) {
+      const Intersection pair = intersect_pair(rays[i], rays[j]);
+      for (std::size_t k = 0; k < 3; ++k) sum.xyz[k] += pair.xyz[k];
+      sum.gap += pair.gap;
+      ++count;
+      if (pairs_out == nullptr) continue;
+      *pairs_out << "  " << right_aligned(rays[i].image->id, kImageIdWidth) << " - "
+                 << right_aligned(rays[j].image->id, kImageIdWidth) << '\n';
+      print_intersection(*pairs_out, "                      ", pair);
+    }
+  }
+  const auto divisor = static_cast<double>(count);
+  for (double& coordinate : sum.xyz) coordinate /= divisor;
+  sum.gap /= divisor;
+  return sum;
+}
+
+void print_rays(TextWriter& out, const ObjectPoint& point, std::span<const Ray> rays) {
+  out << "Point: " << point.id << " by ";
+  for (const Ray& ray : rays) out << right_aligned(ray.image->id, kImageIdWidth) << ' ';
+  out << '[' << rays.size() << "]\n";
+}
+
+}  // namespace
+
+int BundleProject::check_approximations(TextWriter* out) {
+  if (out != nullptr) {
+    *out << "Check object point approximations\n"
+            "=================================\n\n";
+  }
+  std::int32_t added = 0;
+  for (const BundleImage& image : images) {
+    for (ImagePoint& measured : image.points) {
+      measured.object_point = object_points.find(measured.id);
+      if (measured.object_point != nullptr) continue;
+      if (out != nullptr) *out << "Point " << measured.id << " has no approximations.\n";
+      auto point = std::make_unique<ObjectPoint>();
+      point->id = measured.id;
+      measured.object_point = &object_points.append(std::move(point));
+      ++added;
+    }
+  }
+  if (out != nullptr) *out << "\nNumber of additional object points: " << added << "\n\n";
+  return 1;
+}
+
+int BundleProject::intersect_approximations(TextWriter* out, bool debug) {
+  if (out != nullptr) {
+    *out << "Calculate object point approximations\n"
+            "=====================================\n"
+            "(By spatial intersection)\n\n"
+            "                             X/m            Y/m            Z/m         e/m\n\n";
+  }
+  std::optional<PointRays> all_rays;  // found when the first point needs them
+  double total_distance = 0.0;
+  std::int32_t intersected = 0;
+  for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
+    ObjectPoint* const point = object_points[slot];
+    if (point == nullptr || point->has_coords) continue;
+    if (!all_rays) all_rays.emplace(images, object_points);
+    const std::span<const Ray> rays = (*all_rays)[slot];
+    if (out != nullptr) print_rays(*out, *point, rays);
+    if (rays.size() < 2) {
+      standard_output() << "ATTENTION: Too few rays to compute object coordinates.\n";
+      continue;
+    }
+    const Intersection mean = mean_of_pairs(rays, debug ? out : nullptr);
+    if (out != nullptr) print_intersection(*out, "            average : ", mean);
+    point->xyz = mean.xyz;
+    point->has_coords = true;
+    total_distance += mean.gap;
+    ++intersected;
+  }
+  if (out != nullptr) {
+    *out << "Number of intersection points : " << intersected << '\n'
+         << "Total average distance of rays: e_mean = ";
+    if (intersected == 0) {
+      *out << "   ---   ";
+    } else {
+      *out << kDistance(total_distance / intersected);
+    }
+    *out << " m\n\n";
+  }
+  return 1;
+}
+
+}  // namespace vorn

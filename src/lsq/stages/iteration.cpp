@@ -1,0 +1,301 @@
+// The Gauss-Newton iterations, their statistics and what follows from the last one.
+
+#include <cmath>
+#include <string>
+#include <string_view>
+
+#include "base/cpu_clock.h"
+#include "driver/bundle_project.h"
+#include "geometry/ext_orientation.h"
+#include "lsq/ls_params.h"
+
+namespace vorn {
+namespace {
+
+constexpr NumberFormat kCpuTime = fixed(2);
+constexpr NumberFormat kIterationNumber = general(3);
+constexpr NumberFormat kVtpv = scientific(2);
+constexpr NumberFormat kSigma0 = fixed(2);
+constexpr NumberFormat kChange = scientific(3, 10);
+constexpr NumberFormat kApv = scientific(1, 6);
+constexpr NumberFormat kDumped = scientific(12);
+constexpr double kMicrometresPerMetre = 1e6;
+constexpr std::int32_t kNumCentreParams = 3;
+
+// Mean of absolute corrections; -1 when none was counted.
+struct MeanChange {
+  double sum = 0.0;
+  std::int32_t count = 0;
+
+  void add(const AdjObject& object, std::int32_t k, const Vector& corrections) {
+    if (object.param(k).state == ParamState::eliminated) return;
+    sum += std::fabs(corrections[object.index + k]);
+    ++count;
+  }
+  double mean() const { return count > 0 ? sum / count : -1.0; }
+};
+
+void clear_sums(BundleProject& project, std::int32_t& count) {
+  project.rhs.zero();
+  project.lPl = 0.0;
+  count = 0;
+}
+
+// Adds the observations of all images to cleared normal equations. 1 or -1.
+int add_observations(BundleProject& project, std::int32_t& count) {
+  clear_sums(project, count);
+  if (!project.observations.is_empty()) {
+    if (project.observations.add(project.normal, project.rhs, project.lPl, count)) return 1;
+    // The images, one after the other, come upon the first failure and report it.
+    clear_sums(project, count);
+  }
+  project.normal.zero();
+  for (const BundleImage& image : project.images) {
+    if (image.add_observations(project.object_points, project.normal, project.rhs, project.lPl,
+                               count) != 1) {
+      return -1;
+    }
+  }
+  return 1;
+}
+
+// Builds the normal equations at the current approximations. 1 or -1.
+int set_up(BundleProject& project, TextWriter& report, std::int32_t& observations) {
+  project.solution.zero();
+  if (add_observations(project, observations) != 1) {
+    report << "ERROR: Setup of normal equations failed.\n";
+    return -1;
+  }
+  project.unknowns.add_constraints(project.normal, project.rhs, project.lPl);
+  project.unknowns.add_weights(project.normal, project.rhs, project.lPl);
+  return 1;
+}
+
+// Solves for the corrections and computes v'Pv. 1 or -1.
+int solve(BundleProject& project, TextWriter& report, double& seconds) {
+  const CpuClock clock;
+  const int code =
+      project.solver->solve(project.normal, project.rhs, project.solution, project.markers);
+  if (code != 0) {
+    standard_output() << "ATTENTION: BMatrix is >>> not <<< positive definite at row/column "
+                      << code - 1 << '\n';
+    report << "*** ERROR: Solving of normal equations failed.\n";
+    return -1;
+  }
+  seconds = clock.seconds();
+  double explained = 0.0;
+  for (std::int32_t i = 0; i < project.solution.size(); ++i) {
+    explained += project.solution[i] * project.rhs[i];
+  }
+  project.vtpv = project.lPl - explained;
+  return 1;
+}
+
+template <class T>
+void list_corrections(TextWriter& report, std::string_view heading, std::string_view underline,
+                      const OwnedList<T>& objects, const Vector& corrections) {
+  report << heading << '\n' << underline << "\n\n";
+  for (const T& object : objects) object.print_changes(report, corrections);
+  report << '\n';
+}
+
+// Lists the corrections of the groups that the options ask for.
+void list_all_corrections(const BundleProject& project, TextWriter& report) {
+  const Options& options = project.options;
+  const Vector& x = project.solution;
+  if (options.print_object_coords) {
+    list_corrections(report, "Object point coordinates", "------------------------",
+                     project.object_points, x);
+  }
+  if (options.print_exterior_orientations) {
+    list_corrections(report, "Exterior orientations", "---------------------",
+                     project.image_geometries, x);
+  }
+  if (options.print_ap_sets && project.ap_sets.count() > 0) {
+    list_corrections(report, "Additional parameters", "---------------------", project.ap_sets, x);
+  }
+  if (options.print_pos_corrections && project.pos_corrections.count() > 0) {
+    list_corrections(report, "Position corrections", "--------------------",
+                     project.pos_corrections, x);
+  }
+  if (options.print_att_corrections && project.att_corrections.count() > 0) {
+    list_corrections(report, "Attitude corrections", "--------------------",
+                     project.att_corrections, x);
+  }
+}
+
+void print_mean_change(TextWriter& report, std::string_view label, const MeanChange& change,
+                       std::string_view unit) {
+  report << label;
+  // Negated, so that a mean that is not a number counts as none.
+  if (!(change.mean() > 0.0)) {
+    report << "    ---   \n";
+  } else {
+    report << kChange(change.mean()) << unit;
+  }
+}
+
+void print_mean_changes(const BundleProject& project, TextWriter& report) {
+  const Vector& x = project.solution;
+  MeanChange points;
+  MeanChange centres;
+  MeanChange rotations;
+  MeanChange geometries;
+  project.unknowns.for_each<ObjectPoint>(
+      [&](const ObjectPoint& point) { point.sum_abs_corrections(x, points.sum, points.count); });
+  project.unknowns.for_each<ExtOrientation>([&](const ExtOrientation& orientation) {
+    for (std::int32_t k = 0; k < orientation.num_values(); ++k) {
+      (k < kNumCentreParams ? centres : rotations).add(orientation, k, x);
+    }
+  });
+  // Orientations are geometries too: their parameters count a second time.
+  project.unknowns.for_each<ImageGeometry>([&](const ImageGeometry& geometry) {
+    geometry.sum_abs_corrections(x, geometries.sum, geometries.count);
+  });
+  report << "Average change of unknown parameters\n";
+  print_mean_change(report, " - object point coords.             :  ", points, " m\n");
+  print_mean_change(report, " - perspective centre coords.       :  ", centres, " m\n");
+  print_mean_change(report, " - rotation parameters              :  ", rotations, "\n");
+  print_mean_change(report, " - geometry parameters              :  ", geometries, "\n");
+}
+
+// Redundancy and sigma 0 of the iteration, and their report. 1, or -1 for a negative redundancy.
+int print_statistics(BundleProject& project, TextWriter& report, std::int32_t observations) {
+  const AdjObjectList& unknowns = project.unknowns;
+  const std::int32_t total = unknowns.num_unknowns();
+  const std::int32_t observed = unknowns.count_state(ParamState::observed);
+  const std::int32_t eliminated = unknowns.count_state(ParamState::eliminated);
+  const std::int32_t constraints = unknowns.num_constraints();
+  project.redundancy = constraints - total + eliminated + observed + observations;
+  if (project.redundancy < 0) {
+    report << "*** ERROR: Negative redundancy.\n";
+    return -1;
+  }
+  project.sigma0 = project.redundancy > 0 ? std::sqrt(project.vtpv / project.redundancy) : 0.0;
+  report << "Number of observations  :  " << observations << '\n'
+         << "Number of unknowns      :  " << total << " (thereof: " << observed << " obs. "
+         << eliminated << " elim.)\n"
+         << "Number of constraints   :  " << constraints << '\n'
+         << "Redundancy              :  " << project.redundancy << '\n'
+         << "vtpv                    :  " << kVtpv(project.vtpv) << '\n'
+         << "Sigma 0 a posteriori    :  ";
+  if (project.sigma0 == 0.0) {
+    report << "undefined, no redundancy!\n";
+  } else {
+    report << kSigma0(project.sigma0 * kMicrometresPerMetre) << " um\n";
+  }
+  report << '\n';
+  report.flush();
+  return 1;
+}
+
+void apply_corrections(BundleProject& project) {
+  project.unknowns.apply_corrections(project.solution);
+  for (ImageGeometry& geometry : project.image_geometries) geometry.update();
+}
+
+// Whether every object is within its limits; the first that is not is named on standard output.
+bool has_converged(const BundleProject& project) {
+  const AdjObjectList& unknowns = project.unknowns;
+  for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
+    const AdjObject& object = unknowns[i];
+    const std::int32_t failed = object.check_convergence(project.solution);
+    if (failed == -1) continue;
+    standard_output() << "Convergence check failed at\n"
+                      << "  ID        : " << object.id << '\n'
+                      << "  Type      : " << object.get_type_name() << '\n'
+                      << "  Parameter : " << object.get_param_name(failed) << "\n\n";
+    return false;
+  }
+  return true;
+}
+
+// One Gauss-Newton step. 1 or -1.
+int run_iteration(BundleProject& project, TextWriter& report, std::int32_t number,
+                  bool& converged) {
+  const CpuClock clock;
+  report << "Iteration number " << kIterationNumber(number) << "\n--------------------\n\n";
+  std::int32_t observations = 0;
+  double solution_seconds = 0.0;
+  if (set_up(project, report, observations) != 1) return -1;
+  if (solve(project, report, solution_seconds) != 1) return -1;
+  list_all_corrections(project, report);
+  print_mean_changes(project, report);
+  if (print_statistics(project, report, observations) != 1) return -1;
+  apply_corrections(project);
+  converged = has_converged(project);
+  report << "Elapsed cpu time per iteration: " << kCpuTime(clock.seconds())
+         << " s, solution only: " << kCpuTime(solution_seconds) << " s\n\n";
+  return 1;
+}
+
+void write_vector(TextWriter& out, const Vector& v) {
+  out << v.size() << '\n';
+  for (std::int32_t i = 0; i < v.size(); ++i) out << kDumped(v[i]) << '\n';
+}
+
+// Writes one file of the normal equations unless its name is "none".
+template <class Write>
+void write_file(const std::string& name, std::string_view failure, Write write) {
+  if (name == "none") return;
+  TextWriter out;
+  if (!out.open(name)) {
+    standard_output() << failure;
+    return;
+  }
+  write(out);
+}
+
+void write_normal_equations(const BundleProject& project) {
+  const Options& options = project.options;
+  write_file(options.structure_file, "ERROR: Cannot write structure of normal matrix file.\n",
+             [&](TextWriter& out) { project.normal.write_structure(out); });
+  write_file(options.matrix_file, "ERROR: Cannot write normal matrix file.\n",
+             [&](TextWriter& out) { project.normal.write_elements(out); });
+  write_file(options.rhs_file, "ERROR: Cannot write right side vector file.\n",
+             [&](TextWriter& out) { write_vector(out, project.rhs); });
+  write_file(options.solution_file, "ERROR: Cannot write  solution vector file.\n",
+             [&](TextWriter& out) { write_vector(out, project.solution); });
+}
+
+// A'Pv = 0 holds at the minimum, and the right-hand side is A'Pl of the last iteration. The
+// comparison is signed: large negative values are not reported.
+void check_apv(const BundleProject& project, TextWriter& report) {
+  const double limit = ls_params().apv_limit;
+  report << "Check adjustment on A'Pv = 0\n"
+            "----------------------------\n"
+            "A'Pv limit:  "
+         << kApv(limit) << '\n';
+  std::int32_t count = 0;
+  for (std::int32_t i = 0; i < project.rhs.size(); ++i) {
+    if (!(project.rhs[i] > limit)) continue;
+    report << "A'Pv[" << i << "] is large: " << kApv(project.rhs[i]) << '\n';
+    ++count;
+  }
+  report << "\nNumber of A'Pv-values > limit : " << count << "\n\n";
+}
+
+}  // namespace
+
+int BundleProject::iterate(TextWriter& report) {
+  const CpuClock clock;
+  report << "*** Start iteration loop\n\n";
+  const std::int32_t max_iterations = ls_params().max_iterations;
+  bool converged = false;
+  num_iterations = 0;
+  while (num_iterations < max_iterations && !converged) {
+    ++num_iterations;
+    if (run_iteration(*this, report, num_iterations, converged) != 1) return -1;
+  }
+  // A convergence in the very last iteration counts as reaching the maximum, too.
+  report << (num_iterations < max_iterations
+                 ? "\n*** Iteration criterion limit has been reached.\n"
+                 : "\n*** WARNING: Maximum number of iterations has been reached.\n")
+         << "\nNumber of iterations: " << num_iterations << '\n'
+         << "Total cpu time for iterations : " << kCpuTime(clock.seconds()) << " s\n\n";
+  write_normal_equations(*this);
+  check_apv(*this, report);
+  return 1;
+}
+
+}  // namespace vorn

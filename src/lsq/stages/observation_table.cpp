@@ -1,0 +1,226 @@
+#include "lsq/stages/observation_table.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "text/text_writer.h"
+
+namespace vorn {
+namespace {
+
+constexpr auto kBatch = static_cast<std::size_t>(kBatchPoints);
+
+std::size_t number_of(const ObjectPoint& point) {
+  return static_cast<std::size_t>(point.index / 3);
+}
+
+}  // namespace
+
+// ---- set-up ------------------------------------------------------------------------------------
+
+// Sorts the observations by the batches of their object points, by counting; within a batch the
+// order of the images stays.
+class ObservationTable::Sorter {
+ public:
+  Sorter(ObservationTable& table, const OwnedList<BundleImage>& images,
+         const OwnedList<ObjectPoint>& object_points)
+      : table_(table),
+        images_(images),
+        object_points_(object_points),
+        ranks_(table.points_.size()),
+        rooms_((table.points_.size() + kBatch - 1) / kBatch + 1) {
+    for (std::size_t rank = 0; rank < ranks_.size(); ++rank) {
+      ranks_[number_of(*table.points_[rank].object_point)] = rank;
+    }
+  }
+
+  void sort(const NormalMatrix& normal) {
+    for_each_image([this](std::int32_t number, const BundleImage& image) { count(number, image); });
+    make_room();
+    for_each_image([this, &normal](std::int32_t number, const BundleImage& image) {
+      place(number, image, normal);
+    });
+  }
+
+ private:
+  // How much a batch holds; later on, where its next entries go.
+  struct Room {
+    std::size_t observations = 0;
+    std::size_t places = 0;
+    std::size_t segments = 0;
+    std::int32_t last_image = -1;
+  };
+
+  template <class Visit>
+  void for_each_image(Visit visit) const {
+    std::int32_t number = 0;
+    for (const BundleImage& image : images_) visit(number++, image);
+  }
+  std::size_t num_places(std::int32_t image) const {
+    return 1 + table_.images_[static_cast<std::size_t>(image)]->blocks().size();
+  }
+
+  void count(std::int32_t number, const BundleImage& image) {
+    for (const ImagePoint& point : image.points) {
+      const ObjectPoint* const object_point = object_point_of(point, object_points_);
+      if (object_point == nullptr) {
+        table_.unresolved_.push_back(&point);
+        continue;
+      }
+      Room& room = rooms_[ranks_[number_of(*object_point)] / kBatch + 1];
+      ++room.observations;
+      room.places += num_places(number);
+      if (std::exchange(room.last_image, number) != number) ++room.segments;
+    }
+  }
+
+  // From the sizes of the batches to their beginnings.
+  void make_room() {
+    for (std::size_t b = 1; b < rooms_.size(); ++b) {
+      table_.num_segments_.push_back(static_cast<std::int32_t>(rooms_[b].segments));
+      rooms_[b].observations += rooms_[b - 1].observations;
+      rooms_[b].places += rooms_[b - 1].places;
+      rooms_[b].segments += rooms_[b - 1].segments;
+      rooms_[b].last_image = -1;
+    }
+    table_.observations_.resize(rooms_.back().observations);
+    table_.places_.resize(rooms_.back().places);
+    table_.segments_.resize(rooms_.back().segments);
+  }
+
+  void place(std::int32_t number, const BundleImage& image, const NormalMatrix& normal) {
+    const std::vector<std::int32_t>& blocks =
+        table_.images_[static_cast<std::size_t>(number)]->blocks();
+    for (const ImagePoint& point : image.points) {
+      const ObjectPoint* const object_point = object_point_of(point, object_points_);
+      if (object_point == nullptr) continue;
+      const std::size_t rank = ranks_[number_of(*object_point)];
+      Room& room = rooms_[rank / kBatch];
+      if (std::exchange(room.last_image, number) != number) {
+        table_.segments_[room.segments++] = {number, 0};
+      }
+      ++table_.segments_[room.segments - 1].count;
+      table_.observations_[room.observations++] = observation_of(point, *image.camera);
+      table_.places_[room.places++] = static_cast<std::int32_t>(rank % kBatch);
+      for (const std::int32_t block : blocks) {
+        table_.places_[room.places++] = normal.coupling_start(object_point->index / 3, block);
+      }
+    }
+  }
+
+  ObservationTable& table_;
+  const OwnedList<BundleImage>& images_;
+  const OwnedList<ObjectPoint>& object_points_;
+  std::vector<std::size_t> ranks_;  // of the object points in the order of the normal matrix
+  std::vector<Room> rooms_;         // of all batches
+};
+
+void ObservationTable::set_up(const OwnedList<BundleImage>& images,
+                              const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal) {
+  *this = {};
+  for (const BundleImage& image : images) {
+    images_.push_back(std::make_unique<PointEquations>(image, normal));
+  }
+  std::vector<const ObjectPoint*> by_number(static_cast<std::size_t>(normal.num_points()));
+  for (const ObjectPoint& point : object_points) by_number[number_of(point)] = &point;
+  points_.reserve(by_number.size());
+  for (const std::int32_t number : normal.point_order()) {
+    points_.push_back({by_number[static_cast<std::size_t>(number)], normal.point_rows(number)});
+  }
+  Sorter(*this, images, object_points).sort(normal);
+}
+
+// ---- adding up ---------------------------------------------------------------------------------
+
+void ObservationTable::load(std::span<const Point> points, Batch& batch, const Vector& rhs) {
+  batch.points = points.data();
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    batch.xyz[k] = points[k].object_point->xyz;
+    batch.index[k] = points[k].object_point->index;
+    __builtin_prefetch(rhs.data() + batch.index[k], 1);
+  }
+}
+
+bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count) {
+  normal.zero_reduced();
+  for (const auto& image : images_) image->start();
+  Batch batch;
+  Next next{observations_.data(), places_.data()};
+  const Segment* segment = segments_.data();
+  std::size_t first = 0;
+  for (const std::int32_t num_segments : num_segments_) {
+    const auto points_from = [this](std::size_t from) {
+      from = std::min(from, points_.size());
+      return std::span(points_).subspan(from, std::min(kBatch, points_.size() - from));
+    };
+    const std::span<const Point> points = points_from(first);
+    // Object points lie far apart: those of the next batch are asked for.
+    for (const Point& later : points_from(first + kBatch)) {
+      __builtin_prefetch(&later.object_point->index);
+      __builtin_prefetch(&later.object_point->xyz);
+      __builtin_prefetch(&later.object_point->xyz[2]);
+    }
+    load(points, batch, rhs);
+    normal.zero_points(static_cast<std::int32_t>(first), static_cast<std::int32_t>(points.size()));
+    first += points.size();
+    for (const Segment* const end = segment + num_segments; segment != end; ++segment) {
+      const bool packed = images_[static_cast<std::size_t>(segment->image)]->takes_packs();
+      if (!(packed ? add_packed(*segment, batch, next, rhs) : add(*segment, batch, next, rhs))) {
+        return false;
+      }
+    }
+  }
+  for (const auto& image : images_) image->finish(rhs, lPl);
+  count += 2 * static_cast<std::int32_t>(observations_.size());
+  for (const ImagePoint* point : unresolved_) {
+    standard_output() << "ATTENTION: Object point " << point->id << " not found.\n";
+  }
+  return true;
+}
+
+ObservationTable::Next ObservationTable::after(const Next& next, const PointEquations& image) {
+  return {next.observation + 1, next.places + 1 + image.blocks().size()};
+}
+
+bool ObservationTable::add(const Segment& segment, const Batch& batch, Next& next, Vector& rhs) {
+  PointEquations& image = *images_[static_cast<std::size_t>(segment.image)];
+  for (std::int32_t left = segment.count; left > 0; --left) {
+    const auto k = static_cast<std::size_t>(*next.places);
+    const EquationTarget target{batch.points[k].rows, next.places + 1, batch.index[k]};
+    // The images print what there is to print, and each message once.
+    if (image.is_singular_at(batch.xyz[k])) return false;
+    if (image.add(*next.observation, batch.xyz[k], target, rhs) != PointEquations::Outcome::added) {
+      return false;
+    }
+    next = after(next, image);
+  }
+  return true;
+}
+
+bool ObservationTable::add_packed(const Segment& segment, const Batch& batch, Next& next,
+                                  Vector& rhs) {
+  PointEquations& image = *images_[static_cast<std::size_t>(segment.image)];
+  PackPair observed;
+  Vec3Of<Pack> object_points;
+  for (std::int32_t left = segment.count; left > 0; left -= packed_.count) {
+    packed_.count = std::min(left, Pack::kSize);
+    for (std::int32_t lane = 0; lane < Pack::kSize; ++lane) {
+      const auto k = static_cast<std::size_t>(*next.places);
+      for (std::size_t i = 0; i < 2; ++i) {
+        observed[i].set(lane, next.observation->xy[i]);
+        packed_.cofactors[i].set(lane, next.observation->cofactors[i]);
+      }
+      for (std::size_t i = 0; i < 3; ++i) object_points[i].set(lane, batch.xyz[k][i]);
+      packed_.targets[lane] = {batch.points[k].rows, next.places + 1, batch.index[k]};
+      // The last point serves the lanes that are left over, too.
+      if (lane < packed_.count - 1) next = after(next, image);
+    }
+    next = after(next, image);
+    if (image.add(observed, object_points, packed_, rhs) != PointEquations::Outcome::added) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace vorn

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "base/owned_list.h"
+#include "lsq/linalg/kernels.h"
+#include "lsq/normal/normal_matrix.h"
+#include "lsq/stages/point_equations.h"
+#include "sensors/bundle_image.h"
+#include "sensors/object_point.h"
+
+namespace vorn {
+
+// The image points of all images in the order in which the normal matrix keeps the object points:
+// batch by batch of points, within a batch image by image. What the points of a batch touch stays
+// in the cache while their observations are added.
+class ObservationTable {
+ public:
+  // Resolves all image points. Every object has its unknown number, and the matrix its structure.
+  void set_up(const OwnedList<BundleImage>& images, const OwnedList<ObjectPoint>& object_points,
+              NormalMatrix& normal);
+  bool is_empty() const { return observations_.empty(); }
+
+  // Clears the normal matrix and adds all observations; `count` grows by 2 per observed point.
+  // Image points without an object point are reported on standard output and passed over. False,
+  // with nothing printed, when the equations of a point cannot be formed, or not silently; what was
+  // added so far is of no use then.
+  bool add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count);
+
+ private:
+  // Observations of one image within a batch.
+  struct Segment {
+    std::int32_t image;
+    std::int32_t count;
+  };
+  struct Point {
+    const ObjectPoint* object_point;
+    NormalMatrix::PointRows rows;
+  };
+  // The object points of the running batch.
+  struct Batch {
+    const Point* points;
+    Vec3 xyz[kBatchPoints];
+    std::int32_t index[kBatchPoints];
+  };
+  // What is to be added next.
+  struct Next {
+    const Observation* observation;
+    const std::int32_t* places;
+  };
+  class Sorter;
+
+  static Next after(const Next& next, const PointEquations& image);
+  static void load(std::span<const Point> points, Batch& batch, const Vector& rhs);
+  bool add(const Segment& segment, const Batch& batch, Next& next, Vector& rhs);
+  bool add_packed(const Segment& segment, const Batch& batch, Next& next, Vector& rhs);
+
+  std::vector<std::unique_ptr<PointEquations>> images_;
+  std::vector<Point> points_;               // in the order of the normal matrix
+  std::vector<std::int32_t> num_segments_;  // of each batch
+  std::vector<Segment> segments_;
+  std::vector<Observation> observations_;
+  // Of each observation: its object point's place in the batch, then where the image's blocks start
+  // within the coupling of the point.
+  std::vector<std::int32_t> places_;
+  std::vector<const ImagePoint*> unresolved_;  // without object point, in the order of the images
+  PackedEquations packed_;
+};
+
+}  // namespace vorn

@@ -1,0 +1,143 @@
+#include "lsq/stages/point_equations.h"
+
+#include <algorithm>
+
+#include "calibration/ap_set.h"
+#include "calibration/corrections.h"
+#include "lsq/ls_params.h"
+#include "sensors/camera.h"
+
+namespace vorn {
+
+namespace {
+
+// The corrections that act on an image's geometry; null where there is none.
+struct Corrections {
+  const AdjObject* pos = nullptr;
+  const AdjObject* att = nullptr;
+};
+
+Corrections corrections_of(const ImageGeometry* geometry) {
+  const auto* const orientation = dynamic_cast<const ExtOrientation*>(geometry);
+  if (orientation == nullptr) return {};
+  Corrections corrections;
+  if (orientation->has_pos_correction()) corrections.pos = orientation->pos_correction();
+  if (orientation->has_att_correction()) corrections.att = orientation->att_correction();
+  return corrections;
+}
+
+std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal) {
+  std::vector<std::int32_t> blocks;
+  for (const AdjObject* object : objects_of(image)) {
+    const std::int32_t block = normal.block_of(object->index);
+    if (blocks.empty() || blocks.back() != block) blocks.push_back(block);
+  }
+  return blocks;
+}
+
+}  // namespace
+
+Observation observation_of(const ImagePoint& point, const Camera& camera) {
+  Observation observation;
+  observation.xy = camera.pixel_to_image({point.x, point.y});
+  const double sigma0 = ls_params().sigma0_apriori;
+  const Pair sdev = camera.sdev_to_image({point.sx, point.sy});
+  for (std::size_t k = 0; k < 2; ++k) {
+    const double ratio = sdev[k] / sigma0;
+    observation.cofactors[k] = ratio * ratio;
+  }
+  return observation;
+}
+
+std::vector<const AdjObject*> objects_of(const BundleImage& image) {
+  std::vector<const AdjObject*> objects = {image.geometry};
+  const auto add = [&objects](const AdjObject* object) {
+    // A correction without coefficients has no unknowns.
+    if (object != nullptr && object->num_params() > 0) objects.push_back(object);
+  };
+  for (const APSet* set : image.camera->ap_sets) add(set);
+  const Corrections corrections = corrections_of(image.geometry);
+  add(corrections.pos);
+  add(corrections.att);
+  return objects;
+}
+
+PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
+    : image_(image),
+      orientation_(dynamic_cast<ExtOrientation*>(image.geometry)),
+      transformation_(dynamic_cast<const DirectLinearTransf*>(image.geometry)),
+      takes_packs_(orientation_ != nullptr &&
+                   std::find(image.camera->ap_sets.begin(), image.camera->ap_sets.end(), nullptr) ==
+                       image.camera->ap_sets.end()),
+      equations_(normal, blocks_of(image, normal)),
+      ap_derivs_(image.camera->ap_sets.size()),
+      cofactors_(2, 2) {
+  cofactors_.zero();
+  // The order of registration, so that unknown numbers ascend from block to block.
+  design_ = {&derivs_.geometry};
+  for (std::size_t i = 0; i < ap_derivs_.size(); ++i) {
+    if (image.camera->ap_sets[i] != nullptr) design_.push_back(&ap_derivs_[i]);
+  }
+  const Corrections corrections = corrections_of(image.geometry);
+  if (corrections.pos != nullptr) design_.push_back(&derivs_.pos);
+  if (corrections.att != nullptr) design_.push_back(&derivs_.att);
+}
+
+PointEquations::Outcome PointEquations::add(const Observation& observation,
+                                            const Vec3& object_point, const EquationTarget& target,
+                                            Vector& rhs) {
+  const Camera& camera = *image_.camera;
+  const Vec3 camera_vector = camera.image_to_camera(observation.xy);
+  const bool derived = orientation_ != nullptr
+                           ? orientation_->find_derivs(camera_vector, object_point, derivs_)
+                           : image_.geometry->get_derivs(camera_vector, object_point, derivs_);
+  if (!derived) return Outcome::not_derivable;
+  camera.get_derivs(camera_vector, ap_derivs_);
+
+  const Pair computed = image_.object_to_image(object_point);
+  const double reduced[2] = {observation.xy[0] - computed[0], observation.xy[1] - computed[1]};
+  cofactors_[0][0] = observation.cofactors[0];
+  cofactors_[1][1] = observation.cofactors[1];
+  const bool added =
+      equations_.add(target, derivs_.point.a, design_, derivs_.b, cofactors_, reduced, rhs);
+  return added ? Outcome::added : Outcome::not_weighable;
+}
+
+PointEquations::Outcome PointEquations::add(const PackPair& observed,
+                                            const Vec3Of<Pack>& object_points,
+                                            PackedEquations& equations, Vector& rhs) {
+  const Camera& camera = *image_.camera;
+  const auto width = static_cast<std::size_t>(equations_.width());
+  if (equations.x.size() < width) {
+    equations.x.resize(width);
+    equations.y.resize(width);
+  }
+  RowPair<Pack> columns{equations.x.data(), equations.y.data()};
+  Vec3Of<Pack> image;
+  if (!orientation_->find_derivs(-camera.c, object_points, columns,
+                                 {equations.point_x, equations.point_y}, image)) {
+    return Outcome::not_derivable;
+  }
+  std::int32_t column = orientation_->num_values();
+  const Vec3Of<Pack> camera_vector = camera.packed_image_to_camera(observed);
+  for (const APSet* set : camera.ap_sets) {
+    set->get_packed_derivs(camera_vector, {columns.x + column, columns.y + column});
+    column += set->num_ap();
+  }
+  orientation_->get_packed_correction_derivs(columns, column);
+
+  const PackPair computed = camera.packed_camera_to_image(image);
+  equations.reduced[0] = observed[0] - computed[0];
+  equations.reduced[1] = observed[1] - computed[1];
+  return equations_.add(equations, rhs) ? Outcome::added : Outcome::not_weighable;
+}
+
+void PointEquations::print_failure(Outcome outcome, const Vec3& object_point) {
+  if (outcome == Outcome::not_weighable) {
+    standard_output() << "ERROR: Decomposition of weight matrix failed.\n";
+  } else if (outcome == Outcome::not_derivable && orientation_ != nullptr) {
+    orientation_->get_derivs({0.0, 0.0, -image_.camera->c}, object_point, derivs_);
+  }
+}
+
+}  // namespace vorn
