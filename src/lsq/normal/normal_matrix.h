@@ -38,8 +38,7 @@ class NormalMatrix {
 
   // How the matrix is factorised: by elimination of the points, with the reduced part in an order
   // that keeps it sparse; the same in the order of the unknowns, for those who want to see the
-  // factor; or by the dense routines, element by element in the prescribed order, for small
-  // systems.
+  // factor; or by the dense routines, element by element and row by row, for small systems.
   enum class Method { eliminate, eliminate_in_order, dense };
 
   // Takes memory for a structure, with all elements zero. False when the matrix does not fit the

@@ -202,7 +202,8 @@ int choose_solver(BundleProject& project, TextWriter& report) {
            << " unknowns do not fit the address space.\n";
     return -1;
   }
-  // Small systems keep the prescribed order of operations also in the sums.
+  // Small systems are summed image point by image point: a condition of great weight (a free
+  // quaternion's) makes the first iterations depend on the order of the sums.
   if (project.normal.method() != NormalMatrix::Method::dense) {
     project.observations.set_up(project.images, project.object_points, project.normal);
   }
