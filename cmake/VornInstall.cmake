@@ -42,8 +42,26 @@ if(TARGET vorn_command AND NOT WIN32)
   install(FILES "${PROJECT_SOURCE_DIR}/packaging/vorn.bash-completion"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME vorn)
 endif()
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${CMAKE_INSTALL_DOCDIR}"
-  PATTERN "__pycache__" EXCLUDE)
+
+# Documents keep the layout of the repository, so that their links hold; the header alone lies
+# elsewhere, seen from the documents that link to it.
+install(FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES "${PROJECT_SOURCE_DIR}/bench/README.md" DESTINATION "${CMAKE_INSTALL_DOCDIR}/bench")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}" PATTERN "__pycache__" EXCLUDE)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR
+  BASE_DIRECTORY "${CMAKE_INSTALL_FULL_DOCDIR}" OUTPUT_VARIABLE vorn_include_from_doc)
+install(CODE "
+  set(vorn_doc_dir \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
+  set(vorn_include_from_doc \"${vorn_include_from_doc}\")")
+install(CODE [[
+  foreach(page IN ITEMS README.md docs/hosting.md)
+    file(READ "${vorn_doc_dir}/${page}" text)
+    string(REPLACE "](include/" "](${vorn_include_from_doc}/" text "${text}")
+    string(REPLACE "](../include/" "](../${vorn_include_from_doc}/" text "${text}")
+    file(WRITE "${vorn_doc_dir}/${page}" "${text}")
+  endforeach()]])
 
 set(CPACK_PACKAGE_NAME vorn)
 # Whoever gives packages to others sets a name and an address that answers.
@@ -58,7 +76,8 @@ aerial blocks, close-range projects and line-camera strips together with
 additional parameters of the cameras and drifts of position and attitude.
 Input, report and results are plain text.
 .
-This package holds the command, the library with its header, and examples.")
+This package holds the command, the library with its header, documents and
+examples.")
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
 if(WIN32)
