@@ -31,6 +31,7 @@ const std::vector<std::pair<std::string, std::string>> kKnots = {
     {"sensors", "lsq/stages/point_equations.h"},  // an image and its equations
     {"lsq/stages", "driver/bundle_project.h"},    // operations of the project
     {"report", "driver/bundle_project.h"},        // likewise
+    {"quality", "driver/bundle_project.h"},       // what is judged is the project
 };
 
 std::ptrdiff_t index_of(const auto& value, const auto& list) {
