@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
     std::fputs("usage: run_project PROJECT.ctl\n", stderr);
     return 2;
   }
-  const vorn::RunSummary summary = vorn::run_project(argv[1], false);
+  const vorn::RunSummary summary = vorn::run_project({.path = argv[1]});
   vorn::flush_console();
   const vorn::RunTimes& times = summary.times;
   const double total = times.read + times.initialise + times.iterate + times.write;

@@ -1,10 +1,11 @@
 // The control file: pairs of a keyword and the name of a data file.
 
+#include "driver/control_file.h"
+
 #include <string>
 #include <string_view>
 
 #include "driver/bundle_project.h"
-#include "driver/keywords.h"
 #include "geometry/eo_file.h"
 #include "lsq/ls_params.h"
 #include "text/file_system.h"
@@ -81,6 +82,8 @@ const DataFileReader* find_reader(Keyword keyword) {
 }
 
 }  // namespace
+
+bool is_data_file_keyword(Keyword keyword) { return find_reader(keyword) != nullptr; }
 
 int BundleProject::read_control_file(TokenReader& in) {
   // A keyword without a reader leaves the status as the data file before it left it.

@@ -10,7 +10,7 @@ int32_t VornScanBundle(const char* path, int32_t flag) {
   if (path == nullptr) return 0;
   int32_t result = 0;
   try {
-    result = vorn::run_project(path, flag != 0).result;
+    result = vorn::run_project({.path = path, .with_cameras = flag != 0}).result;
   } catch (...) {
     // Memory ran out. The host must not see an exception.
     vorn::print_out_of_memory();

@@ -35,7 +35,7 @@ struct Options {
   // a failure keep their new values.
   int read_options(TokenReader& in);
   // The same in silence: false, with the message in `failure`.
-  bool read_fields(TokenReader& in, std::string_view& failure);
+  [[nodiscard]] bool read_fields(TokenReader& in, std::string_view& failure);
   // Writes the report block.
   void print_options(TextWriter& out) const;
 };

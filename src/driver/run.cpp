@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "driver/bundle_project.h"
+#include "driver/output_guard.h"
 #include "lsq/ls_params.h"
 #include "text/file_system.h"
 
@@ -28,15 +29,11 @@ struct OutputStreams {
     gcpres.open(names.gcpres);
     chp.open(names.chp);
   }
-};
-
-// A run would destroy a control file that is one of its own outputs.
-bool would_overwrite(const std::string& path, const OutputNames& names, bool with_cameras) {
-  for (const std::string& name : names.opened(with_cameras)) {
-    if (name == path || same_file(name, path)) return true;
+  // In reverse order of opening.
+  void close() {
+    for (TextWriter* stream : {&chp, &gcpres, &apset, &res, &ocs, &ext, &report}) stream->close();
   }
-  return false;
-}
+};
 
 void write_camera_file(const BundleProject& project, const std::string& name) {
   TextWriter cam;
@@ -99,16 +96,16 @@ int adjust(BundleProject& project, TokenReader& control_file, const std::string&
 
 }  // namespace
 
-RunSummary run_project(const std::string& path, bool with_cameras,
-                       const std::function<void(const BundleProject&)>& inspect) {
+RunSummary run_project(const RunRequest& request) {
   RunSummary summary;
-  const FileKind kind = file_kind(path);
-  if (path.empty() || kind == FileKind::missing || kind == FileKind::directory) return summary;
+  const FileKind kind = file_kind(request.path);
+  if (request.path.empty() || kind == FileKind::missing || kind == FileKind::directory)
+    return summary;
 
-  const std::string full_path = absolute_path(path);
+  const std::string full_path = absolute_path(request.path);
   const PathParts parts = split_path(full_path);
   summary.files = output_names(parts);
-  if (would_overwrite(full_path, summary.files, with_cameras)) return summary;
+  if (is_own_output(full_path, summary.files, request.with_cameras)) return summary;
   const std::string directory = parts.drive + parts.directory;
   change_directory(directory);
 
@@ -126,13 +123,14 @@ RunSummary run_project(const std::string& path, bool with_cameras,
     return summary;
   }
   StopWatch watch;
-  write_sections(project, streams, summary.files, with_cameras);
+  write_sections(project, streams, summary.files, request.with_cameras);
+  streams.close();
   summary.times.write = watch.lap();
   summary.result = 1;
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;
   summary.iterations = project.num_iterations;
-  if (inspect) inspect(project);
+  if (request.inspect) request.inspect(project);
   return summary;
 }
 

@@ -29,11 +29,18 @@ struct RunSummary {
   RunTimes times;
 };
 
-// Runs the project of a control file from reading to the last report line. `with_cameras` asks for
-// the camera result file. `inspect`, where given, sees the project after a completed adjustment,
-// just before it is destroyed. Throws when memory runs out.
-RunSummary run_project(const std::string& path, bool with_cameras,
-                       const std::function<void(const BundleProject&)>& inspect = {});
+// What is to be run, and who listens.
+struct RunRequest {
+  std::string path;           // control file
+  bool with_cameras = false;  // also write the camera result file
+  // Where given, sees the project after a completed adjustment, when all files are written and
+  // closed, just before it is destroyed.
+  std::function<void(const BundleProject&)> inspect = nullptr;
+};
+
+// Runs the project of a control file from reading to the last report line. Throws std::bad_alloc
+// when memory runs out.
+RunSummary run_project(const RunRequest& request);
 // What there is to say when it has thrown, on standard output. Takes no memory.
 void print_out_of_memory();
 

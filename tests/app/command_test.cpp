@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "support/project_test.h"
 
@@ -39,8 +40,8 @@ TEST_F(Command, TellsUsage) {
     EXPECT_EQ(run(help), 0);
     EXPECT_THAT(output_, HasSubstr("Usage")) << help;
   }
-  for (const char* wrong : {"", "adjust", "p.ctl", "adjust a b", "adjust --nonsense a", "grid",
-                            "list --cameras p.ctl"}) {
+  for (const char* wrong : {"", "adjust", "ajust", "ajust p.ctl", "adjust a b",
+                            "adjust --nonsense a", "grid", "list --cameras p.ctl"}) {
     EXPECT_EQ(run(wrong), 2) << wrong;
     EXPECT_EQ(output_, "") << wrong;
     EXPECT_NE(errors_, "") << wrong;
@@ -59,6 +60,8 @@ TEST_F(Command, AdjustsAndSummarises) {
   EXPECT_THAT(errors_, HasSubstr("project.cam"));
   EXPECT_TRUE(dir_.has("project.cam"));
 
+  EXPECT_EQ(run("project.ctl"), 0) << "adjusting needs no command";
+  EXPECT_THAT(errors_, HasSubstr("sigma 0"));
   EXPECT_EQ(run("grid project.ctl"), 0);
   EXPECT_THAT(output_, HasSubstr("total distortion:\n"));
   EXPECT_EQ(run("list project.ctl"), 0);
@@ -72,6 +75,12 @@ TEST_F(Command, AdjustsAndSummarises) {
 
 TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
   for (const char* path : {"missing.ctl", "."}) EXPECT_EQ(run("adjust " + std::string(path)), 1);
+  for (const char* data : {"camera.txt", "lspar.txt", "eo.txt", "crds.txt", "ap.txt"}) {
+    ASSERT_TRUE(dir_.has(data));
+    EXPECT_EQ(run(data), 1);
+    EXPECT_THAT(errors_, HasSubstr("no control file"));
+    EXPECT_FALSE(dir_.has(std::filesystem::path(data).replace_extension("out").string()));
+  }
   dir_.write("p.ext", "precious");
   dir_.write("p.cam", "precious");
   dir_.write("o.txt", "0 0 0 0 0 0 0 0 0 0 0 0 5 5 none none ./points.txt none");

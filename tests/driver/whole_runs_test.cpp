@@ -46,18 +46,18 @@ TEST_P(WholeProject, WritesWhatIsExpected) {
   // Listings that no stage of a run prints.
   ls_params() = LSParams();
   test::captured_output([&] {
-    run_project(dir.path("project.ctl"), false, [&](const BundleProject& project) {
-      TextWriter out;
-      EXPECT_TRUE(out.open(dir.path("lists")));
-      for (const APSet& set : project.ap_sets) {
-        set.print_grid_effects(out, project.options, project.cameras);
-      }
-      for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
-        project.unknowns[i].print_results(out);
-        project.unknowns[i].print_significance(out);
-      }
-      out.close();
-    });
+    run_project({.path = dir.path("project.ctl"), .inspect = [&](const BundleProject& project) {
+                   TextWriter out;
+                   EXPECT_TRUE(out.open(dir.path("lists")));
+                   for (const APSet& set : project.ap_sets) {
+                     set.print_grid_effects(out, project.options, project.cameras);
+                   }
+                   for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
+                     project.unknowns[i].print_results(out);
+                     project.unknowns[i].print_significance(out);
+                   }
+                   out.close();
+                 }});
   });
   EXPECT_GE(expected.size(), 10U);
   for (const auto& [name, text] : expected) {
@@ -144,9 +144,10 @@ void expect_truth_and_noise(SyntheticSpec spec) {
   ls_params() = LSParams();
   RunSummary summary;
   const std::string output = test::captured_output([&] {
-    summary = run_project(dir.path("project.ctl"), false, [&](const BundleProject& project) {
-      expect_true_parameters(project, synthetic);
-    });
+    summary =
+        run_project({.path = dir.path("project.ctl"), .inspect = [&](const BundleProject& project) {
+                       expect_true_parameters(project, synthetic);
+                     }});
   });
   ASSERT_EQ(summary.result, 1) << output << dir.read("project.out");
   EXPECT_LT(summary.iterations, 20);

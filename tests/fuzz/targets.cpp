@@ -263,7 +263,8 @@ bool fuzz_project(std::string_view input) {
   }
   for (const auto& [name, text] : files) scratch.write(name, text);
   const std::filesystem::path before = std::filesystem::current_path();
-  const RunSummary summary = run_project(scratch.path("project.ctl"), true, inspect);
+  const RunSummary summary =
+      run_project({.path = scratch.path("project.ctl"), .with_cameras = true, .inspect = inspect});
   require(summary.result == 0 || summary.result == 1, "a run gives 0 or 1");
   require(summary.started, "a control file that exists is read");
   std::filesystem::current_path(before);

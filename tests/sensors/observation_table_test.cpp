@@ -86,12 +86,12 @@ class ObservationTableTest : public test::ProjectTest, public testing::WithParam
   template <class Check>
   void after_run(Check check) {
     bool checked = false;
-    run_project(control_file_, false, [&](const BundleProject& project) {
-      ASSERT_FALSE(project.observations.is_empty());
-      // The project itself is not constant.
-      check(const_cast<BundleProject&>(project));
-      checked = true;
-    });
+    run_project({.path = control_file_, .inspect = [&](const BundleProject& project) {
+                   ASSERT_FALSE(project.observations.is_empty());
+                   // The project itself is not constant.
+                   check(const_cast<BundleProject&>(project));
+                   checked = true;
+                 }});
     EXPECT_TRUE(checked) << dir_.read("project.out");
   }
 };
