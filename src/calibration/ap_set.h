@@ -9,7 +9,7 @@
 #include "base/owned_list.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
-#include "lsq/normal/observation_group.h"
+#include "lsq/normal/design_block.h"
 #include "sensors/camera.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"

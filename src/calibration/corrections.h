@@ -7,7 +7,7 @@
 #include "base/owned_list.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
-#include "lsq/normal/observation_group.h"
+#include "lsq/normal/design_block.h"
 #include "text/token_reader.h"
 
 namespace vorn {

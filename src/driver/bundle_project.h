@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "base/owned_list.h"
 #include "calibration/ap_set.h"
@@ -10,8 +11,10 @@
 #include "geometry/image_geometry.h"
 #include "lsq/adj_interface.h"
 #include "lsq/adj_object_list.h"
+#include "lsq/adjustment_settings.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/stages/observation_table.h"
+#include "lsq/stages/statistics.h"
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
 #include "sensors/object_point.h"
@@ -68,6 +71,7 @@ class BundleProject {
   void clear();
 
   Options options;
+  AdjustmentSettings settings;
   OwnedList<BundleImage> images;
   OwnedList<Camera> cameras;
   OwnedList<ObjectPoint> object_points;
@@ -92,6 +96,9 @@ class BundleProject {
   double sigma0 = 0.0;  // a posteriori [m]
   std::int32_t redundancy = 0;
   std::int32_t num_iterations = 0;  // of the last iteration loop
+  bool converged = false;           // whether it ended within all limits
+  // What each iteration came to; the last one may have failed half-way.
+  std::vector<IterationStatistics> iterations;
   std::unique_ptr<AdjInterface> solver;
 };
 

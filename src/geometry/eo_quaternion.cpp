@@ -4,7 +4,7 @@
 
 #include "geometry/rotations.h"
 #include "lsq/ls_params.h"
-#include "lsq/normal/normal_matrix.h"
+#include "lsq/normal/observation_group.h"
 
 namespace vorn {
 
@@ -48,16 +48,16 @@ void EOQuaternion::add_constraints(NormalMatrix& normal, Vector& rhs, double& lP
   block.index = index;
   block.a.resize(1, num_values());
   block.a.zero();
-  Vector reduced(1);
-  reduced[0] = 1;
+  Vector misclosure(1);
+  misclosure[0] = 1;
   for (std::int32_t k = 0; k < 4; ++k) {
     const double q_k = q[static_cast<std::size_t>(k)];
     block.a[0][3 + k] = 2 * q_k;
-    reduced[0] -= q_k * q_k;
+    misclosure[0] -= q_k * q_k;
   }
   Vector weight(1);
   weight[0] = ls_params().weight_constraints;
-  add_weighted_observations({&block}, weight, reduced, normal, rhs, lPl);
+  add_weighted_observations({&block}, weight, misclosure, normal, rhs, lPl);
 }
 
 }  // namespace vorn

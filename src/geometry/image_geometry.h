@@ -6,7 +6,7 @@
 
 #include "geometry/vec3.h"
 #include "lsq/adj_object.h"
-#include "lsq/normal/observation_group.h"
+#include "lsq/normal/design_block.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 

@@ -5,6 +5,7 @@
 
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
+#include "lsq/stages/observation_equations.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -112,11 +113,12 @@ void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& o
     r.image_point = &point;
     r.object_point = object_point_of(point, object_points);
     if (r.object_point == nullptr) continue;
-    const Pair computed = image.object_to_image(r.object_point->xyz);
     const Pair measured = camera.pixel_to_image({point.x, point.y});
     const Pair sdev = camera.sdev_to_image({point.sx, point.sy});
-    r.vx = computed[0] - measured[0];
-    r.vy = computed[1] - measured[1];
+    const Pair l = misclosure_of(measured, image.object_to_image(r.object_point->xyz));
+    // From 0, so that no residual is a negative zero.
+    r.vx = 0.0 - l[0];
+    r.vy = 0.0 - l[1];
     r.px = (sigma0 / sdev[0]) * (sigma0 / sdev[0]);
     r.py = (sigma0 / sdev[1]) * (sigma0 / sdev[1]);
   }

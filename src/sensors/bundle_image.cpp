@@ -1,10 +1,7 @@
 #include "sensors/bundle_image.h"
 
 #include <utility>
-#include <vector>
 
-#include "lsq/stages/point_equations.h"
-#include "sensors/object_point.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -21,46 +18,6 @@ int BundleImage::image_to_object() const {
 }
 
 bool BundleImage::calc_approx_geometry() const { return geometry->calc_approx(); }
-
-void BundleImage::add_structure(const OwnedList<ObjectPoint>& object_points,
-                                NormalStructure& structure) const {
-  std::vector<std::int32_t> blocks;
-  for (const AdjObject* object : objects_of(*this)) {
-    blocks.push_back(structure.block_of(object->index));
-  }
-  structure.add_group(std::move(blocks));
-  for (const ImagePoint& point : points) {
-    const ObjectPoint* const object_point = object_point_of(point, object_points);
-    if (object_point != nullptr) structure.add_ray(object_point->index / 3);
-  }
-}
-
-int BundleImage::add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
-                                  Vector& rhs, double& lPl, std::int32_t& count) const {
-  PointEquations equations(*this, normal);
-  std::vector<std::int32_t> starts(equations.blocks().size());
-  for (const ImagePoint& point : points) {
-    const ObjectPoint* const object_point = object_point_of(point, object_points);
-    if (object_point == nullptr) {
-      standard_output() << "ATTENTION: Object point " << point.id << " not found.\n";
-      continue;
-    }
-    const std::int32_t number = object_point->index / 3;
-    for (std::size_t k = 0; k < starts.size(); ++k) {
-      starts[k] = normal.coupling_start(number, equations.blocks()[k]);
-    }
-    const EquationTarget target{normal.point_rows(number), starts.data(), object_point->index};
-    const PointEquations::Outcome outcome =
-        equations.add(observation_of(point, *camera), object_point->xyz, target, rhs);
-    if (outcome != PointEquations::Outcome::added) {
-      equations.print_failure(outcome, object_point->xyz);
-      return -1;
-    }
-    count += 2;
-  }
-  equations.finish(rhs, lPl);
-  return 1;
-}
 
 bool BundleImage::remove_point(std::string_view point_id) {
   const std::int32_t slot = points.slot_of(point_id);

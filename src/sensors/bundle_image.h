@@ -7,15 +7,15 @@
 
 #include "base/owned_list.h"
 #include "geometry/image_geometry.h"
-#include "lsq/normal/normal_matrix.h"
-#include "lsq/normal/normal_structure.h"
 #include "sensors/camera.h"
 #include "sensors/image_point.h"
 #include "text/token_reader.h"
 
 namespace vorn {
 
+class NormalMatrix;
 class ObjectPoint;
+class Vector;
 
 // One photograph: binds an image geometry to a camera and holds the points measured in it.
 class BundleImage {
@@ -34,14 +34,9 @@ class BundleImage {
   // Adds the observation equations of all points. Points without an object point are reported on
   // standard output and passed over; `count` grows by 2 per point. 1, or -1 with a message on
   // standard output when the equations of a point cannot be formed. Large projects add the same
-  // equations in another order: see ObservationTable.
+  // equations in another order: see ObservationTable (lsq/stages/image_observations.cpp).
   virtual int add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
                                Vector& rhs, double& lPl, std::int32_t& count) const;  // 5
-
-  // Adds the image's share to the structure of the normal equations: a group of the blocks that its
-  // observations touch, with a ray to each object point. Every object has its unknown number by
-  // then.
-  void add_structure(const OwnedList<ObjectPoint>& object_points, NormalStructure& structure) const;
 
   bool has_point(std::string_view point_id) const { return points.find(point_id) != nullptr; }
   std::int32_t index_of_point(std::string_view point_id) const { return points.slot_of(point_id); }

@@ -8,6 +8,7 @@
 #include "base/cpu_clock.h"
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
+#include "lsq/stages/observation_equations.h"
 
 namespace vorn {
 namespace {
@@ -52,9 +53,9 @@ int prepare_data(BundleProject& project, TextWriter& report) {
     report << "ERROR: Check of object point approximations failed.\n";
     return -1;
   }
-  TextWriter* const ray_protocol = options.print_check_rays ? &report : nullptr;
-  project.check_rays_per_point(ray_protocol);
-  project.check_rays_per_image(ray_protocol);
+  TextWriter* const ray_trace = options.print_check_rays ? &report : nullptr;
+  project.check_rays_per_point(ray_trace);
+  project.check_rays_per_image(ray_trace);
   for (ImageGeometry& geometry : project.image_geometries) geometry.update();
   if (project.intersect_approximations(options.print_intersection ? &report : nullptr,
                                        options.debug_intersection) != 1) {
@@ -133,20 +134,16 @@ void print_defined_data(const BundleProject& project, TextWriter& report) {
 void report_counts(BundleProject& project, TextWriter& report) {
   std::int32_t image_points = 0;
   for (const BundleImage& image : project.images) image_points += image.count_points();
-  const std::int32_t observations = 2 * image_points;
   const AdjObjectList& unknowns = project.unknowns;
-  const AdjObjectList::Counts all = {unknowns.num_unknowns(),
-                                     unknowns.count_state(ParamState::observed),
-                                     unknowns.count_state(ParamState::eliminated)};
-  const std::int32_t constraints = unknowns.num_constraints();
-  project.redundancy = constraints - all.total + all.eliminated + all.observed + observations;
+  const Redundancy counts = redundancy_of(unknowns, 2 * image_points);
+  project.redundancy = counts.value();
 
   print_defined_data(project, report);
   report << "Number of observations, unknowns and redundancy\n"
             "-----------------------------------------------\n"
             "Observations:\n";
-  print_count(report, "   BundleImage point coordinates      :  ", observations);
-  print_count(report, "   Total number of observations :  ", observations);
+  print_count(report, "   BundleImage point coordinates      :  ", counts.observations);
+  print_count(report, "   Total number of observations :  ", counts.observations);
   report << "\nUnknowns:                           total        thereof\n"
             "                                              obs.     eli.\n";
   print_group(report, "   Object point coordinates     :  ", unknowns.count_group<ObjectPoint>());
@@ -154,9 +151,10 @@ void report_counts(BundleProject& project, TextWriter& report) {
   print_group(report, "   Additional parameters        :  ", unknowns.count_group<APSet>());
   print_group(report, "   Position corrections         :  ", unknowns.count_group<PosCorrection>());
   print_group(report, "   Attitude corrections         :  ", unknowns.count_group<AttCorrection>());
-  print_group(report, "   Total number of unknowns     :  ", all);
+  print_group(report, "   Total number of unknowns     :  ",
+              {counts.unknowns, counts.observed, counts.eliminated});
   report << '\n';
-  print_count(report, "Constraints                     :  ", constraints);
+  print_count(report, "Constraints                     :  ", counts.constraints);
   report << '\n';
   print_count(report, "Redundancy                      :  ", project.redundancy);
   report << '\n';
@@ -174,8 +172,9 @@ NormalStructure find_structure(BundleProject& project) {
     image_points += static_cast<std::size_t>(image.count_points());
   }
   structure.reserve_rays(image_points);
-  for (const BundleImage& image : project.images)
-    image.add_structure(project.object_points, structure);
+  for (const BundleImage& image : project.images) {
+    add_structure(image, project.object_points, structure);
+  }
   structure.merge_blocks();
   return structure;
 }

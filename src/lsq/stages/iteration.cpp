@@ -6,8 +6,8 @@
 
 #include "base/cpu_clock.h"
 #include "driver/bundle_project.h"
-#include "geometry/ext_orientation.h"
 #include "lsq/ls_params.h"
+#include "lsq/stages/statistics.h"
 
 namespace vorn {
 namespace {
@@ -20,20 +20,6 @@ constexpr NumberFormat kChange = scientific(3, 10);
 constexpr NumberFormat kApv = scientific(1, 6);
 constexpr NumberFormat kDumped = scientific(12);
 constexpr double kMicrometresPerMetre = 1e6;
-constexpr std::int32_t kNumCentreParams = 3;
-
-// Mean of absolute corrections; -1 when none was counted.
-struct MeanChange {
-  double sum = 0.0;
-  std::int32_t count = 0;
-
-  void add(const AdjObject& object, std::int32_t k, const Vector& corrections) {
-    if (object.param(k).state == ParamState::eliminated) return;
-    sum += std::fabs(corrections[object.index + k]);
-    ++count;
-  }
-  double mean() const { return count > 0 ? sum / count : -1.0; }
-};
 
 void clear_sums(BundleProject& project, std::int32_t& count) {
   project.rhs.zero();
@@ -124,7 +110,7 @@ void list_all_corrections(const BundleProject& project, TextWriter& report) {
   }
 }
 
-void print_mean_change(TextWriter& report, std::string_view label, const MeanChange& change,
+void print_mean_change(TextWriter& report, std::string_view label, const GroupChange& change,
                        std::string_view unit) {
   report << label;
   // Negated, so that a mean that is not a number counts as none.
@@ -135,58 +121,42 @@ void print_mean_change(TextWriter& report, std::string_view label, const MeanCha
   }
 }
 
-void print_mean_changes(const BundleProject& project, TextWriter& report) {
-  const Vector& x = project.solution;
-  MeanChange points;
-  MeanChange centres;
-  MeanChange rotations;
-  MeanChange geometries;
-  project.unknowns.for_each<ObjectPoint>(
-      [&](const ObjectPoint& point) { point.sum_abs_corrections(x, points.sum, points.count); });
-  project.unknowns.for_each<ExtOrientation>([&](const ExtOrientation& orientation) {
-    for (std::int32_t k = 0; k < orientation.num_values(); ++k) {
-      (k < kNumCentreParams ? centres : rotations).add(orientation, k, x);
-    }
-  });
-  // Orientations are geometries too: their parameters count a second time.
-  project.unknowns.for_each<ImageGeometry>([&](const ImageGeometry& geometry) {
-    geometry.sum_abs_corrections(x, geometries.sum, geometries.count);
-  });
+void print_mean_changes(const IterationStatistics& statistics, TextWriter& report) {
   report << "Average change of unknown parameters\n";
-  print_mean_change(report, " - object point coords.             :  ", points, " m\n");
-  print_mean_change(report, " - perspective centre coords.       :  ", centres, " m\n");
-  print_mean_change(report, " - rotation parameters              :  ", rotations, "\n");
-  print_mean_change(report, " - geometry parameters              :  ", geometries, "\n");
+  print_mean_change(report, " - object point coords.             :  ", statistics.points, " m\n");
+  print_mean_change(report, " - perspective centre coords.       :  ", statistics.centres, " m\n");
+  print_mean_change(report, " - rotation parameters              :  ", statistics.rotations, "\n");
+  print_mean_change(report, " - geometry parameters              :  ", statistics.geometries, "\n");
 }
 
-// Redundancy and sigma 0 of the iteration, and their report. 1, or -1 for a negative redundancy.
-int print_statistics(BundleProject& project, TextWriter& report, std::int32_t observations) {
-  const AdjObjectList& unknowns = project.unknowns;
-  const std::int32_t total = unknowns.num_unknowns();
-  const std::int32_t observed = unknowns.count_state(ParamState::observed);
-  const std::int32_t eliminated = unknowns.count_state(ParamState::eliminated);
-  const std::int32_t constraints = unknowns.num_constraints();
-  project.redundancy = constraints - total + eliminated + observed + observations;
-  if (project.redundancy < 0) {
-    report << "*** ERROR: Negative redundancy.\n";
-    return -1;
-  }
-  project.sigma0 = project.redundancy > 0 ? std::sqrt(project.vtpv / project.redundancy) : 0.0;
-  report << "Number of observations  :  " << observations << '\n'
-         << "Number of unknowns      :  " << total << " (thereof: " << observed << " obs. "
-         << eliminated << " elim.)\n"
-         << "Number of constraints   :  " << constraints << '\n'
-         << "Redundancy              :  " << project.redundancy << '\n'
-         << "vtpv                    :  " << kVtpv(project.vtpv) << '\n'
+void print_statistics(const IterationStatistics& statistics, TextWriter& report) {
+  const Redundancy& counts = statistics.counts;
+  report << "Number of observations  :  " << counts.observations << '\n'
+         << "Number of unknowns      :  " << counts.unknowns << " (thereof: " << counts.observed
+         << " obs. " << counts.eliminated << " elim.)\n"
+         << "Number of constraints   :  " << counts.constraints << '\n'
+         << "Redundancy              :  " << counts.value() << '\n'
+         << "vtpv                    :  " << kVtpv(statistics.vtpv) << '\n'
          << "Sigma 0 a posteriori    :  ";
-  if (project.sigma0 == 0.0) {
+  if (statistics.sigma0 == 0.0) {
     report << "undefined, no redundancy!\n";
   } else {
-    report << kSigma0(project.sigma0 * kMicrometresPerMetre) << " um\n";
+    report << kSigma0(statistics.sigma0 * kMicrometresPerMetre) << " um\n";
   }
   report << '\n';
   report.flush();
-  return 1;
+}
+
+// Redundancy and sigma 0 of the iteration. False when the redundancy is negative.
+bool find_statistics(BundleProject& project, std::int32_t observations,
+                     IterationStatistics& statistics) {
+  statistics.counts = redundancy_of(project.unknowns, observations);
+  statistics.vtpv = project.vtpv;
+  project.redundancy = statistics.counts.value();
+  if (project.redundancy < 0) return false;
+  project.sigma0 = project.redundancy > 0 ? std::sqrt(project.vtpv / project.redundancy) : 0.0;
+  statistics.sigma0 = project.sigma0;
+  return true;
 }
 
 void apply_corrections(BundleProject& project) {
@@ -194,38 +164,49 @@ void apply_corrections(BundleProject& project) {
   for (ImageGeometry& geometry : project.image_geometries) geometry.update();
 }
 
-// Whether every object is within its limits; the first that is not is named on standard output.
-bool has_converged(const BundleProject& project) {
+// Looks for the first parameter that is beyond its limit.
+void check_convergence(const BundleProject& project, IterationStatistics& statistics) {
   const AdjObjectList& unknowns = project.unknowns;
   for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
-    const AdjObject& object = unknowns[i];
-    const std::int32_t failed = object.check_convergence(project.solution);
+    const std::int32_t failed = unknowns[i].check_convergence(project.solution);
     if (failed == -1) continue;
-    standard_output() << "Convergence check failed at\n"
-                      << "  ID        : " << object.id << '\n'
-                      << "  Type      : " << object.get_type_name() << '\n'
-                      << "  Parameter : " << object.get_param_name(failed) << "\n\n";
-    return false;
+    statistics.open_object = &unknowns[i];
+    statistics.open_param = failed;
+    return;
   }
-  return true;
+}
+
+void print_open_parameter(const AdjObject& object, std::int32_t param) {
+  standard_output() << "Convergence check failed at\n"
+                    << "  ID        : " << object.id << '\n'
+                    << "  Type      : " << object.get_type_name() << '\n'
+                    << "  Parameter : " << object.get_param_name(param) << "\n\n";
 }
 
 // One Gauss-Newton step. 1 or -1.
-int run_iteration(BundleProject& project, TextWriter& report, std::int32_t number,
-                  bool& converged) {
+int run_iteration(BundleProject& project, TextWriter& report, IterationStatistics& statistics) {
   const CpuClock clock;
-  report << "Iteration number " << kIterationNumber(number) << "\n--------------------\n\n";
+  report << "Iteration number " << kIterationNumber(statistics.number)
+         << "\n--------------------\n\n";
   std::int32_t observations = 0;
-  double solution_seconds = 0.0;
   if (set_up(project, report, observations) != 1) return -1;
-  if (solve(project, report, solution_seconds) != 1) return -1;
+  if (solve(project, report, statistics.solution_cpu_seconds) != 1) return -1;
   list_all_corrections(project, report);
-  print_mean_changes(project, report);
-  if (print_statistics(project, report, observations) != 1) return -1;
+  find_changes(project.unknowns, project.solution, statistics);
+  print_mean_changes(statistics, report);
+  if (!find_statistics(project, observations, statistics)) {
+    report << "*** ERROR: Negative redundancy.\n";
+    return -1;
+  }
+  print_statistics(statistics, report);
   apply_corrections(project);
-  converged = has_converged(project);
-  report << "Elapsed cpu time per iteration: " << kCpuTime(clock.seconds())
-         << " s, solution only: " << kCpuTime(solution_seconds) << " s\n\n";
+  check_convergence(project, statistics);
+  if (statistics.open_object != nullptr) {
+    print_open_parameter(*statistics.open_object, statistics.open_param);
+  }
+  statistics.cpu_seconds = clock.seconds();
+  report << "Elapsed cpu time per iteration: " << kCpuTime(statistics.cpu_seconds)
+         << " s, solution only: " << kCpuTime(statistics.solution_cpu_seconds) << " s\n\n";
   return 1;
 }
 
@@ -281,11 +262,14 @@ int BundleProject::iterate(TextWriter& report) {
   const CpuClock clock;
   report << "*** Start iteration loop\n\n";
   const std::int32_t max_iterations = ls_params().max_iterations;
-  bool converged = false;
+  converged = false;
   num_iterations = 0;
+  iterations.clear();
   while (num_iterations < max_iterations && !converged) {
-    ++num_iterations;
-    if (run_iteration(*this, report, num_iterations, converged) != 1) return -1;
+    IterationStatistics& statistics = iterations.emplace_back();
+    statistics.number = ++num_iterations;
+    if (run_iteration(*this, report, statistics) != 1) return -1;
+    converged = statistics.open_object == nullptr;
   }
   // A convergence in the very last iteration counts as reaching the maximum, too.
   report << (num_iterations < max_iterations

@@ -57,7 +57,7 @@ class ObservationTable::Sorter {
     for (const BundleImage& image : images_) visit(number++, image);
   }
   std::size_t num_places(std::int32_t image) const {
-    return 1 + table_.images_[static_cast<std::size_t>(image)]->blocks().size();
+    return 1 + table_.images_[static_cast<std::size_t>(image)]->normals.blocks().size();
   }
 
   void count(std::int32_t number, const BundleImage& image) {
@@ -90,7 +90,7 @@ class ObservationTable::Sorter {
 
   void place(std::int32_t number, const BundleImage& image, const NormalMatrix& normal) {
     const std::vector<std::int32_t>& blocks =
-        table_.images_[static_cast<std::size_t>(number)]->blocks();
+        table_.images_[static_cast<std::size_t>(number)]->normals.blocks();
     for (const ImagePoint& point : image.points) {
       const ObjectPoint* const object_point = object_point_of(point, object_points_);
       if (object_point == nullptr) continue;
@@ -119,7 +119,7 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
                               const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal) {
   *this = {};
   for (const BundleImage& image : images) {
-    images_.push_back(std::make_unique<PointEquations>(image, normal));
+    images_.push_back(std::make_unique<Image>(image, normal));
   }
   std::vector<const ObjectPoint*> by_number(static_cast<std::size_t>(normal.num_points()));
   for (const ObjectPoint& point : object_points) by_number[number_of(point)] = &point;
@@ -143,7 +143,7 @@ void ObservationTable::load(std::span<const Point> points, Batch& batch, const V
 
 bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count) {
   normal.zero_reduced();
-  for (const auto& image : images_) image->start();
+  for (const auto& image : images_) image->normals.start();
   Batch batch;
   Next next{observations_.data(), places_.data()};
   const Segment* segment = segments_.data();
@@ -164,13 +164,14 @@ bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::
     normal.zero_points(static_cast<std::int32_t>(first), static_cast<std::int32_t>(points.size()));
     first += points.size();
     for (const Segment* const end = segment + num_segments; segment != end; ++segment) {
-      const bool packed = images_[static_cast<std::size_t>(segment->image)]->takes_packs();
+      const bool packed =
+          images_[static_cast<std::size_t>(segment->image)]->equations.takes_packs();
       if (!(packed ? add_packed(*segment, batch, next, rhs) : add(*segment, batch, next, rhs))) {
         return false;
       }
     }
   }
-  for (const auto& image : images_) image->finish(rhs, lPl);
+  for (const auto& image : images_) image->normals.finish(rhs, lPl);
   count += 2 * static_cast<std::int32_t>(observations_.size());
   for (const ImagePoint* point : unresolved_) {
     standard_output() << "ATTENTION: Object point " << point->id << " not found.\n";
@@ -178,20 +179,22 @@ bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::
   return true;
 }
 
-ObservationTable::Next ObservationTable::after(const Next& next, const PointEquations& image) {
-  return {next.observation + 1, next.places + 1 + image.blocks().size()};
+ObservationTable::Next ObservationTable::after(const Next& next, const Image& image) {
+  return {next.observation + 1, next.places + 1 + image.normals.blocks().size()};
 }
 
 bool ObservationTable::add(const Segment& segment, const Batch& batch, Next& next, Vector& rhs) {
-  PointEquations& image = *images_[static_cast<std::size_t>(segment.image)];
+  Image& image = *images_[static_cast<std::size_t>(segment.image)];
   for (std::int32_t left = segment.count; left > 0; --left) {
     const auto k = static_cast<std::size_t>(*next.places);
     const EquationTarget target{batch.points[k].rows, next.places + 1, batch.index[k]};
     // The images print what there is to print, and each message once.
-    if (image.is_singular_at(batch.xyz[k])) return false;
-    if (image.add(*next.observation, batch.xyz[k], target, rhs) != PointEquations::Outcome::added) {
+    if (image.equations.is_singular_at(batch.xyz[k])) return false;
+    if (image.equations.linearise(*next.observation, batch.xyz[k], equation_) !=
+        ObservationEquations::Outcome::formed) {
       return false;
     }
+    image.normals.add(target, equation_, rhs);
     next = after(next, image);
   }
   return true;
@@ -199,7 +202,7 @@ bool ObservationTable::add(const Segment& segment, const Batch& batch, Next& nex
 
 bool ObservationTable::add_packed(const Segment& segment, const Batch& batch, Next& next,
                                   Vector& rhs) {
-  PointEquations& image = *images_[static_cast<std::size_t>(segment.image)];
+  Image& image = *images_[static_cast<std::size_t>(segment.image)];
   PackPair observed;
   Vec3Of<Pack> object_points;
   for (std::int32_t left = segment.count; left > 0; left -= packed_.count) {
@@ -216,9 +219,8 @@ bool ObservationTable::add_packed(const Segment& segment, const Batch& batch, Ne
       if (lane < packed_.count - 1) next = after(next, image);
     }
     next = after(next, image);
-    if (image.add(observed, object_points, packed_, rhs) != PointEquations::Outcome::added) {
-      return false;
-    }
+    if (!image.equations.linearise(observed, object_points, packed_)) return false;
+    if (!image.normals.add(packed_, rhs)) return false;
   }
   return true;
 }

@@ -7,8 +7,9 @@
 
 #include "base/owned_list.h"
 #include "lsq/linalg/kernels.h"
+#include "lsq/normal/image_normals.h"
 #include "lsq/normal/normal_matrix.h"
-#include "lsq/stages/point_equations.h"
+#include "lsq/stages/observation_equations.h"
 #include "sensors/bundle_image.h"
 #include "sensors/object_point.h"
 
@@ -46,6 +47,14 @@ class ObservationTable {
     Vec3 xyz[kBatchPoints];
     std::int32_t index[kBatchPoints];
   };
+  // One image: where its equations are formed, and where they are summed up.
+  struct Image {
+    Image(const BundleImage& image, NormalMatrix& normal)
+        : equations(image), normals(normal, blocks_of(image, normal)) {}
+
+    ObservationEquations equations;
+    ImageNormals normals;
+  };
   // What is to be added next.
   struct Next {
     const Observation* observation;
@@ -53,12 +62,12 @@ class ObservationTable {
   };
   class Sorter;
 
-  static Next after(const Next& next, const PointEquations& image);
+  static Next after(const Next& next, const Image& image);
   static void load(std::span<const Point> points, Batch& batch, const Vector& rhs);
   bool add(const Segment& segment, const Batch& batch, Next& next, Vector& rhs);
   bool add_packed(const Segment& segment, const Batch& batch, Next& next, Vector& rhs);
 
-  std::vector<std::unique_ptr<PointEquations>> images_;
+  std::vector<std::unique_ptr<Image>> images_;
   std::vector<Point> points_;               // in the order of the normal matrix
   std::vector<std::int32_t> num_segments_;  // of each batch
   std::vector<Segment> segments_;
@@ -67,6 +76,7 @@ class ObservationTable {
   // within the coupling of the point.
   std::vector<std::int32_t> places_;
   std::vector<const ImagePoint*> unresolved_;  // without object point, in the order of the images
+  PointEquation equation_;                     // working memory
   PackedEquations packed_;
 };
 

@@ -1,11 +1,13 @@
-#include "lsq/stages/point_equations.h"
+#include "lsq/stages/observation_equations.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "calibration/ap_set.h"
 #include "calibration/corrections.h"
 #include "lsq/ls_params.h"
 #include "sensors/camera.h"
+#include "sensors/object_point.h"
 
 namespace vorn {
 
@@ -24,15 +26,6 @@ Corrections corrections_of(const ImageGeometry* geometry) {
   if (orientation->has_pos_correction()) corrections.pos = orientation->pos_correction();
   if (orientation->has_att_correction()) corrections.att = orientation->att_correction();
   return corrections;
-}
-
-std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal) {
-  std::vector<std::int32_t> blocks;
-  for (const AdjObject* object : objects_of(image)) {
-    const std::int32_t block = normal.block_of(object->index);
-    if (blocks.empty() || blocks.back() != block) blocks.push_back(block);
-  }
-  return blocks;
 }
 
 }  // namespace
@@ -62,17 +55,42 @@ std::vector<const AdjObject*> objects_of(const BundleImage& image) {
   return objects;
 }
 
-PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
+std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal) {
+  std::vector<std::int32_t> blocks;
+  for (const AdjObject* object : objects_of(image)) {
+    const std::int32_t block = normal.block_of(object->index);
+    if (blocks.empty() || blocks.back() != block) blocks.push_back(block);
+  }
+  return blocks;
+}
+
+void add_structure(const BundleImage& image, const OwnedList<ObjectPoint>& object_points,
+                   NormalStructure& structure) {
+  std::vector<std::int32_t> blocks;
+  for (const AdjObject* object : objects_of(image)) {
+    blocks.push_back(structure.block_of(object->index));
+  }
+  structure.add_group(std::move(blocks));
+  for (const ImagePoint& point : image.points) {
+    const ObjectPoint* const object_point = object_point_of(point, object_points);
+    if (object_point != nullptr) structure.add_ray(object_point->index / 3);
+  }
+}
+
+ObservationEquations::ObservationEquations(const BundleImage& image)
     : image_(image),
       orientation_(dynamic_cast<ExtOrientation*>(image.geometry)),
       transformation_(dynamic_cast<const DirectLinearTransf*>(image.geometry)),
       takes_packs_(orientation_ != nullptr &&
                    std::find(image.camera->ap_sets.begin(), image.camera->ap_sets.end(), nullptr) ==
                        image.camera->ap_sets.end()),
-      equations_(normal, blocks_of(image, normal)),
+      width_(0),
       ap_derivs_(image.camera->ap_sets.size()),
       cofactors_(2, 2) {
   cofactors_.zero();
+  for (const AdjObject* object : objects_of(image)) {
+    width_ += static_cast<std::int32_t>(object->num_params());
+  }
   // The order of registration, so that unknown numbers ascend from block to block.
   design_ = {&derivs_.geometry};
   for (std::size_t i = 0; i < ap_derivs_.size(); ++i) {
@@ -83,9 +101,9 @@ PointEquations::PointEquations(const BundleImage& image, NormalMatrix& normal)
   if (corrections.att != nullptr) design_.push_back(&derivs_.att);
 }
 
-PointEquations::Outcome PointEquations::add(const Observation& observation,
-                                            const Vec3& object_point, const EquationTarget& target,
-                                            Vector& rhs) {
+ObservationEquations::Outcome ObservationEquations::linearise(const Observation& observation,
+                                                              const Vec3& object_point,
+                                                              PointEquation& equation) {
   const Camera& camera = *image_.camera;
   const Vec3 camera_vector = camera.image_to_camera(observation.xy);
   const bool derived = orientation_ != nullptr
@@ -94,20 +112,29 @@ PointEquations::Outcome PointEquations::add(const Observation& observation,
   if (!derived) return Outcome::not_derivable;
   camera.get_derivs(camera_vector, ap_derivs_);
 
-  const Pair computed = image_.object_to_image(object_point);
-  const double reduced[2] = {observation.xy[0] - computed[0], observation.xy[1] - computed[1]};
+  const Pair misclosure = misclosure_of(observation.xy, image_.object_to_image(object_point));
+  std::copy(misclosure.begin(), misclosure.end(), equation.misclosure);
   cofactors_[0][0] = observation.cofactors[0];
   cofactors_[1][1] = observation.cofactors[1];
-  const bool added =
-      equations_.add(target, derivs_.point.a, design_, derivs_.b, cofactors_, reduced, rhs);
-  return added ? Outcome::added : Outcome::not_weighable;
+  if (!weights_of(derivs_.b, cofactors_, equation.weights)) return Outcome::not_weighable;
+
+  std::copy_n(derivs_.point.a[0], 6, equation.point);
+  if (equation.width != width_ || equation.rows.empty()) equation.resize(width_);
+  double* x = equation.rows.data();
+  for (const DesignBlock* block : design_) {
+    const std::int32_t width = block->a.cols();
+    if (width == 0) continue;
+    std::copy_n(block->a[0], width, x);
+    std::copy_n(block->a[1], width, x + equation.stride);
+    x += width;
+  }
+  return Outcome::formed;
 }
 
-PointEquations::Outcome PointEquations::add(const PackPair& observed,
-                                            const Vec3Of<Pack>& object_points,
-                                            PackedEquations& equations, Vector& rhs) {
+bool ObservationEquations::linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
+                                     PackedEquations& equations) const {
   const Camera& camera = *image_.camera;
-  const auto width = static_cast<std::size_t>(equations_.width());
+  const auto width = static_cast<std::size_t>(width_);
   if (equations.x.size() < width) {
     equations.x.resize(width);
     equations.y.resize(width);
@@ -116,7 +143,7 @@ PointEquations::Outcome PointEquations::add(const PackPair& observed,
   Vec3Of<Pack> image;
   if (!orientation_->find_derivs(-camera.c, object_points, columns,
                                  {equations.point_x, equations.point_y}, image)) {
-    return Outcome::not_derivable;
+    return false;
   }
   std::int32_t column = orientation_->num_values();
   const Vec3Of<Pack> camera_vector = camera.packed_image_to_camera(observed);
@@ -126,13 +153,12 @@ PointEquations::Outcome PointEquations::add(const PackPair& observed,
   }
   orientation_->get_packed_correction_derivs(columns, column);
 
-  const PackPair computed = camera.packed_camera_to_image(image);
-  equations.reduced[0] = observed[0] - computed[0];
-  equations.reduced[1] = observed[1] - computed[1];
-  return equations_.add(equations, rhs) ? Outcome::added : Outcome::not_weighable;
+  const PackPair misclosure = misclosure_of(observed, camera.packed_camera_to_image(image));
+  std::copy(misclosure.begin(), misclosure.end(), equations.misclosure);
+  return true;
 }
 
-void PointEquations::print_failure(Outcome outcome, const Vec3& object_point) {
+void ObservationEquations::print_failure(Outcome outcome, const Vec3& object_point) {
   if (outcome == Outcome::not_weighable) {
     standard_output() << "ERROR: Decomposition of weight matrix failed.\n";
   } else if (outcome == Outcome::not_derivable && orientation_ != nullptr) {

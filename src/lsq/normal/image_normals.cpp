@@ -1,0 +1,159 @@
+#include "lsq/normal/image_normals.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <utility>
+
+namespace vorn {
+namespace {
+
+// Rows are filled up to whole vectors of the kernels.
+std::int32_t stride_of(std::int32_t width) { return (width + 7) / 8 * 8; }
+
+// Whether B Q B' has an inverse, by an element of a diagonal Q. An infinite one would meet the
+// zeros of B, which gives no number.
+bool is_cofactor(double q) { return q > 0.0 && std::isfinite(q); }
+
+}  // namespace
+
+void PointEquation::resize(std::int32_t new_width) {
+  width = new_width;
+  stride = stride_of(new_width);
+  rows.assign(2 * static_cast<std::size_t>(stride), 0.0);
+}
+
+// By the Cholesky factorisation of the 2 x 2 matrix.
+bool weights_of(const Matrix& b, const Matrix& q, PointWeights& weights) {
+  double bq[2][2];
+  for (std::int32_t i = 0; i < 2; ++i) {
+    for (std::int32_t j = 0; j < 2; ++j) bq[i][j] = b[i][0] * q[0][j] + b[i][1] * q[1][j];
+  }
+  const double xx = bq[0][0] * b[0][0] + bq[0][1] * b[0][1];
+  const double xy = bq[0][0] * b[1][0] + bq[0][1] * b[1][1];
+  const double yy = bq[1][0] * b[1][0] + bq[1][1] * b[1][1];
+  // Negated comparisons, so that pivots that are not numbers fail.
+  if (!(xx > 0.0)) return false;
+  const double ratio = xy / xx;
+  const double pivot = yy - xy * ratio;
+  if (!(pivot > 0.0)) return false;
+  weights.yy = 1.0 / pivot;
+  weights.xy = -ratio * weights.yy;
+  weights.xx = 1.0 / xx - ratio * weights.xy;
+  return true;
+}
+
+ImageNormals::ImageNormals(NormalMatrix& normal, std::vector<std::int32_t> blocks)
+    : normal_(normal), blocks_(std::move(blocks)) {
+  for (const std::int32_t block : blocks_) {
+    widths_.push_back(normal.block_width(block));
+    width_ += widths_.back();
+  }
+  stride_ = stride_of(width_);
+  const auto stride = static_cast<std::size_t>(stride_);
+  weighted_.assign(2 * stride, 0.0);
+  products_.assign(stride * stride, 0.0);
+  sums_.assign(stride, 0.0);
+}
+
+void ImageNormals::start() {
+  std::fill(products_.begin(), products_.end(), 0.0);
+  std::fill(sums_.begin(), sums_.end(), 0.0);
+  lPl_ = 0.0;
+}
+
+void ImageNormals::add_point(const EquationTarget& target, const double* point,
+                             const PointWeights& weights, const double (&weighted)[2],
+                             Vector& rhs) {
+  const double* const ax = point;
+  const double* const ay = point + 3;
+  double* element = target.rows.diagonal;
+  for (std::int32_t i = 0; i < 3; ++i) {
+    const double wx = weights.xx * ax[i] + weights.xy * ay[i];
+    const double wy = weights.xy * ax[i] + weights.yy * ay[i];
+    for (std::int32_t j = i; j < 3; ++j) *element++ += wx * ax[j] + wy * ay[j];
+    rhs[target.index + i] += ax[i] * weighted[0] + ay[i] * weighted[1];
+  }
+}
+
+void ImageNormals::add(const EquationTarget& target, const PointEquation& equation, Vector& rhs) {
+  const PointWeights& weights = equation.weights;
+  const double(&l)[2] = equation.misclosure;
+  const double weighted[2] = {weights.xx * l[0] + weights.xy * l[1],
+                              weights.xy * l[0] + weights.yy * l[1]};
+  lPl_ += l[0] * weighted[0] + l[1] * weighted[1];
+  add_point(target, equation.point, weights, weighted, rhs);
+  const DesignRows rows{equation.rows.data(), weighted_.data(), width_, stride_};
+  kernel_.add_products(products_.data(), sums_.data(), rows, weights, weighted);
+  add_coupling(target, equation.point, weighted_.data());
+}
+
+bool ImageNormals::add(PackedEquations& equations, Vector& rhs) {
+  PackedWeights weights{};
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    const double xx = equations.cofactors[0][k];
+    const double yy = equations.cofactors[1][k];
+    if (!is_cofactor(xx) || !is_cofactor(yy)) return false;
+    weights.xx[k] = 1.0 / xx;
+    weights.yy[k] = 1.0 / yy;
+    const double x = equations.misclosure[0][k];
+    const double y = equations.misclosure[1][k];
+    weights.reduced_x[k] = weights.xx[k] * x;
+    weights.reduced_y[k] = weights.yy[k] * y;
+    lPl_ += x * weights.reduced_x[k] + y * weights.reduced_y[k];
+  }
+  constexpr auto kLanes = static_cast<std::size_t>(Pack::kSize);
+  equations.rows.resize(std::max(equations.rows.size(), 2 * kLanes * weighted_.size()));
+  kernel_.add_packed_products(products_.data(), sums_.data(),
+                              {equations.x.data()->data(), equations.y.data()->data(),
+                               equations.rows.data(), width_, stride_},
+                              weights);
+  add_packed_points(equations, weights, rhs);
+  return true;
+}
+
+void ImageNormals::add_packed_points(PackedEquations& equations, const PackedWeights& weights,
+                                     Vector& rhs) {
+  const std::ptrdiff_t stride = stride_;
+  double* weighted = equations.rows.data() + 2 * std::ptrdiff_t{Pack::kSize} * stride;
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    double rows[6];
+    for (std::int32_t i = 0; i < 3; ++i) {
+      rows[i] = equations.point_x[i][k];
+      rows[3 + i] = equations.point_y[i][k];
+    }
+    const double reduced[2] = {weights.reduced_x[k], weights.reduced_y[k]};
+    add_point(equations.targets[k], rows, {weights.xx[k], weights.xy[k], weights.yy[k]}, reduced,
+              rhs);
+    add_coupling(equations.targets[k], rows, weighted);
+    weighted += 2 * stride;
+  }
+}
+
+void ImageNormals::add_coupling(const EquationTarget& target, const double* point,
+                                double* weighted) {
+  const DesignRows design{nullptr, weighted, width_, stride_};
+  kernel_.add_coupling({target.rows.coupling, target.starts, widths_.data(),
+                        static_cast<std::int32_t>(widths_.size())},
+                       point, design);
+}
+
+void ImageNormals::finish(Vector& rhs, double& lPl) {
+  lPl += lPl_;
+  std::size_t row = 0;
+  for (std::size_t a = 0; a < blocks_.size(); ++a) {
+    for (std::int32_t r = 0; r < widths_[a]; ++r, ++row) {
+      rhs[normal_.block_index(blocks_[a]) + r] += sums_[row];
+      std::size_t column = row - static_cast<std::size_t>(r);
+      for (std::size_t b = a; b < blocks_.size(); ++b) {
+        double* const to =
+            normal_.block_pair(blocks_[a], blocks_[b]) + std::ptrdiff_t{r} * widths_[b];
+        for (std::int32_t c = 0; c < widths_[b]; ++c, ++column) {
+          to[c] += products_[row * sums_.size() + column];
+        }
+      }
+    }
+  }
+}
+
+}  // namespace vorn

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "base/pack.h"
+#include "lsq/linalg/kernels.h"
+#include "lsq/linalg/matrix.h"
+#include "lsq/normal/normal_matrix.h"
+
+namespace vorn {
+
+// The linearised observation equation of one image point, two rows: v = A dx - l with weights P,
+// l the misclosure, measured minus computed [m]. A falls into the 2 x 3 derivatives with respect to
+// the object point and those with respect to everything else that the image depends on, lined up in
+// the order of the unknowns.
+struct PointEquation {
+  double point[6];           // row x, then row y
+  std::vector<double> rows;  // row x, then, `stride` elements later, row y; zero behind the width
+  std::int32_t width = 0;
+  std::int32_t stride = 0;  // the width, rounded up to a multiple of 8
+  PointWeights weights;
+  double misclosure[2];
+
+  // Makes room for rows of a width, all zero.
+  void resize(std::int32_t new_width);
+};
+
+// P = (B Q B')^-1 of a point's two observations: B (2 x 2) the derivatives of the conditions with
+// respect to the observations, Q (2 x 2) their cofactors. False when B Q B' is not positive
+// definite.
+[[nodiscard]] bool weights_of(const Matrix& b, const Matrix& q, PointWeights& weights);
+
+// Where the contributions of one image point go.
+struct EquationTarget {
+  NormalMatrix::PointRows rows;
+  const std::int32_t* starts;  // of the blocks, within the point's coupling blocks
+  std::int32_t index;          // first unknown of the object point
+};
+
+// The observation equations of up to eight points of one image side by side, with the memory that
+// their way into the normal equations takes; one serves all images.
+struct PackedEquations {
+  std::int32_t count = 0;  // of the points; the others hold finite numbers and are passed over
+  EquationTarget targets[Pack::kSize];
+  Pack point_x[3];  // design rows of the object point
+  Pack point_y[3];
+  std::vector<Pack> x;  // design rows of everything else
+  std::vector<Pack> y;
+  Pack cofactors[2];         // of x and y; B is the identity
+  Pack misclosure[2];        // of x and y
+  std::vector<double> rows;  // working memory of the kernel
+};
+
+// Sums up the normal equations of one image: every image point gives a group of two correlated
+// observations that touches an object point and the same blocks of the reduced part (its geometry,
+// parameter sets and corrections). What the points have in common is summed up here and added to
+// the normal equations in one go by `finish`.
+class ImageNormals {
+ public:
+  // `blocks` are the numbers of the blocks in the normal matrix, ascending.
+  ImageNormals(NormalMatrix& normal, std::vector<std::int32_t> blocks);
+  const std::vector<std::int32_t>& blocks() const { return blocks_; }
+
+  // Forgets what was summed up.
+  void start();
+  // Adds one image point, whose rows are as wide as the blocks.
+  void add(const EquationTarget& target, const PointEquation& equation, Vector& rhs);
+  // Adds up to eight image points at once. False when a cofactor is not greater than 0 or infinite;
+  // what was added so far is of no use then.
+  [[nodiscard]] bool add(PackedEquations& equations, Vector& rhs);
+  // Adds what is summed up: N, the right-hand side, and l'Pl.
+  void finish(Vector& rhs, double& lPl);
+
+ private:
+  void add_packed_points(PackedEquations& equations, const PackedWeights& weights, Vector& rhs);
+  void add_coupling(const EquationTarget& target, const double* point, double* weighted);
+  // `point` holds the 2 x 3 design rows of the object point, `weighted` is Pl.
+  static void add_point(const EquationTarget& target, const double* point,
+                        const PointWeights& weights, const double (&weighted)[2], Vector& rhs);
+
+  const Kernels& kernel_ = kernels();
+  NormalMatrix& normal_;
+  std::vector<std::int32_t> blocks_;
+  std::vector<std::int32_t> widths_;
+  std::int32_t width_ = 0;        // of all blocks
+  std::int32_t stride_ = 0;       // the same, rounded up to a multiple of 8
+  std::vector<double> weighted_;  // design rows of a point, weighted
+  std::vector<double> products_;  // sum of A'PA, upper triangle
+  std::vector<double> sums_;      // sum of A'Pl
+  double lPl_ = 0.0;
+};
+
+}  // namespace vorn

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "geometry/ext_orientation.h"
+#include "geometry/linear_geometries.h"
+#include "lsq/normal/image_normals.h"
+#include "lsq/normal/normal_structure.h"
+#include "sensors/bundle_image.h"
+
+namespace vorn {
+
+// What was measured of one image point, in image units [m], and its cofactors: the squares of the
+// standard deviations divided by that of unit weight.
+struct Observation {
+  Pair xy;
+  Pair cofactors;
+};
+Observation observation_of(const ImagePoint& point, const Camera& camera);
+
+// The misclosure of an observation equation, for one point or for a pack: measured minus computed
+// image coordinates [m]. The residual is its negative.
+template <class T>
+std::array<T, 2> misclosure_of(const std::array<T, 2>& measured, const std::array<T, 2>& computed) {
+  return {measured[0] - computed[0], measured[1] - computed[1]};
+}
+
+// The objects whose parameters the observations of an image depend on, besides the object points,
+// in the order of their unknowns: geometry, parameter sets, corrections. The columns of the design
+// rows are their parameters, one object after the other.
+std::vector<const AdjObject*> objects_of(const BundleImage& image);
+
+// The image's share in the structure of the normal equations: a group of the blocks that its
+// observations touch, with a ray to each object point. Every object has its unknown number by then.
+void add_structure(const BundleImage& image, const OwnedList<ObjectPoint>& object_points,
+                   NormalStructure& structure);
+// The blocks of the normal matrix that the observations of an image touch besides object points,
+// ascending.
+std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal);
+
+// Linearises the observation equations of the points of one image,
+//
+//   (x, y) + v = camera_to_image(projection(object point))      v residuals, (x, y) measured,
+//
+// at the current values of all parameters.
+class ObservationEquations {
+ public:
+  // Every object that the image depends on has its unknown number.
+  explicit ObservationEquations(const BundleImage& image);
+  ObservationEquations(const ObservationEquations&) = delete;
+  ObservationEquations& operator=(const ObservationEquations&) = delete;
+
+  enum class Outcome {
+    formed,
+    not_derivable,  // the geometry has no derivatives there
+    not_weighable   // the cofactors are not positive definite
+  };
+  // The equation of one point. Prints nothing but what linear transformations print where they are
+  // singular.
+  [[nodiscard]] Outcome linearise(const Observation& observation, const Vec3& object_point,
+                                  PointEquation& equation);
+  bool is_singular_at(const Vec3& object_point) const {
+    return transformation_ != nullptr && transformation_->is_singular_at(object_point);
+  }
+  // Whether the image takes points in packs, too: the geometries that central perspective gives do.
+  bool takes_packs() const { return takes_packs_; }
+  // Design rows and misclosures of eight points at once: their observations and object points side
+  // by side. False when the geometry has no derivatives at one of them.
+  [[nodiscard]] bool linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
+                               PackedEquations& equations) const;
+  // Says on standard output why the equation of a point could not be formed.
+  void print_failure(Outcome outcome, const Vec3& object_point);
+
+ private:
+  const BundleImage& image_;
+  ExtOrientation* const orientation_;  // the image's geometry, if it is one
+  const DirectLinearTransf* const transformation_;
+  bool takes_packs_;
+  std::int32_t width_;  // of the design rows
+  // Working memory of `linearise`, in the order of the columns of the rows.
+  PointDerivs derivs_;
+  std::vector<DesignBlock> ap_derivs_;
+  std::vector<const DesignBlock*> design_;
+  Matrix cofactors_;
+};
+
+}  // namespace vorn

@@ -1,0 +1,58 @@
+#include "lsq/stages/statistics.h"
+
+#include <cmath>
+
+#include "geometry/ext_orientation.h"
+#include "sensors/object_point.h"
+
+namespace vorn {
+namespace {
+
+constexpr std::int32_t kNumCentreParams = 3;
+
+void find_largest(const AdjObject& object, std::int32_t k, const Vector& corrections,
+                  GroupChange& change) {
+  const double size = std::fabs(corrections[object.index + k]);
+  if (object.param(k).state == ParamState::eliminated || !(size > change.max)) return;
+  change.max = size;
+  change.object = &object;
+  change.param = k;
+}
+
+void add(const AdjObject& object, std::int32_t k, const Vector& corrections, GroupChange& change) {
+  if (object.param(k).state == ParamState::eliminated) return;
+  change.sum += std::fabs(corrections[object.index + k]);
+  ++change.count;
+  find_largest(object, k, corrections, change);
+}
+
+void add_all(const AdjObject& object, const Vector& corrections, GroupChange& change) {
+  object.sum_abs_corrections(corrections, change.sum, change.count);
+  const auto count = static_cast<std::int32_t>(object.num_params());
+  for (std::int32_t k = 0; k < count; ++k) find_largest(object, k, corrections, change);
+}
+
+}  // namespace
+
+Redundancy redundancy_of(const AdjObjectList& unknowns, std::int32_t observations) {
+  return {observations, unknowns.num_unknowns(), unknowns.count_state(ParamState::observed),
+          unknowns.count_state(ParamState::eliminated), unknowns.num_constraints()};
+}
+
+void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
+                  IterationStatistics& statistics) {
+  unknowns.for_each<ObjectPoint>(
+      [&](const ObjectPoint& point) { add_all(point, corrections, statistics.points); });
+  unknowns.for_each<ExtOrientation>([&](const ExtOrientation& orientation) {
+    for (std::int32_t k = 0; k < orientation.num_values(); ++k) {
+      add(orientation, k, corrections,
+          k < kNumCentreParams ? statistics.centres : statistics.rotations);
+    }
+  });
+  // Orientations are geometries too: their parameters count a second time.
+  unknowns.for_each<ImageGeometry>([&](const ImageGeometry& geometry) {
+    add_all(geometry, corrections, statistics.geometries);
+  });
+}
+
+}  // namespace vorn
