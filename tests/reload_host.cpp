@@ -72,6 +72,33 @@ std::int32_t call(Bundle bundle, const char* path, std::int32_t flag,
 #endif
 }
 
+// Floating-point arithmetic of a thread. On x86 the control words of its two units, the flags of
+// exceptions left out; elsewhere the rounding.
+struct Arithmetic {
+  unsigned x87 = 0;
+  unsigned sse = 0;
+  int rounding = FE_TONEAREST;
+  bool operator==(const Arithmetic&) const = default;
+};
+#if defined(__i386__) || defined(__x86_64__)
+// 24-bit significands, denormals taken for zero, rounding up, every exception trapped.
+constexpr Arithmetic kHostileArithmetic = {0x0840, 0xC040, FE_UPWARD};
+void set_arithmetic(const Arithmetic& arithmetic) {
+  asm volatile("fninit\n\tfldcw %0\n\tldmxcsr %1" : : "m"(arithmetic.x87), "m"(arithmetic.sse));
+}
+Arithmetic current_arithmetic() {
+  Arithmetic current;
+  asm volatile("fnstcw %0\n\tstmxcsr %1" : "+m"(current.x87), "+m"(current.sse));
+  current.sse &= ~0x3FU;
+  current.rounding = std::fegetround();
+  return current;
+}
+#else
+constexpr Arithmetic kHostileArithmetic = {0, 0, FE_UPWARD};
+void set_arithmetic(const Arithmetic& arithmetic) { std::fesetround(arithmetic.rounding); }
+Arithmetic current_arithmetic() { return {0, 0, std::fegetround()}; }
+#endif
+
 // Open files (elsewhere than on Windows) or handles.
 std::ptrdiff_t count_open_files() {
 #ifdef _WIN32
@@ -88,7 +115,7 @@ std::ptrdiff_t count_open_files() {
 struct ProcessState {
   fs::path directory = fs::current_path();
   std::string locale = std::setlocale(LC_ALL, nullptr);
-  int rounding = std::fegetround();
+  Arithmetic arithmetic = current_arithmetic();
   std::ptrdiff_t open_files = count_open_files();
   bool operator==(const ProcessState&) const = default;
 };
@@ -110,6 +137,29 @@ std::string shown_parameters(Bundle bundle) {
   return report.substr(0, report.find("***"));
 }
 
+// What a run of the project writes; times are in the report alone.
+std::string results(const std::string& project) {
+  std::string texts;
+  for (const char* extension : {"ext", "ocs", "res", "apset", "gcpres", "chp", "cam"}) {
+    texts += vorn::test::file_text(fs::path(project).replace_extension(extension));
+  }
+  return texts;
+}
+
+// The host's arithmetic neither changes a result nor is changed by a run.
+void expect_same_in_hostile_arithmetic(Bundle bundle, const std::string& project) {
+  const std::string expected = results(project);
+  const Arithmetic own = current_arithmetic();
+  set_arithmetic(kHostileArithmetic);
+  const std::int32_t result = bundle(project.c_str(), 1);
+  const Arithmetic afterwards = current_arithmetic();
+  set_arithmetic(own);
+  expect(result == 1, "the project completes in a host's arithmetic");
+  expect(afterwards == kHostileArithmetic, "the host's arithmetic is what it was");
+  expect(!expected.empty() && results(project) == expected,
+         "the host's arithmetic changes no result");
+}
+
 // One life of the library in this process; gives the parameters that it starts with.
 std::string live(const std::string& path, const std::string& project) {
   const ProcessState before;
@@ -126,6 +176,7 @@ std::string live(const std::string& path, const std::string& project) {
   for (const std::int32_t shift : {4, 8, 12}) {
     expect(call(bundle, project.c_str(), 1, shift) == 1, "the project completes, again, too");
   }
+  expect_same_in_hostile_arithmetic(bundle, project);
   const fs::path there = fs::current_path();
   expect(fs::equivalent(there, fs::path(project).parent_path()),
          "a run leaves the process in the project's directory");
@@ -138,7 +189,7 @@ std::string live(const std::string& path, const std::string& project) {
   OutputDebugStringA("unloaded");
 #endif
   fs::current_path(before.directory);
-  expect(ProcessState() == before, "locale, rounding and open files are what they were");
+  expect(ProcessState() == before, "locale, arithmetic and open files are what they were");
   return defaults;
 }
 

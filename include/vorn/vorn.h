@@ -16,10 +16,15 @@
  * State of the process. A run changes the current directory to the control file's directory and
  * leaves it changed. Least-squares parameters that a project reads stay in force for later projects
  * of the same process, until the library is unloaded. Everything else is given back, but for the
- * buffers of the two streams.
+ * buffers of the two streams. The thread's floating-point state (rounding, precision, traps) may be
+ * any: a run sets its own and gives the host's back.
+ *
+ * One run at a time. A call while a call is running, from whatever thread, does nothing but print
+ * "ERROR: Another run is under way in this process; this call does nothing." on the error stream;
+ * its result is 0.
  *
  * A host must not
- *   - call while a call is running, from whatever thread, or unload the library then;
+ *   - unload the library during a call;
  *   - change the current directory or the project's files from another thread during a call;
  *   - name a data file like a result of its project, or as a file of the normal equations: it would
  *     be overwritten;

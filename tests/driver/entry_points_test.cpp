@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <clocale>
 #include <filesystem>
 #include <locale>
+#include <thread>
 
 #include "support/project_test.h"
 
@@ -121,6 +123,36 @@ TEST_F(EntryPoints, StandardDeviationsOfMeasurementsArePositive) {
   const BundleRun refused = run();
   EXPECT_EQ(refused.result, 0);
   EXPECT_THAT(refused.output, HasSubstr("ERROR: Decomposition of weight matrix failed.\n"));
+}
+
+// One thread keeps on adjusting; another one calls until it has been refused three times.
+TEST_F(EntryPoints, RefuseToRunBesideAnotherRun) {
+  const test::TempDir other;
+  project_.write(other);
+  EXPECT_EQ(run().result, 1);
+  const auto expected = outputs("project");
+  std::atomic<int> refused = 0;
+  const auto call = [&](const std::string& path) {
+    if (VornBundle(path.c_str(), 1) == 0) ++refused;
+  };
+  std::atomic<bool> done = false;
+  std::string errors;
+  test::captured_output([&] {
+    errors = test::captured_errors([&] {
+      std::thread adjusting([&] {
+        while (!done) call(control_file_);
+      });
+      while (refused < 3) call(other.path("project.ctl"));
+      done = true;
+      adjusting.join();
+    });
+  });
+  const std::string message =
+      "ERROR: Another run is under way in this process; this call does nothing.\n";
+  EXPECT_EQ(errors.size(), static_cast<std::size_t>(refused) * message.size());
+  EXPECT_THAT(errors, testing::EndsWith(message));
+  EXPECT_EQ(outputs("project"), expected);
+  EXPECT_EQ(run().result, 1);
 }
 
 TEST_F(EntryPoints, LineEndsAndLocaleChangeNothing) {
