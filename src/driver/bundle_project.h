@@ -89,7 +89,6 @@ class BundleProject {
   Vector rhs;
   Vector markers;  // diagonal of the factor
   Vector solution;
-  Matrix cofactors;  // room for the inverse; empty unless somebody asks for it
 
   double lPl = 0.0;  // weighted sum of squared reduced observations
   double vtpv = 0.0;

@@ -138,7 +138,7 @@ bool PMFLinear::intersection(const ImageGeometry& other, const Vec3& image_this,
     standard_output() << "ERROR: Decomposition of normal matrix failed.\n";
     return false;
   }
-  back_substitution(normal, diagonal, rhs, solution);
+  (void)back_substitution(normal, diagonal, rhs, solution);  // the shapes fit
   object_point = {solution[0], solution[1], solution[2]};
   return true;
 }

@@ -1,18 +1,62 @@
 #include "lsq/adj_interface.h"
 
-namespace vorn {
+#include <new>
 
-int AdjInterfaceNative::solve(NormalMatrix& n, const Vector& b, Vector& x, Vector& p) {
-  const std::int32_t code = n.solve(b, x, p);
-  if (code > 0) standard_output() << "ERROR: Cholesky decomposition failed.\n";
-  if (code < 0) standard_output() << "ERROR: Backsubstitution failed.\n";
+#include "lsq/normal/dense_factor.h"
+#include "lsq/normal/point_elimination.h"
+
+namespace vorn {
+namespace {
+
+int failed_substitution(int code) {
+  standard_output() << "ERROR: Backsubstitution failed.\n";
   return code;
 }
 
+}  // namespace
+
+bool AdjInterfaceNative::prepare(const NormalMatrix& n) {
+  factor_.reset();
+  if (method_ == Method::dense) {
+    factor_ = std::make_unique<DenseFactor>(n);
+    return true;
+  }
+  const auto order = method_ == Method::eliminate ? PointElimination::Order::fill_reducing
+                                                  : PointElimination::Order::natural;
+  auto elimination = std::make_unique<PointElimination>(n);
+  if (!elimination->set_structure(order)) return false;
+  factor_ = std::move(elimination);
+  return true;
+}
+
+int AdjInterfaceNative::solve(const NormalMatrix& n, const Vector& b, Vector& x, Vector& p) {
+  const bool is_prepared = factor_ != nullptr && &factor_->matrix() == &n;
+  if (!is_prepared && !prepare(n)) throw std::bad_alloc();
+  if (b.size() != n.size()) return failed_substitution(-3);
+  const std::int32_t failed = factor_->solve(b, x);
+  p = factor_->diagonal();
+  if (failed != 0) standard_output() << "ERROR: Cholesky decomposition failed.\n";
+  return failed;
+}
+
 int AdjInterfaceNative::invert(const NormalMatrix& n, Matrix& q, const Vector& p) {
-  const int code = n.invert(p, q);
-  if (code != 0) standard_output() << "ERROR: Backsubstitution failed.\n";
-  return code;
+  if (p.size() != n.size()) return failed_substitution(-2);
+  factor_->invert(q);
+  return 0;
+}
+
+void AdjInterfaceNative::write_matrix(TextWriter& out, const NormalMatrix& n) const {
+  constexpr NumberFormat kElement = scientific(12);
+  const auto lower = [this](std::int32_t i, std::int32_t j) {
+    return factor_ == nullptr ? 0.0 : factor_->lower(i, j);
+  };
+  out << n.size() << ' ' << n.size() << '\n';
+  for (std::int32_t i = 0; i < n.size(); ++i) {
+    for (std::int32_t j = 0; j < n.size(); ++j) {
+      out << kElement(i <= j ? n.at(i, j) : lower(i, j)) << ' ';
+    }
+    out << '\n';
+  }
 }
 
 }  // namespace vorn

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -14,13 +15,16 @@
 #include "lsq/adj_interface.h"
 #include "lsq/linalg/cholesky.h"
 #include "lsq/linalg/kernels.h"
+#include "lsq/normal/dense_factor.h"
 #include "lsq/normal/normal_matrix.h"
+#include "lsq/normal/point_elimination.h"
 #include "support/captured_output.h"
 #include "support/noise.h"
 
 namespace vorn {
 namespace {
 
+using Method = AdjInterfaceNative::Method;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 Matrix matrix_of(std::int32_t rows, std::int32_t cols, const std::vector<double>& values) {
@@ -51,6 +55,7 @@ TEST(Cholesky, FailuresNameTheRow) {
                {3, {4, 0, 0, 0, -1, 3, 0, 0, 1}, 2}};
   Vector p;
   Vector x;
+  Matrix flat(2, 3);
   for (const auto& c : cases) {
     Matrix n = matrix_of(c.size, c.size, c.values);
     NormalMatrix normal;
@@ -61,7 +66,13 @@ TEST(Cholesky, FailuresNameTheRow) {
               }),
               "ERROR: Cholesky decomposition failed.\n");
   }
-  Matrix flat(2, 3);
+  EXPECT_EQ(test::captured_output([&] {
+              NormalMatrix normal;
+              set_normal(normal, matrix_of(1, 1, {4}));
+              EXPECT_EQ(AdjInterfaceNative().solve(normal, Vector(2), x, p), -3);
+              EXPECT_EQ(AdjInterfaceNative().invert(normal, flat, Vector(2)), -2);
+            }),
+            "ERROR: Backsubstitution failed.\nERROR: Backsubstitution failed.\n");
   Matrix square = matrix_of(2, 2, {1, 0, 0, 1});
   EXPECT_EQ(cholesky(flat, p), -1);
   EXPECT_EQ(back_substitution(flat, p, Vector(1), x), -1);
@@ -75,7 +86,7 @@ struct Shape {
   std::int32_t images, points;
   std::int32_t reach;  // images further apart share no points: the reduced matrix becomes sparse
   std::int32_t set_width;
-  NormalMatrix::Method method;
+  Method method;
 };
 
 // A random structure and a positive definite matrix of that structure, structured and dense. A
@@ -108,7 +119,7 @@ struct Scene {
         rays.emplace_back(i, p);
       }
     }
-    EXPECT_TRUE(normal.set_structure(structure, shape.method));
+    EXPECT_TRUE(normal.set_structure(structure));
     n = structure.num_unknowns();
     dense.resize(n, n);
     dense.zero();
@@ -150,13 +161,22 @@ struct Scene {
   std::int32_t n = 0;
 };
 
+std::unique_ptr<NormalFactor> factor_of(const NormalMatrix& normal, Method method) {
+  if (method == Method::dense) return std::make_unique<DenseFactor>(normal);
+  auto elimination = std::make_unique<PointElimination>(normal);
+  EXPECT_TRUE(elimination->set_structure(method == Method::eliminate
+                                             ? PointElimination::Order::fill_reducing
+                                             : PointElimination::Order::natural));
+  return elimination;
+}
+
 class StructuredNormalMatrix : public testing::TestWithParam<Shape> {
  protected:
   Scene scene_{GetParam()};
   const std::int32_t n_ = scene_.n;
-  NormalMatrix& normal_ = scene_.normal;
   Matrix& dense_ = scene_.dense;
-  Vector p_, dense_p_;
+  const std::unique_ptr<NormalFactor> factor_ = factor_of(scene_.normal, GetParam().method);
+  Vector dense_p_;
 };
 
 // The dense routines obey their laws, and the structured ones give the same.
@@ -167,18 +187,23 @@ TEST_P(StructuredNormalMatrix, SolvesAndShowsWhatTheDenseRoutinesGive) {
     // What stands below the diagonal must not matter.
     for (std::int32_t j = 0; j < i; ++j) dense_[i][j] = std::nan("");
   }
-  ASSERT_EQ(normal_.solve(scene_.rhs, x, p_), 0);
+  const bool shows_factor = GetParam().method != Method::eliminate;
+  ASSERT_EQ(factor_->solve(scene_.rhs, x), 0);
   ASSERT_EQ(cholesky(dense_, dense_p_), 0);
   ASSERT_EQ(back_substitution(dense_, dense_p_, scene_.rhs, dense_x), 0);
   for (std::int32_t i = 0; i < n_; ++i) {
     EXPECT_NEAR(dense_x[i], x[i], 1e-9);
-    if (GetParam().method == NormalMatrix::Method::eliminate_in_order) {
-      EXPECT_NEAR(dense_p_[i], p_[i], 1e-9 * dense_p_[i]);
+    if (shows_factor) {
+      EXPECT_NEAR(dense_p_[i], factor_->diagonal()[i], 1e-9 * dense_p_[i]);
     }
     double rebuilt_rhs = 0.0;
     for (std::int32_t j = 0; j < n_; ++j) {
       const double scale = dense_p_[std::max(i, j)];
-      ASSERT_NEAR(dense_[i][j], normal_.at(i, j), 1e-9 * scale) << i << ' ' << j;
+      if (i <= j) {
+        ASSERT_NEAR(dense_[i][j], scene_.normal.at(i, j), 1e-9 * scale) << i << ' ' << j;
+      } else if (shows_factor) {
+        ASSERT_NEAR(dense_[i][j], factor_->lower(i, j), 1e-9 * scale) << i << ' ' << j;
+      }
       rebuilt_rhs += full[std::min(i, j)][std::max(i, j)] * x[j];
       double rebuilt = j < i ? 0.0 : dense_p_[i] * (i == j ? dense_p_[i] : dense_[j][i]);
       for (std::int32_t k = 0; k < i; ++k) rebuilt += dense_[i][k] * dense_[j][k];
@@ -189,16 +214,16 @@ TEST_P(StructuredNormalMatrix, SolvesAndShowsWhatTheDenseRoutinesGive) {
     EXPECT_NEAR(rebuilt_rhs, scene_.rhs[i], 1e-6);
   }
   // The two steps apart give the same.
-  ASSERT_EQ(normal_.factorise(p_), 0);
-  ASSERT_EQ(normal_.substitute(p_, scene_.rhs, again), 0);
+  ASSERT_EQ(factor_->factorise(), 0);
+  factor_->substitute(scene_.rhs, again);
   for (std::int32_t i = 0; i < n_; ++i) EXPECT_NEAR(x[i], again[i], 1e-9);
 }
 
 TEST_P(StructuredNormalMatrix, PartsOfTheInverseAreThoseOfTheDenseInverse) {
   const Matrix full = dense_;
   Matrix inverse, reduced, q;
-  ASSERT_EQ(normal_.factorise(p_), 0);
-  ASSERT_EQ(normal_.invert(p_, inverse), 0);
+  ASSERT_EQ(factor_->factorise(), 0);
+  factor_->invert(inverse);
   ASSERT_EQ(cholesky(dense_, dense_p_), 0);
   ASSERT_EQ(invert_from_cholesky(dense_, dense_p_), 0);
   dense_.symmetrise();
@@ -218,16 +243,18 @@ TEST_P(StructuredNormalMatrix, PartsOfTheInverseAreThoseOfTheDenseInverse) {
     EXPECT_NEAR(unit, 1.0, 1e-6);
   }
   const std::int32_t num_points = scene_.structure.num_points();
-  normal_.invert_reduced(reduced);
+  const auto* const elimination = dynamic_cast<const PointElimination*>(factor_.get());
+  if (elimination == nullptr) return;
+  elimination->invert_reduced(reduced);
   EXPECT_EQ(reduced.rows(), n_ - 3 * num_points);
   expect_part(reduced, 3 * num_points, 3 * num_points);
   for (std::int32_t point = 0; point < num_points; ++point) {
-    normal_.point_cofactors(point, reduced, q);
+    elimination->point_cofactors(point, reduced, q);
     expect_part(q, 3 * point, 3 * point);
     for (std::int32_t block = 0; block < scene_.structure.num_blocks(); block += 3) {
-      normal_.point_block_cofactors(point, block, reduced, q);
-      EXPECT_EQ(q.cols(), normal_.block_width(block));
-      expect_part(q, 3 * point, normal_.block_index(block));
+      elimination->point_block_cofactors(point, block, reduced, q);
+      EXPECT_EQ(q.cols(), scene_.normal.block_width(block));
+      expect_part(q, 3 * point, scene_.normal.block_index(block));
     }
   }
 }
@@ -240,20 +267,19 @@ TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
       scene.add(row, row, spoilt);
       const int expected = cholesky(scene.dense, dense_p_);
       EXPECT_TRUE(expected == row + 1 || row % 17 == 3);
-      EXPECT_EQ(scene.normal.factorise(p_), expected) << row;
+      EXPECT_EQ(factor_of(scene.normal, GetParam().method)->factorise(), expected) << row;
     }
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Shapes, StructuredNormalMatrix,
-    testing::Values(
-        Shape{5, 20, 5, 3, NormalMatrix::Method::dense},
-        Shape{5, 20, 5, 3, NormalMatrix::Method::eliminate},             // full, as close range
-        Shape{40, 90, 2, 10, NormalMatrix::Method::eliminate},           // sparse, as aerial blocks
-        Shape{40, 90, 2, 10, NormalMatrix::Method::eliminate_in_order},  // the same, natural order
-        Shape{12, 70, 3, 44, NormalMatrix::Method::eliminate},           // a wide set
-        Shape{3, 1, 0, 120, NormalMatrix::Method::eliminate}));  // no rays, a set over tiles
+    testing::Values(Shape{5, 20, 5, 3, Method::dense},
+                    Shape{5, 20, 5, 3, Method::eliminate},             // full, as close range
+                    Shape{40, 90, 2, 10, Method::eliminate},           // sparse, as aerial blocks
+                    Shape{40, 90, 2, 10, Method::eliminate_in_order},  // the same, natural order
+                    Shape{12, 70, 3, 44, Method::eliminate},           // a wide set
+                    Shape{3, 1, 0, 120, Method::eliminate}));          // no rays, a set over tiles
 
 TEST(NormalMatrix, RefusesElementsOutsideTheStructure) {
   NormalStructure structure(2);

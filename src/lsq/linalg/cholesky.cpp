@@ -65,14 +65,4 @@ int invert_from_cholesky(Matrix& n, const Vector& p) {
   return 0;
 }
 
-void write_sparsity_pbm(TextWriter& out, const Matrix& n) {
-  out << "P1\n" << n.rows() << ' ' << n.cols() << "\n\n";
-  for (std::int32_t i = 0; i < n.rows(); ++i) {
-    for (std::int32_t j = 0; j < n.cols(); ++j) {
-      out << ((j >= i ? n[i][j] : n[j][i]) == 0.0 ? "0 " : "1 ");
-    }
-    out << '\n';
-  }
-}
-
 }  // namespace vorn

@@ -41,21 +41,14 @@ std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& bl
 
 // ---- structure ---------------------------------------------------------------------------------
 
-bool NormalMatrix::set_structure(NormalStructure structure, Method method) {
+bool NormalMatrix::set_structure(NormalStructure structure) {
   const NormalStructure::PointBlocks blocks = structure.point_blocks();
   structure.forget_rays();
   structure_ = std::move(structure);
-  method_ = method;
-  release_batch();
   size_ = structure_.num_unknowns();
   num_points_ = structure_.num_points();
-  lay_out_blocks(structure_);
-  if (!lay_out_points(structure_, blocks) || !lay_out_pairs(structure_)) return false;
-  if (method == Method::dense) {
-    dense_.resize(size_, size_);
-  } else if (!reduced_.set_structure(structure_, blocks, method == Method::eliminate_in_order)) {
-    return false;
-  }
+  lay_out_blocks();
+  if (!lay_out_points(blocks) || !lay_out_pairs()) return false;
   zero();
   return true;
 }
@@ -64,30 +57,29 @@ void NormalMatrix::resize(std::int32_t n) {
   if (n == size_ && num_points_ == 0) return;
   NormalStructure structure;
   if (n > 0) structure.add_group({structure.add_block(n)});
-  if (!set_structure(std::move(structure), Method::dense)) throw std::bad_alloc();
+  if (!set_structure(std::move(structure))) throw std::bad_alloc();
 }
 
-void NormalMatrix::lay_out_blocks(const NormalStructure& structure) {
+void NormalMatrix::lay_out_blocks() {
   blocks_.clear();
   std::int32_t index = num_point_unknowns();
-  for (std::int32_t b = 0; b < structure.num_blocks(); ++b) {
-    blocks_.push_back({index, structure.width(b)});
-    index += structure.width(b);
+  for (std::int32_t b = 0; b < num_blocks(); ++b) {
+    blocks_.push_back({index, structure_.width(b)});
+    index += structure_.width(b);
   }
 }
 
-bool NormalMatrix::lay_out_points(const NormalStructure& structure,
-                                  const NormalStructure::PointBlocks& blocks) {
+bool NormalMatrix::lay_out_points(const NormalStructure::PointBlocks& blocks) {
   points_.assign(place(num_points_), {});
   point_blocks_.clear();
   point_blocks_.reserve(blocks.blocks.size());
-  point_order_ = order_by_blocks(blocks, num_points_, structure.num_blocks());
+  point_order_ = order_by_blocks(blocks, num_points_, num_blocks());
   std::uint64_t room = 0;
   for (const std::int32_t p : point_order_) {
     PointEntry entry{static_cast<std::size_t>(room), point_blocks_.size(), 0, 0};
     for (const std::int32_t block : blocks.of(p)) {
       point_blocks_.push_back({block, 3 * entry.width});
-      entry.width += structure.width(block);
+      entry.width += block_width(block);
       ++entry.num_blocks;
     }
     points_[place(p)] = entry;
@@ -97,12 +89,12 @@ bool NormalMatrix::lay_out_points(const NormalStructure& structure,
   return point_values_.resize(room);
 }
 
-bool NormalMatrix::lay_out_pairs(const NormalStructure& structure) {
+bool NormalMatrix::lay_out_pairs() {
   pairs_.assign(blocks_.size(), {});
-  for (std::int32_t b = 0; b < structure.num_blocks(); ++b) pairs_[place(b)].push_back({b, 0});
-  for (std::int32_t g = 0; g < structure.num_groups(); ++g) {
-    for (const std::int32_t a : structure.group(g)) {
-      for (const std::int32_t b : structure.group(g)) {
+  for (std::int32_t b = 0; b < num_blocks(); ++b) pairs_[place(b)].push_back({b, 0});
+  for (std::int32_t g = 0; g < structure_.num_groups(); ++g) {
+    for (const std::int32_t a : structure_.group(g)) {
+      for (const std::int32_t b : structure_.group(g)) {
         if (a < b) pairs_[place(a)].push_back({b, 0});
       }
     }
@@ -133,11 +125,7 @@ void NormalMatrix::zero() {
   point_values_.zero();
 }
 
-void NormalMatrix::zero_reduced() {
-  pair_values_.zero();
-  factorised_ = false;
-  natural_.reset();
-}
+void NormalMatrix::zero_reduced() { pair_values_.zero(); }
 
 void NormalMatrix::zero_points(std::int32_t first, std::int32_t count) {
   const auto start_of = [this](std::int32_t k) {
@@ -178,39 +166,52 @@ std::int32_t NormalMatrix::coupling_start(std::int32_t point, std::int32_t block
   return found->start;
 }
 
-double* NormalMatrix::block_pair(std::int32_t a, std::int32_t b) {
-  const std::vector<BlockPair>& pairs = pairs_[place(a)];
+template <class Self>
+auto NormalMatrix::find_pair(Self& self, std::int32_t a, std::int32_t b)
+    -> decltype(self.pair_values_.data()) {
+  const std::vector<BlockPair>& pairs = self.pairs_[place(a)];
   const auto found =
       std::lower_bound(pairs.begin(), pairs.end(), b,
                        [](const BlockPair& x, std::int32_t other) { return x.other < other; });
   if (found == pairs.end() || found->other != b) return nullptr;
-  return pair_values_.data() + found->offset;
+  return self.pair_values_.data() + found->offset;
+}
+
+double* NormalMatrix::block_pair(std::int32_t a, std::int32_t b) { return find_pair(*this, a, b); }
+
+const double* NormalMatrix::block_pair(std::int32_t a, std::int32_t b) const {
+  return find_pair(*this, a, b);
 }
 
 // The stored element (i, j), i <= j; null for a structural zero.
-const double* NormalMatrix::find(std::int32_t i, std::int32_t j) const {
-  const std::int32_t reduced = num_point_unknowns();
+template <class Self>
+auto NormalMatrix::find(Self& self, std::int32_t i, std::int32_t j)
+    -> decltype(self.point_values_.data()) {
+  const std::int32_t reduced = self.num_point_unknowns();
+  const auto rows_of = [&self](std::int32_t point) {
+    return self.point_values_.data() + self.points_[place(point)].values;
+  };
   if (j < reduced) {
-    return i / 3 == j / 3 ? diagonal(i / 3) + diagonal_place(i % 3, j % 3) : nullptr;
+    return i / 3 == j / 3 ? rows_of(i / 3) + diagonal_place(i % 3, j % 3) : nullptr;
   }
-  const std::int32_t block = block_of(j);
-  const std::int32_t column = j - block_index(block);
+  const std::int32_t block = self.block_of(j);
+  const std::size_t width = place(self.block_width(block));
+  const std::size_t column = place(j - self.block_index(block));
   if (i < reduced) {
-    const PointBlock* const found = find_point_block(i / 3, block);
-    if (found == nullptr) return nullptr;
-    return coupling(i / 3, *found) + place(i % 3) * place(block_width(block)) + place(column);
+    const PointBlock* const at = self.find_point_block(i / 3, block);
+    if (at == nullptr) return nullptr;
+    return rows_of(i / 3) + kDiagonalRoom + at->start + place(i % 3) * width + column;
   }
-  const std::int32_t row_block = block_of(i);
-  // The look-up changes nothing; it only gives access to what belongs to this object.
-  const double* const pair = const_cast<NormalMatrix*>(this)->block_pair(row_block, block);
+  const std::int32_t row_block = self.block_of(i);
+  const auto pair = find_pair(self, row_block, block);
   if (pair == nullptr) return nullptr;
-  return pair + place(i - block_index(row_block)) * place(block_width(block)) + place(column);
+  return pair + place(i - self.block_index(row_block)) * width + column;
 }
 
 void NormalMatrix::add(std::int32_t i, std::int32_t j, double v) {
-  const double* const element = find(i, j);
+  double* const element = find(*this, i, j);
   if (element == nullptr) throw std::out_of_range("normal matrix: element outside the structure");
-  *const_cast<double*>(element) += v;
+  *element += v;
 }
 
 void NormalMatrix::add_block(std::int32_t i, std::int32_t j, const Matrix& block) {
@@ -222,9 +223,19 @@ void NormalMatrix::add_block(std::int32_t i, std::int32_t j, const Matrix& block
 }
 
 double NormalMatrix::at(std::int32_t i, std::int32_t j) const {
-  if (i > j) return factorised_ ? factor_at(i, j) : 0.0;
-  const double* const element = find(i, j);
+  if (i > j) return 0.0;
+  const double* const element = find(*this, i, j);
   return element == nullptr ? 0.0 : *element;
+}
+
+void write_sparsity_pbm(TextWriter& out, const NormalMatrix& n) {
+  out << "P1\n" << n.size() << ' ' << n.size() << "\n\n";
+  for (std::int32_t i = 0; i < n.size(); ++i) {
+    for (std::int32_t j = 0; j < n.size(); ++j) {
+      out << (n.at(std::min(i, j), std::max(i, j)) == 0.0 ? "0 " : "1 ");
+    }
+    out << '\n';
+  }
 }
 
 }  // namespace vorn

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "base/cpu_clock.h"
 #include "driver/bundle_project.h"
@@ -181,11 +182,11 @@ NormalStructure find_structure(BundleProject& project) {
 
 // Small systems gain nothing from their structure. A file of the matrix shows the factor in the
 // order of the unknowns.
-NormalMatrix::Method method_for(const BundleProject& project, std::int32_t size) {
+AdjInterfaceNative::Method method_for(const BundleProject& project, std::int32_t size) {
+  using Method = AdjInterfaceNative::Method;
   constexpr std::int32_t kSmall = 256;
-  if (size <= kSmall) return NormalMatrix::Method::dense;
-  return project.options.matrix_file == "none" ? NormalMatrix::Method::eliminate
-                                               : NormalMatrix::Method::eliminate_in_order;
+  if (size <= kSmall) return Method::dense;
+  return project.options.matrix_file == "none" ? Method::eliminate : Method::eliminate_in_order;
 }
 
 // Chooses the solver and lays the normal equations out. 1 or -1.
@@ -194,18 +195,19 @@ int choose_solver(BundleProject& project, TextWriter& report) {
     report << "ERROR: Unkown adjustment interface.\n";
     return -1;
   }
-  project.solver = std::make_unique<AdjInterfaceNative>();
   const std::int32_t size = project.unknowns.num_unknowns();
-  if (!project.normal.set_structure(find_structure(project), method_for(project, size))) {
+  auto solver = std::make_unique<AdjInterfaceNative>(method_for(project, size));
+  if (!project.normal.set_structure(find_structure(project)) || !solver->prepare(project.normal)) {
     report << "ERROR: The normal equations of " << size
            << " unknowns do not fit the address space.\n";
     return -1;
   }
   // Small systems are summed image point by image point: a condition of great weight (a free
   // quaternion's) makes the first iterations depend on the order of the sums.
-  if (project.normal.method() != NormalMatrix::Method::dense) {
+  if (solver->method() != AdjInterfaceNative::Method::dense) {
     project.observations.set_up(project.images, project.object_points, project.normal);
   }
+  project.solver = std::move(solver);
   project.rhs.resize(size);
   project.markers.resize(size);
   project.solution.resize(size);

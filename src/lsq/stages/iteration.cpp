@@ -230,9 +230,9 @@ void write_file(const std::string& name, std::string_view failure, Write write) 
 void write_normal_equations(const BundleProject& project) {
   const Options& options = project.options;
   write_file(options.structure_file, "ERROR: Cannot write structure of normal matrix file.\n",
-             [&](TextWriter& out) { project.normal.write_structure(out); });
+             [&](TextWriter& out) { write_sparsity_pbm(out, project.normal); });
   write_file(options.matrix_file, "ERROR: Cannot write normal matrix file.\n",
-             [&](TextWriter& out) { project.normal.write_elements(out); });
+             [&](TextWriter& out) { project.solver->write_matrix(out, project.normal); });
   write_file(options.rhs_file, "ERROR: Cannot write right side vector file.\n",
              [&](TextWriter& out) { write_vector(out, project.rhs); });
   write_file(options.solution_file, "ERROR: Cannot write  solution vector file.\n",

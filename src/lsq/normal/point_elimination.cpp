@@ -1,0 +1,313 @@
+// Elimination of the object points. Points never meet one another: with p for the unknowns of one
+// point and r for those of the reduced part, in blocks,
+//
+//       | N_pp  N_pr |         | L_p  0   |        N_pp = L_p L_p'            3 x 3, per point
+//   N = |            | = L L', | V'   L_r | = L,   V    = L_p^-1 N_pr         3 x width, per point
+//       |  sym  N_rr |                             S    = N_rr - sum of V'V   = L_r L_r'
+//
+// so the Cholesky factorisation in the order of the unknowns is an elimination point by point,
+// which leaves the reduced normal equations S (Brown 1958), followed by the factorisation of S. In
+// the same manner N x = b is
+//
+//   y   = L_p^-1 b_p               per point, on the way down
+//   x_r = S^-1 (b_r - sum of V'y)
+//   x_p = L_p^-T (y - V x_r)       per point, on the way back
+//
+// and the inverse Q of N
+//
+//   Q_rr = S^-1,   Q_pr = -L_p^-T V Q_rr,   Q_pp = L_p^-T (I + V Q_rr V') L_p^-1.
+//
+// L_p and V are formed again where they are needed: storing them would cost more memory traffic
+// than forming them costs arithmetic. The blocks of S stand in an order of their own, which keeps
+// L_r sparse.
+
+#include "lsq/normal/point_elimination.h"
+
+#include <algorithm>
+#include <span>
+
+#include "lsq/linalg/kernels.h"
+#include "lsq/normal/point_factor.h"
+
+namespace vorn {
+namespace {
+
+std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
+
+// S := N_rr, in the lower triangle.
+void load(const NormalMatrix& normal, ReducedMatrix& reduced) {
+  reduced.tiles.zero();
+  normal.for_each_pair([&](std::int32_t a, std::int32_t b, const double* element) {
+    for (std::int32_t r = 0; r < normal.block_width(a); ++r) {
+      for (std::int32_t c = 0; c < normal.block_width(b); ++c, ++element) {
+        // Within a diagonal block only the upper triangle counts.
+        if (a == b && c < r) continue;
+        const std::int32_t row = reduced.start(a) + r;
+        const std::int32_t column = reduced.start(b) + c;
+        reduced.tiles.element(std::max(row, column), std::min(row, column)) = *element;
+      }
+    }
+  });
+}
+
+// The first failing pivot of the points' diagonal blocks, counted from 1.
+std::int32_t first_failing_point_pivot(const NormalMatrix& normal) {
+  PointFactor factor;
+  for (std::int32_t p = 0; p < normal.num_points(); ++p) {
+    if (const std::int32_t failed = factor.factorise(normal.diagonal(p)); failed != 0) {
+      return 3 * p + failed;
+    }
+  }
+  return 0;
+}
+
+// S = N_rr - sum of V'V = L_r L_r'. The points' part of the diagonal of L goes to `diagonal`,
+// unless it is null. 0, or k for a failing pivot, counted from 1: of a point's unknown k, or of row
+// k - (number of the points' unknowns) of the reduced matrix.
+std::int32_t reduce_and_factorise(const NormalMatrix& normal, PointBatch& batch,
+                                  ReducedMatrix& reduced, double* diagonal,
+                                  const ForwardPass* forward) {
+  load(normal, reduced);
+  if (!batch.eliminate_all(diagonal, forward)) return first_failing_point_pivot(normal);
+  const std::int32_t failed = reduced.tiles.factorise();
+  return failed == 0 ? 0 : normal.num_point_unknowns() + failed;
+}
+
+// s := N_pp^-1 s = L_p^-T L_p^-1 s
+void solve_point(const NormalMatrix& normal, std::int32_t point, double (&s)[3]) {
+  PointFactor factor;
+  (void)factor.factorise(normal.diagonal(point));  // passed when N was factorised
+  factor.forward(s);
+  factor.backward(s);
+}
+
+}  // namespace
+
+// ---- factorisation -----------------------------------------------------------------------------
+
+bool PointElimination::set_structure(Order order) {
+  return reduced_.set_structure(normal_.structure(), normal_.point_blocks(),
+                                order == Order::natural);
+}
+
+std::int32_t PointElimination::factorise() { return factorise(nullptr); }
+
+std::int32_t PointElimination::factorise(const ForwardPass* forward) {
+  if (!batch_) batch_ = std::make_unique<PointBatch>(normal_, reduced_);
+  diagonal_.resize(normal_.size());
+  const std::int32_t num_point_unknowns = normal_.num_point_unknowns();
+  const std::int32_t failed =
+      reduce_and_factorise(normal_, *batch_, reduced_, diagonal_.data(), forward);
+  factorised_ = failed == 0;
+  if (failed > num_point_unknowns) return failing_unknown(failed - num_point_unknowns - 1) + 1;
+  if (failed != 0) return failed;
+  for (std::int32_t b = 0; b < normal_.num_blocks(); ++b) {
+    for (std::int32_t c = 0; c < normal_.block_width(b); ++c) {
+      const std::int32_t row = reduced_.start(b) + c;
+      diagonal_[normal_.block_index(b) + c] = reduced_.tiles.at(row, row);
+    }
+  }
+  return 0;
+}
+
+// The unknown at which the factorisation in the order of the unknowns fails, when that of the
+// reduced matrix fails at a row.
+std::int32_t PointElimination::failing_unknown(std::int32_t row) const {
+  if (!reduced_.is_natural()) {
+    ReducedMatrix natural;
+    if (natural.set_structure(normal_.structure(), normal_.point_blocks(), true)) {
+      PointBatch batch(normal_, natural);
+      const std::int32_t failed = reduce_and_factorise(normal_, batch, natural, nullptr, nullptr);
+      if (failed != 0) return failed - 1;
+    }
+    // Rounding decides: in the order of the unknowns all pivots are positive.
+  }
+  const std::int32_t block = reduced_.block_at(row);
+  return normal_.block_index(block) + row - reduced_.start(block);
+}
+
+double PointElimination::lower(std::int32_t i, std::int32_t j) const {
+  if (!factorised_) return 0.0;
+  const std::int32_t first_reduced = normal_.num_point_unknowns();
+  if (j >= first_reduced) return reduced_.tiles.at(i - first_reduced, j - first_reduced);
+  PointFactor factor;
+  (void)factor.factorise(normal_.diagonal(j / 3));  // passed when N was factorised
+  if (i < first_reduced) {
+    if (i / 3 != j / 3) return 0.0;
+    if (i % 3 == 1) return factor.l10();
+    return j % 3 == 0 ? factor.l20() : factor.l21();
+  }
+  const NormalMatrix::PointBlock* const at = normal_.find_point_block(j / 3, normal_.block_of(i));
+  if (at == nullptr) return 0.0;
+  const double* const column = normal_.coupling(j / 3, *at) + (i - normal_.block_index(at->block));
+  const std::ptrdiff_t width = normal_.block_width(at->block);
+  double v[3] = {column[0], column[width], column[2 * width]};
+  factor.forward(v);
+  return v[j % 3];
+}
+
+// ---- substitution ------------------------------------------------------------------------------
+
+// b_r, in the order of the reduced matrix, with room for a piece behind it.
+std::vector<double> PointElimination::reduced_rhs(const Vector& b) const {
+  const TileMatrix& tiles = reduced_.tiles;
+  std::vector<double> rhs(place(tiles.num_tiles() * tiles.tile_size() + kPieceWidth), 0.0);
+  for (std::int32_t k = 0; k < normal_.num_blocks(); ++k) {
+    std::copy_n(b.data() + normal_.block_index(k), normal_.block_width(k),
+                rhs.data() + reduced_.start(k));
+  }
+  return rhs;
+}
+
+std::int32_t PointElimination::solve(const Vector& b, Vector& x) {
+  x.resize(normal_.size());
+  std::vector<double> rhs = reduced_rhs(b);
+  const ForwardPass forward{b.data(), x.data(), rhs.data()};
+  const std::int32_t failed = factorise(&forward);
+  if (failed == 0) substitute_back(rhs, x);
+  return failed;
+}
+
+void PointElimination::substitute(const Vector& b, Vector& x) const {
+  x.resize(normal_.size());
+  std::vector<double> rhs = reduced_rhs(b);
+  PointFactor factor;
+  for (const std::int32_t i : normal_.point_order()) {
+    (void)factor.factorise(normal_.diagonal(i));  // passed when N was factorised
+    // y = L_p^-1 b_p, kept in the place of x_p.
+    double y[3] = {b[3 * i], b[3 * i + 1], b[3 * i + 2]};
+    factor.forward(y);
+    std::copy_n(y, 3, x.data() + place(3 * i));
+    // b_r -= V'y = N_rp L_p^-T y
+    factor.backward(y);
+    for (const NormalMatrix::PointBlock& at : normal_.blocks_of(i)) {
+      double* const target = rhs.data() + reduced_.start(at.block);
+      const double* const n = normal_.coupling(i, at);
+      const std::ptrdiff_t width = normal_.block_width(at.block);
+      for (std::ptrdiff_t c = 0; c < width; ++c) {
+        target[c] -= n[c] * y[0] + n[width + c] * y[1] + n[2 * width + c] * y[2];
+      }
+    }
+  }
+  substitute_back(rhs, x);
+}
+
+// x_r = S^-1 (b_r - V'y), then x_p = L_p^-T (y - L_p^-1 N_pr x_r), with y in the place of x_p.
+void PointElimination::substitute_back(std::vector<double>& reduced, Vector& x) const {
+  reduced_.tiles.solve_lower(reduced.data());
+  reduced_.tiles.solve_upper(reduced.data());
+  for (std::int32_t k = 0; k < normal_.num_blocks(); ++k) {
+    std::copy_n(reduced.data() + reduced_.start(k), normal_.block_width(k),
+                x.data() + normal_.block_index(k));
+  }
+  const Kernels& kernel = kernels();
+  const std::span<const std::int32_t> order = normal_.point_order();
+  std::vector<BlockProduct> products;
+  PointFactor factor;
+  for (std::size_t k = 0; k < order.size(); ++k) {
+    normal_.prefetch_point(k + 2);
+    const std::int32_t i = order[k];
+    (void)factor.factorise(normal_.diagonal(i));  // passed when N was factorised
+    products.clear();
+    for (const NormalMatrix::PointBlock& at : normal_.blocks_of(i)) {
+      products.push_back({normal_.coupling(i, at), x.data() + normal_.block_index(at.block),
+                          normal_.block_width(at.block)});
+    }
+    double s[3];
+    kernel.multiply_blocks(s, products.data(), static_cast<std::int64_t>(products.size()));
+    factor.forward(s);
+    for (std::int32_t r = 0; r < 3; ++r) s[r] = x[3 * i + r] - s[r];
+    factor.backward(s);
+    std::copy_n(s, 3, x.data() + place(3 * i));
+  }
+}
+
+// ---- inverse -----------------------------------------------------------------------------------
+
+void PointElimination::invert(Matrix& q) const {
+  const std::int32_t n = normal_.size();
+  q.resize(n, n);
+  Vector unit(n);
+  unit.zero();
+  Vector column;
+  for (std::int32_t i = 0; i < n; ++i) {
+    unit[i] = 1.0;
+    substitute(unit, column);
+    unit[i] = 0.0;
+    std::copy_n(column.data(), n, q[i]);
+  }
+  q.symmetrise();
+}
+
+void PointElimination::invert_reduced(Matrix& q) const {
+  const std::int32_t n = normal_.size() - normal_.num_point_unknowns();
+  q.resize(n, n);
+  std::vector<std::int32_t> unknown_at(place(n));
+  for (std::int32_t b = 0; b < normal_.num_blocks(); ++b) {
+    for (std::int32_t c = 0; c < normal_.block_width(b); ++c) {
+      unknown_at[place(reduced_.start(b) + c)] =
+          normal_.block_index(b) + c - normal_.num_point_unknowns();
+    }
+  }
+  std::vector<double> column(place(reduced_.tiles.num_tiles() * reduced_.tiles.tile_size()));
+  for (std::int32_t row = 0; row < n; ++row) {
+    std::fill(column.begin(), column.end(), 0.0);
+    column[place(row)] = 1.0;
+    reduced_.tiles.solve_lower(column.data());
+    reduced_.tiles.solve_upper(column.data());
+    for (std::int32_t k = 0; k < n; ++k) {
+      q[unknown_at[place(row)]][unknown_at[place(k)]] = column[place(k)];
+    }
+  }
+  q.symmetrise();
+}
+
+// Q_pr = -N_pp^-1 N_pr Q_rr
+void PointElimination::point_block_cofactors(std::int32_t point, std::int32_t block,
+                                             const Matrix& reduced, Matrix& q) const {
+  const std::int32_t first_reduced = normal_.num_point_unknowns();
+  const std::int32_t first = normal_.block_index(block) - first_reduced;
+  q.resize(3, normal_.block_width(block));
+  for (std::int32_t c = 0; c < normal_.block_width(block); ++c) {
+    double s[3] = {0.0, 0.0, 0.0};
+    for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
+      const double* n = normal_.coupling(point, at);
+      const double* const cofactors =
+          reduced[first + c] + normal_.block_index(at.block) - first_reduced;
+      for (double& sum : s) {
+        for (std::int32_t j = 0; j < normal_.block_width(at.block); ++j) {
+          sum += *n++ * cofactors[j];
+        }
+      }
+    }
+    solve_point(normal_, point, s);
+    for (std::int32_t r = 0; r < 3; ++r) q[r][c] = -s[r];
+  }
+}
+
+// Q_pp = N_pp^-1 (I - N_pr Q_rp), column by column.
+void PointElimination::point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const {
+  Matrix columns(3, 3);
+  columns.zero();
+  for (std::int32_t c = 0; c < 3; ++c) columns[c][c] = 1.0;
+  Matrix coupled;
+  for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
+    point_block_cofactors(point, at.block, reduced, coupled);
+    const double* const n = normal_.coupling(point, at);
+    const std::int32_t width = normal_.block_width(at.block);
+    for (std::int32_t c = 0; c < 3; ++c) {
+      for (std::int32_t r = 0; r < 3; ++r) {
+        for (std::int32_t j = 0; j < width; ++j) columns[c][r] -= n[r * width + j] * coupled[c][j];
+      }
+    }
+  }
+  q.resize(3, 3);
+  for (std::int32_t c = 0; c < 3; ++c) {
+    double s[3] = {columns[c][0], columns[c][1], columns[c][2]};
+    solve_point(normal_, point, s);
+    for (std::int32_t r = 0; r < 3; ++r) q[r][c] = s[r];
+  }
+  q.symmetrise();
+}
+
+}  // namespace vorn

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "lsq/normal/normal_factor.h"
+#include "lsq/normal/point_batch.h"
+#include "lsq/normal/reduced_matrix.h"
+
+namespace vorn {
+
+// The factor of structured normal equations: the object points are eliminated one by one, then the
+// reduced normal equations are factorised (Brown 1958). The derivation stands at the head of
+// point_elimination.cpp.
+class PointElimination : public NormalFactor {
+ public:
+  explicit PointElimination(const NormalMatrix& normal) : NormalFactor(normal) {}
+
+  // The order in which the blocks of the reduced part are factorised: one that keeps the factor
+  // sparse, or that of the unknowns.
+  enum class Order { fill_reducing, natural };
+  // Takes memory for the factor; to be called once, before all else. False when it does not fit the
+  // address space.
+  [[nodiscard]] bool set_structure(Order order);
+
+  [[nodiscard]] std::int32_t factorise() override;
+  void substitute(const Vector& b, Vector& x) const override;
+  [[nodiscard]] std::int32_t solve(const Vector& b, Vector& x) override;
+  // Needs the natural order.
+  double lower(std::int32_t i, std::int32_t j) const override;
+  void invert(Matrix& q) const override;
+
+  // The inverse in parts, after `factorise`: the cofactors of the reduced part (in the order of the
+  // unknowns), and from them those of a point (3 x 3) and of a point with a block (3 x width).
+  void invert_reduced(Matrix& q) const;
+  void point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const;
+  void point_block_cofactors(std::int32_t point, std::int32_t block, const Matrix& reduced,
+                             Matrix& q) const;
+
+ private:
+  [[nodiscard]] std::int32_t factorise(const ForwardPass* forward);
+  std::int32_t failing_unknown(std::int32_t row) const;
+  std::vector<double> reduced_rhs(const Vector& b) const;
+  void substitute_back(std::vector<double>& reduced, Vector& x) const;
+
+  ReducedMatrix reduced_;              // S, then its factor
+  std::unique_ptr<PointBatch> batch_;  // working memory of all factorisations
+  bool factorised_ = false;
+};
+
+}  // namespace vorn
