@@ -31,5 +31,6 @@ class Command {
 std::unique_ptr<Command> make_adjust_command();
 std::unique_ptr<Command> make_grid_command();
 std::unique_ptr<Command> make_list_command();
+std::unique_ptr<Command> make_import_command();
 
 }  // namespace vorn::app

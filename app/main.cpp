@@ -29,6 +29,7 @@ constexpr CommandRow kCommands[] = {
      make_grid_command},
     {"list", "Adjust a project; list all unknowns with their changes and significance",
      make_list_command},
+    {"import", "Make a project of a reconstruction of another program", make_import_command},
 };
 
 bool is_command(std::string_view word) {

@@ -15,8 +15,8 @@ namespace fs = std::filesystem;
 
 // From the bottom up: a folder includes itself and those before it.
 const std::vector<std::string> kLayers = {
-    "base",        "text",       "lsq/linalg", "lsq/normal", "lsq",    "geometry", "sensors",
-    "calibration", "lsq/stages", "report",     "quality",    "driver", "app"};
+    "base",        "text",       "lsq/linalg", "lsq/normal", "lsq",    "geometry",     "sensors",
+    "calibration", "lsq/stages", "report",     "quality",    "driver", "app/exchange", "app"};
 
 // Headers that know nobody but text/ and that everybody may include.
 const std::vector<std::string> kLeaves = {"driver/keywords.h", "geometry/units.h"};

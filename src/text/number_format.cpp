@@ -115,7 +115,9 @@ char* write_number(char* out, double value, NumberFormat format) noexcept {
   char* start = out;
   if (format.show_plus && !std::signbit(value)) *start++ = '+';
   char* const limit = out + max_length(format);
-  char* const end = std::to_chars(start, limit, value, notation, format.precision).ptr;
+  char* const end = format.notation == Notation::shortest
+                        ? std::to_chars(start, limit, value).ptr
+                        : std::to_chars(start, limit, value, notation, format.precision).ptr;
   return align_right(out, end, format.width);
 }
 

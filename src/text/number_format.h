@@ -4,7 +4,8 @@
 
 namespace vorn {
 
-enum class Notation : std::uint8_t { general, fixed, scientific };
+// `shortest` has as few digits as give the same number when they are read again.
+enum class Notation : std::uint8_t { general, fixed, scientific, shortest };
 
 struct FormattedNumber;
 
@@ -37,6 +38,8 @@ constexpr NumberFormat fixed(int precision, int width = 0) {
 constexpr NumberFormat scientific(int precision, int width = 0) {
   return {Notation::scientific, precision, width, false};
 }
+// All digits that a value has, and no more: reading them gives the value again.
+constexpr NumberFormat shortest(int width = 0) { return {Notation::shortest, 0, width, false}; }
 // The same format with an explicit sign on numbers that are not negative.
 constexpr NumberFormat with_plus(NumberFormat format) {
   format.show_plus = true;

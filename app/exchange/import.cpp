@@ -1,0 +1,248 @@
+#include "app/exchange/import.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <system_error>
+#include <unordered_set>
+#include <utility>
+
+#include "app/exchange/readers.h"
+#include "app/exchange/verification.h"
+#include "text/text_writer.h"
+
+namespace vorn::exchange {
+namespace {
+
+namespace fs = std::filesystem;
+
+template <Reconstruction (*Read)(const Source&)>
+Reconstruction read_text(const std::string& path) {
+  return Read(Source(path, Source::Kind::text));
+}
+
+struct Format {
+  const char* name;
+  Reconstruction (*read)(const std::string& path);
+};
+constexpr auto kFormats = std::to_array<Format>({
+    {"colmap", read_colmap},
+    {"bal", read_text<read_bal>},
+    {"bundler", read_text<read_bundler>},
+});
+
+const Format& find_format(const std::string& name) {
+  std::string known;
+  for (const Format& format : kFormats) {
+    if (name == format.name) return format;
+    known += std::string(known.empty() ? "" : ", ") + format.name;
+  }
+  throw ExchangeError("unknown format '" + name + "'; there are " + known);
+}
+
+Datum find_datum(const std::string& name) {
+  if (name.empty() || name == "image") return Datum::image;
+  if (name == "points") return Datum::points;
+  if (name == "none") return Datum::none;
+  throw ExchangeError("unknown datum '" + name + "'; there are image, points, none");
+}
+
+ProjectSettings settings_of(const ImportRequest& request) {
+  ProjectSettings settings;
+  settings.name = request.name;
+  settings.pixel_size = request.pixel_size_um / 1e6;
+  settings.sigma = request.sigma_px;
+  settings.datum = find_datum(request.datum);
+  set_free(settings, request.free);
+  // Written so that values that are not numbers are refused.
+  if (!(request.pixel_size_um > 0.0)) throw ExchangeError("the pixel size must be positive");
+  if (!(request.sigma_px > 0.0)) throw ExchangeError("the standard deviation must be positive");
+  if (!(request.scale > 0.0)) throw ExchangeError("the scale must be positive");
+  if (!(request.max_error_px >= 0.0)) throw ExchangeError("the largest error must be positive");
+  if (as_word(settings.name) != settings.name || settings.name.empty() ||
+      settings.name.find_first_of("/\\:") != std::string::npos) {
+    throw ExchangeError("'" + settings.name + "' is no name of a project");
+  }
+  return settings;
+}
+
+void scale_model(Reconstruction& model, double scale) {
+  for (SourceImage& image : model.images) image.pose.offset = scale * image.pose.offset;
+  for (SourcePoint& point : model.points) point.xyz = scale * point.xyz;
+}
+
+// Names as words of a project. One that is taken already, since blanks were replaced, gets a
+// number.
+void make_words(Reconstruction& model) {
+  std::unordered_set<std::string> taken;
+  std::int64_t changed = 0;
+  for (SourceImage& image : model.images) {
+    std::string word = as_word(image.name);
+    for (int i = 2; !taken.insert(word).second; ++i) {
+      word = as_word(image.name) + '_' + std::to_string(i);
+    }
+    changed += word != image.name ? 1 : 0;
+    image.name = std::move(word);
+  }
+  if (changed > 0) {
+    model.notes.push_back(std::to_string(changed) + " names of images changed: blanks became '_'");
+  }
+}
+
+// The folder of a project while it is being written: files go into a folder inside it, which takes
+// its place when everything is right and disappears otherwise.
+class Staging {
+ public:
+  Staging(const std::string& directory, const std::string& name)
+      : directory_(directory), stage_(directory_ / ("." + name + ".part")) {
+    created_ = !fs::exists(directory_);
+    if (!created_ && !fs::is_directory(directory_)) {
+      throw ExchangeError(directory + ": is no folder");
+    }
+    refuse_other_project(name);
+    fs::create_directories(stage_);
+  }
+  ~Staging() {
+    std::error_code ignored;
+    fs::remove_all(stage_, ignored);
+    if (created_ && !committed_) fs::remove(directory_, ignored);
+  }
+  Staging(const Staging&) = delete;
+  Staging& operator=(const Staging&) = delete;
+
+  std::string path() const { return stage_.string(); }
+  // The control file comes last, so that it never names files of another import.
+  void commit(const std::string& control_file) {
+    fs::remove(directory_ / control_file);
+    for (const char* name : kProjectFiles) fs::rename(stage_ / name, directory_ / name);
+    fs::rename(stage_ / control_file, directory_ / control_file);
+    committed_ = true;
+  }
+
+ private:
+  void refuse_other_project(const std::string& name) const {
+    if (created_) return;
+    for (const auto& entry : fs::directory_iterator(directory_)) {
+      if (entry.path().extension() == ".ctl" && entry.path().stem() != name) {
+        throw ExchangeError(entry.path().string() +
+                            ": the folder holds another project; its files would be overwritten");
+      }
+    }
+  }
+
+  fs::path directory_;
+  fs::path stage_;
+  bool created_ = false;
+  bool committed_ = false;
+};
+
+void print_left_out(TextWriter& out, const LeftOut& left_out, double max_error) {
+  const auto line = [&](std::int64_t count, std::string_view what) {
+    if (count == 0) return;
+    (out << "  left out     ").integer(count, 10) << "   " << what;
+  };
+  const auto rays = [&](std::int64_t count) {
+    if (count > 0) out << " (" << count << " rays)";
+    out << '\n';
+  };
+  line(left_out.duplicates, "further measurements of a point in the same image\n");
+  if (left_out.points_at_centre > 0) {
+    line(left_out.points_at_centre, "points at a projection centre");
+    rays(left_out.rays_at_centre);
+  }
+  if (left_out.large_errors > 0) {
+    line(left_out.large_errors, "rays with residuals of more than ");
+    out << shortest()(max_error) << " px\n";
+  }
+  if (left_out.points_of_few_rays > 0) {
+    line(left_out.points_of_few_rays, "points with fewer than two rays");
+    rays(left_out.rays_of_few);
+  }
+}
+
+void print_summary(const Reconstruction& model, const Verification& found, std::int64_t source_rays,
+                   const ImportRequest& request, const std::string& control_file) {
+  constexpr NumberFormat kPixels = general(0, 6);
+  constexpr NumberFormat kDifference = scientific(1);
+  constexpr NumberFormat kCost = general(0, 12);
+  TextWriter& out = standard_output();
+  std::string models;
+  for (const SourceCamera& camera : model.cameras) {
+    if (models.find(camera.model) == std::string::npos) {
+      models += (models.empty() ? "" : ", ") + camera.model;
+    }
+  }
+  out << "Import from " << model.format << ": " << request.source << "\n\n";
+  const auto line = [&](std::string_view label, std::int64_t count) -> TextWriter& {
+    out << "  " << left_aligned(label, 13);
+    return out.integer(count, 10);
+  };
+  line("cameras", static_cast<std::int64_t>(model.cameras.size())) << "   " << models << '\n';
+  line("images", static_cast<std::int64_t>(model.images.size())) << '\n';
+  line("points", static_cast<std::int64_t>(model.points.size())) << '\n';
+  line("rays", model.count_rays()) << "   of " << source_rays << " in the source\n";
+  print_left_out(out, model.left_out, request.max_error_px);
+  if (found.behind > 0) line("behind", found.behind) << "   rays to points behind the camera\n";
+  if (found.near > 0) {
+    line("near", found.near) << "   rays to points nearer than 0.001 of the median depth\n";
+  }
+  for (const std::string& note : model.notes) out << "  note: " << note << '\n';
+  out << "\n  residuals as given: rms of a coordinate " << kPixels(found.rms()) << " px, largest "
+      << kPixels(found.largest_residual) << " px, half their sum of squares " << kCost(found.cost)
+      << " px^2\n  largest difference of both re-projections: "
+      << kDifference(found.largest_difference) << " px\n  project: " << control_file << '\n';
+}
+
+}  // namespace
+
+void set_free(ProjectSettings& settings, const std::string& text) {
+  constexpr auto kNames = std::to_array<std::pair<std::string_view, Lens>>({{"f", Lens::f},
+                                                                            {"pp", Lens::pp},
+                                                                            {"cx", Lens::cx},
+                                                                            {"cy", Lens::cy},
+                                                                            {"k1", Lens::k1},
+                                                                            {"k2", Lens::k2},
+                                                                            {"k3", Lens::k3},
+                                                                            {"p1", Lens::p1},
+                                                                            {"p2", Lens::p2},
+                                                                            {"b1", Lens::b1},
+                                                                            {"b2", Lens::b2}});
+  settings.free = Lens::none;
+  settings.free_own = text == "model";
+  if (text == "none" || settings.free_own) return;
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    const std::string part(trimmed(std::string_view(text).substr(begin, end - begin)));
+    begin = end + 1;
+    const auto found = std::find_if(kNames.begin(), kNames.end(),
+                                    [&](const auto& name) { return name.first == part; });
+    if (found == kNames.end()) {
+      throw ExchangeError("cannot free '" + part +
+                          "'; there are none, model, or a list of f, pp, cx, cy, k1, k2, k3, p1, "
+                          "p2, b1, b2");
+    }
+    settings.free = settings.free | found->second;
+  }
+}
+
+void import_project(const ImportRequest& request) {
+  const ProjectSettings settings = settings_of(request);
+  Reconstruction model = find_format(request.format).read(request.source);
+  make_words(model);
+  const std::int64_t source_rays = model.count_rays();
+  if (request.scale != 1.0) scale_model(model, request.scale);
+  leave_out_unusable(model, request.max_error_px);
+  if (model.points.empty()) throw ExchangeError(request.source + ": no point has two rays");
+
+  const std::string control_file = settings.name + ".ctl";
+  Staging staging(request.directory, settings.name);
+  write_project(model, {}, settings, staging.path());
+  const Verification found = verify_project((fs::path(staging.path()) / control_file).string(),
+                                            model, settings.pixel_size);
+  staging.commit(control_file);
+  print_summary(model, found, source_rays, request,
+                (fs::path(request.directory) / control_file).string());
+}
+
+}  // namespace vorn::exchange
