@@ -35,7 +35,7 @@ struct RunRequest {
   bool with_cameras = false;  // also write the camera result file
   // Where given, sees the project after a completed adjustment, when all files are written and
   // closed, just before it is destroyed.
-  std::function<void(const BundleProject&)> inspect = nullptr;
+  std::function<void(BundleProject&)> inspect = nullptr;
 };
 
 // Runs the project of a control file from reading to the last report line. Throws std::bad_alloc

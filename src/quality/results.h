@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "geometry/vec3.h"
+#include "lsq/stages/statistics.h"
 #include "quality/ellipsoid.h"
 #include "quality/unknown.h"
 #include "sensors/bundle_image.h"
@@ -77,17 +78,6 @@ struct QualityStatistics {
   Unknown farthest;                         // the unknown of that distance
 };
 
-// One iteration as the report prints it; largest absolute corrections.
-struct IterationStatistics {
-  std::int32_t iteration = 0;
-  double vtpv_predicted = kUndefined;    // [m2]
-  double sigma0_predicted = kUndefined;  // [m]
-  double max_change_point = kUndefined;  // [m]
-  double max_change_centre = kUndefined;
-  double max_change_rotation = kUndefined;  // [rad or 1]
-  double max_change_geometry = kUndefined;
-};
-
 // Observations that share an accuracy, and the factor of their variances (Foerstner 1979).
 struct GroupResult {
   std::string_view group;
@@ -125,6 +115,7 @@ struct ParameterResult {
 // where it is asked for: see PointTest.
 struct ImagePointResult {
   const ImagePoint* point = nullptr;
+  std::int32_t image = 0;     // its place among the images of the results
   std::array<double, 2> v{};  // computed - measured [m]
   std::array<double, 2> s{};  // a priori [m]
   std::array<double, 2> r{};
@@ -165,11 +156,14 @@ struct ImageResult {
   const BundleImage* image = nullptr;
   std::size_t first = 0;  // of its image points among all
   std::int32_t points = 0;
-  double rms_vx = kUndefined;
-  double rms_vy = kUndefined;
+  std::array<double, 2> rms{kUndefined, kUndefined};  // of the residuals [m]
+  double vtpv = 0.0;                                  // [m2]
   double redundancy = 0.0;
   double max_w = kUndefined;  // the largest |w|
 };
+
+// The test of a parameter's own observation: w^2 with one degree of freedom.
+[[nodiscard]] JointTest observed_test(const ObservedResult& result);
 
 // Correlation of two unknowns, a in front of b.
 struct CorrelationResult {
@@ -201,6 +195,8 @@ struct SuspectResult {
   bool worst_of_image = false;
   bool worst_of_point = false;
 };
+// "image_point" or the type of the parameter's object.
+[[nodiscard]] std::string_view suspect_kind(const SuspectResult& suspect);
 
 struct QualityResults {
   RunStatus status = RunStatus::failed;
@@ -222,7 +218,8 @@ struct QualityResults {
   std::vector<CorrelationResult> correlations;  // the largest ones, descending
   std::map<std::string, std::int64_t> correlations_over_limit;
   std::vector<CheckPointResult> check_points;
-  std::vector<SuspectResult> suspects;
+  std::vector<SuspectResult> suspects;  // the smallest probabilities first
+  std::size_t num_suspects = 0;         // with those that the list has no room for
 
   // Pope's tau (1976): w with the standard deviation of unit weight a posteriori.
   double tau(double w) const { return w * settings.sigma0_prior / statistics.sigma0_posterior; }

@@ -1,0 +1,148 @@
+#include "quality/adjusted_values.h"
+
+#include <cmath>
+
+#include "driver/bundle_project.h"
+#include "geometry/eo_quaternion.h"
+#include "lsq/ls_params.h"
+#include "quality/distributions.h"
+#include "quality/summary.h"
+
+namespace vorn {
+namespace {
+
+QualitySettings settings_of_run() {
+  QualitySettings settings;
+  settings.sigma0_prior = ls_params().sigma0_apriori;
+  settings.delta0 = noncentrality(settings.alpha, settings.power);
+  settings.correlation_limit = ls_params().correlation_limit;
+  settings.significance_limit = ls_params().significance_limit;
+  return settings;
+}
+
+void list_points(const BundleProject& project, QualityResults& results) {
+  const AdjObjectList& unknowns = project.unknowns;
+  for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
+    const AdjObject& object = unknowns[i];
+    const auto* const point = dynamic_cast<const ObjectPoint*>(&object);
+    if (point != nullptr) results.points.push_back({point});
+    for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
+      const Unknown unknown{&object, k};
+      if (point == nullptr) results.parameters.push_back({unknown});
+      if (!unknown.is_observed()) continue;
+      results.observed_parameters.push_back(
+          {unknown, *unknown.record().value - unknown.record().initial});
+    }
+  }
+}
+
+// Residuals of one image, computed - measured.
+void list_image_points(const BundleProject& project, const BundleImage& image,
+                       QualityResults& results) {
+  const auto number = static_cast<std::int32_t>(results.images.size());
+  ImageResult& listed = results.images.emplace_back();
+  listed.image = &image;
+  listed.first = results.image_points.size();
+  std::array<double, 2> squares{};
+  const double sigma0 = results.settings.sigma0_prior;
+  for (const ImagePoint& point : image.points) {
+    const ObjectPoint* const object_point = object_point_of(point, project.object_points);
+    if (object_point == nullptr || object_point->index < 0) continue;
+    ImagePointResult& row = results.image_points.emplace_back();
+    row.point = &point;
+    row.image = number;
+    const Pair computed = image.object_to_image(object_point->xyz);
+    const Pair measured = image.camera->pixel_to_image({point.x, point.y});
+    row.s = image.camera->sdev_to_image({point.sx, point.sy});
+    for (std::size_t i = 0; i < 2; ++i) {
+      row.v[i] = computed[i] - measured[i];
+      squares[i] += row.v[i] * row.v[i];
+      const double weighted = row.v[i] * sigma0 / row.s[i];
+      listed.vtpv += weighted * weighted;
+    }
+    ++listed.points;
+    ++results.points[static_cast<std::size_t>(object_point->index / 3)].rays;
+  }
+  if (listed.points == 0) return;
+  for (std::size_t i = 0; i < 2; ++i) listed.rms[i] = std::sqrt(squares[i] / listed.points);
+}
+
+void list_constraints(const BundleProject& project, QualityResults& results) {
+  project.unknowns.for_each<EOQuaternion>([&](const EOQuaternion& orientation) {
+    double norm = 0.0;
+    for (std::int32_t k = 3; k < 7; ++k) norm += orientation.value(k) * orientation.value(k);
+    results.constraints.push_back({&orientation, "unit_quaternion", norm - 1.0});
+  });
+}
+
+void list_check_points(QualityResults& results) {
+  for (const PointResult& row : results.points) {
+    const ObjectPoint& point = *row.point;
+    if (point.type != PointType::check) continue;
+    CheckPointResult& check = results.check_points.emplace_back();
+    check.point = &point;
+    for (std::size_t k = 0; k < 3; ++k) {
+      const double given = point.param(static_cast<std::int32_t>(k)).initial;
+      check.difference[k] = point.check[k] ? given - point.xyz[k] : kUndefined;
+    }
+  }
+}
+
+// Counts and sums of squares. sigma0_posterior = sqrt(v'Pv / redundancy) (Koch 1999).
+void sum_up(const BundleProject& project, QualityResults& results) {
+  QualityStatistics& sums = results.statistics;
+  const AdjObjectList& unknowns = project.unknowns;
+  sums.images = static_cast<std::int32_t>(results.images.size());
+  sums.points = static_cast<std::int32_t>(results.points.size());
+  sums.image_points = static_cast<std::int32_t>(results.image_points.size());
+  sums.unknowns = unknowns.num_unknowns();
+  sums.observed_parameters = unknowns.count_state(ParamState::observed);
+  sums.fixed_parameters = unknowns.count_state(ParamState::eliminated);
+  sums.constraints = unknowns.num_constraints();
+  sums.redundancy = 2 * sums.image_points + sums.observed_parameters + sums.fixed_parameters +
+                    sums.constraints - sums.unknowns;
+  const double sigma0 = results.settings.sigma0_prior;
+  std::array<double, 2> squares{};
+  for (const ImageResult& image : results.images) {
+    sums.vtpv.image += image.vtpv;
+    if (image.points == 0) continue;
+    for (std::size_t i = 0; i < 2; ++i) squares[i] += image.points * image.rms[i] * image.rms[i];
+  }
+  for (const ObservedResult& row : results.observed_parameters) {
+    const double weighted = row.v * sigma0 / row.s();
+    sums.vtpv.observed += weighted * weighted;
+  }
+  for (const ConstraintResult& row : results.constraints) {
+    sums.vtpv.constraints += ls_params().weight_constraints * row.misclosure * row.misclosure;
+  }
+  sums.rms_vx = std::sqrt(squares[0] / sums.image_points);
+  sums.rms_vy = std::sqrt(squares[1] / sums.image_points);
+  if (sums.redundancy > 0) {
+    sums.sigma0_posterior = std::sqrt(sums.vtpv.total() / sums.redundancy);
+  }
+  sums.global_test = global_test(sums.vtpv.total() / (sigma0 * sigma0), sums.redundancy,
+                                 results.settings.confidence);
+}
+
+}  // namespace
+
+QualityResults adjusted_values(const BundleProject& project) {
+  QualityResults results;
+  results.settings = settings_of_run();
+  results.settings.rigorous_iterations = project.settings.rigorous;
+  results.status = project.converged ? RunStatus::converged : RunStatus::not_converged;
+  results.iterations = project.iterations;
+  list_points(project, results);
+  std::size_t image_points = 0;
+  for (const BundleImage& image : project.images) {
+    image_points += static_cast<std::size_t>(image.count_points());
+  }
+  results.image_points.reserve(image_points);
+  for (const BundleImage& image : project.images) list_image_points(project, image, results);
+  list_constraints(project, results);
+  list_check_points(results);
+  sum_up(project, results);
+  return results;
+}
+
+}  // namespace vorn

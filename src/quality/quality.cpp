@@ -1,0 +1,28 @@
+#include "quality/quality.h"
+
+#include "quality/adjusted_values.h"
+#include "quality/figures.h"
+#include "quality/final_system.h"
+
+namespace vorn {
+
+QualityResults find_quality(BundleProject& project, const QualityRequest& request) {
+  QualityResults results = adjusted_values(project);
+  if (!request.figures) return results;
+  results.settings.prior = request.prior;
+  results.settings.inner_datum = request.inner_datum;
+  FinalSystem system(project);
+  if (system.factorise() != 0) {
+    results.status = RunStatus::failed;
+    results.message = "The normal equations at the final values are singular.";
+    return results;
+  }
+  system.invert();
+  if (!add_figures(project, system, results)) {
+    results.status = RunStatus::failed;
+    results.message = "An observation equation cannot be formed at the final values.";
+  }
+  return results;
+}
+
+}  // namespace vorn
