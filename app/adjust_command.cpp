@@ -1,6 +1,7 @@
 // vorn adjust: one run of a project.
 
 #include "app/project_run.h"
+#include "app/quality_output.h"
 
 namespace vorn::app {
 namespace {
@@ -11,11 +12,17 @@ class AdjustCommand final : public Command {
     project_.define(parser);
     parser.add_flag("--cameras", project_.request.with_cameras,
                     "also write the camera result file");
+    quality_.define(parser);
   }
-  ExitStatus run() override { return project_.run(); }
+  ExitStatus run() override {
+    quality_.attach(project_.request);
+    const ExitStatus status = project_.run();
+    return quality_.report_failures() ? status : kFailed;
+  }
 
  private:
   ProjectRun project_;
+  QualityOutput quality_;
 };
 
 }  // namespace

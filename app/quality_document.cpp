@@ -1,0 +1,484 @@
+// The quality document: results as JSON, large tables as CSV (RFC 4180) beside it.
+
+#include "app/quality_document.h"
+
+#ifdef VORN_HAS_JSON
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+
+#include "app/json_stream.h"
+#include "driver/paths.h"
+#include "quality/tables.h"
+
+namespace vorn::app {
+namespace {
+
+constexpr std::size_t kLargeTable = 100000;  // rows
+
+// ---- tables -------------------------------------------------------------------------------------
+
+class JsonCells final : public CellSink {
+ public:
+  explicit JsonCells(JsonWriter& json) : json_(json) {}
+  void number(double value) override { json_.number(value); }
+  void short_number(double value) override { json_.short_number(value); }
+  void count(std::int64_t value) override { json_.integer(value); }
+  void flag(bool value) override { json_.flag(value); }
+  void text(std::string_view value) override { json_.text(value); }
+  void undefined() override { json_.null(); }
+
+ private:
+  JsonWriter& json_;
+};
+
+class CsvCells final : public CellSink {
+ public:
+  explicit CsvCells(TextWriter& out) : out_(out) {}
+  void number(double value) override {
+    if (!std::isfinite(value)) return;
+    char digits[32];
+    put(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+  }
+  void short_number(double value) override {
+    if (std::isfinite(value)) out_ << general(0, 9)(value);
+  }
+  void count(std::int64_t value) override { out_ << value; }
+  void flag(bool value) override { out_ << (value ? "true" : "false"); }
+  void text(std::string_view value) override {
+    const std::string utf8 = is_utf8(value) ? std::string() : to_utf8(value);
+    const std::string_view field = utf8.empty() ? value : utf8;
+    if (field.find_first_of(",\"\r\n") == std::string_view::npos) {
+      out_ << field;
+      return;
+    }
+    out_ << '"';
+    for (const char c : field) {
+      if (c == '"') out_ << '"';
+      out_ << c;
+    }
+    out_ << '"';
+  }
+  void undefined() override {}
+
+ private:
+  void put(const char* begin, const char* end) {
+    out_ << std::string_view(begin, static_cast<std::size_t>(end - begin));
+  }
+  TextWriter& out_;
+};
+
+[[nodiscard]] bool write_csv(const ResultTable& table, const std::string& path) {
+  TextWriter out;
+  if (!out.open(path)) return false;
+  std::string_view separator;
+  for (const ResultTable::Column& column : table.columns) {
+    out << separator << column.name;
+    separator = ",";
+  }
+  out << '\n';
+  CsvCells cells(out);
+  for (std::size_t row = 0; row < table.num_rows(); ++row) {
+    for (std::size_t column = 0; column < table.columns.size(); ++column) {
+      if (column > 0) out << ',';
+      table.put(row, column, cells);
+    }
+    out << '\n';
+  }
+  out.close();
+  return true;
+}
+
+void write_columns(JsonWriter& json, const ResultTable& table) {
+  JsonCells cells(json);
+  json.begin_object();
+  for (std::size_t column = 0; column < table.columns.size(); ++column) {
+    json.key(table.columns[column].name).begin_array();
+    for (std::size_t row = 0; row < table.num_rows(); ++row) table.put(row, column, cells);
+    json.end_array();
+  }
+  json.end_object();
+}
+
+// ---- the sections in front of the tables
+// ----------------------------------------------------------
+
+void write_item(JsonWriter& json, const Unknown& unknown) {
+  json.key("object_type").text(object_type_name(object_type_of(*unknown.object)));
+  json.key("object_id").text(unknown.object->id);
+  json.key("parameter").text(parameter_name(unknown));
+}
+
+void write_settings(JsonWriter& json, const QualityResults& results) {
+  const QualitySettings& settings = results.settings;
+  json.key("settings").begin_object();
+  json.key("derivatives").text(settings.rigorous_iterations ? "rigorous" : "approximate");
+  json.key("figure_derivatives");
+  results.has_figures ? json.text("approximate") : json.null();
+  json.key("datum").text(settings.inner_datum ? "inner" : "given");
+  json.key("sigma0_prior").number(settings.sigma0_prior);
+  json.key("standard_deviations").text(settings.prior ? "prior" : "posterior");
+  json.key("alpha").number(settings.alpha);
+  json.key("power").number(settings.power);
+  json.key("delta0").number(settings.delta0);
+  json.key("confidence").number(settings.confidence);
+  json.key("correlation_limit").number(settings.correlation_limit);
+  json.key("significance_limit").number(settings.significance_limit);
+  json.key("length_unit").text("m");
+  json.key("angle_unit").text("rad");
+  json.end_object();
+}
+
+void write_global_test(JsonWriter& json, const GlobalTest& test, const QualityResults& results) {
+  json.key("global_test");
+  if (!is_defined(test.statistic)) return json.null();
+  json.begin_object();
+  json.key("statistic").number(test.statistic);
+  json.key("degrees_of_freedom").integer(results.statistics.redundancy);
+  json.key("lower").number(test.lower);
+  json.key("upper").number(test.upper);
+  json.key("confidence").number(results.settings.confidence);
+  json.key("passed").flag(test.passed);
+  json.end_object();
+}
+
+void write_figure_statistics(JsonWriter& json, const QualityResults& results) {
+  const QualityStatistics& statistics = results.statistics;
+  json.key("sigma0_used").number(statistics.sigma0_used);
+  const SumsByKind& sums = statistics.redundancy_sum;
+  json.key("redundancy_sum").begin_object();
+  json.key("image_observations").number(sums.image);
+  json.key("observed_parameters").number(sums.observed);
+  json.key("constraints").number(sums.constraints);
+  json.key("total").number(sums.total());
+  json.end_object();
+  json.key("distance_to_minimum");
+  if (is_defined(statistics.distance_to_minimum)) {
+    json.begin_object();
+    json.key("value").number(statistics.distance_to_minimum);
+    write_item(json, statistics.farthest);
+    json.end_object();
+  } else {
+    json.null();
+  }
+  json.key("correlations_over_limit").begin_object();
+  for (const auto& [kind, count] : results.correlations_over_limit) json.key(kind).integer(count);
+  json.end_object();
+}
+
+void write_statistics(JsonWriter& json, const QualityResults& results) {
+  const QualityStatistics& statistics = results.statistics;
+  json.key("statistics").begin_object();
+  json.key("images").integer(statistics.images);
+  json.key("points").integer(statistics.points);
+  json.key("image_points").integer(statistics.image_points);
+  json.key("image_observations").integer(2 * std::int64_t{statistics.image_points});
+  json.key("unknowns").integer(statistics.unknowns);
+  json.key("observed_parameters").integer(statistics.observed_parameters);
+  json.key("fixed_parameters").integer(statistics.fixed_parameters);
+  json.key("constraints").integer(statistics.constraints);
+  json.key("redundancy").integer(statistics.redundancy);
+  json.key("vtpv").number(statistics.vtpv.total());
+  json.key("vtpv_image").number(statistics.vtpv.image);
+  json.key("vtpv_observed").number(statistics.vtpv.observed);
+  json.key("vtpv_constraints").number(statistics.vtpv.constraints);
+  json.key("sigma0_posterior").number(statistics.sigma0_posterior);
+  write_global_test(json, statistics.global_test, results);
+  json.key("rms_vx").number(statistics.rms_vx);
+  json.key("rms_vy").number(statistics.rms_vy);
+  if (results.has_figures) write_figure_statistics(json, results);
+  json.end_object();
+}
+
+// The largest absolute correction of a group; undefined where nothing was corrected.
+double largest(const GroupChange& change) { return change.count > 0 ? change.max : kUndefined; }
+
+void write_iterations(JsonWriter& json, const QualityResults& results) {
+  json.key("iterations").begin_array();
+  for (const IterationStatistics& row : results.iterations) {
+    json.begin_object();
+    json.key("iteration").integer(row.number);
+    json.key("vtpv_predicted").number(row.vtpv);
+    json.key("sigma0_predicted").number(row.sigma0 > 0.0 ? row.sigma0 : kUndefined);
+    json.key("max_change_point").number(largest(row.points));
+    json.key("max_change_centre").number(largest(row.centres));
+    json.key("max_change_rotation").number(largest(row.rotations));
+    json.key("max_change_geometry").number(largest(row.geometries));
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void write_groups(JsonWriter& json, const QualityResults& results) {
+  json.key("groups").begin_array();
+  for (const GroupResult& row : results.groups) {
+    json.begin_object();
+    json.key("group").text(row.group);
+    json.key("id");
+    row.id.empty() ? json.null() : json.text(row.id);
+    json.key("observations").integer(row.observations);
+    json.key("redundancy").number(row.redundancy);
+    json.key("vtpv").number(row.vtpv);
+    json.key("factor").number(row.factor);
+    json.key("factor_lower").number(row.factor_lower);
+    json.key("factor_upper").number(row.factor_upper);
+    json.key("sd_factor").number(row.sd_factor);
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void write_ap_correlation(JsonWriter& json, const APCorrelation& correlation) {
+  json.key("ap_correlation");
+  const std::size_t n = correlation.parameters.size();
+  if (n == 0) return json.null();
+  json.begin_object();
+  json.key("object_id").begin_array();
+  for (const Unknown& unknown : correlation.parameters) json.text(unknown.object->id);
+  json.end_array();
+  json.key("parameter").begin_array();
+  for (const Unknown& unknown : correlation.parameters) json.text(parameter_name(unknown));
+  json.end_array();
+  json.key("r").begin_array();
+  for (std::size_t i = 0; i < n; ++i) {
+    json.begin_array();
+    for (std::size_t j = 0; j < n; ++j) json.number(correlation.r[i * n + j]);
+    json.end_array();
+  }
+  json.end_array();
+  json.end_object();
+}
+
+// ---- diagnosis ----------------------------------------------------------------------------------
+
+void write_name(JsonWriter& json, const DiagnosedItem& item) {
+  json.key("object_type").text(item.object_type);
+  json.key("object_id").text(item.object_id);
+  json.key("parameter");
+  item.parameter.empty() ? json.null() : json.text(item.parameter);
+}
+
+void write_vector(JsonWriter& json, std::string_view key, const Vec3& vector, bool is_there) {
+  json.key(key);
+  if (!is_there) return json.null();
+  json.begin_array();
+  for (const double component : vector) json.number(component);
+  json.end_array();
+}
+
+void write_component(JsonWriter& json, const NetworkComponent& component) {
+  json.begin_object();
+  json.key("component").integer(component.component);
+  json.key("images").integer(component.images);
+  json.key("points").integer(component.points);
+  json.key("control_points").integer(component.control_points);
+  json.key("defect").integer(component.defect);
+  json.key("quotients").begin_array();
+  for (const double quotient : component.quotients) json.number(quotient);
+  json.end_array();
+  json.key("motions").begin_array();
+  for (const FreeMotion& motion : component.motions) {
+    json.begin_object();
+    json.key("kind").text(motion_kind_name(motion.kind));
+    write_vector(json, "axis", motion.axis, motion.has_axis());
+    write_vector(json, "through", motion.through, motion.has_place());
+    json.end_object();
+  }
+  json.end_array();
+  json.key("basic").begin_object();
+  for (std::size_t k = 0; k < kNumMotions; ++k) {
+    json.key(kMotionNames[k]).begin_object();
+    json.key("quotient").number(component.basic[k].quotient);
+    json.key("held_by").begin_object();
+    for (const auto& [group, share] : component.basic[k].held_by) json.key(group).number(share);
+    json.end_object();
+    json.end_object();
+  }
+  json.end_object();
+  json.end_object();
+}
+
+void write_values(JsonWriter& json, std::string_view key, const std::vector<DiagnosedValue>& rows) {
+  json.key(key).begin_array();
+  for (const DiagnosedValue& row : rows) {
+    json.begin_object();
+    write_name(json, row.unknown);
+    json.key("value").number(row.value);
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void write_eigenvalues(JsonWriter& json, const Diagnosis& diagnosis) {
+  json.key("smallest_eigenvalues").begin_array();
+  for (const DiagnosedEigenvalue& row : diagnosis.smallest_eigenvalues) {
+    json.begin_object();
+    json.key("value").number(row.value);
+    json.key("parts").begin_array();
+    for (const auto& [item, share] : row.parts) {
+      json.begin_object();
+      write_name(json, item);
+      json.key("share").number(share);
+      json.end_object();
+    }
+    json.end_array();
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void write_finding(JsonWriter& json, const DiagnosisFinding& finding) {
+  json.begin_object();
+  json.key("code").text(finding.code);
+  json.key("severity").text(severity_name(finding.severity));
+  json.key("component");
+  finding.component > 0 ? json.integer(finding.component) : json.null();
+  json.key("defect");
+  finding.defect >= 0 ? json.integer(finding.defect) : json.null();
+  json.key("objects").begin_array();
+  for (const DiagnosedItem& item : finding.objects) {
+    json.begin_object();
+    write_name(json, item);
+    json.end_object();
+  }
+  json.end_array();
+  json.key("message").text(finding.message);
+  json.key("remedy").text(finding.remedy);
+  json.key("values").begin_object();
+  for (const auto& [name, value] : finding.values) json.key(name).number(value);
+  json.end_object();
+  json.end_object();
+}
+
+void write_diagnosis(JsonWriter& json, const Diagnosis* diagnosis) {
+  json.key("diagnosis");
+  if (diagnosis == nullptr) return json.null();
+  json.begin_object();
+  json.key("components").begin_array();
+  for (const NetworkComponent& component : diagnosis->components) write_component(json, component);
+  json.end_array();
+  write_values(json, "smallest_tolerances", diagnosis->smallest_tolerances);
+  write_values(json, "smallest_pivots", diagnosis->smallest_pivots);
+  if (diagnosis->has_eigenvalues) write_eigenvalues(json, *diagnosis);
+  json.key("failed_at");
+  if (diagnosis->failed_at.object_type.empty()) {
+    json.null();
+  } else {
+    json.begin_object();
+    write_name(json, diagnosis->failed_at);
+    json.end_object();
+  }
+  json.key("findings").begin_array();
+  for (const DiagnosisFinding& finding : diagnosis->findings) write_finding(json, finding);
+  json.end_array();
+  json.end_object();
+}
+
+// ---- the document -------------------------------------------------------------------------------
+
+void write_head(JsonWriter& json, const QualityResults& results) {
+  json.key("format").text("vorn-quality");
+  json.key("format_version").text("1.0");
+  json.key("program").begin_object();
+  json.key("name").text("vorn");
+  json.key("version").text(VORN_VERSION);
+  json.end_object();
+  json.key("project").begin_object();
+  json.key("control_file").text(results.control_file);
+  json.end_object();
+  constexpr std::string_view kStatus[] = {"converged", "not_converged", "failed"};
+  json.key("status").text(kStatus[static_cast<std::size_t>(results.status)]);
+  if (results.status == RunStatus::failed) json.key("message").text(results.message);
+}
+
+void write_tables(JsonWriter& json, const std::vector<std::unique_ptr<ResultTable>>& tables,
+                  const std::vector<std::string>& files) {
+  json.key("tables").begin_object();
+  for (std::size_t k = 0; k < tables.size(); ++k) {
+    json.key(tables[k]->name);
+    if (files[k].empty()) {
+      write_columns(json, *tables[k]);
+      continue;
+    }
+    json.begin_object();
+    json.key("file").text(files[k]);
+    json.key("rows").integer(static_cast<std::int64_t>(tables[k]->num_rows()));
+    json.end_object();
+  }
+  json.end_object();
+  json.key("columns").begin_object();
+  for (const auto& table : tables) {
+    json.key(table->name).begin_object();
+    for (const ResultTable::Column& column : table->columns) {
+      json.key(column.name).text(column.unit);
+    }
+    json.end_object();
+  }
+  json.end_object();
+}
+
+bool stands_in_file(const ResultTable& table, TableForm form) {
+  return form == TableForm::files || (form == TableForm::by_size && table.num_rows() > kLargeTable);
+}
+
+}  // namespace
+
+bool has_json() { return true; }
+
+std::vector<std::string> write_quality_document(const QualityResults& results,
+                                                const Diagnosis* diagnosis, const std::string& base,
+                                                TableForm form) {
+  std::vector<std::string> failures;
+  const std::vector<std::unique_ptr<ResultTable>> tables = tables_of(results);
+  std::vector<std::string> files;
+  for (const auto& table : tables) {
+    std::string& file = files.emplace_back();
+    if (!stands_in_file(*table, form)) continue;
+    const std::string path = base + '.' + std::string(table->name) + ".csv";
+    const PathParts parts = split_path(path);
+    file = parts.base + parts.extension;
+    if (!write_csv(*table, path)) failures.push_back(path);
+  }
+  const std::string path = base + (results.has_figures ? ".quality.json" : ".results.json");
+  TextWriter out;
+  if (!out.open(path)) {
+    failures.push_back(path);
+    return failures;
+  }
+  {
+    JsonWriter json(out);
+    json.begin_object();
+    write_head(json, results);
+    write_settings(json, results);
+    write_statistics(json, results);
+    write_iterations(json, results);
+    if (results.has_figures) {
+      write_groups(json, results);
+      write_ap_correlation(json, results.ap_correlation);
+    }
+    write_diagnosis(json, diagnosis);
+    write_tables(json, tables, files);
+    json.end_object();
+  }
+  out << '\n';
+  out.close();
+  return failures;
+}
+
+}  // namespace vorn::app
+
+#else
+
+namespace vorn::app {
+
+bool has_json() { return false; }
+
+std::vector<std::string> write_quality_document(const QualityResults&, const Diagnosis*,
+                                                const std::string&, TableForm) {
+  return {};
+}
+
+}  // namespace vorn::app
+
+#endif

@@ -1,0 +1,82 @@
+#include "app/quality_output.h"
+
+#include <map>
+
+#include "driver/paths.h"
+#include "quality/text_reports.h"
+#include "text/text_writer.h"
+
+namespace vorn::app {
+namespace {
+
+const std::map<std::string, TableForm> kTableForms = {
+    {"auto", TableForm::by_size}, {"json", TableForm::document}, {"csv", TableForm::files}};
+
+}  // namespace
+
+void QualityOutput::define(CLI::App& parser) {
+  parser.add_flag("--quality", quality_,
+                  "also write precision (.prec) and reliability (.rel) of the results");
+  parser
+      .add_flag("--prior", quality_request_.prior,
+                "standard deviations of --quality from sigma 0 a priori")
+      ->needs(parser.get_option("--quality"));
+  parser.add_flag_callback(
+      "--json",
+      [this] {
+        if (!has_json()) {
+          throw CLI::ValidationError(
+              "--json", "this command was built without RapidJSON and cannot write it");
+        }
+        json_ = true;
+      },
+      "also write the results as JSON: .quality.json with --quality, else .results.json");
+  parser
+      .add_option("--tables", table_form_,
+                  "tables of --json in the document (json), in files (csv), or large ones in files "
+                  "(auto)")
+      ->transform(CLI::CheckedTransformer(kTableForms))
+      ->needs(parser.get_option("--json"));
+}
+
+void QualityOutput::attach(RunRequest& request) {
+  if (!quality_ && !json_) return;
+  request.inspect = [this, path = request.path](BundleProject& project) { write(project, path); };
+}
+
+template <class Print>
+void QualityOutput::write_text(const std::string& path, Print print) {
+  TextWriter out;
+  if (!out.open(path)) {
+    failures_.push_back(path);
+    return;
+  }
+  print(out);
+  out.close();
+}
+
+void QualityOutput::write(BundleProject& project, const std::string& control_file) {
+  const PathParts parts = split_path(control_file);
+  quality_request_.figures = quality_;
+  QualityResults results = find_quality(project, quality_request_);
+  results.control_file = parts.base + parts.extension;
+  const std::string base = parts.base;
+  if (results.has_figures) {
+    write_text(base + ".prec", [&](TextWriter& out) { print_precision(out, results); });
+    write_text(base + ".rel", [&](TextWriter& out) { print_reliability(out, results); });
+  }
+  if (json_) {
+    for (std::string& file : write_quality_document(results, nullptr, base, table_form_)) {
+      failures_.push_back(std::move(file));
+    }
+  }
+}
+
+bool QualityOutput::report_failures() const {
+  for (const std::string& file : failures_) {
+    error_output() << "vorn: cannot write " << file << '\n';
+  }
+  return failures_.empty();
+}
+
+}  // namespace vorn::app
