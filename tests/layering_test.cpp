@@ -18,9 +18,6 @@ const std::vector<std::string> kLayers = {
     "base",        "text",       "lsq/linalg", "lsq/normal", "lsq",    "geometry",     "sensors",
     "calibration", "lsq/stages", "report",     "quality",    "driver", "app/exchange", "app"};
 
-// Headers that know nobody but text/ and that everybody may include.
-const std::vector<std::string> kLeaves = {"driver/keywords.h", "geometry/units.h"};
-
 // Knots: headers cut them by forward declarations, sources tie them again. A source of the layer
 // may include the header although it lies above.
 const std::vector<std::pair<std::string, std::string>> kKnots = {
@@ -43,8 +40,6 @@ std::string layer_of(const fs::path& file) { return file.parent_path().generic_s
 bool may_include(const fs::path& file, const std::string& header) {
   const std::string from = layer_of(file);
   const std::string to = layer_of(header);
-  if (index_of(header, kLeaves) >= 0) return true;
-  if (index_of(file.generic_string(), kLeaves) >= 0) return to == "text";
   if (file.extension() == ".cpp" && index_of(std::pair(from, header), kKnots) >= 0) return true;
   return index_of(to, kLayers) >= 0 && index_of(to, kLayers) <= index_of(from, kLayers);
 }

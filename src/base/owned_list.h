@@ -63,6 +63,18 @@ class OwnedList {
     return *at(slot).object;
   }
 
+  // Appends the object, or puts it into the place of the first one with its identifier, which is
+  // destroyed. True when there was one.
+  bool put(std::unique_ptr<T> object) {
+    const std::int32_t slot = slot_of(object->id);
+    if (slot == kNone) {
+      append(std::move(object));
+    } else {
+      replace(slot, std::move(object));
+    }
+    return slot != kNone;
+  }
+
   // Empties a slot and hands its object over.
   std::unique_ptr<T> take_out(std::int32_t slot) {
     Slot& emptied = at(slot);
@@ -82,7 +94,6 @@ class OwnedList {
   }
   void remove(std::int32_t slot) { take_out(slot); }
 
-  void reserve(std::size_t count) { slots_.reserve(count); }
   void clear() {
     slots_.clear();
     table_.clear();

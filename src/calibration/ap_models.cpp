@@ -281,7 +281,7 @@ APSetP44::APSetP44() : APSetOf(kP44) {}
 
 int APSetP::read(TokenReader& in) {
   if (!read_ids(in)) return -1;
-  in.read(grid_width);
+  in.read(grid_width, {"the grid width", Range::positive});
   grid_width *= 0.001;
   read_params(in);
   return 1;

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "calibration/ap_set.h"
-#include "driver/keywords.h"
+#include "text/keywords.h"
 
 namespace vorn {
 

@@ -4,6 +4,7 @@
 
 #include "driver/options.h"
 #include "lsq/ls_params.h"
+#include "lsq/param_reading.h"
 
 namespace vorn {
 
@@ -176,15 +177,17 @@ Pair APSet::get_correction_masked(const Vec3& point, std::string_view mask) cons
 }
 
 bool APSet::read_ids(TokenReader& in) {
-  if (!in.read_word(id)) return false;
-  in.read_word(camera_id);
+  if (!in.need_word(id, "the identifier")) return false;
+  in.begin_object("ap-set", this);
+  // A set without a camera is found out when it is bound.
+  if (in.need_word(camera_id, "the camera")) in.remember(&camera_id, in.last_word());
   return true;
 }
 
 void APSet::read_params(TokenReader& in) {
   for (std::int32_t k = 0; k < num_ap_; ++k) {
-    in.read(value(k));
-    in.read(std_dev(k));
+    read_parameter(in, *this, k, value(k));
+    read_std_dev(in, *this, k, std_dev(k));
   }
 }
 

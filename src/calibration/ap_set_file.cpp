@@ -1,35 +1,40 @@
+#include <array>
 #include <memory>
 #include <string_view>
 
 #include "calibration/ap_models.h"
-#include "driver/keywords.h"
-#include "text/text_writer.h"
+#include "text/records.h"
 
 namespace vorn {
 
 int read_ap_set_file(TokenReader& in, OwnedList<APSet>& sets) {
-  std::string_view word;
-  while (in.read_word(word)) {
-    const Keyword keyword = lookup_keyword(word);
-    if (keyword == Keyword::stop_dep) return 1;
-    std::unique_ptr<APSet> set = make_ap_set(keyword);
+  return read_records(in, EndWords::keyword, [&](std::string_view word) {
+    in.begin_record({"ap-set"});
+    std::unique_ptr<APSet> set = make_ap_set(lookup_keyword(word));
     if (!set) {
-      standard_output() << "ERROR: Read AP set: Unknown type: " << word << '\n';
-      return -1;
+      constexpr std::array<std::string_view, 9> kModels = {"gap",
+                                                           "australis",
+                                                           "p12",
+                                                           "p44",
+                                                           "inner-or",
+                                                           "radial-dist",
+                                                           "decentering-dist",
+                                                           "in-plane-dist",
+                                                           "out-of-plane-dist"};
+      report_unknown_word(in, word, "model of additional parameters", kModels);
+      return reading_failed("ERROR: Read AP set: Unknown type: ", word, '\n');
     }
     if (set->read(in) != 1) {
-      standard_output() << "ERROR: Read AP set " << set->id << " failed.\n";
-      return -1;
+      return reading_failed("ERROR: Read AP set ", set->id, " failed.\n");
     }
-    const std::int32_t slot = sets.slot_of(set->id);
-    if (slot == OwnedList<APSet>::kNone) {
-      sets.append(std::move(set));
-    } else {
-      standard_output() << "ATTENTION: AP set " << set->id << " was replaced.\n";
-      sets.replace(slot, std::move(set));
+    const APSet& stored = *set;
+    const APSet* const earlier = in.listens() ? sets.find(stored.id) : nullptr;
+    if (earlier != nullptr) report_duplicate(in, earlier, "the later one counts");
+    if (sets.put(std::move(set))) {
+      standard_output() << "ATTENTION: AP set " << stored.id << " was replaced.\n";
     }
-  }
-  return 1;
+    return 1;
+  });
 }
 
 }  // namespace vorn

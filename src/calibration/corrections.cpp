@@ -1,10 +1,12 @@
 #include "calibration/corrections.h"
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 
 #include "geometry/ext_orientation.h"
-#include "text/text_writer.h"
+#include "lsq/param_reading.h"
+#include "text/records.h"
 
 namespace vorn {
 
@@ -21,10 +23,18 @@ std::string component_name(std::string_view prefix, std::string_view suffix, std
 
 template <class Correction>
 int read_body(TokenReader& in, Correction& correction) {
-  std::string eo_id;
-  while (in.read_word(eo_id) && eo_id != "stop-dep") correction.eo_ids.push_back(eo_id);
-  in.read(correction.t0);
-  correction.polynomial.read(in);
+  std::string_view eo_id;
+  while (in.read_word(eo_id) && !is_end_word(eo_id, EndWords::keyword)) {
+    in.remember(&correction, eo_id, correction.eo_ids.size() + 1);
+    correction.eo_ids.emplace_back(eo_id);
+  }
+  if (in.failed()) {
+    in.report(FindingCode::end_missing, in.end_of_words(),
+              "the list of orientations of " + describe(in.subject()) + " has no end word",
+              "end it with \"stop-dep\"");
+  }
+  in.read(correction.t0, {"the reference time"});
+  correction.polynomial.read(in, correction);
   return 1;
 }
 
@@ -54,24 +64,20 @@ int bind_each(Correction& correction, const OwnedList<ImageGeometry>& geometries
 template <class Correction>
 int read_file(TokenReader& in, OwnedList<Correction>& list, std::string_view kind,
               std::string_view kind_in_sentence) {
-  std::string id;
-  while (in.read_word(id) && id != "stop-dep") {
+  return read_records(in, EndWords::keyword, [&](std::string_view id) {
     auto correction = std::make_unique<Correction>();
     correction->id = id;
+    in.begin_object(kind == "Position" ? "pos-correction" : "att-correction", correction.get());
     if (correction->read(in) != 1) {
-      standard_output() << "ERROR: Read " << kind_in_sentence << " correction " << id
-                        << " failed.\n";
-      return -1;
+      return reading_failed("ERROR: Read ", kind_in_sentence, " correction ", id, " failed.\n");
     }
-    const std::int32_t slot = list.slot_of(id);
-    if (slot == OwnedList<Correction>::kNone) {
-      list.append(std::move(correction));
-    } else {
-      list.replace(slot, std::move(correction));
+    const Correction* const earlier = in.listens() ? list.find(id) : nullptr;
+    if (earlier != nullptr) report_duplicate(in, earlier, "the later one counts");
+    if (list.put(std::move(correction))) {
       standard_output() << "ATTENTION: " << kind << " correction " << id << " was replaced.\n";
     }
-  }
-  return 1;
+    return 1;
+  });
 }
 
 }  // namespace
@@ -103,16 +109,22 @@ void TimePolynomial::init_params(AdjObject& owner) {
   }
 }
 
-void TimePolynomial::read(TokenReader& in) {
+void TimePolynomial::read(TokenReader& in, const AdjObject& owner) {
   std::int32_t count = 0;
-  if (!in.read(count)) return;
+  if (!in.read(count, {"the number of coefficient triples", Range::positive})) return;
   for (std::int32_t k = 0; k < count && in.ok() && !in.only_blanks_left(); ++k) {
     Vec3& coeff = coeffs.emplace_back();
     Vec3& std_dev = coeff_std_devs.emplace_back();
     for (std::size_t c = 0; c < 3; ++c) {
-      in.read(coeff[c]);
-      in.read(std_dev[c]);
+      const auto i = static_cast<std::int32_t>(3 * static_cast<std::size_t>(k) + c);
+      read_parameter(in, owner, i, coeff[c]);
+      read_std_dev(in, owner, i, std_dev[c]);
     }
+  }
+  if (in.ok() && static_cast<std::size_t>(std::max(count, 0)) > coeffs.size()) {
+    in.report(FindingCode::value_missing, in.end_of_words(),
+              describe(in.subject()) + " has fewer coefficient triples than the " +
+                  std::to_string(count) + " announced");
   }
 }
 

@@ -34,8 +34,8 @@ class TimePolynomial {
   void init_params(AdjObject& owner);
   // Reads the number m of triples, then for each order and component coefficient and standard
   // deviation. An unreadable m, or one below 1, gives no triple. Reading stops where the input
-  // ends; what is missing of the last triple is 0.
-  void read(TokenReader& in);
+  // ends; what is missing of the last triple is 0. The owner names the coefficients in findings.
+  void read(TokenReader& in, const AdjObject& owner);
 
   std::vector<Vec3> coeffs;
   std::vector<Vec3> coeff_std_devs;

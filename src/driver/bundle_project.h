@@ -18,6 +18,7 @@
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
 #include "sensors/object_point.h"
+#include "text/findings.h"
 
 namespace vorn {
 
@@ -69,6 +70,10 @@ class BundleProject {
 
   // Deletes all owned objects.
   void clear();
+
+  // Receives what a strict reader finds wrong with the data files; null when nobody asks. Set
+  // before reading, which is the same either way. It remembers where the objects were read.
+  FindingListener* findings = nullptr;
 
   Options options;
   AdjustmentSettings settings;

@@ -4,11 +4,16 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "driver/bundle_project.h"
+#include "driver/paths.h"
 #include "geometry/eo_file.h"
 #include "lsq/ls_params.h"
 #include "text/file_system.h"
+#include "text/records.h"
+#include "text/text_checks.h"
 
 namespace vorn {
 namespace {
@@ -81,6 +86,59 @@ const DataFileReader* find_reader(Keyword keyword) {
   return nullptr;
 }
 
+// Only for findings: what exists near a file that cannot be opened.
+void report_missing_file(TokenReader& in, std::string_view name) {
+  if (!in.listens() || name.empty()) return;
+  const PathParts parts = split_path(name);
+  const std::string directory = parts.drive + parts.directory;
+  const std::vector<std::string> names =
+      names_in_directory(directory.empty() ? std::string(".") : directory);
+  const std::vector<std::string_view> known(names.begin(), names.end());
+  const std::string file(name.substr(directory.size()));
+  in.report(FindingCode::file_missing, name, "cannot open " + quoted(name),
+            suggestion(file, known));
+}
+
+// A keyword that names records of other files: its file is opened and not read.
+void report_unused_file(TokenReader& in, std::string_view keyword) {
+  if (!in.listens()) return;
+  std::vector<std::string_view> known;
+  for (const std::string_view name : all_keywords()) {
+    if (find_reader(lookup_keyword(name)) != nullptr) known.push_back(name);
+  }
+  std::string help = suggestion(keyword, known);
+  in.report(FindingCode::keyword_unknown, keyword,
+            "the file of the keyword " + quoted(keyword) + " is not used", std::move(help));
+}
+
+// What nobody noticed in the part of a file that was read, and behind it.
+void check_text(TokenReader& in, bool complete) {
+  report_invisible(in);
+  if (complete) report_rest(in);
+}
+
+void report_empty_project(TokenReader& in, const BundleProject& project) {
+  if (!in.listens()) return;
+  std::int64_t measurements = 0;
+  for (const BundleImage& image : project.images) measurements += image.count_points();
+  const auto report = [&in](std::string_view what) {
+    in.listener()->add({FindingCode::empty_project,
+                        printable(in.file()),
+                        0,
+                        0,
+                        {},
+                        "the project has no " + std::string(what),
+                        {}});
+  };
+  if (project.images.count() == 0) {
+    report("image");
+  } else if (measurements == 0) {
+    report("measured image point");
+  } else if (project.object_points.count() == 0) {
+    report("object point");
+  }
+}
+
 }  // namespace
 
 bool is_data_file_keyword(Keyword keyword) { return find_reader(keyword) != nullptr; }
@@ -89,31 +147,33 @@ int BundleProject::read_control_file(TokenReader& in) {
   // A keyword without a reader leaves the status as the data file before it left it.
   int status = -1;
   FileText file;
-  std::string_view word;
-  while (in.read_word(word)) {
+  const int result = read_records(in, EndWords::keyword, [&](std::string_view word) {
     const Keyword keyword = lookup_keyword(word);
     if (keyword == Keyword::none) {
-      standard_output() << "ERROR: Unknown keyword: '" << word << "'\n";
-      return -1;
+      report_unknown_word(in, word, "keyword", all_keywords());
+      return reading_failed("ERROR: Unknown keyword: '", word, "'\n");
     }
-    if (keyword == Keyword::stop_dep) return 1;
-    std::string name;
-    in.read_word(name);
-    if (!file.load(name)) {
-      standard_output() << "ERROR: Cannot open input file: " << name << '\n';
-      return -1;
+    std::string_view name;
+    // A missing name is one that cannot be opened.
+    if (!in.need_word(name, "the name of a file")) name = {};
+    if (!file.load(std::string(name))) {
+      report_missing_file(in, name);
+      return reading_failed("ERROR: Cannot open input file: ", name, '\n');
     }
     if (const DataFileReader* const reader = find_reader(keyword)) {
-      TokenReader data(file.view());
+      const bool unreadable = report_utf16(file.view(), name, in.listener());
+      TokenReader data(file.view(), name, unreadable ? nullptr : in.listener());
       status = reader->read(data, *this);
+      check_text(data, status == 1);
       if (status != 1) standard_output() << reader->failure;
+    } else {
+      report_unused_file(in, word);
     }
-    if (status != 1) {
-      standard_output() << "ERROR: Reading input file failed: " << name << '\n';
-      return -1;
-    }
-  }
-  return 1;
+    return status == 1 ? 1 : reading_failed("ERROR: Reading input file failed: ", name, '\n');
+  });
+  check_text(in, result == 1);
+  if (result == 1) report_empty_project(in, *this);
+  return result;
 }
 
 }  // namespace vorn

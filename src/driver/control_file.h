@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/keywords.h"
+#include "text/keywords.h"
 
 namespace vorn {
 

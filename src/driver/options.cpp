@@ -2,23 +2,32 @@
 
 #include <initializer_list>
 #include <string_view>
-#include <type_traits>
 
 namespace vorn {
 namespace {
 
+// Reads one field.
+void read_field(TokenReader& in, bool& field, std::string_view name) { in.read(field, {name}); }
+void read_field(TokenReader& in, std::int32_t& field, std::string_view name) {
+  in.read(field, {name});
+}
+void read_field(TokenReader& in, std::string& field, std::string_view name) {
+  // The group's state is tested behind its last field.
+  if (!in.need_word(field, name)) return;
+}
+
+template <class T>
+struct NamedField {
+  T* field;
+  std::string_view name;
+};
+
 // Reads a group of fields. `failure` becomes `message`, and the result false, when any of them
 // cannot be read.
 template <class T>
-bool read_group(TokenReader& in, std::initializer_list<T*> fields, std::string_view message,
-                std::string_view& failure) {
-  for (T* field : fields) {
-    if constexpr (std::is_same_v<T, std::string>) {
-      in.read_word(*field);
-    } else {
-      in.read(*field);
-    }
-  }
+bool read_group(TokenReader& in, std::initializer_list<NamedField<T>> fields,
+                std::string_view message, std::string_view& failure) {
+  for (const NamedField<T>& field : fields) read_field(in, *field.field, field.name);
   if (in.failed()) failure = message;
   return in.ok();
 }
@@ -30,32 +39,45 @@ void print_switch(TextWriter& out, std::string_view label, bool value) {
 }  // namespace
 
 bool Options::read_fields(TokenReader& in, std::string_view& failure) {
-  return read_group(in, {&single_ray}, "Reading single-ray option failed.\n", failure) &&
-         read_group(in,
-                    {&print_check_approximations, &print_check_rays, &print_intersection,
-                     &print_image_coords},
-                    "Reading output flags failed.\n", failure) &&
-         read_group(in,
-                    {&print_object_coords, &print_exterior_orientations, &print_ap_sets,
-                     &print_pos_corrections, &print_att_corrections},
-                    "Reading output flags for unknown parameters failed.\n", failure) &&
-         read_group(in, {&debug_upari_table, &debug_intersection}, "Reading debug flags failed.\n",
-                    failure) &&
-         read_group(in, {&grid_x, &grid_y}, "Reading output flags of AP corrections failed.\n",
-                    failure) &&
-         read_group(in, {&structure_file}, "Reading filename of normal matrix structure failed.\n",
-                    failure) &&
-         read_group(in, {&matrix_file}, "Reading filename of normal matrix failed.\n", failure) &&
-         read_group(in, {&rhs_file}, "Reading filename of right hand side vector failed.\n",
-                    failure) &&
-         read_group(in, {&solution_file}, "Reading filename of solution vector failed.\n", failure);
+  in.begin_record({"options"});
+  return read_group<bool>(in, {{&single_ray, "the single-ray option"}},
+                          "Reading single-ray option failed.\n", failure) &&
+         read_group<bool>(in,
+                          {{&print_check_approximations, "print check approximations"},
+                           {&print_check_rays, "print check rays"},
+                           {&print_intersection, "print intersection results"},
+                           {&print_image_coords, "print image coordinates"}},
+                          "Reading output flags failed.\n", failure) &&
+         read_group<bool>(in,
+                          {{&print_object_coords, "print object coordinates"},
+                           {&print_exterior_orientations, "print exterior orientations"},
+                           {&print_ap_sets, "print additional-parameter sets"},
+                           {&print_pos_corrections, "print position corrections"},
+                           {&print_att_corrections, "print attitude corrections"}},
+                          "Reading output flags for unknown parameters failed.\n", failure) &&
+         read_group<bool>(in,
+                          {{&debug_upari_table, "debug the table of unknowns"},
+                           {&debug_intersection, "debug the intersection"}},
+                          "Reading debug flags failed.\n", failure) &&
+         read_group<std::int32_t>(in,
+                                  {{&grid_x, "grid points in x"}, {&grid_y, "grid points in y"}},
+                                  "Reading output flags of AP corrections failed.\n", failure) &&
+         read_group<std::string>(in, {{&structure_file, "the file of the matrix structure"}},
+                                 "Reading filename of normal matrix structure failed.\n",
+                                 failure) &&
+         read_group<std::string>(in, {{&matrix_file, "the file of the normal matrix"}},
+                                 "Reading filename of normal matrix failed.\n", failure) &&
+         read_group<std::string>(in, {{&rhs_file, "the file of the right-hand side"}},
+                                 "Reading filename of right hand side vector failed.\n", failure) &&
+         read_group<std::string>(in, {{&solution_file, "the file of the solution"}},
+                                 "Reading filename of solution vector failed.\n", failure);
 }
 
 int Options::read_options(TokenReader& in) {
   std::string_view failure;
-  const bool complete = read_fields(in, failure);
+  if (read_fields(in, failure)) return 1;
   standard_output() << failure;
-  return complete ? 1 : -1;
+  return -1;
 }
 
 void Options::print_options(TextWriter& out) const {

@@ -33,7 +33,7 @@ struct Options {
 
   // Reads a parameters/options file. 1, or -1 with a message on standard output; fields read before
   // a failure keep their new values.
-  int read_options(TokenReader& in);
+  [[nodiscard]] int read_options(TokenReader& in);
   // The same in silence: false, with the message in `failure`.
   [[nodiscard]] bool read_fields(TokenReader& in, std::string_view& failure);
   // Writes the report block.

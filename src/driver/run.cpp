@@ -118,7 +118,9 @@ RunSummary run_project(const RunRequest& request) {
   if (!readable) return summary;
 
   BundleProject project;
-  TokenReader control_tokens(control_file.view());
+  project.findings = request.findings;
+  const std::string name = full_path.substr(directory.size());
+  TokenReader control_tokens(control_file.view(), name, project.findings);
   if (adjust(project, control_tokens, directory, streams.report, summary.times) != 1) {
     return summary;
   }

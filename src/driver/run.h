@@ -9,6 +9,7 @@
 namespace vorn {
 
 class BundleProject;
+class FindingListener;
 
 // Wall-clock time that the stages of a run took [s].
 struct RunTimes {
@@ -33,6 +34,8 @@ struct RunSummary {
 struct RunRequest {
   std::string path;           // control file
   bool with_cameras = false;  // also write the camera result file
+  // Where given, is told what is wrong with the data files while they are read.
+  FindingListener* findings = nullptr;
   // Where given, sees the project after a completed adjustment, when all files are written and
   // closed, just before it is destroyed.
   std::function<void(BundleProject&)> inspect = nullptr;

@@ -1,8 +1,9 @@
 #include "geometry/eo_angles.h"
 
+#include "base/units.h"
 #include "geometry/rotations.h"
-#include "geometry/units.h"
 #include "lsq/ls_params.h"
+#include "text/records.h"
 
 namespace vorn {
 namespace {
@@ -20,24 +21,58 @@ ExtOrientation::RotationParams params_of(const Vec3& angles) {
 
 }  // namespace
 
-// ---- files and listings, shared by all angle types ---------------------------------------------
+// ---- conventions -------------------------------------------------------------------------------
 
-int EOAnglesPOKRot::read(TokenReader& in) {
-  if (!in.read_word(id)) return fail("ERROR: Reading ID failed.\n");
+const AngleConvention kAnglesPOKRot = {"ext-ori-pok-rot",           "EO (phi-omega-kappa, rotated)",
+                                       {"phi", "omega", "kappa"},   pok_rot::matrix_from_params,
+                                       pok_rot::params_from_matrix, pok_rot::image_axes};
+const AngleConvention kAnglesOPKRot = {"ext-ori-opk-rot",           "EO (omega-phi-kappa, rotated)",
+                                       {"omega", "phi", "kappa"},   opk_rot::matrix_from_params,
+                                       opk_rot::params_from_matrix, opk_rot::image_axes};
+const AngleConvention kAnglesOPKFix = {"ext-ori-opk-fix",           "EO (omega-phi-kappa, fixed)",
+                                       {"omega", "phi", "kappa"},   opk_fix::matrix_from_params,
+                                       opk_fix::params_from_matrix, opk_fix::image_axes};
+const AngleConvention kAnglesAustralis = {
+    "ext-ori-australis",           "EO (Australis)",
+    {"az", "elev", "roll"},        australis::matrix_from_params,
+    australis::params_from_matrix, australis::image_axes};
+
+std::string EOAngles::get_param_name(std::int32_t i) const {
+  return param_name(i, convention_.names);
+}
+
+ExtOrientation::RotationParams EOAngles::params_from_matrix(const Mat3& r) const {
+  return params_of(convention_.params_from_matrix(r));
+}
+
+Mat3 EOAngles::matrix_from_params(const RotationParams& params) const {
+  return convention_.matrix_from_params(angles_of(params));
+}
+
+void EOAngles::update() {
+  ExtOrientation3::update();
+  image_axes_ = convention_.image_axes(angles_of(rotation_params()));
+}
+
+// ---- files and listings ------------------------------------------------------------------------
+
+int EOAngles::read(TokenReader& in) {
+  if (!in.need_word(id, "the station")) return reading_failed("ERROR: Reading ID failed.\n");
+  in.begin_object("image-geometry", this);
   std::string_view abbreviation;
-  if (!in.read_word(abbreviation)) {
-    return fail("ERROR: Reading unit of rotation angles failed.\n");
+  if (!in.need_word(abbreviation, "the angle unit")) {
+    return reading_failed("ERROR: Reading unit of rotation angles failed.\n");
   }
   UnitAngle unit;
   if (!unit.set(abbreviation)) {
-    standard_output() << "ERROR: Unknown unit of rotation angles:" << abbreviation << '\n';
-    return -1;
+    report_unknown_word(in, abbreviation, "angle unit", angle_unit_names());
+    return reading_failed("ERROR: Unknown unit of rotation angles:", abbreviation, '\n');
   }
   if (read_exposure_and_centre(in) != 1) return -1;
-  if (!read_rotation(in)) return fail("ERROR: Reading rotation parameters failed.\n");
+  if (!read_rotation(in)) return reading_failed("ERROR: Reading rotation parameters failed.\n");
   for (std::int32_t k = 3; k < 6; ++k) value(k) /= unit.factor;
   if (!read_rotation_std_devs(in)) {
-    return fail("ERROR: Reading std. dev. of rotation angles failed.\n");
+    return reading_failed("ERROR: Reading std. dev. of rotation angles failed.\n");
   }
   for (std::int32_t k = 3; k < 6; ++k) {
     if (ls_params().is_observed(std_dev(k))) std_dev(k) /= unit.factor;
@@ -45,113 +80,43 @@ int EOAnglesPOKRot::read(TokenReader& in) {
   return 1;
 }
 
-void EOAnglesPOKRot::write(TextWriter& out) const {
+void EOAngles::write(TextWriter& out) const {
   const UnitAngle& unit = ls_params().unit_angles;
   out << get_keyword() << ' ' << id << ' ' << unit.abbreviation() << ' ' << kTime(exposure_time)
       << '\n';
   write_values(out, unit.factor);
 }
 
-void EOAnglesPOKRot::print(TextWriter& out) const {
+void EOAngles::print(TextWriter& out) const {
   print_in(out, {ls_params().unit_object.factor, ls_params().unit_angles.factor, kAngleDecimals});
 }
 
-void EOAnglesPOKRot::print_changes(TextWriter& out, const Vector& corrections) const {
+void EOAngles::print_changes(TextWriter& out, const Vector& corrections) const {
   print_changes_in(
       out, corrections,
       {ls_params().unit_object.factor, ls_params().unit_angles.factor, kAngleDecimals});
 }
 
-void EOAnglesPOKRot::print_results(TextWriter& out) const {
+void EOAngles::print_results(TextWriter& out) const {
   print_results_in(
       out, {ls_params().unit_object.factor, ls_params().unit_angles.factor, kAngleDecimals});
 }
 
 // dU/dp = U x b, b the axis of angle p in image space.
 template <class T>
-void EOAnglesPOKRot::fill_columns(const PointState<T>& point, const RowPair<T>& a) const {
+void EOAngles::fill_columns(const PointState<T>& point, const RowPair<T>& a) const {
   for (std::int32_t k = 0; k < 3; ++k) {
     point.set_column(a, k, cross(point.u, image_axes_[static_cast<std::size_t>(k)]));
   }
 }
 
-void EOAnglesPOKRot::get_rot_param_derivs(Matrix& a) const {
+void EOAngles::get_rot_param_derivs(Matrix& a) const {
   fill_columns<double>(point(), {a[0] + 3, a[1] + 3});
 }
 
-void EOAnglesPOKRot::get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                                 const RowPair<Pack>& a) const {
+void EOAngles::get_packed_rot_param_derivs(const PointState<Pack>& point,
+                                           const RowPair<Pack>& a) const {
   fill_columns(point, a);
-}
-
-// ---- the parametrisations ----------------------------------------------------------------------
-
-std::string EOAnglesPOKRot::get_param_name(std::int32_t i) const {
-  return param_name(i, {"phi", "omega", "kappa"});
-}
-
-void EOAnglesPOKRot::update() {
-  ExtOrientation3::update();
-  set_image_axes(pok_rot::image_axes(angles()));
-}
-
-ExtOrientation::RotationParams EOAnglesPOKRot::params_from_matrix(const Mat3& r) const {
-  return params_of(pok_rot::params_from_matrix(r));
-}
-
-Mat3 EOAnglesPOKRot::matrix_from_params(const RotationParams& params) const {
-  return pok_rot::matrix_from_params(angles_of(params));
-}
-
-std::string EOAnglesOPKRot::get_param_name(std::int32_t i) const {
-  return param_name(i, {"omega", "phi", "kappa"});
-}
-
-void EOAnglesOPKRot::update() {
-  ExtOrientation3::update();
-  set_image_axes(opk_rot::image_axes(angles()));
-}
-
-ExtOrientation::RotationParams EOAnglesOPKRot::params_from_matrix(const Mat3& r) const {
-  return params_of(opk_rot::params_from_matrix(r));
-}
-
-Mat3 EOAnglesOPKRot::matrix_from_params(const RotationParams& params) const {
-  return opk_rot::matrix_from_params(angles_of(params));
-}
-
-std::string EOAnglesOPKFix::get_param_name(std::int32_t i) const {
-  return param_name(i, {"omega", "phi", "kappa"});
-}
-
-void EOAnglesOPKFix::update() {
-  ExtOrientation3::update();
-  set_image_axes(opk_fix::image_axes(angles()));
-}
-
-ExtOrientation::RotationParams EOAnglesOPKFix::params_from_matrix(const Mat3& r) const {
-  return params_of(opk_fix::params_from_matrix(r));
-}
-
-Mat3 EOAnglesOPKFix::matrix_from_params(const RotationParams& params) const {
-  return opk_fix::matrix_from_params(angles_of(params));
-}
-
-std::string EOAustralis::get_param_name(std::int32_t i) const {
-  return param_name(i, {"az", "elev", "roll"});
-}
-
-void EOAustralis::update() {
-  ExtOrientation3::update();
-  set_image_axes(australis::image_axes(angles()));
-}
-
-ExtOrientation::RotationParams EOAustralis::params_from_matrix(const Mat3& r) const {
-  return params_of(australis::params_from_matrix(r));
-}
-
-Mat3 EOAustralis::matrix_from_params(const RotationParams& params) const {
-  return australis::matrix_from_params(angles_of(params));
 }
 
 }  // namespace vorn

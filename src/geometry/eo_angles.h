@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 
@@ -7,15 +8,34 @@
 
 namespace vorn {
 
-// Exterior orientations by three angles [rad]. One reader, writer and set of listings serves all of
-// them: files carry an angle unit with each record, output is in the unit of the least-squares
-// parameters. Each type defines its matrix (geometry/rotations.h) and its rotation axes.
+// What distinguishes one convention of three angles from another.
+struct AngleConvention {
+  std::string_view keyword;
+  std::string_view type_name;
+  std::array<std::string_view, 3> names;  // of the angles, in the order of the parameters
+  // Rotation matrix of angles [rad], angles of a matrix, and the axes of the angles in image space
+  // (geometry/rotations.h).
+  Mat3 (*matrix_from_params)(const Vec3& angles);
+  Vec3 (*params_from_matrix)(const Mat3& r);
+  Mat3 (*image_axes)(const Vec3& angles);
+};
 
-// Phi, omega, kappa about rotated axes; base of the other three.
-class EOAnglesPOKRot : public ExtOrientation3 {
+// Phi, omega, kappa about rotated axes; omega, phi, kappa about rotated axes; the same about fixed
+// axes, clockwise; azimuth, elevation, roll.
+extern const AngleConvention kAnglesPOKRot;
+extern const AngleConvention kAnglesOPKRot;
+extern const AngleConvention kAnglesOPKFix;
+extern const AngleConvention kAnglesAustralis;
+
+// Exterior orientation by three angles [rad]. One reader, writer and set of listings serves all
+// conventions: files carry an angle unit with each record, output is in the unit of the
+// least-squares parameters.
+class EOAngles : public ExtOrientation3 {
  public:
-  std::string_view get_type_name() const override { return "EO (phi-omega-kappa, rotated)"; }
-  std::string_view get_keyword() const override { return "ext-ori-pok-rot"; }
+  explicit EOAngles(const AngleConvention& convention) : convention_(convention) {}
+
+  std::string_view get_type_name() const override { return convention_.type_name; }
+  std::string_view get_keyword() const override { return convention_.keyword; }
   std::string get_param_name(std::int32_t i) const override;
   void print_changes(TextWriter& out, const Vector& corrections) const override;
   void print_results(TextWriter& out) const override;
@@ -30,9 +50,6 @@ class EOAnglesPOKRot : public ExtOrientation3 {
   void get_rot_param_derivs(Matrix& a) const override;
 
  protected:
-  // The angles, attitude correction included, and the image-space axes that belong to them.
-  Vec3 angles() const { return {rotation_params()[0], rotation_params()[1], rotation_params()[2]}; }
-  void set_image_axes(const Mat3& axes) { image_axes_ = axes; }
   void get_packed_rot_param_derivs(const PointState<Pack>& point,
                                    const RowPair<Pack>& a) const override;
 
@@ -40,40 +57,8 @@ class EOAnglesPOKRot : public ExtOrientation3 {
   template <class T>
   void fill_columns(const PointState<T>& point, const RowPair<T>& a) const;
 
-  Mat3 image_axes_{};
-};
-
-// Omega, phi, kappa about rotated axes.
-class EOAnglesOPKRot : public EOAnglesPOKRot {
- public:
-  std::string_view get_type_name() const override { return "EO (omega-phi-kappa, rotated)"; }
-  std::string_view get_keyword() const override { return "ext-ori-opk-rot"; }
-  std::string get_param_name(std::int32_t i) const override;
-  void update() override;
-  RotationParams params_from_matrix(const Mat3& r) const override;
-  Mat3 matrix_from_params(const RotationParams& params) const override;
-};
-
-// Omega, phi, kappa about fixed axes, clockwise.
-class EOAnglesOPKFix : public EOAnglesPOKRot {
- public:
-  std::string_view get_type_name() const override { return "EO (omega-phi-kappa, fixed)"; }
-  std::string_view get_keyword() const override { return "ext-ori-opk-fix"; }
-  std::string get_param_name(std::int32_t i) const override;
-  void update() override;
-  RotationParams params_from_matrix(const Mat3& r) const override;
-  Mat3 matrix_from_params(const RotationParams& params) const override;
-};
-
-// Azimuth, elevation, roll.
-class EOAustralis : public EOAnglesPOKRot {
- public:
-  std::string_view get_type_name() const override { return "EO (Australis)"; }
-  std::string_view get_keyword() const override { return "ext-ori-australis"; }
-  std::string get_param_name(std::int32_t i) const override;
-  void update() override;
-  RotationParams params_from_matrix(const Mat3& r) const override;
-  Mat3 matrix_from_params(const RotationParams& params) const override;
+  const AngleConvention& convention_;
+  Mat3 image_axes_{};  // of the angles, attitude correction included
 };
 
 }  // namespace vorn

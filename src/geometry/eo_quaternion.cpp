@@ -9,7 +9,8 @@
 namespace vorn {
 
 std::string EOQuaternion::get_param_name(std::int32_t i) const {
-  return param_name(i, {"q0", "q1", "q2", "q3"});
+  static constexpr std::array<std::string_view, 4> kNames = {"q0", "q1", "q2", "q3"};
+  return param_name(i, kNames);
 }
 
 void EOQuaternion::update() {

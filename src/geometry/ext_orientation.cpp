@@ -5,6 +5,8 @@
 
 #include "calibration/corrections.h"
 #include "lsq/ls_params.h"
+#include "lsq/param_reading.h"
+#include "text/records.h"
 
 namespace vorn {
 namespace {
@@ -33,33 +35,38 @@ ExtOrientation::ExtOrientation(std::uint32_t num_rotation_params)
     : ImageGeometry(3 + num_rotation_params) {}
 
 std::string ExtOrientation::param_name(std::int32_t i,
-                                       std::initializer_list<std::string_view> rotation) const {
+                                       std::span<const std::string_view> rotation) const {
   constexpr std::array<std::string_view, 3> kCentre = {"Xo", "Yo", "Zo"};
   if (i < 0 || i >= num_values()) return ImageGeometry::get_param_name(i);
   const auto k = static_cast<std::size_t>(i);
-  return std::string(k < 3 ? kCentre[k] : rotation.begin()[k - 3]);
+  return std::string(k < 3 ? kCentre[k] : rotation[k - 3]);
 }
 
 // ---- files -------------------------------------------------------------------------------------
 
 int ExtOrientation::read(TokenReader& in) {
-  if (!in.read_word(id)) return fail("ERROR: Reading ID failed.\n");
+  if (!in.need_word(id, "the station")) return reading_failed("ERROR: Reading ID failed.\n");
+  in.begin_object("image-geometry", this);
   if (read_exposure_and_centre(in) != 1) return -1;
-  if (!read_rotation(in)) return fail("ERROR: Reading rotation parameters failed.\n");
+  if (!read_rotation(in)) return reading_failed("ERROR: Reading rotation parameters failed.\n");
   if (!read_rotation_std_devs(in)) {
-    return fail("ERROR: Reading std. dev. of rotation parameters failed.\n");
+    return reading_failed("ERROR: Reading std. dev. of rotation parameters failed.\n");
   }
   return 1;
 }
 
 int ExtOrientation::read_exposure_and_centre(TokenReader& in) {
-  if (!in.read(exposure_time)) return fail("ERROR: Cannot read exposure time.\n");
-  for (std::int32_t k = 0; k < 3; ++k) {
-    if (!in.read(value(k))) return fail("ERROR: Reading projection centre coords. failed.\n");
+  if (!in.read(exposure_time, kExposureTime)) {
+    return reading_failed("ERROR: Cannot read exposure time.\n");
   }
   for (std::int32_t k = 0; k < 3; ++k) {
-    if (!in.read(std_dev(k))) {
-      return fail("ERROR: Reading std. dev. of proj. centre coords. failed.\n");
+    if (!read_parameter(in, *this, k, value(k))) {
+      return reading_failed("ERROR: Reading projection centre coords. failed.\n");
+    }
+  }
+  for (std::int32_t k = 0; k < 3; ++k) {
+    if (!read_std_dev(in, *this, k, std_dev(k))) {
+      return reading_failed("ERROR: Reading std. dev. of proj. centre coords. failed.\n");
     }
   }
   return 1;
@@ -67,14 +74,14 @@ int ExtOrientation::read_exposure_and_centre(TokenReader& in) {
 
 bool ExtOrientation::read_rotation(TokenReader& in) {
   for (std::int32_t k = 3; k < num_values(); ++k) {
-    if (!in.read(value(k))) return false;
+    if (!read_parameter(in, *this, k, value(k))) return false;
   }
   return true;
 }
 
 bool ExtOrientation::read_rotation_std_devs(TokenReader& in) {
   for (std::int32_t k = 3; k < num_values(); ++k) {
-    if (!in.read(std_dev(k))) return false;
+    if (!read_std_dev(in, *this, k, std_dev(k))) return false;
   }
   return true;
 }

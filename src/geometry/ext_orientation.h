@@ -2,7 +2,7 @@
 
 #include <array>
 #include <cstdint>
-#include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -91,7 +91,7 @@ class ExtOrientation : public ImageGeometry {
 
   std::int32_t num_rotation_params() const { return num_values() - 3; }
   // "Xo", "Yo", "Zo", then the given names.
-  std::string param_name(std::int32_t i, std::initializer_list<std::string_view> rotation) const;
+  std::string param_name(std::int32_t i, std::span<const std::string_view> rotation) const;
 
   // The pieces that readers, writers and listings of all types consist of.
   int read_exposure_and_centre(TokenReader& in);

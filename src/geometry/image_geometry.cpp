@@ -3,6 +3,8 @@
 #include <cmath>
 
 #include "lsq/ls_params.h"
+#include "lsq/param_reading.h"
+#include "text/records.h"
 
 namespace vorn {
 namespace {
@@ -17,11 +19,6 @@ ImageGeometry::ImageGeometry(std::uint32_t num_values)
     : num_values_(static_cast<std::int32_t>(num_values)),
       values_(std::make_unique<double[]>(num_values)),
       std_devs_(std::make_unique<double[]>(num_values)) {}
-
-int ImageGeometry::fail(std::string_view message) {
-  standard_output() << message;
-  return -1;
-}
 
 void ImageGeometry::set_identity(Matrix& b) {
   b.resize(2, 2);
@@ -43,11 +40,16 @@ std::int32_t ImageGeometry::check_convergence(const Vector& corrections) const {
 }
 
 int ImageGeometry::read(TokenReader& in) {
-  if (!in.read_word(id)) return fail("ERROR: Reading station ID failed.\n");
-  if (!in.read(exposure_time)) return fail("ERROR: Cannot read exposure time.\n");
+  if (!in.need_word(id, "the station")) {
+    return reading_failed("ERROR: Reading station ID failed.\n");
+  }
+  in.begin_object("image-geometry", this);
+  if (!in.read(exposure_time, kExposureTime)) {
+    return reading_failed("ERROR: Cannot read exposure time.\n");
+  }
   for (std::int32_t k = 0; k < num_values_; ++k) {
-    if (!in.read(value(k)) || !in.read(std_dev(k))) {
-      return fail("ERROR: Reading values and std. devs. failed.\n");
+    if (!read_parameter(in, *this, k, value(k)) || !read_std_dev(in, *this, k, std_dev(k))) {
+      return reading_failed("ERROR: Reading values and std. devs. failed.\n");
     }
   }
   return 1;

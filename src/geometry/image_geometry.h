@@ -21,6 +21,8 @@ struct PointDerivs {
   Matrix b;              // 2x2, derivatives with respect to the observed image coordinates
 };
 
+inline constexpr Quantity kExposureTime = {"the exposure time"};
+
 // Base of every model that maps object space to an image. Image vectors are (x, y, z) with the
 // third component supplied by the caller: images pass z = -c, c the principal distance. All in
 // metres.
@@ -63,8 +65,6 @@ class ImageGeometry : public AdjObject {
   double exposure_time = 0;  // [s], at which position and attitude corrections are evaluated
 
  protected:
-  // Result of a reader that fails, after its message on standard output.
-  static int fail(std::string_view message);
   // Makes b the 2x2 identity: conditions are formed in the observed image coordinates themselves.
   static void set_identity(Matrix& b);
 

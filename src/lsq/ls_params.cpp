@@ -1,8 +1,9 @@
 #include "lsq/ls_params.h"
 
 #include <array>
-#include <string>
 #include <string_view>
+
+#include "text/records.h"
 
 namespace vorn {
 namespace {
@@ -10,40 +11,68 @@ namespace {
 constexpr std::array<std::string_view, 2> kInterfaces = {"native", "lapack"};
 constexpr double kMicrometresPerMetre = 1e6;
 
-int refuse(std::string_view message) {
-  standard_output() << message;
-  return -1;
-}
+// The numbers are not tested for a failed read: the end of the file shows it.
 
-int refuse(std::string_view message, std::string_view word) {
-  standard_output() << message << word << '\n';
-  return -1;
-}
-
-// The settings whose numbers are not tested for a failed read.
 void read_iteration_settings(TokenReader& in, LSParams& settings) {
-  in.read(settings.sigma0_apriori);
-  in.read(settings.max_iterations);
-  for (bool* field : {&settings.check_points, &settings.check_position, &settings.check_rotation,
-                      &settings.check_geometry}) {
-    in.read(*field);
+  in.read(settings.sigma0_apriori, {"sigma 0 a priori", Range::positive});
+  in.read(settings.max_iterations, {"the maximum number of iterations", Range::not_negative});
+  in.read(settings.check_points, {"the convergence switch of object points"});
+  in.read(settings.check_position, {"the convergence switch of perspective centres"});
+  in.read(settings.check_rotation, {"the convergence switch of rotations"});
+  in.read(settings.check_geometry, {"the convergence switch of image geometries"});
+  in.read(settings.limit_points, {"the convergence limit of object points", Range::not_negative});
+  in.read(settings.limit_position,
+          {"the convergence limit of perspective centres", Range::not_negative});
+  in.read(settings.limit_rotation, {"the convergence limit of rotations", Range::not_negative});
+  in.read(settings.limit_geometry,
+          {"the convergence limit of image geometries", Range::not_negative});
+}
+
+// True when they divide standard deviations into fixed, observed and free; otherwise `failure` is
+// the message.
+bool read_std_dev_limits(TokenReader& in, LSParams& settings, std::string_view& failure) {
+  in.read(settings.smin, {"smin", Range::not_negative});
+  in.read(settings.smax, {"smax", Range::not_negative});
+  in.read(settings.sminu, {"sminu", Range::not_negative});
+  const std::string_view sminu_word = in.last_word();
+  in.read(settings.smaxu, {"smaxu", Range::not_negative});
+  // Negated, so that limits that are not numbers are refused.
+  if (!(settings.smin >= 0.0 && settings.smax >= 0.0 && settings.sminu >= 0.0 &&
+        settings.smaxu >= 0.0)) {
+    failure = "ERROR: Limits of std. devs. must be >= than zero.\n";
+    return false;
   }
-  for (double* field : {&settings.limit_points, &settings.limit_position, &settings.limit_rotation,
-                        &settings.limit_geometry, &settings.smin, &settings.smax, &settings.sminu,
-                        &settings.smaxu}) {
-    in.read(*field);
+  const bool numbers = in.ok();  // what is wrong with the others was reported
+  if (!(settings.sminu < settings.smin)) {
+    failure = "ERROR: sminu must be less than smin.\n";
+    if (numbers) {
+      in.report(FindingCode::value_range, sminu_word, "sminu must be less than smin", {}, "sminu");
+    }
+    return false;
   }
+  if (!(settings.smaxu > settings.smax)) {
+    failure = "ERROR: smaxu must be greater than smax.\n";
+    if (numbers) {
+      in.report(FindingCode::value_range, in.last_word(), "smaxu must be greater than smax", {},
+                "smaxu");
+    }
+    return false;
+  }
+  return true;
 }
 
 void read_weights_and_limits(TokenReader& in, LSParams& settings) {
-  for (double* field :
-       {&settings.weight_suppression, &settings.weight_constraints, &settings.correlation_limit,
-        &settings.increment_points, &settings.increment_angles, &settings.significance_limit,
-        &settings.apv_limit}) {
-    in.read(*field);
-  }
+  in.read(settings.weight_suppression, {"the weight of suppression", Range::not_negative});
+  in.read(settings.weight_constraints, {"the weight of constraints", Range::not_negative});
+  in.read(settings.correlation_limit, {"the limit of correlations"});
+  in.read(settings.increment_points, {"the increment of object points"});
+  in.read(settings.increment_angles, {"the increment of angles"});
+  in.read(settings.significance_limit, {"the limit of significance", Range::not_negative});
+  in.read(settings.apv_limit, {"the limit of A'Pv", Range::not_negative});
   double limit_um = settings.residual_limit * kMicrometresPerMetre;
-  if (in.read(limit_um)) settings.residual_limit = limit_um / kMicrometresPerMetre;
+  if (in.read(limit_um, {"the limit of printed residuals", Range::not_negative})) {
+    settings.residual_limit = limit_um / kMicrometresPerMetre;
+  }
 }
 
 }  // namespace
@@ -54,29 +83,37 @@ LSParams& ls_params() {
 }
 
 int LSParams::read(TokenReader& in) {
+  in.begin_record({"ls-params"});
   read_iteration_settings(in, *this);
-  // Negated, so that limits that are not numbers are refused.
-  if (!(smin >= 0.0 && smax >= 0.0 && sminu >= 0.0 && smaxu >= 0.0)) {
-    return refuse("ERROR: Limits of std. devs. must be >= than zero.\n");
-  }
-  if (!(sminu < smin)) return refuse("ERROR: sminu must be less than smin.\n");
-  if (!(smaxu > smax)) return refuse("ERROR: smaxu must be greater than smax.\n");
+  std::string_view failure;
+  if (!read_std_dev_limits(in, *this, failure)) return reading_failed(failure);
   read_weights_and_limits(in, *this);
 
-  std::string word;
-  if (!in.read_word(word)) return refuse("Reading unit of object coords. failed.\n");
-  if (!unit_object.set(word)) return refuse("Unknown unit of object coords.: ", word);
-  if (!in.read_word(word)) return refuse("Reading unit of rotation angles failed.\n");
-  if (!unit_angles.set(word)) return refuse("Unknown unit of rot. angles: ", word);
-  word.clear();
-  in.read_word(word);
+  std::string_view word;
+  if (!in.need_word(word, "the unit of object coordinates")) {
+    return reading_failed("Reading unit of object coords. failed.\n");
+  }
+  if (!unit_object.set(word)) {
+    report_unknown_word(in, word, "length unit", length_unit_names());
+    return reading_failed("Unknown unit of object coords.: ", word, '\n');
+  }
+  if (!in.need_word(word, "the unit of rotation angles")) {
+    return reading_failed("Reading unit of rotation angles failed.\n");
+  }
+  if (!unit_angles.set(word)) {
+    report_unknown_word(in, word, "angle unit", angle_unit_names());
+    return reading_failed("Unknown unit of rot. angles: ", word, '\n');
+  }
+  // A missing word is an unknown one.
+  if (!in.need_word(word, "the adjustment interface")) word = {};
   for (std::size_t code = 0; code < kInterfaces.size(); ++code) {
     if (word == kInterfaces[code]) {
       interface = static_cast<std::int32_t>(code);
       return 1;
     }
   }
-  return refuse("Unknown adjustment interface: ", word);
+  report_unknown_word(in, word, "adjustment interface", kInterfaces);
+  return reading_failed("Unknown adjustment interface: ", word, '\n');
 }
 
 void LSParams::print(TextWriter& out) const {

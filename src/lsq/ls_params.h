@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "geometry/units.h"
+#include "base/units.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "text/text_writer.h"
+#include "text/records.h"
 
 namespace vorn {
 
@@ -27,24 +27,24 @@ bool BundleImage::remove_point(std::string_view point_id) {
 }
 
 bool BundleImage::insert_point(std::unique_ptr<ImagePoint> point) {
-  const std::int32_t slot = points.slot_of(point->id);
-  if (slot == OwnedList<ImagePoint>::kNone) {
-    points.append(std::move(point));
-    return true;
-  }
-  const ImagePoint& inserted = points.replace(slot, std::move(point));
+  const ImagePoint& inserted = *point;
+  if (!points.put(std::move(point))) return true;
   standard_output() << "ATTENTION: BundleImage " << id << " point " << inserted.id
                     << " was replaced.\n";
   return false;
 }
 
 int BundleImage::read(TokenReader& in, const OwnedList<Camera>& cameras) {
-  if (!in.read_word(id) || !in.read_word(geometry_id) || !in.read_word(camera_id)) return -1;
+  if (!in.need_word(id, "the identifier")) return -1;
+  in.begin_object("image", this);
+  if (!in.need_word(geometry_id, "the image geometry")) return -1;
+  in.remember(&geometry_id, in.last_word());
+  if (!in.need_word(camera_id, "the camera")) return -1;
+  in.remember(&camera_id, in.last_word());
   camera = cameras.find(camera_id);
   if (camera == nullptr) {
-    standard_output() << "ERROR: Attach camera " << camera_id << " for image " << id
-                      << " not failed.\n";
-    return -1;
+    report_unknown_reference(in, in.last_word(), "a camera", cameras);
+    return reading_failed("ERROR: Attach camera ", camera_id, " for image ", id, " not failed.\n");
   }
   camera->used = true;
   return 1;

@@ -14,8 +14,10 @@ constexpr NumberFormat kFileLength = fixed(6, 12);
 }  // namespace
 
 bool Camera::read_head(TokenReader& in) {
-  if (!in.read_word(id) || !in.read_word(comment)) return false;
-  if (!in.read(c) || !in.read_pair(xp, yp)) return false;
+  if (!in.need_word(id, "the identifier")) return false;
+  in.begin_object("camera", this);
+  if (!in.need_word(comment, "the comment")) return false;
+  if (!in.read(c, {"c", Range::positive}) || !in.read_pair(xp, yp, {{"xp"}, {"yp"}})) return false;
   c *= 0.001;
   xp *= 0.001;
   yp *= 0.001;
@@ -23,7 +25,9 @@ bool Camera::read_head(TokenReader& in) {
 }
 
 int Camera::read(TokenReader& in) {
-  if (!read_head(in) || !in.read(sx) || !in.read(sy)) return -1;
+  if (!read_head(in) || !in.read(sx, {"sx", Range::not_negative}) ||
+      !in.read(sy, {"sy", Range::not_negative}))
+    return -1;
   sx *= 0.001;
   sy *= 0.001;
   return 1;

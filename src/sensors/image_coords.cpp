@@ -1,11 +1,14 @@
 // Blocks of measured image coordinates: reading, writing and printing by the camera that gives them
 // their meaning.
 
+#include <cstddef>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
+#include "text/records.h"
 
 namespace vorn {
 
@@ -15,6 +18,31 @@ constexpr NumberFormat kCoordinate = fixed(4, 10);
 constexpr NumberFormat kStdDev = fixed(4, 8);
 constexpr NumberFormat kFactor = general();
 constexpr int kIdWidth = 8;
+
+constexpr Quantity kPoint[] = {{"x"}, {"y"}};
+constexpr Quantity kPointStdDevs[] = {{"sx", Range::positive}, {"sy", Range::positive}};
+
+// The running point was measured before in the block that begins at `block`. Where that was is
+// looked for in the text, for the first few of an image.
+void report_repeated_point(TokenReader& in, const char* block, int number) {
+  const std::string_view id = in.subject().id;
+  std::string message = describe(in.subject()) + " was measured before";
+  TokenReader earlier({block, static_cast<std::size_t>(id.data() - block)});
+  std::string_view word;
+  double values[4];
+  while (number < static_cast<int>(FindingList::kMaxAlike) && earlier.read_word(word)) {
+    if (word == id) {
+      message += ", in line " + std::to_string(in.place_of(word).line);
+      break;
+    }
+    if (!earlier.read_pair(values[0], values[1], kPoint) ||
+        !earlier.read_pair(values[2], values[3], kPointStdDevs)) {
+      break;
+    }
+  }
+  in.report(FindingCode::duplicate, id, message + "; the later measurement counts",
+            "keep one of the two records");
+}
 
 void put_point(TextWriter& out, const ImagePoint& point, double factor) {
   out << right_aligned(point.id, kIdWidth) << ' ' << kCoordinate(point.x * factor) << ' '
@@ -26,20 +54,26 @@ void put_point(TextWriter& out, const ImagePoint& point, double factor) {
 
 bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
   double factor = 1.0;
-  if (!in.read(factor)) return false;
-  std::string_view word;
-  while (in.read_word(word)) {
-    if (word == "stop-dep" || word == "-1") return true;
+  const std::string_view image_word = in.last_word();
+  in.begin_record({"image", image_word});
+  if (!in.read(factor, {"the scale factor", Range::positive})) return false;
+  const char* const block = in.rest().data();
+  int repeated = 0;
+  const auto read_point = [&](std::string_view point_id) {
+    in.begin_record({"image-point", point_id, image_word});
     auto point = std::make_unique<ImagePoint>();
-    point->id = word;
-    if (!in.read_pair(point->x, point->y) || !in.read_pair(point->sx, point->sy)) return false;
+    point->id = point_id;
+    if (!in.read_pair(point->x, point->y, kPoint)) return -1;
+    if (!in.read_pair(point->sx, point->sy, kPointStdDevs)) return -1;
     point->x *= factor;
     point->y *= factor;
     point->sx *= factor;
     point->sy *= factor;
-    image.insert_point(std::move(point));
-  }
-  return true;
+    const bool added = image.insert_point(std::move(point));
+    if (!added && in.listens()) report_repeated_point(in, block, repeated++);
+    return 1;
+  };
+  return read_records(in, EndWords::keyword_or_minus_one, read_point) == 1;
 }
 
 void Camera::write_image_coords(TextWriter& out, const BundleImage& image) const {

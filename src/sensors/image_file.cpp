@@ -1,50 +1,50 @@
 // Image file and image-coordinates file.
 
+#include <array>
 #include <memory>
 #include <utility>
 
-#include "driver/keywords.h"
 #include "sensors/bundle_image.h"
-#include "text/text_writer.h"
+#include "text/records.h"
 
 namespace vorn {
 
 int read_image_file(TokenReader& in, OwnedList<BundleImage>& images,
                     const OwnedList<Camera>& cameras) {
-  std::string_view word;
-  while (in.read_word(word)) {
-    const Keyword keyword = lookup_keyword(word);
-    if (keyword == Keyword::stop_dep) return 1;
-    if (keyword != Keyword::image_frame) {
-      standard_output() << "ERROR: Unknown image type: " << word << '\n';
-      return -1;
+  return read_records(in, EndWords::keyword, [&](std::string_view word) {
+    in.begin_record({"image"});
+    if (lookup_keyword(word) != Keyword::image_frame) {
+      constexpr std::array<std::string_view, 1> kImageTypes = {"image-frame"};
+      report_unknown_word(in, word, "image type", kImageTypes);
+      return reading_failed("ERROR: Unknown image type: ", word, '\n');
     }
     auto image = std::make_unique<BundleImage>();
     if (image->read(in, cameras) != 1) {
-      standard_output() << "ERROR: Reading image " << image->id << " failed.\n";
-      return -1;
+      return reading_failed("ERROR: Reading image ", image->id, " failed.\n");
     }
     // As with cameras, records with equal identifiers all stay, and look-ups find the first.
+    const BundleImage* const earlier = in.listens() ? images.find(image->id) : nullptr;
+    if (earlier != nullptr) {
+      report_duplicate(in, earlier, "measurements go to the first one");
+    }
     images.append(std::move(image));
-  }
-  return 1;
+    return 1;
+  });
 }
 
 int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images) {
-  std::string_view word;
-  while (in.read_word(word)) {
-    if (word == "stop-dep" || word == "-1") return 1;
-    BundleImage* image = images.find(word);
+  return read_records(in, EndWords::keyword_or_minus_one, [&](std::string_view word) {
+    BundleImage* const image = images.find(word);
     if (image == nullptr) {
-      standard_output() << "ERROR: BundleImage " << word << " not found.\n";
-      return -1;
+      in.begin_record({"image", word});
+      report_unknown_reference(in, word, "an image", images);
+      return reading_failed("ERROR: BundleImage ", word, " not found.\n");
     }
     if (!image->camera->read_image_coords(in, *image)) {
-      standard_output() << "ERROR: BundleImage " << word << " read image coords. failed.\n";
-      return -1;
+      return reading_failed("ERROR: BundleImage ", word, " read image coords. failed.\n");
     }
-  }
-  return 1;
+    return 1;
+  });
 }
 
 }  // namespace vorn

@@ -5,22 +5,30 @@
 #include <utility>
 
 #include "sensors/object_point.h"
+#include "text/records.h"
 
 namespace vorn {
 
 namespace {
 
-bool is_end_word(std::string_view word) { return word == "stop-dep" || word == "-1"; }
+constexpr Quantity kCoordinates[] = {{"X"}, {"Y"}, {"Z"}};
+constexpr Quantity kStdDevs[] = {
+    {"sX", Range::not_negative}, {"sY", Range::not_negative}, {"sZ", Range::not_negative}};
+constexpr std::array<std::string_view, 2> kFileTypes = {"indiv-sdev", "common-sdev"};
+constexpr std::array<std::string_view, 3> kRoles = {"co", "in", "ch"};
 
 // The point of that identifier, which loses its former values with a message, or a new one.
-ObjectPoint& point_to_fill(OwnedList<ObjectPoint>& points, std::string_view id) {
+ObjectPoint& point_to_fill(TokenReader& in, OwnedList<ObjectPoint>& points, std::string_view id) {
   ObjectPoint* present = points.find(id);
   if (present != nullptr) {
+    report_duplicate(in, present, "the later one counts");
+    in.remember(present, id);
     standard_output() << "ATTENTION: Object point " << id << " replaced.\n";
     return *present;
   }
   auto point = std::make_unique<ObjectPoint>();
   point->id = id;
+  in.remember(point.get(), id);
   return points.append(std::move(point));
 }
 
@@ -44,24 +52,35 @@ bool parse_point_type(std::string_view word, PointType& type) {
 RecordResult read_control_support(TokenReader& in, ControlSupport& record) {
   char first = 0;
   while (in.peek_char(first) && first == '#') in.skip_line();
-  if (in.failed()) return RecordResult::record;
-  if (!in.read_word(record.id)) {
+  if (in.failed()) {
+    in.report(FindingCode::end_missing, in.end_of_words(), "the file has no end word",
+              "end it with \"stop-dep\"");
+    return RecordResult::record;
+  }
+  std::string_view word;
+  if (!in.read_word(word)) {
     standard_output() << "ERROR: Cannot read point ID.\n";
     return RecordResult::failure;
   }
-  if (is_end_word(record.id)) return RecordResult::end_of_file;
+  record.id = word;
+  if (is_end_word(word, EndWords::keyword_or_minus_one)) return RecordResult::end_of_file;
+  in.begin_record({"control-point", word});
 
-  std::string_view word;
-  if (!in.read_word(word)) {
+  if (!in.need_word(word, "the role")) {
     standard_output() << "ERROR: Cannot read object point type.\n";
     return RecordResult::failure;
   }
   if (!parse_point_type(word, record.type)) {
+    report_unknown_word(in, word, "role", kRoles);
     standard_output() << "ERROR: Invalid object point type: " << word << '\n';
     return RecordResult::failure;
   }
   if (record.type == PointType::intersection) return RecordResult::record;
-  if (!in.read_word(word)) return RecordResult::failure;
+  if (!in.need_word(word, "the coordinates meant")) return RecordResult::failure;
+  if (in.listens() && word.find_first_not_of("xyz") != std::string_view::npos) {
+    in.report(FindingCode::keyword_unknown, word, "unknown coordinates " + quoted(word),
+              "write the letters of the coordinates meant, as in \"xyz\" or \"z\"");
+  }
   for (std::size_t k = 0; k < 3; ++k) {
     record.marked[k] = word.find("xyz"[k]) != std::string_view::npos;
   }
@@ -71,35 +90,33 @@ RecordResult read_control_support(TokenReader& in, ControlSupport& record) {
 }  // namespace
 
 int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points) {
-  std::string_view word;
-  if (!in.read_word(word)) return -1;
-  const bool common = word == "common-sdev";
-  if (!common && word != "indiv-sdev") {
-    standard_output() << "ERROR: Unknown file type: " << word << '\n';
-    return -1;
+  std::string_view layout;
+  if (!in.need_word(layout, "the file type")) return -1;
+  const bool common = layout == "common-sdev";
+  if (!common && layout != "indiv-sdev") {
+    report_unknown_word(in, layout, "file type", kFileTypes);
+    return reading_failed("ERROR: Unknown file type: ", layout, '\n');
   }
   double std_devs[3] = {};
-  if (common && !in.read_triple(std_devs)) {
-    standard_output() << "ERROR: Reading common std. dev. failed.\n";
-    return -1;
+  if (common && !in.read_triple(std_devs, kStdDevs)) {
+    return reading_failed("ERROR: Reading common std. dev. failed.\n");
   }
-  while (in.read_word(word) && !is_end_word(word)) {
+  return read_records(in, EndWords::keyword_or_minus_one, [&](std::string_view id) {
+    in.begin_record({"object-point", id});
     double xyz[3];
-    if (!in.read_triple(xyz)) {
-      standard_output() << "ERROR: Reading coords. failed.\n";
-      return -1;
+    if (!in.read_triple(xyz, kCoordinates)) {
+      return reading_failed("ERROR: Reading coords. failed.\n");
     }
-    if (!common && !in.read_triple(std_devs)) {
-      standard_output() << "ERROR: Reading std. dev. failed.\n";
-      return -1;
+    if (!common && !in.read_triple(std_devs, kStdDevs)) {
+      return reading_failed("ERROR: Reading std. dev. failed.\n");
     }
-    ObjectPoint& point = point_to_fill(points, word);
+    ObjectPoint& point = point_to_fill(in, points, id);
     point.xyz = std::to_array(xyz);
     point.std_devs = std::to_array(std_devs);
     point.has_coords = true;
     point.classify();
-  }
-  return 1;
+    return 1;
+  });
 }
 
 int read_ctrl_supp(TokenReader& in, OwnedList<ObjectPoint>& points) {
@@ -108,17 +125,15 @@ int read_ctrl_supp(TokenReader& in, OwnedList<ObjectPoint>& points) {
     const RecordResult result = read_control_support(in, record);
     if (result == RecordResult::end_of_file) return 1;
     if (result == RecordResult::failure) {
-      standard_output() << "ERROR: Set std. dev. from CS failed.\n";
-      return -1;
+      return reading_failed("ERROR: Set std. dev. from CS failed.\n");
     }
-    ObjectPoint* point = points.find(record.id);
+    ObjectPoint* const point = points.find(record.id);
     if (point == nullptr) {
-      standard_output() << "ERROR: Object point ID " << record.id << " not exist.\n";
-      return -1;
+      report_unknown_reference(in, in.subject().id, "an object point", points);
+      return reading_failed("ERROR: Object point ID ", record.id, " not exist.\n");
     }
     if (point->set_from_cs(record) != 1) {
-      standard_output() << "ERROR: Set std. dev. from CS failed: " << record.id << '\n';
-      return -1;
+      return reading_failed("ERROR: Set std. dev. from CS failed: ", record.id, '\n');
     }
   }
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #ifdef _WIN32
 #include <direct.h>
@@ -103,6 +105,17 @@ bool same_file(const std::string& a, const std::string& b) {
   return get_status(a, first) && get_status(b, second) && first.st_dev == second.st_dev &&
          first.st_ino == second.st_ino;
 #endif
+}
+
+std::vector<std::string> names_in_directory(const std::string& path) {
+  std::vector<std::string> names;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(path, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    names.push_back(entry->path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 bool FileText::load(const std::string& path) {

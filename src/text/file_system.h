@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorn {
 
@@ -17,6 +18,9 @@ std::string current_directory();
 bool change_directory(const std::string& path);
 // Whether both paths name one existing file.
 bool same_file(const std::string& a, const std::string& b);
+
+// Names in a directory; none when it cannot be read.
+std::vector<std::string> names_in_directory(const std::string& path);
 
 // The whole content of a file.
 class FileText {

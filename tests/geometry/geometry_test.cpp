@@ -73,9 +73,9 @@ TEST(Rotations, QuaternionOfHalfTurns) {
 }
 
 // A geometry read from a record without its type keyword, ready to project.
-template <class Geometry>
-std::unique_ptr<Geometry> from_record(std::string_view record) {
-  auto geometry = std::make_unique<Geometry>();
+template <class Geometry, class... Arguments>
+std::unique_ptr<Geometry> from_record(std::string_view record, const Arguments&... arguments) {
+  auto geometry = std::make_unique<Geometry>(arguments...);
   TokenReader in(record);
   EXPECT_EQ(geometry->read(in), 1) << record;
   geometry->update();
@@ -83,8 +83,8 @@ std::unique_ptr<Geometry> from_record(std::string_view record) {
 }
 
 // An orientation without rotation at a given place.
-std::unique_ptr<EOAnglesPOKRot> upright(const std::string& centre) {
-  return from_record<EOAnglesPOKRot>("i rad 0 " + centre + " 1 1 1 0 0 0 1 1 1");
+std::unique_ptr<EOAngles> upright(const std::string& centre) {
+  return from_record<EOAngles>("i rad 0 " + centre + " 1 1 1 0 0 0 1 1 1", kAnglesPOKRot);
 }
 
 TEST(ImageGeometry, ZeroDenominators) {

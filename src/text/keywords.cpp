@@ -1,4 +1,4 @@
-#include "driver/keywords.h"
+#include "text/keywords.h"
 
 #include <array>
 #include <cstddef>
@@ -47,10 +47,12 @@ constexpr std::array<std::string_view, 41> kKeywords = {"params",
                                                         "patb-control",
                                                         "patb-orient",
                                                         "oc-transform",
-                                                        "stop-dep"};
+                                                        kEndWord};
 static_assert(kKeywords.size() == static_cast<std::size_t>(Keyword::stop_dep));
 
 }  // namespace
+
+std::span<const std::string_view> all_keywords() { return kKeywords; }
 
 Keyword lookup_keyword(std::string_view text) {
   for (std::size_t i = 0; i < kKeywords.size(); ++i) {

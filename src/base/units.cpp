@@ -1,4 +1,4 @@
-#include "geometry/units.h"
+#include "base/units.h"
 
 #include <array>
 #include <cstddef>
@@ -9,39 +9,48 @@ namespace {
 // A unit's code is the number of its row.
 struct UnitRow {
   std::string_view abbreviation;
-  std::string_view name;
   double factor;
 };
 
 // Factors are units per radian. Those of "min" and "sec" are no time-minutes and time-seconds; data
 // files rely on them as they are.
 constexpr std::array<UnitRow, 8> kAngleUnits = {{
-    {"unk", "unkown", 0.0},
-    {"none", "none", 1.0},
-    {"rad", "radian", 1.0},
-    {"deg", "degree", 57.29577951308232},
-    {"hr", "hour", 3.819718634205488},
-    {"min", "minute", 0.954929658551372},
-    {"sec", "second", 0.015915494309189534},
-    {"gon", "gon", 63.66197723675813},
+    {"unk", 0.0},  // no unit
+    {"none", 1.0},
+    {"rad", 1.0},                   // radian
+    {"deg", 57.29577951308232},     // degree
+    {"hr", 3.819718634205488},      // hour
+    {"min", 0.954929658551372},     // minute
+    {"sec", 0.015915494309189534},  // second
+    {"gon", 63.66197723675813},
 }};
 
 // Factors are metres per unit. That of "miUS" is not the survey mile; it too is fixed by data
 // files.
 constexpr std::array<UnitRow, 12> kLengthUnits = {{
-    {"unk", "unkown", 0.0},
-    {"km", "kilometre", 1000.0},
-    {"m", "metre", 1.0},
-    {"cm", "centimetre", 0.01},
-    {"mm", "millimetre", 0.001},
-    {"um", "micrometre", 1e-06},
-    {"mi", "intern. mile", 1609.344},
-    {"miUS", "US state mile", 1609.32721869},
-    {"in", "inch", 0.0254},
-    {"ft", "feet", 0.3048},
-    {"yd", "yard", 0.9144},
-    {"n.m.", "nautical mile", 1852.0},
+    {"unk", 0.0},             // no unit
+    {"km", 1000.0},           // kilometre
+    {"m", 1.0},               // metre
+    {"cm", 0.01},             // centimetre
+    {"mm", 0.001},            // millimetre
+    {"um", 1e-06},            // micrometre
+    {"mi", 1609.344},         // intern. mile
+    {"miUS", 1609.32721869},  // US state mile
+    {"in", 0.0254},           // inch
+    {"ft", 0.3048},           // feet
+    {"yd", 0.9144},           // yard
+    {"n.m.", 1852.0},         // nautical mile
 }};
+
+// Without the row of no unit.
+template <std::size_t n>
+constexpr std::array<std::string_view, n - 1> names_of(const std::array<UnitRow, n>& table) {
+  std::array<std::string_view, n - 1> names;
+  for (std::size_t i = 1; i < n; ++i) names[i - 1] = table[i].abbreviation;
+  return names;
+}
+constexpr auto kAngleUnitNames = names_of(kAngleUnits);
+constexpr auto kLengthUnitNames = names_of(kLengthUnits);
 
 template <std::size_t n>
 std::int32_t code_of(const std::array<UnitRow, n>& table, std::string_view abbreviation) {
@@ -78,6 +87,9 @@ bool UnitLength::set(std::string_view abbreviation) {
 std::string_view UnitLength::abbreviation() const {
   return row_of(kLengthUnits, code).abbreviation;
 }
+
+std::span<const std::string_view> angle_unit_names() { return kAngleUnitNames; }
+std::span<const std::string_view> length_unit_names() { return kLengthUnitNames; }
 
 std::int32_t angle_unit_code(std::string_view abbreviation) {
   return code_of(kAngleUnits, abbreviation);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace vorn {
@@ -54,5 +55,10 @@ enum class Keyword : std::int32_t {
 
 // Code of a keyword by exact, case-sensitive comparison; Keyword::none (0) when there is none.
 Keyword lookup_keyword(std::string_view text);
+
+// Ends files and lists everywhere.
+inline constexpr std::string_view kEndWord = "stop-dep";
+// The keywords in the order of their codes, from 1.
+std::span<const std::string_view> all_keywords();
 
 }  // namespace vorn

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace vorn {
@@ -39,6 +40,10 @@ class UnitLength {
   std::int32_t code = 0;  // row of the unit table, 0 = unknown
   double factor = 0.0;    // metres per unit
 };
+
+// The abbreviations that name a unit.
+std::span<const std::string_view> angle_unit_names();
+std::span<const std::string_view> length_unit_names();
 
 // Look-ups by abbreviation (exact text; no match gives 0) and by code (unknown codes give 0.0).
 std::int32_t angle_unit_code(std::string_view abbreviation);
