@@ -30,6 +30,7 @@ constexpr CommandRow kCommands[] = {
     {"list", "Adjust a project; list all unknowns with their changes and significance",
      make_list_command},
     {"import", "Make a project of a reconstruction of another program", make_import_command},
+    {"export", "Adjust a project; write it in the format of another program", make_export_command},
 };
 
 bool is_command(std::string_view word) {

@@ -94,18 +94,20 @@ std::int64_t Reconstruction::count_rays() const {
   return count;
 }
 
-Projection project(const Reconstruction& model, const SourceImage& image, const Vec3& x) {
-  const SourceCamera& camera = model.cameras[static_cast<std::size_t>(image.camera)];
-  const Vec3 point = image.pose.camera_from_object(x);
-  const double depth = model.axes == Axes::ahead ? point[2] : -point[2];
-  const double u = point[0] / depth;
-  const double v = point[1] / depth;
+Pixel image_of(const SourceCamera& camera, double u, double v) {
   const double r2 = u * u + v * v;
   const double radial = 1.0 + r2 * (camera.k[0] + r2 * (camera.k[1] + r2 * camera.k[2]));
   const auto [p1, p2] = camera.p;
   const double ud = u * radial + 2.0 * p1 * u * v + p2 * (r2 + 2.0 * u * u);
   const double vd = v * radial + p1 * (r2 + 2.0 * v * v) + 2.0 * p2 * u * v;
-  return {{camera.fx * ud + camera.cx, camera.fy * vd + camera.cy}, depth};
+  return {camera.fx * ud + camera.cx, camera.fy * vd + camera.cy};
+}
+
+Projection project(const Reconstruction& model, const SourceImage& image, const Vec3& x) {
+  const Vec3 point = image.pose.camera_from_object(x);
+  const double depth = model.axes == Axes::ahead ? point[2] : -point[2];
+  const SourceCamera& camera = model.cameras[static_cast<std::size_t>(image.camera)];
+  return {image_of(camera, point[0] / depth, point[1] / depth), depth};
 }
 
 double median_depth(const Reconstruction& model) {
@@ -152,6 +154,36 @@ Mat3 rotation_of_vector(const Vec3& v) {
   return {{{c + d * n[0] * n[0], d * n[0] * n[1] - s * n[2], d * n[0] * n[2] + s * n[1]},
            {d * n[1] * n[0] + s * n[2], c + d * n[1] * n[1], d * n[1] * n[2] - s * n[0]},
            {d * n[2] * n[0] - s * n[1], d * n[2] * n[1] + s * n[0], c + d * n[2] * n[2]}}};
+}
+
+std::array<double, 4> quaternion_of(const Mat3& r) {
+  // From the largest of the four elements, which keeps all digits (Shepperd 1978).
+  const double trace = r[0][0] + r[1][1] + r[2][2];
+  const std::array<double, 4> sums = {1 + trace, 1 - trace + 2 * r[0][0], 1 - trace + 2 * r[1][1],
+                                      1 - trace + 2 * r[2][2]};
+  const double a = r[2][1] - r[1][2];
+  const double b = r[0][2] - r[2][0];
+  const double c = r[1][0] - r[0][1];
+  const double d = r[1][0] + r[0][1];
+  const double e = r[0][2] + r[2][0];
+  const double f = r[2][1] + r[1][2];
+  const std::array<std::array<double, 4>, 4> rows = {
+      {{sums[0], a, b, c}, {a, sums[1], d, e}, {b, d, sums[2], f}, {c, e, f, sums[3]}}};
+  const auto largest =
+      static_cast<std::size_t>(std::max_element(sums.begin(), sums.end()) - sums.begin());
+  std::array<double, 4> q = rows[largest];
+  double norm = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+  if (q[0] < 0.0) norm = -norm;
+  for (double& value : q) value /= norm;
+  return q;
+}
+
+Vec3 vector_of(const Mat3& r) {
+  const auto [w, x, y, z] = quaternion_of(r);
+  const Vec3 v{x, y, z};
+  const double sine = length(v);
+  const double factor = sine > 0.0 ? 2.0 * std::atan2(sine, w) / sine : 2.0;
+  return factor * v;
 }
 
 bool is_rotation(const Mat3& r, double tolerance) {

@@ -61,6 +61,9 @@ struct SourceCamera {
   Lens own = Lens::none;  // what the model itself adjusts
 };
 
+// Image of a direction (u, v) [px].
+Pixel image_of(const SourceCamera& camera, double u, double v);
+
 // Rotation from object space to the camera, with the translation or the projection centre,
 // whichever the format holds.
 struct Pose {
@@ -134,6 +137,9 @@ void leave_out_unusable(Reconstruction& model, double max_error);
 Mat3 rotation_of_quaternion(const std::array<double, 4>& q);
 // Rotation matrix of a rotation vector (Rodrigues 1840).
 Mat3 rotation_of_vector(const Vec3& v);
+// The other way: a quaternion of unit length with w >= 0, a vector no longer than pi.
+std::array<double, 4> quaternion_of(const Mat3& r);
+Vec3 vector_of(const Mat3& r);
 // Whether R'R = I to within the tolerance and det R > 0.
 bool is_rotation(const Mat3& r, double tolerance);
 double length(const Vec3& v);

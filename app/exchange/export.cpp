@@ -1,0 +1,91 @@
+#include "app/exchange/export.h"
+
+#include <array>
+#include <cmath>
+
+#include "app/exchange/project_model.h"
+#include "app/exchange/source.h"
+#include "app/exchange/writers.h"
+#include "text/text_writer.h"
+
+namespace vorn::exchange {
+namespace {
+
+void print_summary(const Reconstruction& model, const ExportRequest& request) {
+  constexpr NumberFormat kPixels = general(0, 6);
+  constexpr NumberFormat kCost = general(0, 12);
+  double sum = 0.0;
+  for (const SourceImage& image : model.images) {
+    for (const SourceRay& ray : image.rays) {
+      const Pixel xy =
+          project(model, image, model.points[static_cast<std::size_t>(ray.point)].xyz).xy;
+      const double dx = xy[0] - ray.xy[0];
+      const double dy = xy[1] - ray.xy[1];
+      sum += dx * dx + dy * dy;
+    }
+  }
+  const auto rays = model.count_rays();
+  TextWriter& out = standard_output();
+  out << "Export to " << request.format << ": " << request.output << "\n\n"
+      << "  cameras  ";
+  out.integer(static_cast<std::int64_t>(model.cameras.size()), 10) << "\n  images   ";
+  out.integer(static_cast<std::int64_t>(model.images.size()), 10) << "\n  points   ";
+  out.integer(static_cast<std::int64_t>(model.points.size()), 10) << "\n  rays     ";
+  out.integer(rays, 10) << '\n';
+  for (const std::string& note : model.notes) out << "  note: " << note << '\n';
+  out << "\n  residuals: rms of a coordinate "
+      << kPixels(rays > 0 ? std::sqrt(0.5 * sum / static_cast<double>(rays)) : 0.0)
+      << " px, half their sum of squares " << kCost(0.5 * sum) << " px^2\n";
+}
+
+template <LensForm Form, void (*Write)(const Reconstruction&, const std::string&)>
+void export_model(const BundleProject& project, const ExportRequest& request) {
+  const Reconstruction model = model_of_project(project, Form, request.pixel_size_um / 1e6);
+  Write(model, request.output);
+  print_summary(model, request);
+}
+
+void write_colmap_text(const Reconstruction& model, const std::string& path) {
+  write_colmap(model, path, false);
+}
+void write_colmap_binary(const Reconstruction& model, const std::string& path) {
+  write_colmap(model, path, true);
+}
+
+struct Format {
+  const char* name;
+  void (*write)(const BundleProject& project, const ExportRequest& request);
+};
+constexpr auto kFormats = std::to_array<Format>({
+    {"colmap", export_model<LensForm::full, write_colmap_text>},
+    {"colmap-binary", export_model<LensForm::full, write_colmap_binary>},
+    {"bal", export_model<LensForm::radial, write_bal>},
+    {"bundler", export_model<LensForm::radial, write_bundler>},
+});
+
+const Format& find_format(const std::string& name) {
+  std::string known;
+  for (const Format& format : kFormats) {
+    if (name == format.name) return format;
+    known += std::string(known.empty() ? "" : ", ") + format.name;
+  }
+  throw ExchangeError("unknown format '" + name + "'; there are " + known);
+}
+
+}  // namespace
+
+void check_export(const ExportRequest& request) {
+  find_format(request.format);
+  if (!(request.pixel_size_um >= 0.0)) throw ExchangeError("the pixel size must be positive");
+}
+
+void export_project(const BundleProject& project, const ExportRequest& request) {
+  find_format(request.format).write(project, request);
+}
+
+void export_given_project(const std::string& control_file, const ExportRequest& request) {
+  const GivenProject given(control_file);
+  export_project(given.project(), request);
+}
+
+}  // namespace vorn::exchange
