@@ -1,10 +1,9 @@
 #pragma once
 
-#include <cfenv>
-
 #if defined(__i386__) || defined(__x86_64__)
 #include <xmmintrin.h>
-#define VORN_HAS_X87 1
+#else
+#include <cfenv>
 #endif
 
 namespace vorn {
@@ -14,29 +13,45 @@ namespace vorn {
 // x87 unit. A host may come with any other state: 24-bit significands (Direct3D sets them),
 // denormals flushed to zero, traps for divisions by zero. At the end its state returns, pending
 // flags included: flags that this run has raised would otherwise trap in the host.
+#if defined(__i386__) || defined(__x86_64__)
+
+// The C libraries of Windows give back only a part of the state, so it is moved here.
+class FloatingPointState {
+ public:
+  FloatingPointState() : sse_(_mm_getcsr()) {
+    asm volatile("fnstenv %0\n\tfninit" : "=m"(x87_));
+    _mm_setcsr(kSseDefault);
+  }
+  ~FloatingPointState() {
+    asm volatile("fldenv %0" : : "m"(x87_));
+    _mm_setcsr(sse_);
+  }
+  FloatingPointState(const FloatingPointState&) = delete;
+  FloatingPointState& operator=(const FloatingPointState&) = delete;
+
+ private:
+  static constexpr unsigned int kSseDefault = 0x1F80;
+
+  unsigned char x87_[28];  // what fnstenv stores
+  unsigned int sse_;
+};
+
+#else
+
 class FloatingPointState {
  public:
   FloatingPointState() {
     std::fegetenv(&host_);
     std::fesetenv(FE_DFL_ENV);
-#ifdef VORN_HAS_X87
-    // The default environment of 32-bit Windows has 53-bit significands or 64, by the C library.
-    const unsigned short control = kX87Control;
-    asm volatile("fninit\n\tfldcw %0" : : "m"(control));
-    _mm_setcsr(kSseControl);
-#endif
   }
   ~FloatingPointState() { std::fesetenv(&host_); }
   FloatingPointState(const FloatingPointState&) = delete;
   FloatingPointState& operator=(const FloatingPointState&) = delete;
 
  private:
-#ifdef VORN_HAS_X87
-  static constexpr unsigned short kX87Control = 0x037F;
-  static constexpr unsigned int kSseControl = 0x1F80;
-#endif
-
   std::fenv_t host_;
 };
+
+#endif
 
 }  // namespace vorn
