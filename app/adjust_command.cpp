@@ -1,5 +1,6 @@
 // vorn adjust: one run of a project.
 
+#include "app/estimation_options.h"
 #include "app/project_run.h"
 #include "app/quality_output.h"
 
@@ -12,6 +13,7 @@ class AdjustCommand final : public Command {
     project_.define(parser);
     parser.add_flag("--cameras", project_.request.with_cameras,
                     "also write the camera result file");
+    define_estimation_options(parser, project_.request.settings);
     quality_.define(parser);
   }
   ExitStatus run() override {

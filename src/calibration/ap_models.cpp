@@ -87,6 +87,53 @@ class Sum {
   std::array<T, 2> total_{0.0, 0.0};
 };
 
+// Rows and correction in one go, from terms that carry their derivatives with respect to the image
+// point; the sum carries them, too.
+template <class T>
+class Linearised {
+ public:
+  Linearised(const APSet& set, const RowPair<T>& rows, std::array<Dual<T>, 2>& sum)
+      : value_(set.values()), at_(rows), sum_(sum) {}
+  void put(const Dual<T>& dx, const Dual<T>& dy) {
+    add(dx, *at_.x++, sum_[0]);
+    add(dy, *at_.y++, sum_[1]);
+    ++value_;
+  }
+  void put(const Dual<T>& dx, double dy) {
+    add(dx, *at_.x++, sum_[0]);
+    add(dy, *at_.y++, sum_[1]);
+    ++value_;
+  }
+  void put(double dx, const Dual<T>& dy) {
+    add(dx, *at_.x++, sum_[0]);
+    add(dy, *at_.y++, sum_[1]);
+    ++value_;
+  }
+  void put(double dx, double dy) {
+    add(dx, *at_.x++, sum_[0]);
+    add(dy, *at_.y++, sum_[1]);
+    ++value_;
+  }
+  void put_on_both(std::initializer_list<Dual<T>> terms) {
+    for (const Dual<T>& term : terms) put(term, 0.0);
+    for (const Dual<T>& term : terms) put(0.0, term);
+  }
+
+ private:
+  void add(const Dual<T>& term, T& element, Dual<T>& sum) const {
+    element = term.value;
+    sum += term * *value_;
+  }
+  void add(double term, T& element, Dual<T>& sum) const {
+    element = term;
+    if (term != 0.0) sum.value += term * *value_;
+  }
+
+  const double* value_;
+  RowPair<T> at_;
+  std::array<Dual<T>, 2>& sum_;
+};
+
 // The terms of the models, put one parameter after the other into rows or into a sum.
 
 // dxp, dyp, dc
@@ -265,6 +312,29 @@ PackPair APSetOf<Model, Base>::get_packed_correction(const Vec3Of<Pack>& point) 
   Sum<Pack> sum(*this);
   model().put(sum, point);
   return sum.total();
+}
+
+template <class Model, class Base>
+template <class T>
+void APSetOf<Model, Base>::linearise_at(const Vec3Of<T>& point, const RowPair<T>& rows,
+                                        std::array<Dual<T>, 2>& sum) const {
+  Linearised<T> terms(*this, rows, sum);
+  const Dual<T> x(point[0], 1.0, 0.0);
+  const Dual<T> y(point[1], 0.0, 1.0);
+  const Dual<T> z(point[2], 0.0, 0.0);
+  model().put(terms, Vec3Of<Dual<T>>{x, y, z});
+}
+
+template <class Model, class Base>
+void APSetOf<Model, Base>::linearise(const Vec3& point, const RowPair<double>& rows,
+                                     std::array<Dual<double>, 2>& sum) const {
+  linearise_at(point, rows, sum);
+}
+
+template <class Model, class Base>
+void APSetOf<Model, Base>::linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
+                                     std::array<Dual<Pack>, 2>& sum) const {
+  linearise_at(point, rows, sum);
 }
 
 // ---- the models --------------------------------------------------------------------------------

@@ -31,8 +31,15 @@ class APSetOf : public Base {
   Pair get_correction(const Vec3& point) const override;
   void get_packed_derivs(const Vec3Of<Pack>& point, const RowPair<Pack>& rows) const override;
   PackPair get_packed_correction(const Vec3Of<Pack>& point) const override;
+  void linearise(const Vec3& point, const RowPair<double>& rows,
+                 std::array<Dual<double>, 2>& sum) const override;
+  void linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
+                 std::array<Dual<Pack>, 2>& sum) const override;
 
  private:
+  template <class T>
+  void linearise_at(const Vec3Of<T>& point, const RowPair<T>& rows,
+                    std::array<Dual<T>, 2>& sum) const;
   const Model& model() const { return static_cast<const Model&>(*this); }
 };
 

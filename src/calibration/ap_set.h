@@ -1,11 +1,13 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "base/dual.h"
 #include "base/owned_list.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
@@ -75,7 +77,13 @@ class APSet : public AdjObject {
   virtual void get_packed_derivs(const Vec3Of<Pack>& point,
                                  const RowPair<Pack>& rows) const = 0;          // 19
   virtual PackPair get_packed_correction(const Vec3Of<Pack>& point) const = 0;  // 20
-  // The same from those parameters k only whose character mask[k] is '1'.
+  // All of it at an ideal image point: the derivatives with respect to the parameters into two
+  // rows, and the correction, with its derivatives with respect to x and y, added to `sum`.
+  virtual void linearise(const Vec3& point, const RowPair<double>& rows,
+                         std::array<Dual<double>, 2>& sum) const = 0;  // 21
+  virtual void linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
+                         std::array<Dual<Pack>, 2>& sum) const = 0;  // 22
+  // The correction from those parameters k only whose character mask[k] is '1'.
   Pair get_correction_masked(const Vec3& point, std::string_view mask) const;
 
   std::int32_t num_ap() const { return num_ap_; }

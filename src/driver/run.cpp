@@ -118,6 +118,7 @@ RunSummary run_project(const RunRequest& request) {
   if (!readable) return summary;
 
   BundleProject project;
+  project.settings = request.settings;
   project.findings = request.findings;
   const std::string name = full_path.substr(directory.size());
   TokenReader control_tokens(control_file.view(), name, project.findings);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "driver/paths.h"
+#include "lsq/adjustment_settings.h"
 
 namespace vorn {
 
@@ -34,6 +35,7 @@ struct RunSummary {
 struct RunRequest {
   std::string path;           // control file
   bool with_cameras = false;  // also write the camera result file
+  AdjustmentSettings settings{};
   // Where given, is told what is wrong with the data files while they are read.
   FindingListener* findings = nullptr;
   // Where given, sees the project after a completed adjustment, when all files are written and

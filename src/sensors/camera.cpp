@@ -96,6 +96,27 @@ PackPair Camera::packed_camera_to_image(const Vec3Of<Pack>& point) const {
   return completed(point);
 }
 
+template <class T>
+std::array<Dual<T>, 2> Camera::linearise_at(const Vec3Of<T>& point, RowPair<T> rows) const {
+  std::array<Dual<T>, 2> image{Dual<T>(xp + point[0], 1.0, 0.0), Dual<T>(yp + point[1], 0.0, 1.0)};
+  std::array<Dual<T>, 2> correction{0.0, 0.0};
+  for (const APSet* set : ap_sets) {
+    if (set == nullptr) continue;
+    set->linearise(point, rows, correction);
+    rows.x += set->num_ap();
+    rows.y += set->num_ap();
+  }
+  return {image[0] + correction[0], image[1] + correction[1]};
+}
+
+std::array<Dual<double>, 2> Camera::linearise(const Vec3& point, RowPair<double> rows) const {
+  return linearise_at(point, rows);
+}
+
+std::array<Dual<Pack>, 2> Camera::linearise(const Vec3Of<Pack>& point, RowPair<Pack> rows) const {
+  return linearise_at(point, rows);
+}
+
 void Camera::get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const {
   for (std::size_t i = 0; i < ap_sets.size(); ++i) {
     if (ap_sets[i] == nullptr) {

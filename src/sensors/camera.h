@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/dual.h"
 #include "base/owned_list.h"
 #include "base/pack.h"
 #include "geometry/image_geometry.h"
@@ -54,6 +55,10 @@ class Camera {
   // The same for eight points side by side.
   Vec3Of<Pack> packed_image_to_camera(const PackPair& image) const;
   PackPair packed_camera_to_image(const Vec3Of<Pack>& point) const;
+  // Image coordinates of a reduced point, as functions of its x and y; the derivatives with respect
+  // to the parameters of all sets, one after the other, go into two rows.
+  std::array<Dual<double>, 2> linearise(const Vec3& point, RowPair<double> rows) const;
+  std::array<Dual<Pack>, 2> linearise(const Vec3Of<Pack>& point, RowPair<Pack> rows) const;
   // Fills one 2xn block per set at a reduced image point.
   // Each block gets its set's unknown number, too; a null set is reported on the error stream.
   void get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const;
@@ -81,6 +86,8 @@ class Camera {
  private:
   template <class T>
   std::array<T, 2> corrections_at(const Vec3Of<T>& point) const;
+  template <class T>
+  std::array<Dual<T>, 2> linearise_at(const Vec3Of<T>& point, RowPair<T> rows) const;
   template <class T>
   Vec3Of<T> reduced(const std::array<T, 2>& image) const;
   template <class T>

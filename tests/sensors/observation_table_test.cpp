@@ -1,11 +1,13 @@
 // The table of observations against the images that add theirs one after the other.
 
 #include <cmath>
+#include <string>
 
 #include "driver/bundle_project.h"
 #include "driver/run.h"
 #include "geometry/ext_orientation.h"
 #include "geometry/linear_geometries.h"
+#include "lsq/stages/normal_equations.h"
 #include "support/captured_output.h"
 #include "support/project_test.h"
 
@@ -36,19 +38,16 @@ Sums sums_of(NormalMatrix& normal, Add add) {
 }
 
 Sums by_table(BundleProject& p) {
-  p.observations.set_up(p.images, p.object_points, p.normal);
+  p.observations.set_up(p.images, p.object_points, p.settings.derivatives(), p.normal);
   return sums_of(p.normal,
                  [&p](Sums& s) { return p.observations.add(p.normal, s.rhs, s.lPl, s.count); });
 }
 
 Sums by_images(BundleProject& p) {
-  p.normal.zero();
-  return sums_of(p.normal, [&p](Sums& s) {
-    for (const BundleImage& image : p.images) {
-      if (image.add_observations(p.object_points, p.normal, s.rhs, s.lPl, s.count) != 1)
-        return false;
-    }
-    return true;
+  ObservationTable none;
+  return sums_of(p.normal, [&](Sums& s) {
+    return add_all_observations(p, p.settings.derivatives(), none, p.normal, s.rhs, s.lPl,
+                                s.count) == 1;
   });
 }
 
@@ -96,9 +95,84 @@ class ObservationTableTest : public test::ProjectTest, public testing::WithParam
   }
 };
 
+// Distortions that bend the image by some per cent.
+void distort(BundleProject& p) {
+  for (APSet& set : p.ap_sets) {
+    for (std::int32_t k = 0; k < set.num_ap(); ++k) set.value(k) *= 30.0;
+  }
+}
+
+// Compares the columns of some parameters with difference quotients of the misclosure, which falls
+// as the computed image point moves. Steps move the image point by some 10 nm.
+class DifferenceQuotients {
+ public:
+  DifferenceQuotients(const BundleImage& image, const ImagePoint& point, const ObjectPoint& object)
+      : image_(image), object_(object), observed_(observation_of(point, *image.camera).xy) {}
+
+  void expect(const double* x, const double* y, const AdjObject& of) const {
+    SCOPED_TRACE(std::string(of.get_type_name()) + " and " +
+                 std::string(image_.geometry->get_type_name()));
+    for (std::int32_t k = 0; k < static_cast<std::int32_t>(of.num_params()); ++k) {
+      double& value = *of.param(k).value;
+      const double kept = value;
+      const double size = std::hypot(x[k], y[k]);
+      const double h = size > 0.0 ? 1e-8 / size : 1e-6;
+      value = kept + h;
+      const Pair after = misclosure();
+      value = kept - h;
+      const Pair before = misclosure();
+      value = kept;
+      for (const std::size_t i : {0U, 1U}) {
+        EXPECT_NEAR((before[i] - after[i]) / ((kept + h) - (kept - h)), (i == 0 ? x : y)[k],
+                    2e-6 * size)
+            << "parameter " << k << ", row " << i;
+      }
+    }
+    image_.geometry->update();
+  }
+
+ private:
+  Pair misclosure() const {
+    image_.geometry->update();
+    return misclosure_of(observed_, image_.object_to_image(object_.xyz));
+  }
+
+  const BundleImage& image_;
+  const ObjectPoint& object_;
+  Pair observed_;
+};
+
+// All models of parameters, cameras, geometries and corrections: measured minus computed, derived
+// with respect to everything.
+TEST_P(ObservationTableTest, ExactDerivativesAreThoseOfTheObservationEquation) {
+  after_run([](BundleProject& p) {
+    distort(p);
+    int checked = 0;
+    EXPECT_TRUE(
+        for_each_equation(p.images, p.object_points, Derivatives::exact,
+                          [&](const BundleImage& image, const ImagePoint& point,
+                              const ObjectPoint& object_point, const PointEquation& equation) {
+                            if (image.index_of_point(point.id) % 25 != 0) return;
+                            const DifferenceQuotients quotients(image, point, object_point);
+                            quotients.expect(equation.point, equation.point + 3, object_point);
+                            const double* x = equation.rows.data();
+                            for (const AdjObject* object : objects_of(image)) {
+                              quotients.expect(x, x + equation.stride, *object);
+                              x += object->num_params();
+                              ++checked;
+                            }
+                          }));
+    EXPECT_GT(checked, 300);
+  });
+}
+
 TEST_P(ObservationTableTest, AddsWhatTheImagesAdd) {
   after_run([](BundleProject& p) {
     expect_same(by_table(p), by_images(p));
+    distort(p);
+    p.settings.rigorous = true;
+    expect_same(by_table(p), by_images(p));
+    p.settings.rigorous = false;
     ImagePoint& lost = *p.images[1]->points[3];
     lost.object_point = nullptr;
     lost.id = "lost";

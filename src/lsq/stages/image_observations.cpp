@@ -10,21 +10,22 @@
 
 namespace vorn {
 
-int BundleImage::add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
-                                  Vector& rhs, double& lPl, std::int32_t& count) const {
+int add_observations(const BundleImage& image, Derivatives derivatives,
+                     const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal, Vector& rhs,
+                     double& lPl, std::int32_t& count) {
   using Outcome = ObservationEquations::Outcome;
-  ObservationEquations equations(*this);
-  ImageNormals normals(normal, blocks_of(*this, normal));
+  ObservationEquations equations(image, derivatives);
+  ImageNormals normals(normal, blocks_of(image, normal));
   PointEquation equation;
   std::vector<std::int32_t> starts(normals.blocks().size());
-  for (const ImagePoint& point : points) {
+  for (const ImagePoint& point : image.points) {
     const ObjectPoint* const object_point = object_point_of(point, object_points);
     if (object_point == nullptr) {
       standard_output() << "ATTENTION: Object point " << point.id << " not found.\n";
       continue;
     }
     const Outcome outcome =
-        equations.linearise(observation_of(point, *camera), object_point->xyz, equation);
+        equations.linearise(observation_of(point, *image.camera), object_point->xyz, equation);
     if (outcome != Outcome::formed) {
       equations.print_failure(outcome, object_point->xyz);
       return -1;
@@ -38,6 +39,12 @@ int BundleImage::add_observations(const OwnedList<ObjectPoint>& object_points, N
   }
   normals.finish(rhs, lPl);
   return 1;
+}
+
+int BundleImage::add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
+                                  Vector& rhs, double& lPl, std::int32_t& count) const {
+  return vorn::add_observations(*this, Derivatives::documented, object_points, normal, rhs, lPl,
+                                count);
 }
 
 }  // namespace vorn

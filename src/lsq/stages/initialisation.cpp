@@ -9,7 +9,7 @@
 #include "base/cpu_clock.h"
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
-#include "lsq/stages/observation_equations.h"
+#include "lsq/stages/normal_equations.h"
 
 namespace vorn {
 namespace {
@@ -161,25 +161,6 @@ void report_counts(BundleProject& project, TextWriter& report) {
   report << '\n';
 }
 
-// The structure of the normal equations: which unknowns meet in an observation.
-NormalStructure find_structure(BundleProject& project) {
-  NormalStructure structure(project.object_points.count());
-  const AdjObjectList& unknowns = project.unknowns;
-  for (std::int32_t i = project.object_points.count(); i < unknowns.num_objects(); ++i) {
-    structure.add_block(static_cast<std::int32_t>(unknowns[i].num_params()));
-  }
-  std::size_t image_points = 0;
-  for (const BundleImage& image : project.images) {
-    image_points += static_cast<std::size_t>(image.count_points());
-  }
-  structure.reserve_rays(image_points);
-  for (const BundleImage& image : project.images) {
-    add_structure(image, project.object_points, structure);
-  }
-  structure.merge_blocks();
-  return structure;
-}
-
 // Small systems gain nothing from their structure. A file of the matrix shows the factor in the
 // order of the unknowns.
 AdjInterfaceNative::Method method_for(const BundleProject& project, std::int32_t size) {
@@ -205,7 +186,8 @@ int choose_solver(BundleProject& project, TextWriter& report) {
   // Small systems are summed image point by image point: a condition of great weight (a free
   // quaternion's) makes the first iterations depend on the order of the sums.
   if (solver->method() != AdjInterfaceNative::Method::dense) {
-    project.observations.set_up(project.images, project.object_points, project.normal);
+    project.observations.set_up(project.images, project.object_points,
+                                project.settings.derivatives(), project.normal);
   }
   project.solver = std::move(solver);
   project.rhs.resize(size);

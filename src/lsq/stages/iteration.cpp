@@ -7,6 +7,7 @@
 #include "base/cpu_clock.h"
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
+#include "lsq/stages/normal_equations.h"
 #include "lsq/stages/statistics.h"
 
 namespace vorn {
@@ -21,39 +22,14 @@ constexpr NumberFormat kApv = scientific(1, 6);
 constexpr NumberFormat kDumped = scientific(12);
 constexpr double kMicrometresPerMetre = 1e6;
 
-void clear_sums(BundleProject& project, std::int32_t& count) {
-  project.rhs.zero();
-  project.lPl = 0.0;
-  count = 0;
-}
-
-// Adds the observations of all images to cleared normal equations. 1 or -1.
-int add_observations(BundleProject& project, std::int32_t& count) {
-  clear_sums(project, count);
-  if (!project.observations.is_empty()) {
-    if (project.observations.add(project.normal, project.rhs, project.lPl, count)) return 1;
-    // The images, one after the other, come upon the first failure and report it.
-    clear_sums(project, count);
-  }
-  project.normal.zero();
-  for (const BundleImage& image : project.images) {
-    if (image.add_observations(project.object_points, project.normal, project.rhs, project.lPl,
-                               count) != 1) {
-      return -1;
-    }
-  }
-  return 1;
-}
-
 // Builds the normal equations at the current approximations. 1 or -1.
 int set_up(BundleProject& project, TextWriter& report, std::int32_t& observations) {
   project.solution.zero();
-  if (add_observations(project, observations) != 1) {
+  if (form_normal_equations(project, project.settings.derivatives(), project.observations,
+                            project.normal, project.rhs, project.lPl, observations) != 1) {
     report << "ERROR: Setup of normal equations failed.\n";
     return -1;
   }
-  project.unknowns.add_constraints(project.normal, project.rhs, project.lPl);
-  project.unknowns.add_weights(project.normal, project.rhs, project.lPl);
   return 1;
 }
 

@@ -28,6 +28,18 @@ Corrections corrections_of(const ImageGeometry* geometry) {
   return corrections;
 }
 
+// From derivatives of the ideal image point to those of the measured one, for columns that stand
+// one after the other: the chain rule, the image coordinates being functions of the ideal ones.
+template <class T>
+void apply_chain_rule(const std::array<Dual<T>, 2>& image, T* x, T* y, std::int32_t count) {
+  for (std::int32_t k = 0; k < count; ++k) {
+    const T ideal_x = x[k];
+    const T ideal_y = y[k];
+    x[k] = image[0].dx * ideal_x + image[0].dy * ideal_y;
+    y[k] = image[1].dx * ideal_x + image[1].dy * ideal_y;
+  }
+}
+
 }  // namespace
 
 Observation observation_of(const ImagePoint& point, const Camera& camera) {
@@ -77,14 +89,14 @@ void add_structure(const BundleImage& image, const OwnedList<ObjectPoint>& objec
   }
 }
 
-ObservationEquations::ObservationEquations(const BundleImage& image)
+ObservationEquations::ObservationEquations(const BundleImage& image, Derivatives derivatives)
     : image_(image),
+      derivatives_(derivatives),
       orientation_(dynamic_cast<ExtOrientation*>(image.geometry)),
       transformation_(dynamic_cast<const DirectLinearTransf*>(image.geometry)),
       takes_packs_(orientation_ != nullptr &&
                    std::find(image.camera->ap_sets.begin(), image.camera->ap_sets.end(), nullptr) ==
                        image.camera->ap_sets.end()),
-      width_(0),
       ap_derivs_(image.camera->ap_sets.size()),
       cofactors_(2, 2) {
   cofactors_.zero();
@@ -94,7 +106,11 @@ ObservationEquations::ObservationEquations(const BundleImage& image)
   // The order of registration, so that unknown numbers ascend from block to block.
   design_ = {&derivs_.geometry};
   for (std::size_t i = 0; i < ap_derivs_.size(); ++i) {
-    if (image.camera->ap_sets[i] != nullptr) design_.push_back(&ap_derivs_[i]);
+    if (image.camera->ap_sets[i] == nullptr) continue;
+    ap_derivs_[i].a.resize(2, image.camera->ap_sets[i]->num_ap());
+    ap_derivs_[i].a.zero();
+    set_width_ += ap_derivs_[i].a.cols();
+    design_.push_back(&ap_derivs_[i]);
   }
   const Corrections corrections = corrections_of(image.geometry);
   if (corrections.pos != nullptr) design_.push_back(&derivs_.pos);
@@ -104,58 +120,96 @@ ObservationEquations::ObservationEquations(const BundleImage& image)
 ObservationEquations::Outcome ObservationEquations::linearise(const Observation& observation,
                                                               const Vec3& object_point,
                                                               PointEquation& equation) {
+  const bool exact = derivatives_ == Derivatives::exact;
   const Camera& camera = *image_.camera;
-  const Vec3 camera_vector = camera.image_to_camera(observation.xy);
+  const Vec3 camera_vector =
+      exact ? Vec3{0.0, 0.0, -camera.c} : camera.image_to_camera(observation.xy);
   const bool derived = orientation_ != nullptr
                            ? orientation_->find_derivs(camera_vector, object_point, derivs_)
                            : image_.geometry->get_derivs(camera_vector, object_point, derivs_);
   if (!derived) return Outcome::not_derivable;
-  camera.get_derivs(camera_vector, ap_derivs_);
+  if (!exact) camera.get_derivs(camera_vector, ap_derivs_);
 
-  const Pair misclosure = misclosure_of(observation.xy, image_.object_to_image(object_point));
-  std::copy(misclosure.begin(), misclosure.end(), equation.misclosure);
   cofactors_[0][0] = observation.cofactors[0];
   cofactors_[1][1] = observation.cofactors[1];
-  if (!weights_of(derivs_.b, cofactors_, equation.weights)) return Outcome::not_weighable;
-
-  std::copy_n(derivs_.point.a[0], 6, equation.point);
   if (equation.width != width_ || equation.rows.empty()) equation.resize(width_);
+  std::copy_n(derivs_.point.a[0], 6, equation.point);
+  line_up(equation);
+  const Pair computed =
+      exact ? make_exact(object_point, equation) : image_.object_to_image(object_point);
+  const Pair misclosure = misclosure_of(observation.xy, computed);
+  std::copy(misclosure.begin(), misclosure.end(), equation.misclosure);
+  return weights_of(derivs_.b, cofactors_, equation.weights) ? Outcome::formed
+                                                             : Outcome::not_weighable;
+}
+
+void ObservationEquations::line_up(PointEquation& equation) const {
   double* x = equation.rows.data();
   for (const DesignBlock* block : design_) {
     const std::int32_t width = block->a.cols();
-    if (width == 0) continue;
-    std::copy_n(block->a[0], width, x);
-    std::copy_n(block->a[1], width, x + equation.stride);
+    if (width > 0) {
+      std::copy_n(block->a[0], width, x);
+      std::copy_n(block->a[1], width, x + equation.stride);
+    }
     x += width;
   }
-  return Outcome::formed;
+}
+
+Pair ObservationEquations::make_exact(const Vec3& object_point, PointEquation& equation) const {
+  Vec3 ideal{0.0, 0.0, -image_.camera->c};
+  image_.geometry->projection(object_point, ideal);
+  double* const x = equation.rows.data();
+  double* const y = x + equation.stride;
+  const std::int32_t sets = image_.geometry->num_values();
+  const std::array<Dual<double>, 2> image = image_.camera->linearise(ideal, {x + sets, y + sets});
+  apply_chain_rule(image, equation.point, equation.point + 3, 3);
+  apply_chain_rule(image, x, y, sets);
+  const std::int32_t corrections = sets + set_width_;
+  apply_chain_rule(image, x + corrections, y + corrections, width_ - corrections);
+  return {image[0].value, image[1].value};
 }
 
 bool ObservationEquations::linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
                                      PackedEquations& equations) const {
-  const Camera& camera = *image_.camera;
   const auto width = static_cast<std::size_t>(width_);
   if (equations.x.size() < width) {
     equations.x.resize(width);
     equations.y.resize(width);
   }
-  RowPair<Pack> columns{equations.x.data(), equations.y.data()};
-  Vec3Of<Pack> image;
+  const Camera& camera = *image_.camera;
+  const RowPair<Pack> columns{equations.x.data(), equations.y.data()};
+  Vec3Of<Pack> ideal;
   if (!orientation_->find_derivs(-camera.c, object_points, columns,
-                                 {equations.point_x, equations.point_y}, image)) {
+                                 {equations.point_x, equations.point_y}, ideal)) {
     return false;
   }
-  std::int32_t column = orientation_->num_values();
-  const Vec3Of<Pack> camera_vector = camera.packed_image_to_camera(observed);
-  for (const APSet* set : camera.ap_sets) {
-    set->get_packed_derivs(camera_vector, {columns.x + column, columns.y + column});
-    column += set->num_ap();
+  const std::int32_t sets = orientation_->num_values();
+  const RowPair<Pack> set_columns{columns.x + sets, columns.y + sets};
+  PackPair computed;
+  if (derivatives_ == Derivatives::exact) {
+    const std::array<Dual<Pack>, 2> image = camera.linearise(ideal, set_columns);
+    apply_chain_rule(image, equations.point_x, equations.point_y, 3);
+    apply_chain_rule(image, columns.x, columns.y, sets);
+    computed = {image[0].value, image[1].value};
+  } else {
+    fill_set_columns(camera.packed_image_to_camera(observed), set_columns);
+    computed = camera.packed_camera_to_image(ideal);
   }
-  orientation_->get_packed_correction_derivs(columns, column);
+  // From the columns of the orientation, whatever these are.
+  orientation_->get_packed_correction_derivs(columns, sets + set_width_);
 
-  const PackPair misclosure = misclosure_of(observed, camera.packed_camera_to_image(image));
+  const PackPair misclosure = misclosure_of(observed, computed);
   std::copy(misclosure.begin(), misclosure.end(), equations.misclosure);
   return true;
+}
+
+void ObservationEquations::fill_set_columns(const Vec3Of<Pack>& camera_vector,
+                                            RowPair<Pack> columns) const {
+  for (const APSet* set : image_.camera->ap_sets) {
+    set->get_packed_derivs(camera_vector, columns);
+    columns.x += set->num_ap();
+    columns.y += set->num_ap();
+  }
 }
 
 void ObservationEquations::print_failure(Outcome outcome, const Vec3& object_point) {

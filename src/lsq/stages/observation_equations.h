@@ -5,6 +5,7 @@
 
 #include "geometry/ext_orientation.h"
 #include "geometry/linear_geometries.h"
+#include "lsq/adjustment_settings.h"
 #include "lsq/normal/image_normals.h"
 #include "lsq/normal/normal_structure.h"
 #include "sensors/bundle_image.h"
@@ -41,13 +42,18 @@ std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix
 
 // Linearises the observation equations of the points of one image,
 //
-//   (x, y) + v = camera_to_image(projection(object point))      v residuals, (x, y) measured,
+//   (x, y) + v = p + dp(p),   p = projection(object point)
 //
-// at the current values of all parameters.
+// at the current values of all parameters: (x, y) measured, v residuals, p the ideal image point,
+// dp the corrections of the camera's parameter sets and principal point. With J = I + d(dp)/dp the
+// exact derivatives are J dp/du for every parameter u of geometry, point and corrections, and the
+// models' rows at p for the sets. The documented ones leave J out and take the rows at the measured
+// point.
 class ObservationEquations {
  public:
   // Every object that the image depends on has its unknown number.
-  explicit ObservationEquations(const BundleImage& image);
+  explicit ObservationEquations(const BundleImage& image,
+                                Derivatives derivatives = Derivatives::documented);
   ObservationEquations(const ObservationEquations&) = delete;
   ObservationEquations& operator=(const ObservationEquations&) = delete;
 
@@ -73,16 +79,32 @@ class ObservationEquations {
   void print_failure(Outcome outcome, const Vec3& object_point);
 
  private:
+  // The blocks of the design matrix side by side.
+  void line_up(PointEquation& equation) const;
+  // Replaces the columns by the derivatives of the observation equation; returns the computed image
+  // coordinates.
+  Pair make_exact(const Vec3& object_point, PointEquation& equation) const;
+  // The columns of all parameter sets.
+  void fill_set_columns(const Vec3Of<Pack>& camera_vector, RowPair<Pack> columns) const;
+
   const BundleImage& image_;
+  Derivatives derivatives_;
   ExtOrientation* const orientation_;  // the image's geometry, if it is one
   const DirectLinearTransf* const transformation_;
   bool takes_packs_;
-  std::int32_t width_;  // of the design rows
+  std::int32_t width_ = 0;      // of the design rows
+  std::int32_t set_width_ = 0;  // of the columns of all parameter sets
   // Working memory of `linearise`, in the order of the columns of the rows.
   PointDerivs derivs_;
   std::vector<DesignBlock> ap_derivs_;
   std::vector<const DesignBlock*> design_;
   Matrix cofactors_;
 };
+
+// As BundleImage::add_observations, with derivatives of choice (image_observations.cpp).
+[[nodiscard]] int add_observations(const BundleImage& image, Derivatives derivatives,
+                                   const OwnedList<ObjectPoint>& object_points,
+                                   NormalMatrix& normal, Vector& rhs, double& lPl,
+                                   std::int32_t& count);
 
 }  // namespace vorn

@@ -116,10 +116,11 @@ class ObservationTable::Sorter {
 };
 
 void ObservationTable::set_up(const OwnedList<BundleImage>& images,
-                              const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal) {
+                              const OwnedList<ObjectPoint>& object_points, Derivatives derivatives,
+                              NormalMatrix& normal) {
   *this = {};
   for (const BundleImage& image : images) {
-    images_.push_back(std::make_unique<Image>(image, normal));
+    images_.push_back(std::make_unique<Image>(image, derivatives, normal));
   }
   std::vector<const ObjectPoint*> by_number(static_cast<std::size_t>(normal.num_points()));
   for (const ObjectPoint& point : object_points) by_number[number_of(point)] = &point;

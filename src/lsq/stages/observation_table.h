@@ -22,7 +22,7 @@ class ObservationTable {
  public:
   // Resolves all image points. Every object has its unknown number, and the matrix its structure.
   void set_up(const OwnedList<BundleImage>& images, const OwnedList<ObjectPoint>& object_points,
-              NormalMatrix& normal);
+              Derivatives derivatives, NormalMatrix& normal);
   bool is_empty() const { return observations_.empty(); }
 
   // Clears the normal matrix and adds all observations; `count` grows by 2 per observed point.
@@ -49,8 +49,8 @@ class ObservationTable {
   };
   // One image: where its equations are formed, and where they are summed up.
   struct Image {
-    Image(const BundleImage& image, NormalMatrix& normal)
-        : equations(image), normals(normal, blocks_of(image, normal)) {}
+    Image(const BundleImage& image, Derivatives derivatives, NormalMatrix& normal)
+        : equations(image, derivatives), normals(normal, blocks_of(image, normal)) {}
 
     ObservationEquations equations;
     ImageNormals normals;

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "lsq/adjustment_settings.h"
+
+namespace vorn::app {
+
+// Declares the options that choose how the adjustment is computed: --rigorous.
+void define_estimation_options(CLI::App& parser, AdjustmentSettings& settings);
+
+}  // namespace vorn::app
