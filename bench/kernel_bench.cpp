@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lsq/linalg/kernels.h"
+#include "lsq/linalg/tile_inverse.h"
 #include "lsq/linalg/tile_matrix.h"
 
 #ifdef VORN_BENCH_LAPACK
@@ -33,7 +34,7 @@ void dense_cholesky(benchmark::State& state) {
     for (std::int32_t c = 0; c <= r; ++c) pattern.mark(r, c);
   }
   vorn::TileMatrix matrix;
-  matrix.set_structure(n, tile_size, pattern);
+  if (!matrix.set_structure(n, tile_size, pattern)) state.SkipWithError("too large");
   for (auto _ : state) {
     state.PauseTiming();
     matrix.zero();
@@ -51,6 +52,30 @@ BENCHMARK(dense_cholesky)
     ->Args({4000, 48})
     ->Args({4000, 96})
     ->Unit(benchmark::kMillisecond);
+
+// All elements of the inverse of a dense matrix: the selected inverse on a full pattern.
+void dense_inverse(benchmark::State& state) {
+  const auto n = static_cast<std::int32_t>(state.range(0));
+  constexpr std::int32_t kTile = 96;
+  vorn::TilePattern pattern((n + kTile - 1) / kTile);
+  for (std::int32_t r = 0; r < pattern.num_tiles(); ++r) {
+    for (std::int32_t c = 0; c <= r; ++c) pattern.mark(r, c);
+  }
+  vorn::TileMatrix matrix;
+  if (!matrix.set_structure(n, kTile, pattern)) state.SkipWithError("too large");
+  matrix.zero();
+  for (std::int32_t j = 0; j < n; ++j) {
+    for (std::int32_t i = j; i < n; ++i) matrix.element(i, j) = element(i, j);
+  }
+  if (matrix.factorise() != 0) state.SkipWithError("not positive definite");
+  for (auto _ : state) {
+    vorn::TileInverse inverse;
+    if (!inverse.compute(matrix)) state.SkipWithError("too large");
+  }
+  state.SetLabel(vorn::kernels().name);
+  report_flops(state, std::pow(static_cast<double>(n), 3) * 2 / 3);
+}
+BENCHMARK(dense_inverse)->Arg(1000)->Arg(4000)->Unit(benchmark::kMillisecond);
 
 #ifdef VORN_BENCH_LAPACK
 void openblas_dpotrf(benchmark::State& state) {
@@ -85,7 +110,7 @@ void eliminate_batch(benchmark::State& state) {
     for (std::int32_t c = 0; c <= r; ++c) pattern.mark(r, c);
   }
   vorn::TileMatrix matrix;
-  matrix.set_structure(6 * images, kTile, pattern);
+  if (!matrix.set_structure(6 * images, kTile, pattern)) state.SkipWithError("too large");
   matrix.zero();
   const std::vector<double> v(64 * 24, 0.5);
   std::vector<vorn::BatchPiece> pieces;

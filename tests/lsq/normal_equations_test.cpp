@@ -18,6 +18,7 @@
 #include "lsq/normal/dense_factor.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/normal/point_elimination.h"
+#include "lsq/normal/selected_inverse.h"
 #include "support/captured_output.h"
 #include "support/noise.h"
 
@@ -219,44 +220,150 @@ TEST_P(StructuredNormalMatrix, SolvesAndShowsWhatTheDenseRoutinesGive) {
   for (std::int32_t i = 0; i < n_; ++i) EXPECT_NEAR(x[i], again[i], 1e-9);
 }
 
-TEST_P(StructuredNormalMatrix, PartsOfTheInverseAreThoseOfTheDenseInverse) {
-  const Matrix full = dense_;
-  Matrix inverse, reduced, q;
+// Full symmetric inverse by the dense routines, of the upper triangle of a matrix.
+Matrix dense_inverse(Matrix n) {
+  Vector p;
+  EXPECT_EQ(cholesky(n, p), 0);
+  EXPECT_EQ(invert_from_cholesky(n, p), 0);
+  n.symmetrise();
+  return n;
+}
+
+TEST_P(StructuredNormalMatrix, InverseIsThatOfTheDenseRoutines) {
+  Matrix inverse, unit(2, n_), columns;
   ASSERT_EQ(factor_->factorise(), 0);
   factor_->invert(inverse);
-  ASSERT_EQ(cholesky(dense_, dense_p_), 0);
-  ASSERT_EQ(invert_from_cholesky(dense_, dense_p_), 0);
-  dense_.symmetrise();
-  const auto expect_part = [&](const Matrix& part, std::int32_t row, std::int32_t column) {
-    for (std::int32_t r = 0; r < part.rows(); ++r) {
-      for (std::int32_t c = 0; c < part.cols(); ++c) {
-        EXPECT_NEAR(dense_[row + r][column + c], part[r][c], 1e-9);
+  const Matrix dense = dense_inverse(dense_);
+  unit.zero();
+  unit[0][1] = unit[1][n_ - 1] = 1.0;
+  factor_->substitute(unit, columns);
+  Vector ratios;
+  factor_->pivot_ratios(ratios);
+  for (std::int32_t i = 0; i < n_; ++i) {
+    double one = 0.0;
+    for (std::int32_t k = 0; k < n_; ++k) {
+      one += dense_[std::min(i, k)][std::max(i, k)] * inverse[k][i];
+      EXPECT_NEAR(dense[i][k], inverse[i][k], 1e-9);
+    }
+    EXPECT_NEAR(one, 1.0, 1e-6);
+    EXPECT_NEAR(columns[0][i], dense[1][i], 1e-9);
+    EXPECT_NEAR(columns[1][i], dense[n_ - 1][i], 1e-9);
+    EXPECT_NEAR(ratios[i] * dense_[i][i], factor_->diagonal()[i] * factor_->diagonal()[i],
+                1e-12 * dense_[i][i]);
+  }
+}
+
+// All parts that the selected inverse gives, against the whole inverse.
+void expect_parts(const NormalMatrix& normal, const Matrix& dense) {
+  const std::int32_t first = normal.num_point_unknowns();
+  PointElimination elimination(normal);
+  ASSERT_TRUE(elimination.set_structure(PointElimination::Order::fill_reducing));
+  ASSERT_EQ(elimination.factorise(), 0);
+  SelectedInverse inverse(elimination);
+  ASSERT_TRUE(inverse.compute());
+  Matrix q;
+  normal.for_each_pair([&](std::int32_t a, std::int32_t b, const double*) {
+    inverse.block_pair(a, b, q);
+    for (std::int32_t r = 0; r < q.rows(); ++r) {
+      for (std::int32_t c = 0; c < q.cols(); ++c) {
+        EXPECT_NEAR(dense[normal.block_index(a) + r][normal.block_index(b) + c], q[r][c], 1e-9);
       }
     }
+  });
+  for (std::int32_t i = first; i < normal.size(); ++i) {
+    for (std::int32_t j = first; j < normal.size(); ++j) {
+      if (inverse.has(i, j)) {
+        EXPECT_NEAR(dense[i][j], inverse.at(i, j), 1e-9);
+      }
+    }
+  }
+  std::vector<std::int32_t> visited;
+  inverse.for_each_point([&](const SelectedInverse::PointCofactors& point) {
+    visited.push_back(point.point);
+    const double* const row = dense[3 * point.point];
+    for (std::int32_t r = 0; r < 3; ++r) {
+      for (std::int32_t c = 0; c < 3; ++c) {
+        EXPECT_NEAR(dense[3 * point.point + r][3 * point.point + c], point.own[r][c], 1e-9);
+      }
+      for (const NormalMatrix::PointBlock& at : normal.blocks_of(point.point)) {
+        for (std::int32_t c = 0; c < normal.block_width(at.block); ++c) {
+          EXPECT_NEAR(row[r * dense.cols() + normal.block_index(at.block) + c],
+                      point.coupled[r * point.width + at.start / 3 + c], 1e-9);
+        }
+      }
+    }
+  });
+  EXPECT_TRUE(std::equal(visited.begin(), visited.end(), normal.point_order().begin(),
+                         normal.point_order().end()));
+}
+
+TEST_P(StructuredNormalMatrix, PartsOfTheInverseAreThoseOfTheDenseInverse) {
+  expect_parts(scene_.normal, dense_inverse(dense_));
+}
+
+// Fixed unknowns and directions leave the equations: the inverse is that of the others.
+TEST_P(StructuredNormalMatrix, TakesDirectionsOut) {
+  NormalMatrix& normal = scene_.normal;
+  // Oblique directions keep clear of the suppressed unknowns, beside which others are lost.
+  const auto clear_of_large = [](std::int32_t first, std::int32_t count) {
+    while ((first + count - 1 + 14) % 17 < count) ++first;
+    return first;
   };
-  expect_part(inverse, 0, 0);
+  const std::int32_t num_blocks = scene_.structure.num_blocks();
+  const std::int32_t image = clear_of_large(normal.block_index(2), 4);
+  std::vector<NormalMatrix::Direction> directions = {
+      {1, {1.0}, 0.0},  // one coordinate of the first point
+      {3 * (normal.num_points() - 1), {0.6, 0.0, -0.8}, 0.0},
+      {image, {0.5, -0.5, 0.5, 0.5}, 0.0},
+      {image + 4, {1.0}, 0.0},                               // a second one in the same block
+      {normal.block_index(num_blocks - 3) + 1, {1.0}, 0.0},  // in the shared set
+      {clear_of_large(normal.block_index(num_blocks - 2), 2), {0.8, 0.6}, 0.0}};
+  for (NormalMatrix::Direction& direction : directions) {
+    for (std::size_t k = 0; k < direction.n.size(); ++k) {
+      const std::int32_t i = direction.index + static_cast<std::int32_t>(k);
+      direction.weight = std::max(direction.weight, normal.at(i, i));
+    }
+  }
+  // The same by dense matrices.
+  Matrix expected = dense_;
+  expected.symmetrise();
+  Vector b = scene_.rhs, projected = scene_.rhs;
+  for (const auto& [index, n, weight] : directions) {
+    const auto project = [&, first = index, &along = n](auto element) {
+      double sum = 0.0;
+      for (std::size_t k = 0; k < along.size(); ++k) {
+        sum += along[k] * element(first + static_cast<std::int32_t>(k));
+      }
+      for (std::size_t k = 0; k < along.size(); ++k) {
+        element(first + static_cast<std::int32_t>(k)) -= along[k] * sum;
+      }
+    };
+    for (std::int32_t i = 0; i < n_; ++i) {
+      project([&](std::int32_t k) -> double& { return expected[k][i]; });
+    }
+    for (std::int32_t i = 0; i < n_; ++i) {
+      project([&](std::int32_t k) -> double& { return expected[i][k]; });
+    }
+    project([&](std::int32_t k) -> double& { return projected[k]; });
+    for (std::size_t r = 0; r < n.size(); ++r) {
+      for (std::size_t c = 0; c < n.size(); ++c) {
+        expected[index + static_cast<std::int32_t>(r)][index + static_cast<std::int32_t>(c)] +=
+            weight * n[r] * n[c];
+      }
+    }
+  }
+  normal.take_out(directions, b);
   for (std::int32_t i = 0; i < n_; ++i) {
-    double unit = 0.0;
-    for (std::int32_t k = 0; k < n_; ++k) {
-      unit += full[std::min(i, k)][std::max(i, k)] * inverse[k][i];
-    }
-    EXPECT_NEAR(unit, 1.0, 1e-6);
-  }
-  const std::int32_t num_points = scene_.structure.num_points();
-  const auto* const elimination = dynamic_cast<const PointElimination*>(factor_.get());
-  if (elimination == nullptr) return;
-  elimination->invert_reduced(reduced);
-  EXPECT_EQ(reduced.rows(), n_ - 3 * num_points);
-  expect_part(reduced, 3 * num_points, 3 * num_points);
-  for (std::int32_t point = 0; point < num_points; ++point) {
-    elimination->point_cofactors(point, reduced, q);
-    expect_part(q, 3 * point, 3 * point);
-    for (std::int32_t block = 0; block < scene_.structure.num_blocks(); block += 3) {
-      elimination->point_block_cofactors(point, block, reduced, q);
-      EXPECT_EQ(q.cols(), scene_.normal.block_width(block));
-      expect_part(q, 3 * point, scene_.normal.block_index(block));
+    EXPECT_NEAR(b[i], projected[i], 1e-12);
+    for (std::int32_t j = i; j < n_; ++j) {
+      EXPECT_NEAR(normal.at(i, j), expected[i][j], 1e-9 * std::max(1.0, std::fabs(expected[i][j])));
     }
   }
+  Vector x;
+  ASSERT_EQ(factor_->solve(b, x), 0);
+  EXPECT_EQ(x[1], 0.0);
+  EXPECT_NEAR(x[image] - x[image + 1] + x[image + 2] + x[image + 3], 0.0, 1e-9);
+  expect_parts(normal, dense_inverse(expected));
 }
 
 TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {

@@ -13,6 +13,7 @@ struct BatchPiece {
   std::int32_t tile;    // tile row
   std::int32_t offset;  // first row within the tile
   std::int32_t width;
+  double* u = nullptr;  // products of `multiply_batch`, laid out as V
 };
 constexpr std::int32_t kPieceWidth = 8;
 constexpr std::int32_t kBatchPoints = 64;
@@ -79,6 +80,8 @@ struct Kernels {
 
   // C -= A B'
   void (*multiply_subtract)(double* c, const double* a, const double* b, std::int32_t t);
+  // C -= A B
+  void (*multiply_subtract_plain)(double* c, const double* a, const double* b, std::int32_t t);
   // The lower triangle of C -= A A'; what stands above it becomes undefined.
   void (*square_subtract)(double* c, const double* a, std::int32_t t);
   // Cholesky factorisation of a diagonal tile in its lower triangle, the diagonal of L included;
@@ -98,6 +101,12 @@ struct Kernels {
   // ascend and have at least one point in common. `tiles[r * num_tiles + c]` is the tile of row r,
   // column c <= r.
   void (*subtract_batch)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
+                         const BatchPiece* pieces, std::int32_t num_pieces);
+
+  // The products of a batch of points with a symmetric matrix, U += V Z for each point over all
+  // pieces that it meets; the pieces ascend. Z is given as for `subtract_batch`, with full tiles in
+  // the diagonal.
+  void (*multiply_batch)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
                          const BatchPiece* pieces, std::int32_t num_pieces);
 
   // Weights the design rows; adds A'PA to the upper triangle of the m x m matrix C (row-major, of

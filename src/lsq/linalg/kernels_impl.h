@@ -30,8 +30,9 @@ inline Lanes load(const double* p) { return *reinterpret_cast<const LanesInMemor
 inline void store(double* p, Lanes v) { *reinterpret_cast<LanesInMemory*>(p) = v; }
 
 // A register block of C: VORN_LANES * R rows by K columns.
-// C -= A B' over `depth` columns of A and B; all are column-major with leading dimension t.
-template <int R, int K>
+// C -= A B' over `depth` columns of A and B, or C -= A B over `depth` rows of a plain B; all are
+// column-major with leading dimension t.
+template <int R, int K, bool Plain = false>
 inline void subtract_block(double* c, const double* a, const double* b, Index t, Index depth) {
   Lanes sum[std::size_t{K}][std::size_t{R}];
   for (int j = 0; j < K; ++j) {
@@ -41,7 +42,7 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
     Lanes column[std::size_t{R}];
     for (int r = 0; r < R; ++r) column[r] = load(a + k * t + r * kLanes);
     for (int j = 0; j < K; ++j) {
-      const double factor = b[k * t + j];
+      const double factor = Plain ? b[j * t + k] : b[k * t + j];
       for (int r = 0; r < R; ++r) sum[j][r] += column[r] * factor;
     }
   }
@@ -53,20 +54,27 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
   }
 }
 
-// Rows [first, t) of K columns: C -= A B' over `depth` columns, `first` a multiple of 8.
-template <int K>
+// Rows [first, t) of K columns, `first` a multiple of 8.
+template <int K, bool Plain = false>
 inline void subtract_columns(double* c, const double* a, const double* b, Index t, Index depth,
                              Index first) {
   constexpr Index kTall = 3 * kLanes;
   Index row = first;
-  for (; row + kTall <= t; row += kTall) subtract_block<3, K>(c + row, a + row, b, t, depth);
-  for (; row < t; row += VORN_LANES) subtract_block<1, K>(c + row, a + row, b, t, depth);
+  for (; row + kTall <= t; row += kTall) subtract_block<3, K, Plain>(c + row, a + row, b, t, depth);
+  for (; row < t; row += VORN_LANES) subtract_block<1, K, Plain>(c + row, a + row, b, t, depth);
 }
 
 void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size) {
   const Index t = size;
   for (Index j = 0; j < t; j += VORN_COLUMNS) {
     subtract_columns<VORN_COLUMNS>(c + j * t, a, b + j, t, t, 0);
+  }
+}
+
+void multiply_subtract_plain(double* c, const double* a, const double* b, std::int32_t size) {
+  const Index t = size;
+  for (Index j = 0; j < t; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS, true>(c + j * t, a, b + j * t, t, t, 0);
   }
 }
 
@@ -266,6 +274,54 @@ void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t s
   }
 }
 
+// U_a += V_b Z_ba and, for two pieces, U_b += V_a Z_ab over the points that both have, where Z_ab
+// stands at `z`.
+inline void multiply_pair(const double* z, Index t, const BatchPiece& a, const BatchPiece& b) {
+  constexpr Index kPoint = 3 * kRowOfPiece;
+  double columns[kRowOfPiece][kRowOfPiece] = {};
+  double rows[kRowOfPiece][kRowOfPiece];
+  for (Index c = 0; c < b.width; ++c) load_row(z + c * t, a.width, columns[c]);
+  for (Index r = 0; r < kRowOfPiece; ++r) {
+    for (Index c = 0; c < kRowOfPiece; ++c) rows[r][c] = columns[c][r];
+  }
+  const auto add = [](double* u, const double* v, const double(&by)[kRowOfPiece][kRowOfPiece]) {
+    for (Index r = 0; r < kPoint; r += kRowOfPiece) {
+      for (Index k = 0; k < kRowOfPiece; k += kLanes) {
+        Lanes sum = load(u + r + k);
+        for (Index c = 0; c < kRowOfPiece; ++c) sum += load(by[c] + k) * v[r + c];
+        store(u + r + k, sum);
+      }
+    }
+  };
+  for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
+    const std::uint64_t before = (common & -common) - 1;
+    const Index at_a = kPoint * __builtin_popcountll(a.points & before);
+    const Index at_b = kPoint * __builtin_popcountll(b.points & before);
+    add(a.u + at_a, b.v + at_b, columns);
+    if (&a != &b) add(b.u + at_b, a.v + at_a, rows);
+  }
+}
+
+void multiply_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
+                    const BatchPiece* pieces, std::int32_t num_pieces) {
+  const Index t = size;
+  for (std::int32_t i0 = 0, i1 = 0; i0 < num_pieces; i0 = i1) {
+    i1 = end_of_tile(pieces, i0, num_pieces);
+    for (std::int32_t j0 = 0, j1 = 0; j0 <= i0; j0 = j1) {
+      j1 = end_of_tile(pieces, j0, num_pieces);
+      const double* const tile =
+          tiles[static_cast<Index>(pieces[i0].tile) * num_tiles + pieces[j0].tile];
+      if (tile == nullptr) continue;
+      for (std::int32_t i = i0; i < i1; ++i) {
+        for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
+          if ((pieces[i].points & pieces[j].points) == 0) continue;
+          multiply_pair(tile + pieces[j].offset * t + pieces[i].offset, t, pieces[i], pieces[j]);
+        }
+      }
+    }
+  }
+}
+
 void add_products(double* c, double* sums, const DesignRows& design, const PointWeights& weights,
                   const double* weighted_reduced) {
   const Index stride = design.stride;
@@ -454,9 +510,20 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
   for (; k < n; ++k) y[k] += x[k] * s;
 }
 
-constexpr Kernels kTable = {VORN_KERNEL_NAME,    multiply_subtract, square_subtract, factorise,
-                            solve_right,         divide_piece,      subtract_batch,  add_products,
-                            add_packed_products, add_coupling,      multiply_blocks, dot,
+constexpr Kernels kTable = {VORN_KERNEL_NAME,
+                            multiply_subtract,
+                            multiply_subtract_plain,
+                            square_subtract,
+                            factorise,
+                            solve_right,
+                            divide_piece,
+                            subtract_batch,
+                            multiply_batch,
+                            add_products,
+                            add_packed_products,
+                            add_coupling,
+                            multiply_blocks,
+                            dot,
                             add_scaled};
 
 }  // namespace

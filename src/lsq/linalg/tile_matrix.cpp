@@ -52,19 +52,34 @@ bool TileMatrix::set_structure(std::int32_t size, std::int32_t tile_size,
   if (!LargeArray::fits(std::uint64_t{n} * n)) return false;
   rows_.assign(n, {});
   columns_.assign(n, {});
-  std::uint64_t count = 0;
   for (std::int32_t r = 0; r < num_tiles_; ++r) {
     for (std::int32_t c = 0; c <= r; ++c) {
       if (!pattern.has(r, c)) continue;
       rows_[static_cast<std::size_t>(r)].push_back(c);
       columns_[static_cast<std::size_t>(c)].push_back(r);
-      ++count;
     }
   }
+  return take_tiles();
+}
+
+bool TileMatrix::set_structure(const TileMatrix& other) {
+  size_ = other.size_;
+  tile_size_ = other.tile_size_;
+  num_tiles_ = other.num_tiles_;
+  rows_ = other.rows_;
+  columns_ = other.columns_;
+  return take_tiles();
+}
+
+// Memory for the tiles that the lists of rows and columns name.
+bool TileMatrix::take_tiles() {
+  std::uint64_t count = 0;
+  for (const std::vector<std::int32_t>& rows : columns_) count += rows.size();
   const std::size_t area =
-      static_cast<std::size_t>(tile_size) * static_cast<std::size_t>(tile_size);
+      static_cast<std::size_t>(tile_size_) * static_cast<std::size_t>(tile_size_);
   if (!values_.resize(count * area)) return false;
   // Column by column, as the factorisation walks.
+  const auto n = static_cast<std::size_t>(num_tiles_);
   tiles_.assign(n * n, nullptr);
   double* next = values_.data();
   for (std::size_t c = 0; c < n; ++c) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -42,7 +43,10 @@ class TileMatrix {
  public:
   // Lays the matrix out; contents are undefined until `zero`. The pattern includes the fill-in.
   // False when it does not fit the address space.
-  bool set_structure(std::int32_t size, std::int32_t tile_size, const TilePattern& pattern);
+  [[nodiscard]] bool set_structure(std::int32_t size, std::int32_t tile_size,
+                                   const TilePattern& pattern);
+  // The same tiles as another matrix.
+  [[nodiscard]] bool set_structure(const TileMatrix& other);
   void zero();
 
   std::int32_t size() const { return size_; }
@@ -50,23 +54,29 @@ class TileMatrix {
   std::int32_t num_tiles() const { return num_tiles_; }
   // tiles()[r * num_tiles() + c] for c <= r; null where there is none.
   double* const* tiles() const { return tiles_.data(); }
+  // Tile of row r, column c <= r: column-major; null where there is none.
+  double* tile(std::int32_t r, std::int32_t c) const {
+    return tiles_[static_cast<std::size_t>(r) * static_cast<std::size_t>(num_tiles_) +
+                  static_cast<std::size_t>(c)];
+  }
+  // The rows of a column's tiles, ascending: that of the diagonal is the first.
+  std::span<const std::int32_t> column(std::int32_t c) const {
+    return columns_[static_cast<std::size_t>(c)];
+  }
   // Element (i, j), j <= i, of a tile that exists.
   double& element(std::int32_t i, std::int32_t j);
   // Element (i, j), j <= i; 0 where there is no tile.
   double at(std::int32_t i, std::int32_t j) const;
 
   // 0, or k > 0 when the pivot of row k (counted from 1) is not greater than 0.
-  std::int32_t factorise();
+  [[nodiscard]] std::int32_t factorise();
   // x := L^-1 x and x := L^-T x. x has room for num_tiles() * tile_size() values.
   void solve_lower(double* x) const;
   void solve_upper(double* x) const;
 
  private:
-  double* tile(std::int32_t r, std::int32_t c) const {
-    return tiles_[static_cast<std::size_t>(r) * static_cast<std::size_t>(num_tiles_) +
-                  static_cast<std::size_t>(c)];
-  }
-  bool finish_column(std::int32_t column, std::int32_t& failed_pivot);
+  [[nodiscard]] bool take_tiles();
+  [[nodiscard]] bool finish_column(std::int32_t column, std::int32_t& failed_pivot);
 
   std::int32_t size_ = 0;
   std::int32_t tile_size_ = 0;

@@ -27,6 +27,13 @@ class NormalFactor {
   // Both in one. Codes as `factorise`; x is undefined unless it is 0.
   [[nodiscard]] virtual std::int32_t solve(const Vector& b, Vector& x) = 0;
 
+  // N X = B for several right-hand sides, one per row.
+  void substitute(const Matrix& b, Matrix& x) const;
+
+  // The squares of the diagonal of L over the diagonal of N, by unknowns, after `factorise`: how
+  // much of each unknown the unknowns before it leave undetermined, between 0 (nothing is left but
+  // rounding) and 1.
+  void pivot_ratios(Vector& ratios) const;
   // Diagonal of L, by unknowns.
   const Vector& diagonal() const { return diagonal_; }
   // Element (i, j), i > j, of L in the order of the unknowns; 0 before `factorise`.

@@ -49,6 +49,19 @@ class NormalMatrix {
   // N[i][j] for i <= j; 0 below the diagonal.
   double at(std::int32_t i, std::int32_t j) const;
 
+  // A direction in the parameters of one object: unit vector n over the unknowns from `index` on,
+  // all of one object point or of one block of the reduced part.
+  struct Direction {
+    std::int32_t index;
+    std::vector<double> n;
+    double weight;  // c > 0, about as large as the diagonal of N there
+  };
+  // Takes directions out of the equations exactly, whatever the weights: N := P N P + c n n' and
+  // b := P b with P = I - n n', one after the other. The solution then has x'n = 0, the inverse is
+  // that of the equations in which n cannot move, plus n n' / c. Directions of one object are
+  // orthogonal to one another. Fixed parameters are unit vectors, conditions their normals.
+  void take_out(std::span<const Direction> directions, Vector& b);
+
   // ---- object points ----
 
   // A block that a point meets, and where their coupling starts among those of the point.
@@ -142,6 +155,9 @@ class NormalMatrix {
   void lay_out_blocks();
   [[nodiscard]] bool lay_out_points(const NormalStructure::PointBlocks& blocks);
   [[nodiscard]] bool lay_out_pairs();
+  void take_out_of_point(const Direction& direction);
+  void take_out_of_diagonal(std::int32_t block, double* elements,
+                            const std::vector<const Direction*>& directions);
   template <class Self>
   static auto find_pair(Self& self, std::int32_t a, std::int32_t b)
       -> decltype(self.pair_values_.data());

@@ -49,21 +49,31 @@ void PointBatch::list_pieces(std::span<const std::int32_t> points,
   num_met_.push_back(met.size());
 }
 
+// Goes to the batch that follows; returns its points.
+std::span<const std::int32_t> PointBatch::advance(std::size_t batch) {
+  const std::span<const std::int32_t> rest = normal_.point_order().subspan(start_.point);
+  const std::span<const std::int32_t> points = rest.first(size_of_next(rest));
+  running_ = std::span(met_).subspan(start_.met, num_met_[batch]);
+  start_.point += points.size();
+  start_.met += running_.size();
+  return points;
+}
+
 bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
-  std::span<const std::int32_t> points = normal_.point_order();
-  std::span<const Met> met = met_;
-  for (const std::size_t num_met : num_met_) {
-    const std::size_t count = size_of_next(points);
-    if (!eliminate(points.first(count), met.first(num_met), diagonal, forward)) return false;
-    points = points.subspan(count);
-    met = met.subspan(num_met);
+  start_.clear();
+  for (std::size_t batch = 0; batch < num_met_.size(); ++batch) {
+    if (!line_up_next(advance(batch), diagonal, forward)) return false;
+    kernel_.subtract_batch(reduced_.tiles.tiles(), reduced_.tiles.num_tiles(),
+                           reduced_.tiles.tile_size(), pieces_.data(),
+                           static_cast<std::int32_t>(pieces_.size()));
   }
   return true;
 }
 
-bool PointBatch::eliminate(std::span<const std::int32_t> points, std::span<const Met> met,
-                           double* diagonal, const ForwardPass* forward) {
-  make_room(met);
+// The columns of all points of the running batch.
+bool PointBatch::line_up_next(std::span<const std::int32_t> points, double* diagonal,
+                              const ForwardPass* forward) {
+  make_room();
   for (const std::int32_t point : points) {
     if (factor_.factorise(normal_.diagonal(point)) != 0) return false;
     if (diagonal != nullptr) {
@@ -73,17 +83,14 @@ bool PointBatch::eliminate(std::span<const std::int32_t> points, std::span<const
     }
     line_up(point, forward);
   }
-  kernel_.subtract_batch(reduced_.tiles.tiles(), reduced_.tiles.num_tiles(),
-                         reduced_.tiles.tile_size(), pieces_.data(),
-                         static_cast<std::int32_t>(pieces_.size()));
   return true;
 }
 
 // Makes room for the columns of the pieces.
-void PointBatch::make_room(std::span<const Met> met) {
+void PointBatch::make_room() {
   pieces_.clear();
   std::size_t count = 0;
-  for (const Met& one : met) {
+  for (const Met& one : running_) {
     const TilePiece& at = reduced_.pieces()[place(one.piece)];
     pieces_.push_back({one.points, nullptr, at.tile, at.offset, at.width});
     starts_[place(one.piece)] = count;
@@ -91,7 +98,7 @@ void PointBatch::make_room(std::span<const Met> met) {
   }
   if (count > columns_.size()) columns_.resize(count);
   for (std::size_t k = 0; k < pieces_.size(); ++k) {
-    pieces_[k].v = columns_.data() + starts_[place(met[k].piece)];
+    pieces_[k].v = columns_.data() + starts_[place(running_[k].piece)];
   }
 }
 
@@ -119,6 +126,46 @@ void PointBatch::line_up(std::int32_t point, const ForwardPass* forward) {
       kernel_.divide_piece(factor_.packed(), n + of.column, stride, of.width, v, y, rhs);
     }
   }
+}
+
+// ---- the way back ------------------------------------------------------------------------------
+
+// U = V Z of the batch that follows; returns its points.
+std::span<const std::int32_t> PointBatch::multiply_next(const TileMatrix& z, std::size_t batch) {
+  const std::span<const std::int32_t> points = advance(batch);
+  (void)line_up_next(points, nullptr, nullptr);  // the pivots passed when N was factorised
+  products_.assign(columns_.size(), 0.0);
+  for (BatchPiece& piece : pieces_) piece.u = products_.data() + (piece.v - columns_.data());
+  kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), pieces_.data(),
+                         static_cast<std::int32_t>(pieces_.size()));
+  // The points are taken out in the order in which they were lined up.
+  for (std::size_t k = 0; k < pieces_.size(); ++k) {
+    starts_[place(running_[k].piece)] = static_cast<std::size_t>(pieces_[k].v - columns_.data());
+  }
+  return points;
+}
+
+PointBatch::Product PointBatch::take_out(std::int32_t point) {
+  (void)factor_.factorise(normal_.diagonal(point));  // as above
+  const std::size_t width = place(normal_.coupled_width(point));
+  taken_out_.resize(std::max(taken_out_.size(), 6 * width));
+  double* const v = taken_out_.data();
+  double* const u = v + 3 * width;
+  for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
+    const std::int32_t first = reduced_.first_piece(at.block);
+    for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
+      const TilePiece& of = reduced_.pieces()[place(piece)];
+      const std::size_t from =
+          std::exchange(starts_[place(piece)], starts_[place(piece)] + kColumns);
+      const std::size_t to = place(at.start / 3 + of.column);
+      for (std::size_t r = 0; r < 3; ++r) {
+        const std::size_t row = from + r * place(kPieceWidth);
+        std::copy_n(columns_.data() + row, of.width, v + r * width + to);
+        std::copy_n(products_.data() + row, of.width, u + r * width + to);
+      }
+    }
+  }
+  return {point, factor_, v, u};
 }
 
 }  // namespace vorn

@@ -20,16 +20,33 @@ struct ForwardPass {
   double* reduced;
 };
 
-// Takes the points of a matrix to its reduced matrix, S -= V'V, up to 64 at once. Their columns
-// V = L^-1 N_pr are lined up by the pieces of the reduced matrix that they meet, so that every pair
-// of pieces is met once with all points that it has in common.
+// The points of a matrix on their way to the reduced matrix and back, up to 64 at once. Their
+// columns V = L^-1 N_pr are lined up by the pieces of the reduced matrix that they meet, so that
+// every pair of pieces is met once with all points that it has in common.
 class PointBatch {
  public:
   PointBatch(const NormalMatrix& normal, const ReducedMatrix& reduced);
 
-  // All points of the matrix. Their part of the diagonal of L goes to `diagonal`, unless it is
-  // null. False when a pivot is not greater than 0.
+  // S -= V'V for all points of the matrix. Their part of the diagonal of L goes to `diagonal`,
+  // unless it is null. False when a pivot is not greater than 0.
   [[nodiscard]] bool eliminate_all(double* diagonal, const ForwardPass* forward);
+
+  // One point with V and U = V Z, Z a symmetric matrix.
+  struct Product {
+    std::int32_t point;
+    const PointFactor& factor;
+    const double* v;  // 3 rows of the coupled width, in the order of the point's blocks
+    const double* u;  // likewise
+  };
+  // Calls visit(product) for every point, in the order of the matrix. `z` has the tiles of S, full
+  // ones in the diagonal. All pivots are greater than 0.
+  template <class Visit>
+  void for_each_product(const TileMatrix& z, Visit visit) {
+    start_.clear();
+    for (std::size_t batch = 0; batch < num_met_.size(); ++batch) {
+      for (const std::int32_t point : multiply_next(z, batch)) visit(take_out(point));
+    }
+  }
 
  private:
   // A piece that a batch meets, and the points that meet it.
@@ -38,11 +55,21 @@ class PointBatch {
     std::int32_t piece;
   };
 
+  // Points and pieces of the batch that follows.
+  struct Start {
+    std::size_t point = 0;
+    std::size_t met = 0;
+    void clear() { *this = {}; }
+  };
+
   void list_pieces(std::span<const std::int32_t> points, std::vector<std::uint64_t>& bits_of);
-  [[nodiscard]] bool eliminate(std::span<const std::int32_t> points, std::span<const Met> met,
-                               double* diagonal, const ForwardPass* forward);
-  void make_room(std::span<const Met> met);
+  std::span<const std::int32_t> advance(std::size_t batch);
+  [[nodiscard]] bool line_up_next(std::span<const std::int32_t> points, double* diagonal,
+                                  const ForwardPass* forward);
+  void make_room();
   void line_up(std::int32_t point, const ForwardPass* forward);
+  std::span<const std::int32_t> multiply_next(const TileMatrix& z, std::size_t batch);
+  Product take_out(std::int32_t point);
 
   const Kernels& kernel_ = kernels();
   const NormalMatrix& normal_;
@@ -53,6 +80,10 @@ class PointBatch {
   std::vector<std::size_t> starts_;  // of all pieces: where the next point's columns go
   std::vector<BatchPiece> pieces_;   // of the running batch
   std::vector<double> columns_;
+  Start start_;
+  std::span<const Met> running_;   // what the running batch meets
+  std::vector<double> products_;   // U of the running batch, laid out as the columns
+  std::vector<double> taken_out_;  // V and U of one point
 };
 
 }  // namespace vorn

@@ -17,9 +17,9 @@
 //
 //   Q_rr = S^-1,   Q_pr = -L_p^-T V Q_rr,   Q_pp = L_p^-T (I + V Q_rr V') L_p^-1.
 //
-// L_p and V are formed again where they are needed: storing them would cost more memory traffic
-// than forming them costs arithmetic. The blocks of S stand in an order of their own, which keeps
-// L_r sparse.
+// (parts of which selected_inverse.h gives). L_p and V are formed again where they are needed:
+// storing them would cost more memory traffic than forming them costs arithmetic. The blocks of S
+// stand in an order of their own, which keeps L_r sparse.
 
 #include "lsq/normal/point_elimination.h"
 
@@ -71,14 +71,6 @@ std::int32_t reduce_and_factorise(const NormalMatrix& normal, PointBatch& batch,
   if (!batch.eliminate_all(diagonal, forward)) return first_failing_point_pivot(normal);
   const std::int32_t failed = reduced.tiles.factorise();
   return failed == 0 ? 0 : normal.num_point_unknowns() + failed;
-}
-
-// s := N_pp^-1 s = L_p^-T L_p^-1 s
-void solve_point(const NormalMatrix& normal, std::int32_t point, double (&s)[3]) {
-  PointFactor factor;
-  (void)factor.factorise(normal.diagonal(point));  // passed when N was factorised
-  factor.forward(s);
-  factor.backward(s);
 }
 
 }  // namespace
@@ -235,77 +227,6 @@ void PointElimination::invert(Matrix& q) const {
     substitute(unit, column);
     unit[i] = 0.0;
     std::copy_n(column.data(), n, q[i]);
-  }
-  q.symmetrise();
-}
-
-void PointElimination::invert_reduced(Matrix& q) const {
-  const std::int32_t n = normal_.size() - normal_.num_point_unknowns();
-  q.resize(n, n);
-  std::vector<std::int32_t> unknown_at(place(n));
-  for (std::int32_t b = 0; b < normal_.num_blocks(); ++b) {
-    for (std::int32_t c = 0; c < normal_.block_width(b); ++c) {
-      unknown_at[place(reduced_.start(b) + c)] =
-          normal_.block_index(b) + c - normal_.num_point_unknowns();
-    }
-  }
-  std::vector<double> column(place(reduced_.tiles.num_tiles() * reduced_.tiles.tile_size()));
-  for (std::int32_t row = 0; row < n; ++row) {
-    std::fill(column.begin(), column.end(), 0.0);
-    column[place(row)] = 1.0;
-    reduced_.tiles.solve_lower(column.data());
-    reduced_.tiles.solve_upper(column.data());
-    for (std::int32_t k = 0; k < n; ++k) {
-      q[unknown_at[place(row)]][unknown_at[place(k)]] = column[place(k)];
-    }
-  }
-  q.symmetrise();
-}
-
-// Q_pr = -N_pp^-1 N_pr Q_rr
-void PointElimination::point_block_cofactors(std::int32_t point, std::int32_t block,
-                                             const Matrix& reduced, Matrix& q) const {
-  const std::int32_t first_reduced = normal_.num_point_unknowns();
-  const std::int32_t first = normal_.block_index(block) - first_reduced;
-  q.resize(3, normal_.block_width(block));
-  for (std::int32_t c = 0; c < normal_.block_width(block); ++c) {
-    double s[3] = {0.0, 0.0, 0.0};
-    for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
-      const double* n = normal_.coupling(point, at);
-      const double* const cofactors =
-          reduced[first + c] + normal_.block_index(at.block) - first_reduced;
-      for (double& sum : s) {
-        for (std::int32_t j = 0; j < normal_.block_width(at.block); ++j) {
-          sum += *n++ * cofactors[j];
-        }
-      }
-    }
-    solve_point(normal_, point, s);
-    for (std::int32_t r = 0; r < 3; ++r) q[r][c] = -s[r];
-  }
-}
-
-// Q_pp = N_pp^-1 (I - N_pr Q_rp), column by column.
-void PointElimination::point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const {
-  Matrix columns(3, 3);
-  columns.zero();
-  for (std::int32_t c = 0; c < 3; ++c) columns[c][c] = 1.0;
-  Matrix coupled;
-  for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
-    point_block_cofactors(point, at.block, reduced, coupled);
-    const double* const n = normal_.coupling(point, at);
-    const std::int32_t width = normal_.block_width(at.block);
-    for (std::int32_t c = 0; c < 3; ++c) {
-      for (std::int32_t r = 0; r < 3; ++r) {
-        for (std::int32_t j = 0; j < width; ++j) columns[c][r] -= n[r * width + j] * coupled[c][j];
-      }
-    }
-  }
-  q.resize(3, 3);
-  for (std::int32_t c = 0; c < 3; ++c) {
-    double s[3] = {columns[c][0], columns[c][1], columns[c][2]};
-    solve_point(normal_, point, s);
-    for (std::int32_t r = 0; r < 3; ++r) q[r][c] = s[r];
   }
   q.symmetrise();
 }

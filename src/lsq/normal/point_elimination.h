@@ -30,12 +30,8 @@ class PointElimination : public NormalFactor {
   double lower(std::int32_t i, std::int32_t j) const override;
   void invert(Matrix& q) const override;
 
-  // The inverse in parts, after `factorise`: the cofactors of the reduced part (in the order of the
-  // unknowns), and from them those of a point (3 x 3) and of a point with a block (3 x width).
-  void invert_reduced(Matrix& q) const;
-  void point_cofactors(std::int32_t point, const Matrix& reduced, Matrix& q) const;
-  void point_block_cofactors(std::int32_t point, std::int32_t block, const Matrix& reduced,
-                             Matrix& q) const;
+  // S, after `factorise` its factor.
+  const ReducedMatrix& reduced() const { return reduced_; }
 
  private:
   [[nodiscard]] std::int32_t factorise(const ForwardPass* forward);
