@@ -17,7 +17,7 @@ class AdjustCommand final : public Command {
     quality_.define(parser);
   }
   ExitStatus run() override {
-    quality_.attach(project_.request);
+    if (!quality_.attach(project_.request)) return kFailed;
     const ExitStatus status = project_.run();
     return quality_.report_failures() ? status : kFailed;
   }

@@ -115,7 +115,7 @@ void write_settings(JsonWriter& json, const QualityResults& results) {
   json.key("settings").begin_object();
   json.key("derivatives").text(settings.rigorous_iterations ? "rigorous" : "approximate");
   json.key("figure_derivatives");
-  results.has_figures ? json.text("approximate") : json.null();
+  results.has_figures ? json.text("rigorous") : json.null();
   json.key("datum").text(settings.inner_datum ? "inner" : "given");
   json.key("sigma0_prior").number(settings.sigma0_prior);
   json.key("standard_deviations").text(settings.prior ? "prior" : "posterior");
@@ -437,7 +437,7 @@ std::vector<std::string> write_quality_document(const QualityResults& results,
     if (!stands_in_file(*table, form)) continue;
     const std::string path = base + '.' + std::string(table->name) + ".csv";
     const PathParts parts = split_path(path);
-    file = parts.base + parts.extension;
+    file = parts.base + '.' + parts.extension;
     if (!write_csv(*table, path)) failures.push_back(path);
   }
   const std::string path = base + (results.has_figures ? ".quality.json" : ".results.json");

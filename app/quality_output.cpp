@@ -4,6 +4,7 @@
 
 #include "driver/paths.h"
 #include "quality/text_reports.h"
+#include "text/file_system.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -21,6 +22,11 @@ void QualityOutput::define(CLI::App& parser) {
       .add_flag("--prior", quality_request_.prior,
                 "standard deviations of --quality from sigma 0 a priori")
       ->needs(parser.get_option("--quality"));
+  parser
+      .add_option("--suggest", suggestions_,
+                  "write a list of observations that --exclude could leave out")
+      ->needs(parser.get_option("--quality"));
+  parser.add_option("--exclude", exclusion_file_, "leave out the observations of a list");
   parser.add_flag_callback(
       "--json",
       [this] {
@@ -39,9 +45,24 @@ void QualityOutput::define(CLI::App& parser) {
       ->needs(parser.get_option("--json"));
 }
 
-void QualityOutput::attach(RunRequest& request) {
-  if (!quality_ && !json_) return;
-  request.inspect = [this, path = request.path](BundleProject& project) { write(project, path); };
+bool QualityOutput::attach(RunRequest& request) {
+  if (!exclusion_file_.empty()) {
+    FileText text;
+    std::string error = "it cannot be read";
+    if (!text.load(exclusion_file_) || !read_exclusions(text.view(), exclusions_, error)) {
+      error_output() << "vorn: " << exclusion_file_ << ": " << error << '\n';
+      return false;
+    }
+    request.prepare = [this](BundleProject& project, TextWriter& report) {
+      apply_exclusions(exclusions_, project, report);
+    };
+  }
+  if (quality_ || json_) {
+    // The run changes the current directory.
+    if (!suggestions_.empty()) suggestions_ = absolute_path(suggestions_);
+    request.inspect = [this, path = request.path](BundleProject& project) { write(project, path); };
+  }
+  return true;
 }
 
 template <class Print>
@@ -59,11 +80,14 @@ void QualityOutput::write(BundleProject& project, const std::string& control_fil
   const PathParts parts = split_path(control_file);
   quality_request_.figures = quality_;
   QualityResults results = find_quality(project, quality_request_);
-  results.control_file = parts.base + parts.extension;
+  results.control_file = parts.base + (parts.extension.empty() ? "" : '.' + parts.extension);
   const std::string base = parts.base;
   if (results.has_figures) {
     write_text(base + ".prec", [&](TextWriter& out) { print_precision(out, results); });
     write_text(base + ".rel", [&](TextWriter& out) { print_reliability(out, results); });
+  }
+  if (results.has_figures && !suggestions_.empty()) {
+    write_text(suggestions_, [&](TextWriter& out) { write_suggested_exclusions(out, results); });
   }
   if (json_) {
     for (std::string& file : write_quality_document(results, nullptr, base, table_form_)) {

@@ -6,6 +6,7 @@
 
 #include "app/quality_document.h"
 #include "driver/run.h"
+#include "quality/exclusions.h"
 #include "quality/quality.h"
 
 namespace vorn::app {
@@ -13,10 +14,11 @@ namespace vorn::app {
 // The options of a command that say what is to be written about the quality of an adjustment.
 class QualityOutput {
  public:
-  // Declares --quality, --prior, --json and --tables.
+  // Declares --quality, --prior, --suggest, --exclude, --json and --tables.
   void define(CLI::App& parser);
-  // Hooks the output into a run.
-  void attach(RunRequest& request);
+  // Reads the lists that were named, and hooks the output into a run. False, with the reason on the
+  // error stream, when a list cannot be read.
+  [[nodiscard]] bool attach(RunRequest& request);
   // Names the files that could not be written on the error stream. True when there are none.
   [[nodiscard]] bool report_failures() const;
 
@@ -25,6 +27,9 @@ class QualityOutput {
   template <class Print>
   void write_text(const std::string& path, Print print);
 
+  std::string suggestions_;  // files, as seen from where the command was started
+  std::string exclusion_file_;
+  std::vector<Exclusion> exclusions_;
   bool quality_ = false;
   bool json_ = false;
   QualityRequest quality_request_;

@@ -77,8 +77,8 @@ class StopWatch {
 };
 
 // Everything between reading the control file and the last section. 1, or -1 at the first failure.
-int adjust(BundleProject& project, TokenReader& control_file, const std::string& directory,
-           TextWriter& report, RunTimes& times) {
+int adjust(const RunRequest& request, BundleProject& project, TokenReader& control_file,
+           const std::string& directory, TextWriter& report, RunTimes& times) {
   StopWatch watch;
   const int read = project.read_control_file(control_file);
   change_directory(directory);
@@ -86,6 +86,7 @@ int adjust(BundleProject& project, TokenReader& control_file, const std::string&
   if (read != 1) return -1;
   project.options.print_options(report);
   ls_params().print(report);
+  if (request.prepare) request.prepare(project, report);
   if (project.options.print_image_coords) project.print_image_coords(report);
   if (project.initialise(report) != 1) return -1;
   times.initialise = watch.lap();
@@ -122,7 +123,7 @@ RunSummary run_project(const RunRequest& request) {
   project.findings = request.findings;
   const std::string name = full_path.substr(directory.size());
   TokenReader control_tokens(control_file.view(), name, project.findings);
-  if (adjust(project, control_tokens, directory, streams.report, summary.times) != 1) {
+  if (adjust(request, project, control_tokens, directory, streams.report, summary.times) != 1) {
     return summary;
   }
   StopWatch watch;

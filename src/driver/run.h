@@ -6,6 +6,7 @@
 
 #include "driver/paths.h"
 #include "lsq/adjustment_settings.h"
+#include "text/text_writer.h"
 
 namespace vorn {
 
@@ -38,6 +39,9 @@ struct RunRequest {
   AdjustmentSettings settings{};
   // Where given, is told what is wrong with the data files while they are read.
   FindingListener* findings = nullptr;
+  // Where given, may change the project between reading and initialisation, and say so in the
+  // report.
+  std::function<void(BundleProject&, TextWriter& report)> prepare = nullptr;
   // Where given, sees the project after a completed adjustment, when all files are written and
   // closed, just before it is destroyed.
   std::function<void(BundleProject&)> inspect = nullptr;

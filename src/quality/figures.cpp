@@ -9,6 +9,7 @@
 
 #include "driver/bundle_project.h"
 #include "geometry/ext_orientation.h"
+#include "lsq/normal/selected_inverse.h"
 #include "quality/correlation_list.h"
 #include "quality/final_system.h"
 #include "quality/image_figures.h"
@@ -71,9 +72,11 @@ class FigureMaker {
     for (const ImageResult& row : results_.images) {
       images_.push_back(std::make_unique<ImageFigures>(*row.image, system_));
     }
-    for (std::size_t k = 0; k < results_.points.size(); ++k) {
-      if (!find_point(k)) return false;
-    }
+    bool formed = true;
+    system_.for_each_point([&](const SelectedInverse::PointCofactors& cofactors) {
+      formed = formed && find_point(cofactors);
+    });
+    if (!formed) return false;
     find_reduced_correlations();
     results_.correlations_over_limit = correlations_.counts();
     results_.correlations = correlations_.take_largest();
@@ -91,9 +94,11 @@ class FigureMaker {
   void choose_sigma0();
   void find_parameters();
   void list_rays();
-  bool find_point(std::size_t number);
-  void see_point_correlations(const PointResult& row, const PointCofactors& cofactors);
+  bool find_point(const SelectedInverse::PointCofactors& cofactors);
+  void see_point_correlations(const PointResult& row,
+                              const SelectedInverse::PointCofactors& cofactors);
   void find_reduced_correlations();
+  void find_column(std::int32_t i, Vector& column) const;
   void find_observed();
   void find_images();
   void find_check_points();
@@ -117,7 +122,6 @@ class FigureMaker {
   std::vector<std::unique_ptr<ImageFigures>> images_;
   std::vector<std::size_t> first_ray_;  // of each point, and the end
   std::vector<std::uint32_t> rays_;     // rows of the image points
-  PointCofactors cofactors_;
   IntersectionAngle angle_;
 };
 
@@ -131,7 +135,7 @@ void FigureMaker::choose_sigma0() {
 void FigureMaker::find_parameters() {
   for (ParameterResult& row : results_.parameters) {
     const std::int32_t i = row.unknown.number();
-    const double cofactor = system_.reduced_cofactor(i, i);
+    const double cofactor = system_.cofactor(i, i);
     row.sd = sigma0_ * std::sqrt(cofactor);
     inverse_sds_.push_back(inverse_root(cofactor));
   }
@@ -153,17 +157,22 @@ void FigureMaker::list_rays() {
   }
 }
 
-bool FigureMaker::find_point(std::size_t number) {
+bool FigureMaker::find_point(const SelectedInverse::PointCofactors& cofactors) {
+  const std::size_t number = place(cofactors.point);
   PointResult& point = results_.points[number];
-  system_.point_cofactors(static_cast<std::int32_t>(number), cofactors_);
-  for (std::size_t k = 0; k < 6; ++k) point.covariance[k] = scale() * cofactors_.own[k];
+  std::size_t element = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = i; j < 3; ++j) {
+      point.covariance[element++] = scale() * cofactors.own[i][j];
+    }
+  }
   point.ellipsoid = error_ellipsoid(point.covariance);
-  see_point_correlations(point, cofactors_);
+  see_point_correlations(point, cofactors);
   angle_.start();
   bool has_directions = true;
   for (std::size_t k = first_ray_[number]; k < first_ray_[number + 1]; ++k) {
     ImagePointResult& row = results_.image_points[rays_[k]];
-    if (!images_[place(row.image)]->fill(*point.point, cofactors_, results_.settings.delta0, row)) {
+    if (!images_[place(row.image)]->fill(*point.point, cofactors, results_.settings.delta0, row)) {
       return false;
     }
     point.redundancy += row.r[0] + row.r[1];
@@ -174,27 +183,40 @@ bool FigureMaker::find_point(std::size_t number) {
   return true;
 }
 
-void FigureMaker::see_point_correlations(const PointResult& row, const PointCofactors& cofactors) {
-  const auto& [xx, xy, xz, yy, yz, zz] = cofactors.own;
-  const double inverse[3] = {inverse_root(xx), inverse_root(yy), inverse_root(zz)};
-  const double within[3] = {xy * inverse[0] * inverse[1], xz * inverse[0] * inverse[2],
-                            yz * inverse[1] * inverse[2]};
-  constexpr std::int32_t kPairs[3][2] = {{0, 1}, {0, 2}, {1, 2}};
-  for (std::size_t k = 0; k < 3; ++k) {
-    if (!(std::fabs(within[k]) >= correlations_.limit())) continue;
-    correlations_.add({row.point, kPairs[k][0]}, {row.point, kPairs[k][1]}, within[k]);
+void FigureMaker::see_point_correlations(const PointResult& row,
+                                         const SelectedInverse::PointCofactors& cofactors) {
+  const auto& own = cofactors.own;
+  const double inverse[3] = {inverse_root(own[0][0]), inverse_root(own[1][1]),
+                             inverse_root(own[2][2])};
+  for (std::int32_t i = 0; i < 3; ++i) {
+    for (std::int32_t j = i + 1; j < 3; ++j) {
+      const double r = own[i][j] * inverse[i] * inverse[j];
+      if (std::fabs(r) >= correlations_.limit())
+        correlations_.add({row.point, i}, {row.point, j}, r);
+    }
   }
   const NormalMatrix& normal = system_.normal();
   for (const NormalMatrix::PointBlock& at : normal.blocks_of(row.point->index / 3)) {
     const std::int32_t first = normal.block_index(at.block);
     for (std::int32_t c = 0; c < normal.block_width(at.block); ++c) {
       for (std::int32_t r = 0; r < 3; ++r) {
-        const double q = cofactors.row(r)[at.start / 3 + c];
+        const double q = cofactors.coupled[r * cofactors.width + at.start / 3 + c];
         const double correlation = q * inverse[r] * inverse_sd(first + c);
         if (!(std::fabs(correlation) >= correlations_.limit())) continue;
         correlations_.add({row.point, r}, reduced_unknown(first + c), correlation);
       }
     }
+  }
+}
+
+// The cofactors of an unknown of the reduced part with those in front of it, and with additional
+// parameters behind it. Where the inverse does not hold all of them they are solved for.
+void FigureMaker::find_column(std::int32_t i, Vector& column) const {
+  const std::int32_t n = system_.normal().size();
+  column.resize(n);
+  for (std::int32_t j = first_reduced_; j < n; ++j) {
+    if (!system_.has_cofactor(i, j)) return system_.find_column(i, column);
+    column[j] = system_.cofactor(i, j);
   }
 }
 
@@ -221,11 +243,11 @@ void FigureMaker::find_reduced_correlations() {
     if (object_type_of(*b.object) == ObjectType::orientation) {
       for (std::int32_t k = 0; k < b.k; ++k) {
         const Unknown a{b.object, k};
-        see(a, b, system_.reduced_cofactor(a.number(), b.number()));
+        see(a, b, system_.cofactor(a.number(), b.number()));
       }
       continue;
     }
-    system_.reduced_column(b.number(), column);
+    find_column(b.number(), column);
     for (std::size_t j = 0; j < i; ++j) {
       const Unknown a = results_.parameters[j].unknown;
       see(a, b, column[a.number()]);
@@ -243,7 +265,7 @@ void FigureMaker::find_reduced_correlations() {
 
 double FigureMaker::cofactor_of(const Unknown& unknown) const {
   const std::int32_t i = unknown.number();
-  if (i >= first_reduced_) return system_.reduced_cofactor(i, i);
+  if (i >= first_reduced_) return system_.cofactor(i, i);
   constexpr std::size_t kDiagonal[] = {0, 3, 5};
   return results_.points[place(i / 3)].covariance[kDiagonal[i % 3]] / scale();
 }

@@ -4,8 +4,7 @@
 
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
-#include "lsq/normal/image_normals.h"
-#include "lsq/stages/observation_equations.h"
+#include "lsq/stages/normal_equations.h"
 
 namespace vorn {
 
@@ -14,34 +13,21 @@ FinalSystem::FinalSystem(BundleProject& project)
       normal_(project.normal),
       sigma0_(ls_params().sigma0_apriori),
       conditions_(project.unknowns),
-      factor_(project.normal) {
+      factor_(project.normal),
+      inverse_(factor_) {
   project.solver.reset();
 }
 
 bool FinalSystem::form() {
-  project_.rhs.zero();
-  project_.lPl = 0.0;
-  normal_.zero();
-  PointEquation equation;
-  for (const BundleImage& image : project_.images) {
-    ObservationEquations equations(image);
-    ImageNormals normals(normal_, blocks_of(image, normal_));
-    std::vector<std::int32_t> starts(normals.blocks().size());
-    for (const ImagePoint& point : image.points) {
-      const ObjectPoint* const object_point = object_point_of(point, project_.object_points);
-      if (object_point == nullptr) continue;
-      if (equations.linearise(observation_of(point, *image.camera), object_point->xyz, equation) !=
-          ObservationEquations::Outcome::formed) {
-        return false;
-      }
-      const std::int32_t number = object_point->index / 3;
-      for (std::size_t k = 0; k < starts.size(); ++k) {
-        starts[k] = normal_.coupling_start(number, normals.blocks()[k]);
-      }
-      normals.add({normal_.point_rows(number), starts.data(), object_point->index}, equation,
-                  project_.rhs);
-    }
-    normals.finish(project_.rhs, project_.lPl);
+  constexpr Derivatives kExact = Derivatives::exact;
+  // Small systems have no table.
+  if (!project_.observations.is_empty()) {
+    project_.observations.set_up(project_.images, project_.object_points, kExact, normal_);
+  }
+  std::int32_t count = 0;
+  if (add_all_observations(project_, kExact, project_.observations, normal_, project_.rhs,
+                           project_.lPl, count) != 1) {
+    return false;
   }
   project_.unknowns.add_weights(normal_, project_.rhs, project_.lPl);
   conditions_.apply(normal_, project_.rhs);
@@ -54,32 +40,19 @@ std::int32_t FinalSystem::factorise() {
   return factor_.factorise();
 }
 
-void FinalSystem::invert() { cofactors_.emplace(normal_, factor_); }
-
 Vector FinalSystem::step() const {
   Vector step;
   factor_.substitute(project_.rhs, step);
   return step;
 }
 
-double FinalSystem::reduced_cofactor(std::int32_t i, std::int32_t j) const {
-  if (is_fixed(i) || is_fixed(j)) return 0.0;
-  return cofactors_->reduced(i, j) - conditions_.excess(i, j);
-}
-
-void FinalSystem::reduced_column(std::int32_t i, Vector& column) const {
-  const std::int32_t n = normal_.size();
-  column.resize(n);
-  for (std::int32_t j = normal_.num_point_unknowns(); j < n; ++j)
-    column[j] = reduced_cofactor(i, j);
-}
-
-void FinalSystem::point_cofactors(std::int32_t point, PointCofactors& cofactors) {
-  cofactors_->of_point(point, cofactors);
-  // What conditions add stands on the diagonal of fixed coordinates.
-  constexpr std::size_t kDiagonal[] = {0, 3, 5};
-  for (std::int32_t axis = 0; axis < 3; ++axis) {
-    if (is_fixed(3 * point + axis)) cofactors.own[kDiagonal[axis]] = 0.0;
+void FinalSystem::find_column(std::int32_t i, Vector& column) const {
+  Vector unit(normal_.size());
+  unit.zero();
+  unit[i] = 1.0;
+  factor_.substitute(unit, column);
+  for (std::int32_t j = normal_.num_point_unknowns(); j < normal_.size(); ++j) {
+    column[j] -= conditions_.excess(i, j);
   }
 }
 

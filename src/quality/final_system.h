@@ -1,12 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 
 #include "lsq/linalg/matrix.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/normal/point_elimination.h"
-#include "quality/cofactors.h"
+#include "lsq/normal/selected_inverse.h"
 #include "quality/conditions.h"
 
 namespace vorn {
@@ -23,8 +22,9 @@ class FinalSystem {
   // Forms and factorises the equations. 0, or k > 0 when the pivot of unknown k (counted from 1) is
   // not greater than 0, or -1 when an observation equation cannot be formed.
   [[nodiscard]] std::int32_t factorise();
-  // Inverts where figures are asked for; what follows comes after it.
-  void invert();
+  // Inverts where figures are asked for; what follows comes after it. False when the inverse does
+  // not fit the address space.
+  [[nodiscard]] bool invert() { return inverse_.compute(); }
 
   const NormalMatrix& normal() const { return normal_; }
   double sigma0_prior() const { return sigma0_; }
@@ -32,11 +32,26 @@ class FinalSystem {
   // The step that an iteration from the final values would take.
   [[nodiscard]] Vector step() const;
 
-  // Cofactor of two unknowns of the reduced part that meet in an image or in a point.
-  double reduced_cofactor(std::int32_t i, std::int32_t j) const;
-  // All cofactors of an unknown of the reduced part with the reduced part: element j of `column`.
-  void reduced_column(std::int32_t i, Vector& column) const;
-  void point_cofactors(std::int32_t point, PointCofactors& cofactors);
+  // Whether the cofactor of two unknowns of the reduced part is known: of all that meet in an image
+  // or in a point; and the cofactor.
+  bool has_cofactor(std::int32_t i, std::int32_t j) const { return inverse_.has(i, j); }
+  double cofactor(std::int32_t i, std::int32_t j) const {
+    if (is_fixed(i) || is_fixed(j)) return 0.0;
+    return inverse_.at(i, j) - conditions_.excess(i, j);
+  }
+  // Column i of the inverse.
+  void find_column(std::int32_t i, Vector& column) const;
+  // Calls visit(cofactors) for every point.
+  template <class Visit>
+  void for_each_point(Visit visit) const {
+    inverse_.for_each_point([&](SelectedInverse::PointCofactors cofactors) {
+      // What conditions add stands on the diagonal of fixed coordinates.
+      for (std::int32_t axis = 0; axis < 3; ++axis) {
+        if (is_fixed(3 * cofactors.point + axis)) cofactors.own[axis][axis] = 0.0;
+      }
+      visit(cofactors);
+    });
+  }
 
  private:
   [[nodiscard]] bool form();
@@ -46,7 +61,7 @@ class FinalSystem {
   double sigma0_;
   Conditions conditions_;
   PointElimination factor_;
-  std::optional<Cofactors> cofactors_;
+  SelectedInverse inverse_;
 };
 
 }  // namespace vorn

@@ -17,7 +17,7 @@ double length(const Vec3& v) { return std::sqrt(dot(v, v)); }
 ImageFigures::ImageFigures(const BundleImage& image, const FinalSystem& system)
     : system_(system),
       image_(image),
-      equations_(image),
+      equations_(image, Derivatives::exact),
       blocks_(blocks_of(image, system.normal())) {
   const NormalMatrix& normal = system.normal();
   for (const std::int32_t block : blocks_) {
@@ -28,35 +28,37 @@ ImageFigures::ImageFigures(const BundleImage& image, const FinalSystem& system)
   width_ = unknowns_.size();
   cofactors_.reserve(width_ * width_);
   for (const std::int32_t i : unknowns_) {
-    for (const std::int32_t j : unknowns_) cofactors_.push_back(system.reduced_cofactor(i, j));
+    for (const std::int32_t j : unknowns_) cofactors_.push_back(system.cofactor(i, j));
   }
   coupling_.resize(3 * width_);
   for (Projected& projected : projected_) projected.rest.resize(width_);
 }
 
 // The cofactors of the point with the unknowns of the image, out of those with all blocks.
-void ImageFigures::gather_coupling(std::int32_t point, const PointCofactors& cofactors) {
+void ImageFigures::gather_coupling(const SelectedInverse::PointCofactors& cofactors) {
   const NormalMatrix& normal = system_.normal();
   double* out = coupling_.data();
   for (const std::int32_t block : blocks_) {
     const std::int32_t n = normal.block_width(block);
-    const std::int32_t column = normal.coupling_start(point, block) / 3;
+    const std::int32_t column = normal.coupling_start(cofactors.point, block) / 3;
     for (std::int32_t r = 0; r < 3; ++r) {
-      std::copy_n(cofactors.row(r) + column, n, out + static_cast<std::size_t>(r) * width_);
+      std::copy_n(cofactors.coupled + r * cofactors.width + column, n,
+                  out + static_cast<std::size_t>(r) * width_);
     }
     out += n;
   }
 }
 
 // Q a', of the rows of Q that the equation touches.
-void ImageFigures::project(std::size_t equation, const PointCofactors& cofactors,
+void ImageFigures::project(std::size_t equation, const SelectedInverse::PointCofactors& cofactors,
                            Projected& projected) const {
   const double* const ap = equation_.point + 3 * equation;
   const double* const ar =
       equation_.rows.data() + equation * static_cast<std::size_t>(equation_.stride);
-  const auto& [xx, xy, xz, yy, yz, zz] = cofactors.own;
-  projected.point = {xx * ap[0] + xy * ap[1] + xz * ap[2], xy * ap[0] + yy * ap[1] + yz * ap[2],
-                     xz * ap[0] + yz * ap[1] + zz * ap[2]};
+  for (std::size_t r = 0; r < 3; ++r) {
+    const double* const q = cofactors.own[r];
+    projected.point[r] = q[0] * ap[0] + q[1] * ap[1] + q[2] * ap[2];
+  }
   const double* const c = coupling_.data();
   for (std::size_t j = 0; j < width_; ++j) {
     for (std::size_t r = 0; r < 3; ++r) projected.point[r] += c[r * width_ + j] * ar[j];
@@ -77,14 +79,14 @@ double ImageFigures::product(std::size_t equation, const Projected& projected) c
   return sum;
 }
 
-bool ImageFigures::fill(const ObjectPoint& point, const PointCofactors& cofactors, double delta0,
-                        ImagePointResult& row) {
+bool ImageFigures::fill(const ObjectPoint& point, const SelectedInverse::PointCofactors& cofactors,
+                        double delta0, ImagePointResult& row) {
   const Observation observation = observation_of(*row.point, *image_.camera);
   if (equations_.linearise(observation, point.xyz, equation_) !=
       ObservationEquations::Outcome::formed) {
     return false;
   }
-  gather_coupling(point.index / 3, cofactors);
+  gather_coupling(cofactors);
   project(0, cofactors, projected_[0]);
   project(1, cofactors, projected_[1]);
   // R = I - P^1/2 A Q A' P^1/2 (Foerstner 1987), P = diag((sigma0/s)^2).

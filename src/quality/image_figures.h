@@ -4,8 +4,8 @@
 #include <span>
 #include <vector>
 
+#include "lsq/normal/selected_inverse.h"
 #include "lsq/stages/observation_equations.h"
-#include "quality/cofactors.h"
 #include "quality/results.h"
 
 namespace vorn {
@@ -20,7 +20,8 @@ class ImageFigures {
 
   // Fills r, rxy and the effects into a row, given the cofactors of its object point. False when
   // the equation cannot be formed.
-  [[nodiscard]] bool fill(const ObjectPoint& point, const PointCofactors& cofactors, double delta0,
+  [[nodiscard]] bool fill(const ObjectPoint& point,
+                          const SelectedInverse::PointCofactors& cofactors, double delta0,
                           ImagePointResult& row);
 
  private:
@@ -30,8 +31,9 @@ class ImageFigures {
     std::vector<double> rest;
   };
 
-  void gather_coupling(std::int32_t point, const PointCofactors& cofactors);
-  void project(std::size_t equation, const PointCofactors& cofactors, Projected& projected) const;
+  void gather_coupling(const SelectedInverse::PointCofactors& cofactors);
+  void project(std::size_t equation, const SelectedInverse::PointCofactors& cofactors,
+               Projected& projected) const;
   double product(std::size_t equation, const Projected& projected) const;
 
   const FinalSystem& system_;

@@ -47,7 +47,7 @@ void print_head(TextWriter& out, const QualityResults& results) {
               ? "Datum: inner (free network, S-transformation); object points and orientations "
                 "refer to the listed points as a whole.\n"
               : "Datum: as given by control and observed values.\n")
-      << "Derivatives of the figures: approximate, at the final values.\n";
+      << "Derivatives of the figures: exact, at the final values.\n";
   if (is_defined(statistics.distance_to_minimum)) {
     const Unknown& unknown = statistics.farthest;
     out << "Distance to the least-squares minimum: " << fixed(3)(statistics.distance_to_minimum)

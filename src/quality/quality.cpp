@@ -17,7 +17,11 @@ QualityResults find_quality(BundleProject& project, const QualityRequest& reques
     results.message = "The normal equations at the final values are singular.";
     return results;
   }
-  system.invert();
+  if (!system.invert()) {
+    results.status = RunStatus::failed;
+    results.message = "The inverse of the normal equations does not fit the address space.";
+    return results;
+  }
   if (!add_figures(project, system, results)) {
     results.status = RunStatus::failed;
     results.message = "An observation equation cannot be formed at the final values.";

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "lsq/stages/observation_equations.h"
 #include "quality/distributions.h"
 #include "quality/quality.h"
+#include "quality/summary.h"
 #include "support/project_test.h"
 
 namespace vorn {
@@ -84,7 +86,7 @@ struct FullSystem {
   void add_rows(const BundleProject& project, const std::vector<bool>& fixed) {
     PointEquation equation;
     for (const BundleImage& image : project.images) {
-      ObservationEquations equations(image);
+      ObservationEquations equations(image, Derivatives::exact);
       for (const ImagePoint& point : image.points) {
         const ObjectPoint& object = *object_point_of(point, project.object_points);
         ASSERT_EQ(equations.linearise(observation_of(point, *image.camera), object.xyz, equation),
@@ -250,6 +252,52 @@ TEST(Figures, DoNotDependOnThePlaceOfTheOrigin) {
       EXPECT_NEAR(after.parameters[i].sd / before.parameters[i].sd, 1.0, 1e-6);
     }
   });
+}
+
+// An error planted in one coordinate stands out as the worst of all and is what it was.
+TEST(Figures, FindAPlantedError) {
+  with_adjusted(test::make_synthetic_project({.points = 30}), [](BundleProject& project) {
+    QualityResults results = find_quality(project, {});
+    const auto checked = std::max_element(
+        results.image_points.begin(), results.image_points.end(),
+        [](const ImagePointResult& a, const ImagePointResult& b) { return a.r[0] < b.r[0]; });
+    ASSERT_GT(checked->r[0], 0.5);
+    // The residuals that an error gives: -R e (Baarda 1968).
+    const double error = 20.0 * checked->s[0];
+    checked->v[0] -= checked->r[0] * error;
+    checked->v[1] -= checked->rxy * error * checked->s[1] / checked->s[0];
+    results.suspects.clear();
+    find_suspects(results);
+    ASSERT_FALSE(results.suspects.empty());
+    const SuspectResult& first = results.suspects.front();
+    EXPECT_EQ(first.image_point, checked->point);
+    EXPECT_TRUE(first.worst_of_image);
+    EXPECT_TRUE(first.worst_of_point);
+    EXPECT_LT(first.test.log10_p, -40.0);
+    EXPECT_NEAR(estimated_error(checked->v[0], checked->r[0]) / error, 1.0, 0.2);
+  });
+}
+
+TEST(JointTest, HasTheDegreesOfFreedomOfItsMatrix) {
+  ImagePointResult row;
+  row.s = {1e-6, 2e-6};
+  row.v = {3e-6, 2e-6};  // u = (3, 1)
+  row.r = {0.5, 0.25};
+  row.rxy = 0.0;
+  JointTest test = joint_test(row);
+  EXPECT_EQ(test.degrees_of_freedom, 2);
+  EXPECT_NEAR(test.t, 9.0 / 0.5 + 1.0 / 0.25, 1e-12);
+  // The redundancy of a point with two rays lies across the epipolar plane: M = 0.8 e e'.
+  row.r = {0.8 * 0.36, 0.8 * 0.64};
+  row.rxy = 0.8 * 0.48;
+  test = joint_test(row);
+  EXPECT_EQ(test.degrees_of_freedom, 1);
+  EXPECT_NEAR(test.t, (3 * 0.6 + 0.8) * (3 * 0.6 + 0.8) / 0.8, 1e-9);
+  row.r = {1e-7, 1e-7};
+  row.rxy = 0.0;
+  test = joint_test(row);
+  EXPECT_EQ(test.degrees_of_freedom, 0);
+  EXPECT_TRUE(std::isnan(test.t));
 }
 
 // Errors of the adjusted values against what the standard deviations promise, and test values.
