@@ -3,20 +3,18 @@
 
 usage: plot_example.py [--vorn PATH]
 
-The plan shows the images, the points, the differences at the check points and the residuals of the
-observed control points, all read from the result files of the run.
+The plan shows the images, the points, and the differences adjusted - given of control and check
+points, all read from the result files of the run.
 """
 
 import argparse
-import math
 import pathlib
-import shutil
-import subprocess
 import tempfile
 
+import example_results as results
 from svg_drawing import Drawing, number
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
+REPOSITORY = results.REPOSITORY
 NAME = "aerial-block"
 GROUND = 340.0  # mean height of the terrain [m]
 PIXELS_PER_METRE = 0.105
@@ -24,57 +22,23 @@ PIXELS_PER_DIFFERENCE = 500.0  # vectors: 10 cm are 50 pixels
 CHECK, CONTROL, CAMERA, TIE = "#1f5fbf", "#c0392b", "#8a94a0", "#b3b9c0"
 
 
-def run(vorn, scratch):
-    project = pathlib.Path(scratch) / NAME
-    shutil.copytree(REPOSITORY / "examples" / NAME, project)
-    control_file = project / f"{NAME}.ctl"
-    subprocess.run([vorn, "adjust", control_file, "--cameras"], check=True,
-                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    return {e: control_file.with_suffix("." + e).read_text() for e in
-            ("out", "ext", "ocs", "cam", "gcpres", "chp")}
-
-
-def rotation(omega, phi, kappa):
-    """Rx(omega) Ry(phi) Rz(kappa), image to object space."""
-    so, co, sp, cp, sk, ck = (f(a) for a in (omega, phi, kappa) for f in (math.sin, math.cos))
-    return [[cp * ck, -cp * sk, sp],
-            [co * sk + so * sp * ck, co * ck - so * sp * sk, -so * cp],
-            [so * sk - co * sp * ck, so * ck + co * sp * sk, co * cp]]
-
-
 def footprints(ext, cam):
     """Projection centres and the corners of the images on the ground."""
     words = cam.split()
     c, half = float(words[3]), float(words[6]) / 2
-    words = ext.split()[1:]
     images = []
-    while words[0] != "stop-dep":
-        centre = [float(w) for w in words[4:7]]
-        r = rotation(*(float(w) * math.pi / 200 for w in words[10:13]))
+    for _, centre, r in results.orientations(ext):
         corners = []
         for x, y in ((half, half), (-half, half), (-half, -half), (half, -half)):
             ray = [row[0] * x + row[1] * y - row[2] * c for row in r]
             scale = (GROUND - centre[2]) / ray[2]
             corners.append((centre[0] + scale * ray[0], centre[1] + scale * ray[1]))
         images.append((centre, corners))
-        words = words[16:]
     return images
 
 
-def table(text):
-    """Rows ID X Y Z dX dY dZ of a comparison; None where nothing was compared."""
-    rows = []
-    for line in text.splitlines()[5:]:
-        words = line.split()
-        if len(words) != 7:  # the summary begins
-            break
-        rows.append((words[0], [float(w) for w in words[1:4]],
-                     [None if w == "---" else float(w) for w in words[4:7]]))
-    return rows
-
-
-def draw(results):
-    images = footprints(results["ext"], results["cam"])
+def draw(folder):
+    images = footprints(results.result(folder, "ext"), results.result(folder, "cam"))
     xs = [x for _, corners in images for x, _ in corners]
     ys = [y for _, corners in images for _, y in corners]
     left, top, margin = min(xs), max(ys), 14
@@ -92,10 +56,10 @@ def draw(results):
     crosses = [((x - 3, y), (6, 0)) for x, y in centres] + [((x, y - 3), (0, 6)) for x, y in centres]
     drawing.lines(crosses, f'stroke="{CAMERA}"')
 
-    check, control = table(results["chp"]), table(results["gcpres"])
+    control, check = results.adjusted_minus_given(folder)
     signalised = {name for name, _, _ in check + control}
-    points = [line.split() for line in results["ocs"].splitlines()[:-1]]
-    drawing.dots([plan(float(p[1]), float(p[2])) for p in points if p[0] not in signalised], 2.2, TIE)
+    points = results.object_points(results.result(folder, "ocs"))
+    drawing.dots([plan(*xyz[:2]) for name, xyz in points if name not in signalised], 2.2, TIE)
 
     for rows, colour in ((control, CONTROL), (check, CHECK)):
         plane, heights = [], []
@@ -114,17 +78,17 @@ def draw(results):
         drawing.lines(heights, f'stroke="{colour}" stroke-width="3" stroke-opacity=".3"')
         drawing.lines(plane, f'stroke="{colour}" stroke-width="1.8"')
 
-    sigma0 = [line for line in results["out"].splitlines() if line.startswith("Sigma 0 a post")][-1]
-    rms = results["chp"].splitlines()[-2].split()[-3:]
+    sigma0 = results.last_sigma0(results.result(folder, "out"))
+    rms = results.result(folder, "chp").splitlines()[-2].split()[-3:]
     y = height + 8
     drawing.text(margin, y, f"{len(images)} images, {len(points)} points.  "
-                 f"Sigma 0 {sigma0.split()[-2]} µm.  RMS at the check points: "
+                 f"Sigma 0 {sigma0} µm.  RMS at the check points: "
                  + ", ".join(f"{100 * float(r):.1f}" for r in rms) + " cm in X, Y, Z.",
                  'fill="#222" font-size="13"')
     drawing.text(margin, y + 18, "grey: images on the ground, projection centres (+), tie points",
                  'fill="#555"')
-    drawing.text(margin, y + 34, "red triangles: control points with their residuals", f'fill="{CONTROL}"')
-    drawing.text(margin + 300, y + 34, "blue circles: check points with their differences",
+    drawing.text(margin, y + 34, "red triangles: control points", f'fill="{CONTROL}"')
+    drawing.text(margin + 200, y + 34, "blue circles: check points; vectors: adjusted - given",
                  f'fill="{CHECK}"')
     drawing.lines([((margin + 620, y + 30), (50, 0)), ((margin + 620, y + 27), (0, 6)),
                    ((margin + 670, y + 27), (0, 6))], 'stroke="#222"')
@@ -138,8 +102,9 @@ def main():
                         help="the command (default: build/release/bin/vorn)")
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory() as scratch:
-        results = run(pathlib.Path(arguments.vorn).resolve(), scratch)
-    draw(results).save(REPOSITORY / "docs" / "images" / f"{NAME}.svg")
+        folder = results.run(pathlib.Path(arguments.vorn).resolve(), scratch, NAME)
+        drawing = draw(folder)
+    drawing.save(REPOSITORY / "docs" / "images" / f"{NAME}.svg")
 
 
 if __name__ == "__main__":

@@ -158,7 +158,7 @@ Type, image ID, ID of its orientation, ID of its camera.
     files["camera.txt"] = record_list([
         "camera-frame  aerial  survey-camera", "  152.818", "    0.004  -0.007", "  230.0  230.0"
     ], []) + "\n" + """\
-Type, ID, comment (one word); focal length; principal point xp yp; format sx sy: all in mm.
+Type, ID, comment (one word); principal distance; principal point xp yp; format sx sy: all in mm.
 """
     files["lspar.txt"] = lspar_file("4e-6", "0.001 0.001 1e-6 1e-8", "12", "gon",
                                     ": image noise of 4 um")

@@ -151,7 +151,7 @@ Type, image ID, ID of its orientation, ID of its camera.
     files["camera.txt"] = record_list([
         "camera-ccd  slr  wide-angle", "  28.0", "   0.0  0.0", "  6000  4000", "  6.0  6.0"
     ], []) + "\n" + """\
-Type, ID, comment (one word); focal length [mm]; principal point xp yp [mm]; columns and rows;
+Type, ID, comment (one word); principal distance [mm]; principal point xp yp [mm]; columns and rows;
 pixel size along a row and along a column [um]. Nominal values: ap-set.txt corrects them.
 """
     files["close-range-calibration.ctl"] = control_file([

@@ -218,7 +218,7 @@ Type, image ID, ID of its orientation, ID of its camera. Every recorded line is 
         "camera-pushbroom  line  forward-looking", "  62.5", "   0.0  0.021", "  12000",
         "  6.5  6.5", "  29.14"
     ], []) + "\n" + """\
-Type, ID, comment (one word); focal length [mm]; principal point xp yp [mm]; pixels of the
+Type, ID, comment (one word); principal distance [mm]; principal point xp yp [mm]; pixels of the
 line; their size along and across the line [um]; position of the line [mm]: it lies 29.14 mm
 ahead of the principal point and looks 25 degrees forward.
 """
