@@ -41,7 +41,7 @@ void QualityOutput::define(CLI::App& parser) {
       .add_option("--tables", table_form_,
                   "tables of --json in the document (json), in files (csv), or large ones in files "
                   "(auto)")
-      ->transform(CLI::CheckedTransformer(kTableForms))
+      ->transform(CLI::CheckedTransformer(kTableForms).description("{auto,csv,json}"))
       ->needs(parser.get_option("--json"));
 }
 

@@ -36,8 +36,7 @@ cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
 configure_file("${PROJECT_SOURCE_DIR}/packaging/vorn.pc.in" "${PROJECT_BINARY_DIR}/vorn.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/vorn.pc" DESTINATION "${vorn_pkgconfig_dir}")
 
-if(TARGET vorn_command AND NOT WIN32)
-  configure_file("${PROJECT_SOURCE_DIR}/packaging/vorn.1.in" "${PROJECT_BINARY_DIR}/vorn.1" @ONLY)
+if(TARGET vorn_command AND NOT CMAKE_CROSSCOMPILING)
   install(FILES "${PROJECT_BINARY_DIR}/vorn.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
   install(FILES "${PROJECT_SOURCE_DIR}/packaging/vorn.bash-completion"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME vorn)
