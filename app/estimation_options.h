@@ -6,7 +6,8 @@
 
 namespace vorn::app {
 
-// Declares the options that choose how the adjustment is computed: --rigorous.
+// Declares the options that choose how the adjustment is computed: --rigorous, --damped,
+// --robust, --solve.
 void define_estimation_options(CLI::App& parser, AdjustmentSettings& settings);
 
 }  // namespace vorn::app

@@ -13,6 +13,7 @@
 #include "lsq/adj_object_list.h"
 #include "lsq/adjustment_settings.h"
 #include "lsq/normal/normal_matrix.h"
+#include "lsq/stages/held_point.h"
 #include "lsq/stages/observation_table.h"
 #include "lsq/stages/statistics.h"
 #include "sensors/bundle_image.h"
@@ -100,7 +101,10 @@ class BundleProject {
   double sigma0 = 0.0;  // a posteriori [m]
   std::int32_t redundancy = 0;
   std::int32_t num_iterations = 0;  // of the last iteration loop
-  bool converged = false;           // whether it ended within all limits
+  bool converged = false;           // whether it ended before the maximum number
+  IterationEnding ending = IterationEnding::max_iterations;
+  // Object points that damped iterations held or moved, in the order in which that happened.
+  std::vector<HeldPoint> held_points;
   // What each iteration came to; the last one may have failed half-way.
   std::vector<IterationStatistics> iterations;
   std::unique_ptr<AdjInterface> solver;

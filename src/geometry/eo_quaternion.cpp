@@ -1,5 +1,6 @@
 #include "geometry/eo_quaternion.h"
 
+#include <cmath>
 #include <cstddef>
 
 #include "geometry/rotations.h"
@@ -40,6 +41,21 @@ void EOQuaternion::get_rot_param_derivs(Matrix& a) const {
 void EOQuaternion::get_packed_rot_param_derivs(const PointState<Pack>& point,
                                                const RowPair<Pack>& a) const {
   fill_columns(point, a);
+}
+
+double EOQuaternion::unit_length_misclosure() const {
+  double misclosure = 1.0;
+  for (std::int32_t k = 3; k < num_values(); ++k) misclosure -= value(k) * value(k);
+  return misclosure;
+}
+
+void EOQuaternion::normalise() {
+  for (std::int32_t k = 3; k < num_values(); ++k) {
+    if (param(k).state == ParamState::eliminated) return;
+  }
+  const double length = std::sqrt(1.0 - unit_length_misclosure());
+  if (!(length > 0.0)) return;
+  for (std::int32_t k = 3; k < num_values(); ++k) value(k) /= length;
 }
 
 // q'q = 1, linearised: 2 q'dq = 1 - q'q.

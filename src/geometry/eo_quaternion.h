@@ -20,6 +20,11 @@ class EOQuaternion : public ExtOrientation {
   std::string_view get_keyword() const override { return "ext-ori-quaternion"; }
   std::string get_param_name(std::int32_t i) const override;
 
+  // 1 - q'q.
+  double unit_length_misclosure() const;
+  // Gives q unit length, unless a component of it is eliminated.
+  void normalise();
+
   void update() override;
   RotationParams params_from_matrix(const Mat3& r) const override;
   Mat3 matrix_from_params(const RotationParams& params) const override;

@@ -54,6 +54,12 @@ class ExtOrientation : public ImageGeometry {
                    const RowPair<Pack>& point, Vec3Of<Pack>& image) const;
   // Fills the columns of the corrections that apply, from `column` on, from those of the geometry.
   void get_packed_correction_derivs(const RowPair<Pack>& rows, std::int32_t column) const;
+  // Whether an object point lies in the plane of the projection centre, where it has no image, and
+  // whether it lies in front of the image, z being the third component of image vectors.
+  bool is_singular_at(const Vec3& object_point) const { return depth(object_point) == 0.0; }
+  bool is_in_front(double z, const Vec3& object_point) const {
+    return depth(object_point) * z > 0.0;
+  }
   void update() override;
   bool has_pos_correction() const override { return pos_correction_ != nullptr; }
   bool has_att_correction() const override { return false; }
@@ -132,6 +138,10 @@ class ExtOrientation : public ImageGeometry {
 
  private:
   void print_matrix(TextWriter& out) const;
+  // N, the third component of R'(X - Xo).
+  double depth(const Vec3& object_point) const {
+    return transposed_times(rotation_, object_point - centre_)[2];
+  }
   template <class T>
   PointState<T> state_of(const Vec3Of<T>& object_point) const;
   // Divides by the denominator, and fills the columns of the projection centre and the object

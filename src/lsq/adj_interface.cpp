@@ -29,13 +29,18 @@ bool AdjInterfaceNative::prepare(const NormalMatrix& n) {
   return true;
 }
 
-int AdjInterfaceNative::solve(const NormalMatrix& n, const Vector& b, Vector& x, Vector& p) {
+int AdjInterfaceNative::try_solve(const NormalMatrix& n, const Vector& b, Vector& x, Vector& p) {
   const bool is_prepared = factor_ != nullptr && &factor_->matrix() == &n;
   if (!is_prepared && !prepare(n)) throw std::bad_alloc();
   if (b.size() != n.size()) return failed_substitution(-3);
   const std::int32_t failed = factor_->solve(b, x);
   p = factor_->diagonal();
-  if (failed != 0) standard_output() << "ERROR: Cholesky decomposition failed.\n";
+  return failed;
+}
+
+int AdjInterfaceNative::solve(const NormalMatrix& n, const Vector& b, Vector& x, Vector& p) {
+  const int failed = try_solve(n, b, x, p);
+  if (failed > 0) standard_output() << "ERROR: Cholesky decomposition failed.\n";
   return failed;
 }
 

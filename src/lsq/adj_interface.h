@@ -25,6 +25,9 @@ class AdjInterface {
   [[nodiscard]] virtual int invert(const NormalMatrix& n, Matrix& q, const Vector& p) = 0;
   virtual ~AdjInterface() = default;
 
+  // As `solve`, without a message for a matrix that is not positive definite.
+  [[nodiscard]] virtual int try_solve(const NormalMatrix& n, const Vector& b, Vector& x,
+                                      Vector& p) = 0;
   // Writes all elements of N: its upper triangle, and below it the factor of the last solution,
   // zeros before the first.
   virtual void write_matrix(TextWriter& out, const NormalMatrix& n) const = 0;
@@ -47,6 +50,8 @@ class AdjInterfaceNative : public AdjInterface {
   // A matrix that was not prepared is prepared first; std::bad_alloc when that fails.
   [[nodiscard]] int solve(const NormalMatrix& n, const Vector& b, Vector& x, Vector& p) override;
   [[nodiscard]] int invert(const NormalMatrix& n, Matrix& q, const Vector& p) override;
+  [[nodiscard]] int try_solve(const NormalMatrix& n, const Vector& b, Vector& x,
+                              Vector& p) override;
   void write_matrix(TextWriter& out, const NormalMatrix& n) const override;
 
  private:

@@ -14,6 +14,7 @@ struct ImagePoint {
   double y = 0;
   double sx = 0;  // a-priori standard deviations
   double sy = 0;
+  double weight_factor = 1.0;  // on the weights; robust estimation lowers it
   // The object point, once the project has looked it up; before that, its identifier says which it
   // is.
   ObjectPoint* object_point = nullptr;

@@ -49,7 +49,7 @@ Observation observation_of(const ImagePoint& point, const Camera& camera) {
   const Pair sdev = camera.sdev_to_image({point.sx, point.sy});
   for (std::size_t k = 0; k < 2; ++k) {
     const double ratio = sdev[k] / sigma0;
-    observation.cofactors[k] = ratio * ratio;
+    observation.cofactors[k] = ratio * ratio / point.weight_factor;
   }
   return observation;
 }

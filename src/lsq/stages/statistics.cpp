@@ -55,4 +55,15 @@ void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
   });
 }
 
+void find_open_parameter(const AdjObjectList& unknowns, const Vector& corrections,
+                         IterationStatistics& statistics) {
+  for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
+    const std::int32_t open = unknowns[i].check_convergence(corrections);
+    if (open == -1) continue;
+    statistics.open_object = &unknowns[i];
+    statistics.open_param = open;
+    return;
+  }
+}
+
 }  // namespace vorn

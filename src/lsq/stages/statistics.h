@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "lsq/adj_object_list.h"
 
@@ -33,6 +34,22 @@ struct GroupChange {
   double mean() const { return count > 0 ? sum / count : -1.0; }
 };
 
+// One attempt at a damped step.
+struct DampedStep {
+  double damping = 0.0;   // in units of the diagonal of N
+  double cost = 0.0;      // weighted sum of squares that it leads to [m^2]; not finite: a failure
+  double ratio = 0.0;     // of its decrease to the predicted one
+  std::int32_t held = 0;  // object points held at their places
+  bool accepted = false;
+};
+
+// Why the iterations ended.
+enum class IterationEnding {
+  limits,  // all corrections within their limits
+  cost,    // the weighted sum of squares falls no more, though a correction is above its limit
+  max_iterations,  // neither
+};
+
 // What an iteration came to.
 struct IterationStatistics {
   std::int32_t number = 0;  // counted from 1
@@ -49,10 +66,18 @@ struct IterationStatistics {
   const AdjObject* open_object = nullptr;
   std::int32_t open_param = -1;
 
+  // Damped iterations only: the weighted sum of squares before them [m^2], and the attempts; the
+  // last one was accepted unless the iterations end there.
+  double cost = 0.0;
+  std::vector<DampedStep> steps;
+
   double cpu_seconds = 0.0;
   double solution_cpu_seconds = 0.0;
 };
 
+// Fills in the first parameter whose correction is beyond its limit.
+void find_open_parameter(const AdjObjectList& unknowns, const Vector& corrections,
+                         IterationStatistics& statistics);
 // Fills in how much the groups of parameters change.
 void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
                   IterationStatistics& statistics);

@@ -1,0 +1,135 @@
+#include "lsq/stages/point_placement.h"
+
+#include <cmath>
+#include <limits>
+#include <span>
+#include <string_view>
+
+#include "driver/bundle_project.h"
+#include "lsq/linalg/cholesky.h"
+#include "lsq/stages/point_rays.h"
+#include "lsq/stages/weighted_squares.h"
+
+namespace vorn {
+namespace {
+
+constexpr std::size_t kMaxListed = 200;
+// How much better an intersection must fit than the given coordinates of a point in a good place.
+constexpr double kMuchBetter = 0.25;
+
+const ExtOrientation* orientation_of(const Ray& ray) {
+  return dynamic_cast<const ExtOrientation*>(ray.image->geometry);
+}
+
+bool is_free(const ObjectPoint& point) {
+  for (std::int32_t k = 0; k < 3; ++k) {
+    if (point.param(k).state != ParamState::unknown) return false;
+  }
+  return true;
+}
+
+// Weighted sum of squares of a point's rays with the point elsewhere; infinite where one of them
+// has no image.
+double squares_at(std::span<const Ray> rays, const Vec3& xyz) {
+  double sum = 0.0;
+  for (const Ray& ray : rays) {
+    const ExtOrientation* const orientation = orientation_of(ray);
+    if (orientation != nullptr && orientation->is_singular_at(xyz)) {
+      return std::numeric_limits<double>::infinity();
+    }
+    sum += weighted_square(*ray.image, *ray.point, xyz);
+  }
+  return std::isnan(sum) ? std::numeric_limits<double>::infinity() : sum;
+}
+
+bool is_before_all(std::span<const Ray> rays, const Vec3& xyz) {
+  for (const Ray& ray : rays) {
+    if (!is_in_front(*ray.image, xyz)) return false;
+  }
+  return true;
+}
+
+// The point with the least sum of squared distances from the rays:
+// sum (I - a a') X = sum (I - a a') Xo, a the unit vector of a ray. False where the rays do not fix
+// it or one of them is no ray.
+bool intersect(std::span<const Ray> rays, Vec3& xyz) {
+  Matrix n(3, 3);
+  Vector rhs(3);
+  n.zero();
+  rhs.zero();
+  for (const Ray& ray : rays) {
+    const ExtOrientation* const orientation = orientation_of(ray);
+    if (orientation == nullptr) return false;
+    const Camera& camera = *ray.image->camera;
+    const Pair measured = camera.pixel_to_image({ray.point->x, ray.point->y});
+    Vec3 a = orientation->rotation_matrix() * camera.image_to_camera(measured);
+    a = (1.0 / std::sqrt(dot(a, a))) * a;
+    const Vec3& centre = orientation->projection_centre();
+    for (std::int32_t i = 0; i < 3; ++i) {
+      const auto row = static_cast<std::size_t>(i);
+      for (std::int32_t j = 0; j < 3; ++j) {
+        const auto column = static_cast<std::size_t>(j);
+        const double element = (i == j ? 1.0 : 0.0) - a[row] * a[column];
+        n[i][j] += element;
+        rhs[i] += element * centre[column];
+      }
+    }
+  }
+  Vector diagonal;
+  Vector solution;
+  if (cholesky(n, diagonal) != 0 || back_substitution(n, diagonal, rhs, solution) != 0)
+    return false;
+  xyz = {solution[0], solution[1], solution[2]};
+  return std::isfinite(xyz[0] + xyz[1] + xyz[2]);
+}
+
+std::string_view sentence(HeldPoint::Reason reason) {
+  switch (reason) {
+    case HeldPoint::Reason::at_centre:
+      return "was in the plane of a projection centre; intersected anew";
+    case HeldPoint::Reason::behind:
+      return "was behind an image; intersected anew where that fits better";
+    case HeldPoint::Reason::crossing:
+      return "was held: its step led behind an image";
+    case HeldPoint::Reason::parallel_rays:
+      return "was held along its rays: they are nearly parallel";
+    case HeldPoint::Reason::still_behind:
+      return "is behind an image at the end";
+  }
+  return "";
+}
+
+}  // namespace
+
+void place_points(BundleProject& project, std::vector<HeldPoint>& noted) {
+  const PointRays rays(project.images, project.object_points);
+  for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
+    ObjectPoint* const point = project.object_points[slot];
+    if (point == nullptr || !is_free(*point) || rays[slot].size() < 2) continue;
+    const double given = squares_at(rays[slot], point->xyz);
+    const bool good_place = is_before_all(rays[slot], point->xyz);
+    if (!good_place) {
+      noted.push_back(
+          {point, std::isinf(given) ? HeldPoint::Reason::at_centre : HeldPoint::Reason::behind, 1});
+    }
+    Vec3 xyz;
+    if (!intersect(rays[slot], xyz) || !is_before_all(rays[slot], xyz)) continue;
+    if (squares_at(rays[slot], xyz) < (good_place ? kMuchBetter : 1.0) * given) point->xyz = xyz;
+  }
+}
+
+void print_held_points(const std::vector<HeldPoint>& points, TextWriter& report) {
+  if (points.empty()) return;
+  report << "Object points that were held or moved\n"
+            "-------------------------------------\n\n";
+  for (std::size_t i = 0; i < std::min(points.size(), kMaxListed); ++i) {
+    const HeldPoint& held = points[i];
+    report << "ATTENTION: Object point " << held.point->id << ' ' << sentence(held.reason);
+    if (held.iterations > 1) report << " (" << held.iterations << " iterations)";
+    report << ".\n";
+  }
+  if (points.size() > kMaxListed) report << "... and " << points.size() - kMaxListed << " more\n";
+  report << '\n';
+}
+
+}  // namespace vorn
