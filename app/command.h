@@ -33,5 +33,6 @@ std::unique_ptr<Command> make_grid_command();
 std::unique_ptr<Command> make_list_command();
 std::unique_ptr<Command> make_import_command();
 std::unique_ptr<Command> make_export_command();
+std::unique_ptr<Command> make_check_command();
 
 }  // namespace vorn::app

@@ -29,6 +29,7 @@ constexpr CommandRow kCommands[] = {
      make_grid_command},
     {"list", "Adjust a project; list all unknowns with their changes and significance",
      make_list_command},
+    {"check", "Look a project through without adjusting it", make_check_command},
     {"import", "Make a project of a reconstruction of another program", make_import_command},
     {"export", "Adjust a project; write it in the format of another program", make_export_command},
 };

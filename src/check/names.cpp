@@ -1,0 +1,132 @@
+// Names against names.
+
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "check/check.h"
+#include "driver/bundle_project.h"
+#include "geometry/ext_orientation.h"
+
+namespace vorn {
+namespace {
+
+template <class List>
+std::string nearest_in(const List& list, std::string_view word) {
+  std::vector<std::string_view> known;
+  for (const auto& object : list) known.push_back(object.id);
+  return suggestion(word, known);
+}
+
+void bind_images(BundleProject& project, FindingListener& findings) {
+  for (BundleImage& image : project.images) {
+    if (image.attach_geometry(project.image_geometries)) {
+      image.used = true;
+      continue;
+    }
+    add_finding(findings, FindingCode::unknown_reference, {&image.geometry_id, 0},
+                {"image", image.id, {}, {}},
+                "image " + printable(image.id) + " names an image geometry " +
+                    quoted(image.geometry_id) + " that does not exist",
+                nearest_in(project.image_geometries, image.geometry_id));
+  }
+}
+
+void bind_sets(BundleProject& project, FindingListener& findings) {
+  for (APSet& set : project.ap_sets) {
+    if (project.cameras.find(set.camera_id) == nullptr) {
+      add_finding(findings, FindingCode::unknown_reference, {&set.camera_id, 0},
+                  {"ap-set", set.id, {}, {}},
+                  "ap set " + printable(set.id) + " names a camera " + quoted(set.camera_id) +
+                      " that does not exist",
+                  nearest_in(project.cameras, set.camera_id));
+    } else {
+      // A used camera is one with images; the set alone uses nobody.
+      Camera& camera = *project.cameras.find(set.camera_id);
+      const bool has_images = camera.used;
+      static_cast<void>(set.bind_to_camera(project.cameras));
+      camera.used = has_images;
+    }
+  }
+}
+
+template <class Correction>
+void bind_corrections(BundleProject& project, OwnedList<Correction>& list, std::string_view type,
+                      std::string_view noun, FindingListener& findings) {
+  for (Correction& correction : list) {
+    const auto object = [&] { return FindingObject{std::string(type), correction.id, {}, {}}; };
+    const std::string who = std::string(noun) + " correction " + printable(correction.id);
+    bool complete = true;
+    bool all_quaternions = true;
+    std::size_t number = 0;
+    for (const std::string& id : correction.eo_ids) {
+      ++number;
+      const ImageGeometry* const geometry = project.image_geometries.find(id);
+      if (geometry == nullptr) {
+        complete = false;
+        add_finding(findings, FindingCode::unknown_reference, {&correction, number}, object(),
+                    who + " names an orientation " + quoted(id) + " that does not exist",
+                    nearest_in(project.image_geometries, id));
+      } else if (dynamic_cast<const ExtOrientation*>(geometry) == nullptr) {
+        complete = false;
+        add_finding(findings, FindingCode::unknown_reference, {&correction, number}, object(),
+                    who + " names " + quoted(id) + ", which is no exterior orientation");
+      } else {
+        all_quaternions = all_quaternions && geometry->get_keyword() == "ext-ori-quaternion";
+      }
+    }
+    if (correction.eo_ids.empty()) {
+      add_finding(findings, FindingCode::unused, {&correction, 0}, object(),
+                  who + " applies to no orientation");
+    } else if (type == "att-correction" && complete && all_quaternions) {
+      add_finding(findings, FindingCode::unused, {&correction, 0}, object(),
+                  who + " has no effect: all its orientations are quaternions");
+    }
+    if (complete) static_cast<void>(correction.bind_to_eos(project.image_geometries));
+  }
+}
+
+void find_unused(const BundleProject& project, FindingListener& findings) {
+  std::unordered_set<std::string_view> measured;
+  for (const BundleImage& image : project.images) {
+    for (const ImagePoint& point : image.points) measured.insert(point.id);
+    if (image.count_points() > 0) continue;
+    add_finding(findings, FindingCode::unused, {&image, 0}, {"image", image.id, {}, {}},
+                "image " + printable(image.id) + " has no measurements");
+  }
+  for (const ObjectPoint& point : project.object_points) {
+    if (measured.contains(point.id)) continue;
+    const bool control = point.type == PointType::control || point.type == PointType::check;
+    add_finding(findings, FindingCode::unused, {&point, 0}, {"object-point", point.id, {}, {}},
+                std::string(point.type == PointType::control ? "control point "
+                            : control                        ? "check point "
+                                                             : "point ") +
+                    printable(point.id) + " is measured in no image",
+                control ? "compare its identifier with those of the image points" : "");
+  }
+  for (const ImageGeometry& geometry : project.image_geometries) {
+    if (geometry.used) continue;
+    add_finding(findings, FindingCode::unused, {&geometry, 0},
+                {"image-geometry", geometry.id, {}, {}},
+                "image geometry " + printable(geometry.id) + " belongs to no image");
+  }
+  for (const Camera& camera : project.cameras) {
+    // Of cameras with one identifier only the first can be meant.
+    if (camera.used || project.cameras.find(camera.id) != &camera) continue;
+    add_finding(findings, FindingCode::unused, {&camera, 0}, {"camera", camera.id, {}, {}},
+                "camera " + printable(camera.id) + " belongs to no image");
+  }
+}
+
+}  // namespace
+
+void check_names(BundleProject& project, FindingListener& findings) {
+  bind_images(project, findings);
+  bind_sets(project, findings);
+  bind_corrections(project, project.pos_corrections, "pos-correction", "position", findings);
+  bind_corrections(project, project.att_corrections, "att-correction", "attitude", findings);
+  find_unused(project, findings);
+}
+
+}  // namespace vorn
