@@ -24,10 +24,13 @@ export function column(encoded) {
   return [];
 }
 
-/** All columns of a table, decoded. */
-export function table(encoded) {
+/** All columns of a table, decoded. {"of": "points"} is the column of that name in another table of
+ * `others`. */
+export function table(encoded, others = {}) {
   const columns = {};
-  for (const [name, values] of Object.entries(encoded ?? {})) columns[name] = column(values);
+  for (const [name, values] of Object.entries(encoded ?? {})) {
+    columns[name] = column(values?.of ? others[values.of][name] : values);
+  }
   return columns;
 }
 

@@ -60,10 +60,9 @@ function camera(num, next) {
   return {
     id: "c4040z", type: "CCD", width: 0.06, height: 0.04,
     values: {
-      parameter: ["c", "xp", "yp", ...names], set: ["", "", "", ...names.map(() => "io")],
-      value: [100.0123, 0.01, -0.02, ...names.map((_, i) => 10 ** -i * 1.2345)], sd: [0.002, 0.001, 0.001, ...names.map((_, i) => 10 ** (-i - 3))],
+      parameter: ["c", "xp", "yp", ...names], value: [100.0123, 0.01, -0.02, ...names.map((_, i) => 10 ** -i * 1.2345)], sd: [0.002, 0.001, 0.001, ...names.map((_, i) => 10 ** (-i - 3))],
       unit: ["mm", "mm", "mm", "mm", "mm", "mm", "1/mm\u00b2", "1/mm\u2074", "1/mm\u2076", "1/mm", "1/mm"],
-      state: names.map(() => "free"), value_px: [20002.46, 2, -4, 0.1, 0.2, 0.3], sd_px: [0.4, 0.2, 0.2, 0.1, 0.1, 0.1],
+      value_px: [20002.46, 2, -4, 0.1, 0.2, 0.3], sd_px: [0.4, 0.2, 0.2, 0.1, 0.1, 0.1],
     },
     correlation: { parameter: names, r: names.map((_, i) => names.map((_, j) => (i === j ? 1 : Math.cos(i * j) * 0.9))) },
     field: { columns: 8, rows: 6, count: Array.from({ length: 48 }, (_, i) => (i === 5 ? 0 : 20 + i)), vx: Array.from({ length: 48 }, () => 4e-7 * normal(next)), vy: Array.from({ length: 48 }, () => 4e-7 * normal(next)) },
@@ -97,7 +96,7 @@ export function report(num_points = 600) {
       {
         name: "points", title: "Object points",
         columns: [{ name: "id", head: "Point", kind: "text" }, { name: "rays", head: "Rays", kind: "count" }, { name: "x", head: "X", unit: "m", kind: "number", decimals: 3 }, { name: "sd_x", head: "Std. dev. X", unit: "mm", factor: 1000, kind: "number", decimals: 1 }],
-        rows: { id: net.points.id, rays: net.points.rays, x: net.points.x, sd_x: net.points.sd_x },
+        rows: { id: { of: "points" }, rays: { of: "points" }, x: { of: "points" }, sd_x: { of: "points" } },
       },
       { name: "removed", title: "Removed objects", columns: [{ name: "id", head: "Object", kind: "text" }, { name: "reason", head: "Reason", kind: "text", wide: true }], rows: { id: [], reason: [] } },
     ],

@@ -29,9 +29,8 @@ function values_table(camera) {
   const n = rows(v);
   const columns = [
     { head: "Parameter", number: false, values: v.parameter },
-    { head: "Set", number: false, values: v.set },
     { head: "Value", values: index(n, (i) => scientific(v.value[i], v.sd?.[i])) },
-    { head: "Std. dev.", values: index(n, (i) => (v.sd ? sd_text(v.sd[i], v.state?.[i]) : null)) },
+    { head: "Std. dev.", values: index(n, (i) => (v.sd ? sd_text(v.sd[i]) : null)) },
     { head: "Unit", number: false, values: v.unit },
     { head: "Value", unit: "px", values: index(n, (i) => (v.value_px?.[i] == null ? null : fixed(v.value_px[i], decimals_for(v.sd_px?.[i])))) },
     { head: "Std. dev.", unit: "px", values: index(n, (i) => (v.sd_px?.[i] == null ? null : fixed(v.sd_px[i], decimals_for(v.sd_px[i])))) },
@@ -48,8 +47,8 @@ function scientific(value, sd) {
   return short(value, digits);
 }
 
-function sd_text(sd, state) {
-  if (state === "fixed") return "fixed";
+function sd_text(sd) {
+  if (sd === 0) return "held";
   return sd > 0 && sd < 1e-3 ? short(sd, 2) : fixed(sd, decimals_for(sd));
 }
 
@@ -139,7 +138,7 @@ function residual_points(camera) {
   matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => draw("all"));
   return figure({
     title: `Residuals of single image points, camera ${camera.id}`,
-    text: `${count(x.length)} image points; the darkest are longer than ${short(limit * 1e6)} \u00b5m.`,
+    text: `${camera.residuals.step > 1 ? `One of ${camera.residuals.step} image points, ` : ""}${count(x.length)} image points; the darkest are longer than ${short(limit * 1e6)} \u00b5m.`,
     chart,
     controls: [
       choice("Part ", [["all", "whole format"], ["0,1", "upper left"], ["1,1", "upper right"], ["0,0", "lower left"], ["1,0", "lower right"], ["centre", "centre"]], draw),

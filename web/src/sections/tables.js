@@ -6,13 +6,13 @@ const kShown = 200;
 
 /** Every table of the report: sortable, searchable, its first rows drawn. */
 export function tables(report) {
-  return report.tables.map((t) => data_table(t));
+  return report.tables.map((t) => data_table(t, report.network));
 }
 
 /** A table {title, columns: [{name, head, unit, kind, decimals}], rows: {name: column}}. */
-function data_table(definition) {
+function data_table(definition, network) {
   const columns = definition.columns;
-  const data = table(definition.rows);
+  const data = table(definition.rows, network);
   const num_rows = rows(data);
   const body = element("tbody");
   const status = element("p", { class: "note", "aria-live": "polite" });
