@@ -31,6 +31,7 @@ class Command {
 std::unique_ptr<Command> make_adjust_command();
 std::unique_ptr<Command> make_grid_command();
 std::unique_ptr<Command> make_list_command();
+std::unique_ptr<Command> make_report_command();
 std::unique_ptr<Command> make_import_command();
 std::unique_ptr<Command> make_export_command();
 std::unique_ptr<Command> make_check_command();

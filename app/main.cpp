@@ -30,6 +30,8 @@ constexpr CommandRow kCommands[] = {
     {"list", "Adjust a project; list all unknowns with their changes and significance",
      make_list_command},
     {"check", "Look a project through without adjusting it", make_check_command},
+    {"report", "Adjust a project; write a page with charts and tables of everything",
+     make_report_command},
     {"import", "Make a project of a reconstruction of another program", make_import_command},
     {"export", "Adjust a project; write it in the format of another program", make_export_command},
 };

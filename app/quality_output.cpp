@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "app/report_page/page.h"
 #include "driver/paths.h"
 #include "quality/text_reports.h"
 #include "text/file_system.h"
@@ -43,7 +44,12 @@ void QualityOutput::define(CLI::App& parser) {
                   "(auto)")
       ->transform(CLI::CheckedTransformer(kTableForms).description("{auto,csv,json}"))
       ->needs(parser.get_option("--json"));
+  parser.add_option("--html", page_, "also write a page with charts and tables of everything")
+      ->type_name("FILE")
+      ->check(can_write_pages);
 }
+
+void QualityOutput::ask_for_page(std::string file) { page_ = std::move(file); }
 
 bool QualityOutput::attach(RunRequest& request) {
   if (!exclusion_file_.empty()) {
@@ -57,9 +63,10 @@ bool QualityOutput::attach(RunRequest& request) {
       apply_exclusions(exclusions_, project, report);
     };
   }
-  if (quality_ || json_) {
+  if (quality_ || json_ || !page_.empty()) {
     // The run changes the current directory.
     if (!suggestions_.empty()) suggestions_ = absolute_path(suggestions_);
+    if (!page_.empty()) page_ = absolute_path(page_);
     request.inspect = [this, path = request.path](BundleProject& project) { write(project, path); };
   }
   return true;
@@ -78,11 +85,11 @@ void QualityOutput::write_text(const std::string& path, Print print) {
 
 void QualityOutput::write(BundleProject& project, const std::string& control_file) {
   const PathParts parts = split_path(control_file);
-  quality_request_.figures = quality_;
+  quality_request_.figures = quality_ || !page_.empty();
   QualityResults results = find_quality(project, quality_request_);
   results.control_file = parts.base + (parts.extension.empty() ? "" : '.' + parts.extension);
   const std::string base = parts.base;
-  if (results.has_figures) {
+  if (quality_ && results.has_figures) {
     write_text(base + ".prec", [&](TextWriter& out) { print_precision(out, results); });
     write_text(base + ".rel", [&](TextWriter& out) { print_reliability(out, results); });
   }
@@ -93,6 +100,10 @@ void QualityOutput::write(BundleProject& project, const std::string& control_fil
     for (std::string& file : write_quality_document(results, nullptr, base, table_form_)) {
       failures_.push_back(std::move(file));
     }
+  }
+  if (!page_.empty()) {
+    const PageInput input{results, nullptr, ending_of(results), {}, {}};
+    write_text(page_, [&](TextWriter& out) { write_page(out, input); });
   }
 }
 

@@ -14,8 +14,11 @@ namespace vorn::app {
 // The options of a command that say what is to be written about the quality of an adjustment.
 class QualityOutput {
  public:
-  // Declares --quality, --prior, --suggest, --exclude, --json and --tables.
+  // Declares --quality, --prior, --suggest, --exclude, --json, --tables and
+  // --html.
   void define(CLI::App& parser);
+  // Asks for the report page as the only output.
+  void ask_for_page(std::string file);
   // Reads the lists that were named, and hooks the output into a run. False, with the reason on the
   // error stream, when a list cannot be read.
   [[nodiscard]] bool attach(RunRequest& request);
@@ -34,6 +37,7 @@ class QualityOutput {
   bool json_ = false;
   QualityRequest quality_request_;
   TableForm table_form_ = TableForm::by_size;
+  std::string page_;  // file of the report page; empty: none
   std::vector<std::string> failures_;
 };
 

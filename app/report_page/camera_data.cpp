@@ -197,8 +197,9 @@ void write_field(JsonWriter& json, const CameraPoints& points) {
   std::vector<double> vx(cells);
   std::vector<double> vy(cells);
   for (std::size_t i = 0; i < points.x.size(); ++i) {
-    const std::size_t cell = cell_of(points.y[i], points.camera->sy, rows) * static_cast<std::size_t>(columns) +
-                             cell_of(points.x[i], points.camera->sx, columns);
+    const std::size_t cell =
+        cell_of(points.y[i], points.camera->sy, rows) * static_cast<std::size_t>(columns) +
+        cell_of(points.x[i], points.camera->sx, columns);
     ++counts[cell];
     vx[cell] += points.vx[i];
     vy[cell] += points.vy[i];

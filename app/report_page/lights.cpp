@@ -9,7 +9,6 @@
 #include <set>
 
 #include "calibration/ap_set.h"
-#include "quality/distributions.h"
 #include "sensors/camera.h"
 #include "text/number_format.h"
 
@@ -33,21 +32,21 @@ struct LightText {
 struct Limits {
   double sigma0_ratio_low = 0.5;
   double sigma0_ratio_high = 2.0;
-  double suspect_level = 0.05;     // over the number of tests
-  double suspects_amber = 0.001;   // of the image points
-  double control_green = 3.0;      // |w|
+  double suspect_level = 0.05;    // over the number of tests
+  double suspects_amber = 0.001;  // of the image points
+  double control_green = 3.0;     // |w|
   double control_amber = 5.0;
-  double checks_green = 1.5;       // RMS over predicted standard deviations
+  double checks_green = 1.5;  // RMS over predicted standard deviations
   double checks_amber = 2.5;
-  double redundancy_green = 0.5;   // mean redundancy number
+  double redundancy_green = 0.5;  // mean redundancy number
   double redundancy_amber = 0.3;
-  double hardly_checked = 0.1;     // redundancy number
-  double hardly_green = 0.01;      // share of coordinates
+  double hardly_checked = 0.1;  // redundancy number
+  double hardly_green = 0.01;   // share of coordinates
   double hardly_amber = 0.05;
   std::int32_t rays = 3;
-  double rays_amber = 0.8;         // share of points
+  double rays_amber = 0.8;  // share of points
   double angle = 5.0 * std::numbers::pi / 180.0;
-  double angle_green = 0.01;       // share of points below
+  double angle_green = 0.01;  // share of points below
   double angle_amber = 0.05;
   double correlation = 0.95;
   double coverage_green = 0.8;
@@ -55,63 +54,89 @@ struct Limits {
 };
 constexpr Limits kLimits;
 
-constexpr LightText kEnd = {
-    "end", "End of the adjustment", "green: converged; amber: finished without convergence; red: failed",
-    "The iterations converged.",
-    "The iterations ended before the changes were small: look for weak unknowns, or allow more iterations.",
-    "There is no result: the findings say what is missing.", ""};
+constexpr LightText kEnd = {"end",
+                            "End of the adjustment",
+                            "green: converged; amber: finished without convergence; red: failed",
+                            "The iterations converged.",
+                            "The iterations ended before the changes were small: look for weak "
+                            "unknowns, or allow more iterations.",
+                            "There is no result: the findings say what is missing.",
+                            ""};
 constexpr LightText kSigma0 = {
-    "sigma0", "Sigma 0 against a priori",
+    "sigma0",
+    "Sigma 0 against a priori",
     "green: inside the 95 % limits of chi-square; amber: ratio between 0.5 and 2; red: else",
     "The observations are as good as assumed.",
-    "The observations are somewhat better or worse than assumed: adapt the a-priori standard deviations.",
-    "The observations are far from what was assumed: look for gross errors first, then at the a-priori "
+    "The observations are somewhat better or worse than assumed: adapt the a-priori standard "
+    "deviations.",
+    "The observations are far from what was assumed: look for gross errors first, then at the "
+    "a-priori "
     "standard deviations.",
     "Without redundancy nothing checks the observations."};
 constexpr LightText kSuspects = {
-    "suspects", "Suspect observations",
-    "green: none with a probability below 0.05 / number of tests; amber: up to 0.1 % of the image points; red: more",
-    "No observation stands out.", "Look at the suspects in the table of residuals.",
+    "suspects",
+    "Suspect observations",
+    "green: none with a probability below 0.05 / number of tests; amber: up to 0.1 % of the image "
+    "points; red: more",
+    "No observation stands out.",
+    "Look at the suspects in the table of residuals.",
     "There are gross errors: look at the worst residuals, exclude them and adjust again.",
     "Nothing can be tested."};
 constexpr LightText kControl = {
-    "control_residuals", "Control residuals", "green: all |w| below 3; amber: up to 5; red: above",
-    "The network fits the control points.", "The worst control points deserve a second look.",
+    "control_residuals",
+    "Control residuals",
+    "green: all |w| below 3; amber: up to 5; red: above",
+    "The network fits the control points.",
+    "The worst control points deserve a second look.",
     "A control point is wrong: check its coordinates, its name and its image points.",
     "No observed control coordinate can be tested."};
 constexpr LightText kChecks = {
-    "check_points", "Check points",
+    "check_points",
+    "Check points",
     "green: RMS up to 1.5 times the predicted standard deviations; amber: up to 2.5; red: above",
     "The check points confirm the predicted precision.",
     "The differences are larger than predicted: look at the worst check points.",
     "The check points contradict the predicted precision: look for systematic errors.",
     "There are no check points: the accuracy is not confirmed by anything outside the adjustment."};
 constexpr LightText kReliability = {
-    "reliability", "Reliability",
-    "green: mean redundancy number above 0.5 and below 1 % of the image coordinates hardly checked (r < 0.1); "
+    "reliability",
+    "Reliability",
+    "green: mean redundancy number above 0.5 and below 1 % of the image coordinates hardly checked "
+    "(r < 0.1); "
     "amber: above 0.3 and below 5 %; red: else",
-    "Gross errors would show.", "Some observations are checked weakly: more rays per point would help.",
-    "Gross errors could stay hidden: measure more rays per point.", "There are no redundancy numbers."};
-constexpr LightText kRays = {
-    "rays", "Rays per point", "green: all points 3 or more; amber: at least 80 %; red: fewer",
-    "Every point is measured in three images or more.",
-    "Points with two rays are checked in one direction only.",
-    "Most points hang on two rays: measure them in more images.", "There are no points."};
+    "Gross errors would show.",
+    "Some observations are checked weakly: more rays per point would help.",
+    "Gross errors could stay hidden: measure more rays per point.",
+    "There are no redundancy numbers."};
+constexpr LightText kRays = {"rays",
+                             "Rays per point",
+                             "green: all points 3 or more; amber: at least 80 %; red: fewer",
+                             "Every point is measured in three images or more.",
+                             "Points with two rays are checked in one direction only.",
+                             "Most points hang on two rays: measure them in more images.",
+                             "There are no points."};
 constexpr LightText kAngles = {
-    "angles", "Intersection angles",
+    "angles",
+    "Intersection angles",
     "green: fewer than 1 % of the points below 5 degrees; amber: fewer than 5 %; red: more",
-    "The rays meet at good angles.", "Some points are weak in depth.",
+    "The rays meet at good angles.",
+    "Some points are weak in depth.",
     "Many points are weak in depth: take images from further apart.",
     "No intersection angles can be computed."};
 constexpr LightText kCalibration = {
-    "calibration", "Calibration",
-    "green: free values significant, no correlation above 0.95 but K with K and P with the principal point; red: else",
-    "The free additional parameters are significant and separable.", "",
+    "calibration",
+    "Calibration",
+    "green: free values significant, no correlation above 0.95 but K with K and P with the "
+    "principal point; red: else",
+    "The free additional parameters are significant and separable.",
+    "",
     "Hold parameters that are not significant, or one of a strongly correlated pair.",
     "No additional parameter is free."};
 constexpr LightText kCoverage = {
-    "coverage", "Coverage of the format",
-    "green: image points in 80 % of the cells (8 x 6) of each calibrated camera; amber: 60 %; red: fewer",
+    "coverage",
+    "Coverage of the format",
+    "green: image points in 80 % of the cells (8 x 6) of each calibrated camera; amber: 60 %; red: "
+    "fewer",
     "The image points cover the formats of the calibrated cameras.",
     "Parts of a format have no image points: the distortion is extrapolated there.",
     "Large parts of a format have no image points: measure points in the corners.",
@@ -119,8 +144,8 @@ constexpr LightText kCoverage = {
 
 Light make(const LightText& text, Colour colour, std::string value) {
   const std::array<std::string_view, 4> sentences = {text.green, text.amber, text.red, text.grey};
-  return {text.name, text.title, colour, std::move(value), text.limits,
-          sentences[static_cast<std::size_t>(colour)]};
+  return {text.name,        text.title,  colour,
+          std::move(value), text.limits, sentences[static_cast<std::size_t>(colour)]};
 }
 
 std::string decimal(double value, int decimals) {
@@ -157,11 +182,6 @@ Light sigma0_light(const QualityResults& results) {
               "ratio " + decimal(ratio, 2));
 }
 
-double log10_p(const ObservedResult& observed) {
-  const double w = standardised(observed.v, observed.s(), observed.r);
-  return is_defined(w) ? chi_square_log10_tail(w * w, 1) : kUndefined;
-}
-
 Light suspects_light(const QualityResults& results) {
   std::vector<double> tests;
   for (const ImagePointResult& point : results.image_points) {
@@ -169,13 +189,15 @@ Light suspects_light(const QualityResults& results) {
     if (is_defined(p)) tests.push_back(p);
   }
   for (const ObservedResult& observed : results.observed_parameters) {
-    const double p = log10_p(observed);
+    const double p = observed_test(observed).log10_p;
     if (is_defined(p)) tests.push_back(p);
   }
   if (tests.empty()) return make(kSuspects, Colour::grey, "no tests");
   const double limit = std::log10(kLimits.suspect_level / static_cast<double>(tests.size()));
-  const auto count = std::count_if(tests.begin(), tests.end(), [limit](double p) { return p < limit; });
-  const double share = static_cast<double>(count) / static_cast<double>(std::max<std::size_t>(1, results.image_points.size()));
+  const auto count =
+      std::count_if(tests.begin(), tests.end(), [limit](double p) { return p < limit; });
+  const double share = static_cast<double>(count) /
+                       static_cast<double>(std::max<std::size_t>(1, results.image_points.size()));
   return make(kSuspects, small(share, 0.0, kLimits.suspects_amber),
               std::to_string(count) + " of " + std::to_string(tests.size()) + " tests");
 }
@@ -227,18 +249,24 @@ Light reliability_light(const QualityResults& results) {
   if (count == 0.0 || !results.has_figures) return make(kReliability, Colour::grey, "not computed");
   const double mean = sum / count;
   const double share = static_cast<double>(hardly) / count;
-  const auto within = [&](double redundancy, double hidden) { return mean > redundancy && share < hidden; };
-  const Colour otherwise = within(kLimits.redundancy_amber, kLimits.hardly_amber) ? Colour::amber : Colour::red;
-  return make(kReliability, within(kLimits.redundancy_green, kLimits.hardly_green) ? Colour::green : otherwise,
+  const auto within = [&](double redundancy, double hidden) {
+    return mean > redundancy && share < hidden;
+  };
+  const Colour otherwise =
+      within(kLimits.redundancy_amber, kLimits.hardly_amber) ? Colour::amber : Colour::red;
+  return make(kReliability,
+              within(kLimits.redundancy_green, kLimits.hardly_green) ? Colour::green : otherwise,
               "mean redundancy number " + decimal(mean, 2) + ", hardly checked " + percent(share));
 }
 
 Light rays_light(const QualityResults& results) {
   if (results.points.empty()) return make(kRays, Colour::grey, "no points");
-  const auto enough = std::count_if(results.points.begin(), results.points.end(),
-                                    [](const PointResult& point) { return point.rays >= kLimits.rays; });
+  const auto enough =
+      std::count_if(results.points.begin(), results.points.end(),
+                    [](const PointResult& point) { return point.rays >= kLimits.rays; });
   const double share = static_cast<double>(enough) / static_cast<double>(results.points.size());
-  return make(kRays, large(share, 1.0, kLimits.rays_amber), percent(share) + " of the points with 3 rays or more");
+  return make(kRays, large(share, 1.0, kLimits.rays_amber),
+              percent(share) + " of the points with 3 rays or more");
 }
 
 Light angles_light(const QualityResults& results) {
@@ -270,7 +298,9 @@ bool is_usual_pair(std::string_view a, std::string_view b) {
 const ParameterResult* first_insignificant(const QualityResults& results, bool& any_free) {
   const ParameterResult* found = nullptr;
   for (const ParameterResult& parameter : results.parameters) {
-    if (object_type_of(*parameter.unknown.object) != ObjectType::ap_set || parameter.unknown.is_fixed()) continue;
+    if (object_type_of(*parameter.unknown.object) != ObjectType::ap_set ||
+        parameter.unknown.is_fixed())
+      continue;
     any_free = true;
     const double ratio = std::fabs(*parameter.unknown.record().value) / parameter.sd;
     if (found == nullptr && !(ratio > results.settings.significance_limit)) found = &parameter;
@@ -281,10 +311,12 @@ const ParameterResult* first_insignificant(const QualityResults& results, bool& 
 Light calibration_light(const QualityResults& results) {
   bool any_free = false;
   const ParameterResult* const weak = first_insignificant(results, any_free);
-  if (!any_free || !results.has_figures) return make(kCalibration, Colour::grey, "no free parameters");
+  if (!any_free || !results.has_figures)
+    return make(kCalibration, Colour::grey, "no free parameters");
   if (weak != nullptr) {
-    return make(kCalibration, Colour::red,
-                parameter_name(weak->unknown) + " of " + weak->unknown.object->id + " is not significant");
+    return make(
+        kCalibration, Colour::red,
+        parameter_name(weak->unknown) + " of " + weak->unknown.object->id + " is not significant");
   }
   const std::vector<Unknown>& names = results.ap_correlation.parameters;
   for (std::size_t i = 0; i < names.size(); ++i) {
@@ -313,7 +345,8 @@ int cell_of(double value, double size, int cells) {
 Light coverage_light(const QualityResults& results) {
   const double share = coverage(results);
   if (!is_defined(share)) return make(kCoverage, Colour::grey, "no calibrated camera");
-  return make(kCoverage, large(share, kLimits.coverage_green, kLimits.coverage_amber), percent(share) + " of the cells");
+  return make(kCoverage, large(share, kLimits.coverage_green, kLimits.coverage_amber),
+              percent(share) + " of the cells");
 }
 
 }  // namespace
@@ -330,7 +363,8 @@ double coverage(const QualityResults& results) {
     if (!is_calibrated(camera)) continue;
     std::set<int>& covered = cells[&camera];
     for (std::int32_t k = 0; k < image.points; ++k) {
-      const ImagePoint& point = *results.image_points[image.first + static_cast<std::size_t>(k)].point;
+      const ImagePoint& point =
+          *results.image_points[image.first + static_cast<std::size_t>(k)].point;
       const Pair xy = camera.pixel_to_image({point.x, point.y});
       covered.insert(cell_of(xy[1], camera.sy, kCoverageRows) * kCoverageColumns +
                      cell_of(xy[0], camera.sx, kCoverageColumns));

@@ -12,8 +12,8 @@ namespace vorn::app {
 [[nodiscard]] std::string base64(std::span<const std::uint8_t> bytes);
 // 32-bit floats; what is not finite becomes NaN.
 [[nodiscard]] std::string packed_floats(std::span<const double> values);
-// 16-bit integers n with value = scale * n; -32768 stands for what is not finite. `scale` is chosen so
-// that the largest value fits.
+// 16-bit integers n with value = scale * n; -32768 stands for what is not finite. `scale` is chosen
+// so that the largest value fits.
 [[nodiscard]] std::string packed_shorts(std::span<const double> values, double& scale);
 
 }  // namespace vorn::app

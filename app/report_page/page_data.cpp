@@ -7,8 +7,8 @@
 #include "app/json_stream.h"
 #include "app/report_page/camera_data.h"
 #include "app/report_page/lights.h"
-#include "app/report_page/page_tables.h"
 #include "app/report_page/packed_column.h"
+#include "app/report_page/page_tables.h"
 #include "geometry/ext_orientation.h"
 #include "sensors/camera.h"
 
@@ -91,12 +91,15 @@ void write_lights(JsonWriter& json, const QualityResults& results) {
   json.end_array();
 }
 
-// Residual of a control point (adjusted - given), difference of a check point (given - adjusted).
+// Residual of a control point (adjusted - given), difference of a check point (given - adjusted); 0
+// where the coordinate is not given.
 double vector_of(const PointResult& result, std::size_t c) {
   const ObjectPoint& point = *result.point;
-  if (point.type != PointType::control && point.type != PointType::check) return 0.0;
-  const double change = point.xyz[c] - point.param(static_cast<std::int32_t>(c)).initial;
-  return point.type == PointType::control ? change : -change;
+  const auto k = static_cast<std::int32_t>(c);
+  const double change = point.xyz[c] - point.param(k).initial;
+  if (point.type == PointType::check) return point.check[c] ? -change : 0.0;
+  const bool given = point.param(k).state != ParamState::unknown;
+  return point.type == PointType::control && given ? change : 0.0;
 }
 
 void write_points(JsonWriter& json, const QualityResults& results) {
@@ -172,13 +175,17 @@ void write_iterations(JsonWriter& json, const QualityResults& results) {
   json.key("iterations").begin_array();
   for (const IterationStatistics& step : results.iterations) {
     json.begin_object();
-    json.key("iteration").integer(step.iteration);
-    json.key("vtpv_predicted").number(step.vtpv_predicted);
-    json.key("sigma0_predicted").number(step.sigma0_predicted);
-    json.key("max_change_point").number(step.max_change_point);
-    json.key("max_change_centre").number(step.max_change_centre);
-    json.key("max_change_rotation").number(step.max_change_rotation);
-    json.key("max_change_geometry").number(step.max_change_geometry);
+    json.key("iteration").integer(step.number);
+    json.key("vtpv_predicted").number(step.vtpv);
+    json.key("sigma0_predicted").number(step.sigma0);
+    const auto change = [&json](std::string_view name, const GroupChange& group) {
+      json.key(name);
+      group.count > 0 ? json.number(group.max) : json.null();
+    };
+    change("max_change_point", step.points);
+    change("max_change_centre", step.centres);
+    change("max_change_rotation", step.rotations);
+    change("max_change_geometry", step.geometries);
     json.end_object();
   }
   json.end_array();
@@ -206,7 +213,7 @@ void write_groups(JsonWriter& json, const QualityResults& results) {
 
 void write_page_data(TextWriter& out, const PageInput& input) {
   const QualityResults& results = input.results;
-  JsonWriter json(out, JsonWriter::Form::for_markup);
+  JsonWriter json(out, JsonPlace::markup);
   json.begin_object();
   json.key("format").text("vorn-report");
   json.key("format_version").text("1.0");

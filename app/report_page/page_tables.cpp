@@ -36,15 +36,16 @@ class TableWriter {
   void shared_count(std::string_view name, std::string_view head) {
     columns_.push_back({name, head, "", "count", 0, 1.0, false, {}, {}});
   }
-  void shared_number(std::string_view name, std::string_view head, std::string_view unit, double factor,
-                     int decimals) {
+  void shared_number(std::string_view name, std::string_view head, std::string_view unit,
+                     double factor, int decimals) {
     columns_.push_back({name, head, unit, "number", decimals, factor, false, {}, {}});
   }
-  void text(std::string_view name, std::string_view head, std::function<std::string_view(std::size_t)> value,
-            bool wide = false) {
+  void text(std::string_view name, std::string_view head,
+            std::function<std::string_view(std::size_t)> value, bool wide = false) {
     columns_.push_back({name, head, "", "text", -1, 1.0, wide, {}, std::move(value)});
   }
-  void count(std::string_view name, std::string_view head, std::function<double(std::size_t)> value) {
+  void count(std::string_view name, std::string_view head,
+             std::function<double(std::size_t)> value) {
     columns_.push_back({name, head, "", "count", 0, 1.0, false, std::move(value), {}});
   }
   // Shown as value * factor in the unit.
@@ -123,19 +124,23 @@ std::vector<Residual> worst_residuals(const QualityResults& results) {
   std::vector<Residual> residuals;
   for (const ImageResult& image : results.images) {
     for (std::int32_t i = 0; i < image.points; ++i) {
-      Residual residual{image.image, &results.image_points[image.first + static_cast<std::size_t>(i)]};
+      Residual residual{image.image,
+                        &results.image_points[image.first + static_cast<std::size_t>(i)]};
       for (std::size_t k = 0; k < 2; ++k) {
-        const double size = results.has_figures ? std::fabs(residual.w(k))
-                                                : std::fabs(residual.point->v[k] / residual.point->s[k]);
+        const double size = results.has_figures
+                                ? std::fabs(residual.w(k))
+                                : std::fabs(residual.point->v[k] / residual.point->s[k]);
         if (size > residual.size) residual.size = size;
       }
       residuals.push_back(residual);
     }
   }
-  const auto end = residuals.begin() + static_cast<std::ptrdiff_t>(std::min(kWorstResiduals, residuals.size()));
-  std::partial_sort(residuals.begin(), end, residuals.end(), [](const Residual& a, const Residual& b) {
-    return a.size != b.size ? a.size > b.size : a.point < b.point;
-  });
+  const auto end =
+      residuals.begin() + static_cast<std::ptrdiff_t>(std::min(kWorstResiduals, residuals.size()));
+  std::partial_sort(residuals.begin(), end, residuals.end(),
+                    [](const Residual& a, const Residual& b) {
+                      return a.size != b.size ? a.size > b.size : a.point < b.point;
+                    });
   residuals.erase(end, residuals.end());
   return residuals;
 }
@@ -144,14 +149,16 @@ void write_residuals(JsonWriter& json, const QualityResults& results) {
   const std::vector<Residual> rows = worst_residuals(results);
   TableWriter table(json, "residuals", "Worst residuals of image points", rows.size());
   table.text("image", "Image", [&](std::size_t i) { return std::string_view(rows[i].image->id); });
-  table.text("point", "Point", [&](std::size_t i) { return std::string_view(rows[i].point->point->id); });
+  table.text("point", "Point",
+             [&](std::size_t i) { return std::string_view(rows[i].point->point->id); });
   constexpr std::string_view kV[] = {"vx", "vy"};
   constexpr std::string_view kW[] = {"wx", "wy"};
   constexpr std::string_view kTau[] = {"tau_x", "tau_y"};
   constexpr std::string_view kR[] = {"rx", "ry"};
   constexpr std::string_view kMdb[] = {"mdb_x", "mdb_y"};
   for (std::size_t k = 0; k < 2; ++k) {
-    table.number(kV[k], kV[k], "\u00b5m", kMicrometres, 2, [&rows, k](std::size_t i) { return rows[i].point->v[k]; });
+    table.number(kV[k], kV[k], "\u00b5m", kMicrometres, 2,
+                 [&rows, k](std::size_t i) { return rows[i].point->v[k]; });
   }
   if (results.has_figures) {
     for (std::size_t k = 0; k < 2; ++k) {
@@ -162,7 +169,8 @@ void write_residuals(JsonWriter& json, const QualityResults& results) {
                    [&rows, &results, k](std::size_t i) { return results.tau(rows[i].w(k)); });
     }
     for (std::size_t k = 0; k < 2; ++k) {
-      table.number(kR[k], kR[k], "", 1.0, 2, [&rows, k](std::size_t i) { return rows[i].point->r[k]; });
+      table.number(kR[k], kR[k], "", 1.0, 2,
+                   [&rows, k](std::size_t i) { return rows[i].point->r[k]; });
     }
     for (std::size_t k = 0; k < 2; ++k) {
       table.number(kMdb[k], k == 0 ? "mdb x" : "mdb y", "\u00b5m", kMicrometres, 1,
@@ -179,12 +187,16 @@ void write_images(JsonWriter& json, const QualityResults& results) {
   const std::vector<ImageResult>& rows = results.images;
   TableWriter table(json, "images", "Images", rows.size());
   table.text("id", "Image", [&](std::size_t i) { return std::string_view(rows[i].image->id); });
-  table.text("camera", "Camera", [&](std::size_t i) { return std::string_view(rows[i].image->camera->id); });
+  table.text("camera", "Camera",
+             [&](std::size_t i) { return std::string_view(rows[i].image->camera->id); });
   table.count("points", "Points", [&](std::size_t i) { return double(rows[i].points); });
-  table.number("rms_vx", "RMS vx", "\u00b5m", kMicrometres, 2, [&](std::size_t i) { return rows[i].rms_vx; });
-  table.number("rms_vy", "RMS vy", "\u00b5m", kMicrometres, 2, [&](std::size_t i) { return rows[i].rms_vy; });
+  table.number("rms_vx", "RMS vx", "\u00b5m", kMicrometres, 2,
+               [&](std::size_t i) { return rows[i].rms[0]; });
+  table.number("rms_vy", "RMS vy", "\u00b5m", kMicrometres, 2,
+               [&](std::size_t i) { return rows[i].rms[1]; });
   if (results.has_figures) {
-    table.number("redundancy", "Redundancy", "", 1.0, 1, [&](std::size_t i) { return rows[i].redundancy; });
+    table.number("redundancy", "Redundancy", "", 1.0, 1,
+                 [&](std::size_t i) { return rows[i].redundancy; });
     table.number("max_w", "Largest |w|", "", 1.0, 2, [&](std::size_t i) { return rows[i].max_w; });
   }
   table.finish();
@@ -221,7 +233,8 @@ void write_points(JsonWriter& json, const QualityResults& results) {
   table.shared_text("id", "Point");
   table.text("role", "Role", [&](std::size_t i) { return role_word(*rows[i].point); });
   table.shared_count("rays", "Rays");
-  for (std::size_t c = 0; c < 3; ++c) table.shared_number(kAxes[c], kHeads[c], "m", 1.0, decimals + 3);
+  for (std::size_t c = 0; c < 3; ++c)
+    table.shared_number(kAxes[c], kHeads[c], "m", 1.0, decimals + 3);
   if (results.has_figures) {
     for (std::size_t c = 0; c < 3; ++c) {
       table.shared_number(kSds[c], kSdHeads[c], "mm", kMillimetres, decimals);
@@ -244,17 +257,22 @@ void write_control(JsonWriter& json, const QualityResults& results) {
   }
   const int decimals = millimetre_decimals(results);
   TableWriter table(json, "control", "Observed coordinates of control points", rows.size());
-  table.text("point", "Point", [&](std::size_t i) { return std::string_view(rows[i].observed->unknown.object->id); });
-  table.text("coordinate", "Coordinate", [&](std::size_t i) { return std::string_view(rows[i].object); });
-  table.number("v", "v", "mm", kMillimetres, decimals, [&](std::size_t i) { return rows[i].observed->v; });
-  table.number("s", "Std. dev. a priori", "mm", kMillimetres, decimals, [&](std::size_t i) { return rows[i].observed->s(); });
+  table.text("point", "Point",
+             [&](std::size_t i) { return std::string_view(rows[i].observed->unknown.object->id); });
+  table.text("coordinate", "Coordinate",
+             [&](std::size_t i) { return std::string_view(rows[i].object); });
+  table.number("v", "v", "mm", kMillimetres, decimals,
+               [&](std::size_t i) { return rows[i].observed->v; });
+  table.number("s", "Std. dev. a priori", "mm", kMillimetres, decimals,
+               [&](std::size_t i) { return rows[i].observed->s(); });
   if (results.has_figures) {
     table.number("r", "r", "", 1.0, 2, [&](std::size_t i) { return rows[i].observed->r; });
     table.number("w", "w", "", 1.0, 2, [&](std::size_t i) {
       return standardised(rows[i].observed->v, rows[i].observed->s(), rows[i].observed->r);
     });
     table.number("mdb", "mdb", "mm", kMillimetres, decimals, [&](std::size_t i) {
-      return smallest_detectable(rows[i].observed->s(), rows[i].observed->r, results.settings.delta0);
+      return smallest_detectable(rows[i].observed->s(), rows[i].observed->r,
+                                 results.settings.delta0);
     });
   }
   table.finish();
@@ -271,17 +289,19 @@ void write_checks(JsonWriter& json, const QualityResults& results) {
   }
   if (results.has_figures) {
     for (std::size_t c = 0; c < 3; ++c) {
-      table.number(kSds[c], kSdHeads[c], "mm", kMillimetres, decimals, [&rows, c](std::size_t i) { return rows[i].sd[c]; });
+      table.number(kSds[c], kSdHeads[c], "mm", kMillimetres, decimals,
+                   [&rows, c](std::size_t i) { return rows[i].sd[c]; });
     }
   }
   table.finish();
 }
 
-void write_remarks(JsonWriter& json, std::string_view name, std::string_view title, std::string_view head,
-                   const std::vector<PageRemark>& rows) {
+void write_remarks(JsonWriter& json, std::string_view name, std::string_view title,
+                   std::string_view head, const std::vector<PageRemark>& rows) {
   TableWriter table(json, name, title, rows.size());
   table.text("object", "Object", [&](std::size_t i) { return std::string_view(rows[i].object); });
-  table.text("text", head, [&](std::size_t i) { return std::string_view(rows[i].text); }, true);
+  table.text(
+      "text", head, [&](std::size_t i) { return std::string_view(rows[i].text); }, true);
   table.finish();
 }
 

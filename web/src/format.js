@@ -36,6 +36,9 @@ function superscript(n) {
   return n < 0 ? "\u207b" + text : text;
 }
 
+/** A unit with its power raised: "1/mm2" as 1/mm\u00b2. */
+export const unit_text = (unit) => unit.replace(/\d+$/, (power) => superscript(Number(power)));
+
 /** Thousands apart. */
 export const count = (n) =>
   defined(n) ? String(n).replace(/\B(?=(\d{3})+(?!\d))/g, "\u202f") : "\u2013";

@@ -1,6 +1,6 @@
 import { column, table, rows } from "../data.js";
 import { element, figure, choice, plain_table } from "../dom.js";
-import { count, decimals_for, fixed, quantile, round_down, short } from "../format.js";
+import { count, decimals_for, defined, fixed, quantile, round_down, short, unit_text } from "../format.js";
 import { Plot, kColours, histogram, plan, plot, point_cloud, resolved } from "../plots.js";
 
 /** One block for each camera. */
@@ -31,10 +31,12 @@ function values_table(camera) {
     { head: "Parameter", number: false, values: v.parameter },
     { head: "Value", values: index(n, (i) => scientific(v.value[i], v.sd?.[i])) },
     { head: "Std. dev.", values: index(n, (i) => (v.sd ? sd_text(v.sd[i]) : null)) },
-    { head: "Unit", number: false, values: v.unit },
+    { head: "Unit", number: false, values: v.unit.map(unit_text) },
     { head: "Value", unit: "px", values: index(n, (i) => (v.value_px?.[i] == null ? null : fixed(v.value_px[i], decimals_for(v.sd_px?.[i])))) },
     { head: "Std. dev.", unit: "px", values: index(n, (i) => (v.sd_px?.[i] == null ? null : fixed(v.sd_px[i], decimals_for(v.sd_px[i])))) },
   ];
+  // A camera measured in image coordinates has no pixels.
+  if (!v.value_px?.some(defined)) columns.length -= 2;
   return plain_table(`Camera ${camera.id}, ${camera.type}: interior orientation and additional parameters`, columns, n);
 }
 

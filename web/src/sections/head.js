@@ -41,9 +41,9 @@ export function lights(report) {
         element(
           "span",
           {},
-          element("span", { class: "value" }, l.value),
-          element("span", {}, ` ${l.sentence} `),
-          element("span", { class: "limit" }, `Limits: ${l.limits}`),
+          element("strong", { class: "value" }, l.value),
+          element("span", {}, `. ${l.sentence} `),
+          element("span", { class: "limit" }, `Limits: ${l.limits}.`),
         ),
       ),
     ),

@@ -1,0 +1,36 @@
+// vorn report: one run of a project, and its page.
+
+#include "app/project_run.h"
+#include "app/quality_output.h"
+#include "app/report_page/page.h"
+
+namespace vorn::app {
+namespace {
+
+class ReportCommand final : public Command {
+ public:
+  void define(CLI::App& parser) override {
+    project_.define(parser);
+    parser.add_option("-o,--output", page_, "the page to write")
+        ->type_name("REPORT.html")
+        ->check(can_write_pages)
+        ->required();
+  }
+  ExitStatus run() override {
+    quality_.ask_for_page(page_);
+    if (!quality_.attach(project_.request)) return kFailed;
+    const ExitStatus status = project_.run();
+    return quality_.report_failures() ? status : kFailed;
+  }
+
+ private:
+  ProjectRun project_;
+  QualityOutput quality_;
+  std::string page_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> make_report_command() { return std::make_unique<ReportCommand>(); }
+
+}  // namespace vorn::app
