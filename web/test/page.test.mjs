@@ -1,6 +1,6 @@
 // Opens the pages of the examples in headless Chromium and looks at them as a reader would.
 //
-//   VORN=path/to/vorn node --test test/
+//   VORN=path/to/vorn node --test test/page.test.mjs
 
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
