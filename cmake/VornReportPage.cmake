@@ -28,6 +28,7 @@ if(NOT EXISTS "${fetched}")
   execute_process(
     COMMAND "${VORN_NPM}" ci --ignore-scripts --no-audit --no-fund
     WORKING_DIRECTORY "${page_dir}"
+    TIMEOUT 180
     RESULT_VARIABLE failed OUTPUT_QUIET ERROR_QUIET)
   if(failed)
     message(STATUS "npm could not fetch the packages of web/: the command is built without the "
