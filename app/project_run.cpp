@@ -1,8 +1,11 @@
 #include "app/project_run.h"
 
+#include <optional>
 #include <string_view>
 
+#include "app/diagnosis_text.h"
 #include "driver/output_guard.h"
+#include "quality/diagnosis.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -43,6 +46,14 @@ void print_summary(const RunSummary& summary, bool with_cameras) {
   }
 }
 
+void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
+  TextWriter& err = error_output();
+  if (summary.result == 1) {
+    err << "\nvorn: rounding alone made this adjustment possible; its results are worth nothing:\n";
+  }
+  print_findings(err, diagnosis);
+}
+
 }  // namespace
 
 void ProjectRun::define(CLI::App& parser) {
@@ -53,10 +64,14 @@ ExitStatus ProjectRun::run() const {
   const std::vector<InputClash> clashes = find_input_clashes(request.path, request.with_cameras);
   for (const InputClash& clash : clashes) print_clash(clash);
   if (!clashes.empty()) return kFailed;
-  const RunSummary summary = run_project(request);
+  std::optional<Diagnosis> diagnosis;
+  RunRequest diagnosed = request;
+  diagnosed.hear_diagnosis = [&](const Diagnosis& heard) { diagnosis = heard; };
+  const RunSummary summary = run_project(diagnosed);
   // The library's own text comes first, whatever the streams are connected to.
   flush_console();
   print_summary(summary, request.with_cameras);
+  if (diagnosis) print_diagnosis(summary, *diagnosis);
   return summary.result == 1 ? kSuccess : kFailed;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "base/owned_list.h"
@@ -22,6 +23,21 @@
 #include "text/findings.h"
 
 namespace vorn {
+
+// What the checks of the data took out of the project.
+struct RemovedImage {
+  std::string id;
+  std::string geometry_id;
+  std::int32_t num_points = 0;
+};
+struct RemovedPoint {
+  std::string id;
+  std::int32_t num_rays = 0;
+};
+struct Removals {
+  std::vector<RemovedImage> images;
+  std::vector<RemovedPoint> points;
+};
 
 // Everything that one run reads and computes. It owns every object read; all other references to
 // them are non-owning. Each stage of a run is one operation, implemented in the folder of its
@@ -87,6 +103,8 @@ class BundleProject {
   OwnedList<AttCorrection> att_corrections;
   AdjObjectList unknowns;
 
+  Removals removals;
+
   // The image points in the order of the normal matrix; empty for small systems.
   ObservationTable observations;
 
@@ -100,8 +118,9 @@ class BundleProject {
   double vtpv = 0.0;
   double sigma0 = 0.0;  // a posteriori [m]
   std::int32_t redundancy = 0;
-  std::int32_t num_iterations = 0;  // of the last iteration loop
-  bool converged = false;           // whether it ended before the maximum number
+  std::int32_t num_iterations = 0;   // of the last iteration loop
+  std::int32_t failed_unknown = -1;  // where the last factorisation stopped; -1: it did not
+  bool converged = false;            // whether it ended before the maximum number
   IterationEnding ending = IterationEnding::max_iterations;
   // Object points that damped iterations held or moved, in the order in which that happened.
   std::vector<HeldPoint> held_points;

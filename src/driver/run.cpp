@@ -5,6 +5,7 @@
 #include "driver/bundle_project.h"
 #include "driver/output_guard.h"
 #include "lsq/ls_params.h"
+#include "quality/diagnosis.h"
 #include "text/file_system.h"
 
 namespace vorn {
@@ -95,6 +96,16 @@ int adjust(const RunRequest& request, BundleProject& project, TokenReader& contr
   return iterated;
 }
 
+bool has_normal_equations(const BundleProject& project) { return project.normal.size() > 0; }
+
+// A completed run is diagnosed only when nothing but rounding made it possible.
+void tell_diagnosis(const RunRequest& request, BundleProject& project, bool completed) {
+  if (!request.hear_diagnosis) return;
+  restore_initial_values(project);
+  const Diagnosis diagnosis = diagnose(project);
+  if (!completed || diagnosis.has_errors()) request.hear_diagnosis(diagnosis);
+}
+
 }  // namespace
 
 RunSummary run_project(const RunRequest& request) {
@@ -124,6 +135,8 @@ RunSummary run_project(const RunRequest& request) {
   const std::string name = full_path.substr(directory.size());
   TokenReader control_tokens(control_file.view(), name, project.findings);
   if (adjust(request, project, control_tokens, directory, streams.report, summary.times) != 1) {
+    streams.close();
+    if (has_normal_equations(project)) tell_diagnosis(request, project, false);
     return summary;
   }
   StopWatch watch;
@@ -134,7 +147,9 @@ RunSummary run_project(const RunRequest& request) {
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;
   summary.iterations = project.num_iterations;
+  const bool doubtful = is_doubtful(project);
   if (request.inspect) request.inspect(project);
+  if (doubtful) tell_diagnosis(request, project, true);
   return summary;
 }
 

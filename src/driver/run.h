@@ -12,6 +12,7 @@ namespace vorn {
 
 class BundleProject;
 class FindingListener;
+struct Diagnosis;
 
 // Wall-clock time that the stages of a run took [s].
 struct RunTimes {
@@ -45,6 +46,9 @@ struct RunRequest {
   // Where given, sees the project after a completed adjustment, when all files are written and
   // closed, just before it is destroyed.
   std::function<void(BundleProject&)> inspect = nullptr;
+  // Where given, hears what is wrong with a network whose iterations failed, or whose normal
+  // equations could be solved by rounding only. It takes a diagnosis, at the approximate values.
+  std::function<void(const Diagnosis&)> hear_diagnosis = nullptr;
 };
 
 // Runs the project of a control file from reading to the last report line. Throws std::bad_alloc

@@ -1,5 +1,14 @@
 #include "quality/diagnosis.h"
 
+#include <algorithm>
+
+#include "driver/bundle_project.h"
+#include "quality/diagnosis_datum.h"
+#include "quality/diagnosis_findings.h"
+#include "quality/diagnosis_network.h"
+#include "quality/diagnosis_system.h"
+#include "quality/diagnosis_weakness.h"
+
 namespace vorn {
 
 std::string_view motion_kind_name(MotionKind kind) {
@@ -11,6 +20,115 @@ std::string_view motion_kind_name(MotionKind kind) {
 std::string_view severity_name(FindingSeverity severity) {
   constexpr std::array<std::string_view, 3> kNames = {"error", "warning", "info"};
   return kNames[static_cast<std::size_t>(severity)];
+}
+
+namespace {
+
+constexpr std::size_t kListed = 10;
+constexpr std::int32_t kMostWithEigenvalues = 6000;
+
+// Vectors in the basis of the search for weak directions: as many as pay, and fit the memory that
+// the normal equations take anyway.
+std::size_t basis_size(std::int32_t unknowns) {
+  constexpr std::size_t kElements = 40'000'000;
+  return std::clamp<std::size_t>(kElements / static_cast<std::size_t>(std::max(unknowns, 1)), 16,
+                                 120);
+}
+
+void list_pivots(const UnknownNames& names, const Weakness& weakness, Diagnosis& diagnosis) {
+  for (const auto& [ratio, unknown] : weakness.pivots()) {
+    if (diagnosis.smallest_pivots.size() == kListed) break;
+    diagnosis.smallest_pivots.push_back({names.item(unknown), ratio});
+  }
+}
+
+void list_eigenvalues(const UnknownNames& names, const std::vector<WeakDirection>& directions,
+                      Diagnosis& diagnosis) {
+  for (const WeakDirection& direction : directions) {
+    if (diagnosis.smallest_eigenvalues.size() == kListed) break;
+    DiagnosedEigenvalue& eigenvalue = diagnosis.smallest_eigenvalues.emplace_back();
+    eigenvalue.value = direction.eigenvalue;
+    std::vector<std::pair<double, std::int32_t>> shares;
+    for (std::size_t u = 0; u < direction.elements.size(); ++u) {
+      shares.emplace_back(-direction.share(u), static_cast<std::int32_t>(u));
+    }
+    const std::size_t count = std::min(kListed, shares.size());
+    std::partial_sort(shares.begin(), shares.begin() + static_cast<std::ptrdiff_t>(count),
+                      shares.end());
+    for (std::size_t i = 0; i < count; ++i) {
+      constexpr double kNoShare = 1e-6;
+      if (-shares[i].first < kNoShare) break;
+      eigenvalue.parts.emplace_back(names.item(shares[i].second), -shares[i].first);
+    }
+  }
+}
+
+bool has_error(const Diagnosis& diagnosis) {
+  return std::any_of(
+      diagnosis.findings.begin(), diagnosis.findings.end(),
+      [](const DiagnosisFinding& f) { return f.severity == FindingSeverity::error; });
+}
+
+void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
+                       const std::vector<DatumAnalysis::Changes>& free_motions, bool has_failed,
+                       Diagnosis& diagnosis) {
+  const Weakness weakness(system, free_motions);
+  list_pivots(names, weakness, diagnosis);
+  diagnosis.has_eigenvalues = system.size() <= kMostWithEigenvalues;
+  if (weakness.is_regular() && !diagnosis.has_eigenvalues && !has_failed) return;
+  const std::vector<WeakDirection> directions = weakness.directions(basis_size(system.size()));
+  if (diagnosis.has_eigenvalues) list_eigenvalues(names, directions, diagnosis);
+  // What a run failed for may be determined by a hair at the approximate values.
+  constexpr double kOpen = 1e-14;
+  constexpr double kNearlyOpen = 1e-8;
+  find_inseparable(names, directions, kOpen, diagnosis);
+  if (has_failed && !has_error(diagnosis)) {
+    find_inseparable(names, directions, kNearlyOpen, diagnosis);
+  }
+}
+
+}  // namespace
+
+Diagnosis diagnose(BundleProject& project) {
+  Diagnosis diagnosis;
+  const UnknownNames names(project);
+  const Network network(project);
+  const bool has_failed = project.failed_unknown >= 0;
+  if (has_failed) diagnosis.failed_at = names.item(project.failed_unknown);
+  for (const std::int32_t part : network.part_of_points()) {
+    diagnosis.component_of_point.push_back(part + 1);
+  }
+
+  DatumAnalysis datum(network);
+  DiagnosedSystem system(project, [&datum](const LinearisedPoint& point) { datum.add(point); });
+  diagnosis.components = datum.components(system);
+  find_datum_defects(network, diagnosis);
+  find_unobserved(project, system, diagnosis);
+  find_weak_intersections(project, system, diagnosis);
+  look_for_weakness(names, system, datum.free_changes(system), has_failed, diagnosis);
+
+  std::stable_sort(
+      diagnosis.findings.begin(), diagnosis.findings.end(),
+      [](const DiagnosisFinding& a, const DiagnosisFinding& b) { return a.severity < b.severity; });
+  return diagnosis;
+}
+
+void restore_initial_values(BundleProject& project) {
+  for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
+    const AdjObject& object = project.unknowns[i];
+    for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
+      *object.param(k).value = object.param(k).initial;
+    }
+  }
+  for (ImageGeometry& geometry : project.image_geometries) geometry.update();
+}
+
+bool is_doubtful(const BundleProject& project) {
+  for (std::int32_t u = 0; u < project.markers.size(); ++u) {
+    const double marker = project.markers[u];
+    if (marker * marker < kSmallestPivotRatio * project.normal.at(u, u)) return true;
+  }
+  return false;
 }
 
 }  // namespace vorn

@@ -12,6 +12,8 @@
 
 namespace vorn {
 
+class BundleProject;
+
 // What holds a network and what does not, in words and numbers. It names objects by their
 // identifiers and outlives the project it was made from.
 
@@ -24,6 +26,9 @@ struct DiagnosedItem {
 
   bool operator==(const DiagnosedItem&) const = default;
 };
+
+// What findings call it: "point 17", "Zo of orientation P82", "K1 of AP set s1".
+[[nodiscard]] std::string in_words(const DiagnosedItem& item);
 
 // The seven motions that change no image: translations and rotations along and about the three
 // axes, and the change of scale.
@@ -112,5 +117,17 @@ struct Diagnosis {
     return !findings.empty() && findings.front().severity == FindingSeverity::error;
   }
 };
+
+// Diagnoses a project whose unknowns are registered and whose normal equations have their
+// structure, at the current values. The normal equations are formed anew and used up.
+[[nodiscard]] Diagnosis diagnose(BundleProject& project);
+
+// Takes all unknowns back to where they were before the iterations: that is where a run that failed
+// is diagnosed, since later iterations may have diverged.
+void restore_initial_values(BundleProject& project);
+
+// Whether the last factorisation may have passed by rounding only: a pivot ratio of its own is
+// below kSmallestPivotRatio. Weights of suppression and conditions can be the reason, too.
+[[nodiscard]] bool is_doubtful(const BundleProject& project);
 
 }  // namespace vorn

@@ -74,6 +74,7 @@ void BundleProject::check_rays_per_point(TextWriter* out) {
         report << "\nATTENTION: BundleImage " << ray.image->id << " point " << point->id
                << " removed.\n";
       }
+      removals.points.push_back({point->id, point->num_rays});
       object_points.remove(slot);
       ++removed;
     }
@@ -99,6 +100,7 @@ void BundleProject::check_rays_per_image(TextWriter* out) {
     report << image->id << ": " << num_points;
     if (num_points < kMinPointsPerImage) {
       report << " -> removed";
+      removals.images.push_back({image->id, image->geometry_id, num_points});
       images.remove(slot);
       ++removed;
     }

@@ -126,16 +126,22 @@ class Simulation {
     std::string turning_stations;  // of orientations that an attitude correction turns
     for (std::size_t i = 0; i < spec_.images; ++i) {
       const auto time = static_cast<double>(i);
+      const double place = spec_.twins && i == 1 ? 0.0 : time;
       const double azimuth =
-          0.3 + 2.0 * std::numbers::pi * time / static_cast<double>(spec_.images);
+          0.3 + 2.0 * std::numbers::pi * place / static_cast<double>(spec_.images);
       const std::string id = name('e', i);
       Image image;
       image.camera = &camera(i);
       image.keyword = spec_.orientations[i % spec_.orientations.size()];
-      // Above the field, looking at the origin.
-      image.r = opk_rot::matrix_from_params({0.7 * std::cos(azimuth), 0.7 * std::sin(azimuth),
-                                             static_cast<double>(i % 4) * 1.5 + 0.2});
-      image.centre = kDistance * Vec3{image.r[0][2], image.r[1][2], image.r[2][2]};
+      // Above the field, looking at the origin or, without tilt, straight down.
+      const auto looking = [&](double tilt) {
+        return opk_rot::matrix_from_params({tilt * std::cos(azimuth), tilt * std::sin(azimuth),
+                                            static_cast<double>(i % 4) * 1.5 + 0.2});
+      };
+      image.r = looking(spec_.tilt);
+      const Mat3 placed = spec_.tilt == 0.0 ? looking(0.3) : image.r;
+      image.centre = kDistance * Vec3{placed[0][2], placed[1][2], placed[2][2]};
+      if (spec_.tilt == 0.0) image.centre[2] = kDistance;
       eo_text += image.keyword + ' ' + id;
       eo_text +=
           image.keyword.starts_with("ext-ori") ? make_orientation(image, time) : make_linear(image);
@@ -198,12 +204,15 @@ class Simulation {
     const std::size_t control = 3 + spec_.points / 8;
     std::string text = "indiv-sdev\n";
     for (std::size_t i = 0; i < spec_.points; ++i) {
-      const Vec3 point = {noise_.uniform(-1.2, 1.2), noise_.uniform(-1.2, 1.2),
-                          noise_.uniform(-0.4, 0.4)};
+      Vec3 point = {noise_.uniform(-1.2, 1.2), noise_.uniform(-1.2, 1.2),
+                    noise_.uniform(-spec_.relief, spec_.relief)};
+      const bool on_line = spec_.control_on_line && i < control;
+      if (on_line) point = {point[0], 0.5 * point[0], -0.25 * point[0]};
       points_.push_back(point);
       project_.truth[name('p', i)].assign(point.begin(), point.end());
       Vec3 near = point;
-      for (double& v : near) v += (i < control ? kSigmaControl : 0.02) * noise_.normal();
+      const double noise = on_line ? 0.0 : i < control ? kSigmaControl : 0.05 * spec_.relief;
+      for (double& v : near) v += noise * noise_.normal();
       const double sdev = i < control ? kSigmaControl : 1e31;
       text += name('p', i) + numbers(near) + numbers({sdev, sdev, sdev});
     }

@@ -19,6 +19,10 @@ struct SyntheticSpec {
   std::size_t points = 40;  // the first ones observed, the next ones free and known
   std::size_t triples = 0;  // of coefficients of both corrections; orientations are fixed then
   std::uint64_t seed = 1;
+  double tilt = 0.7;             // of the images against the vertical [rad]
+  double relief = 0.4;           // greatest height above and depth below the plane of the field
+  bool control_on_line = false;  // the observed points lie on a line, exactly
+  bool twins = false;            // the first two images have one projection centre
 };
 
 inline constexpr double kSigmaImage = 2e-6;  // noise of image coordinates [m]

@@ -35,6 +35,7 @@ int solve(BundleProject& project, TextWriter& report, double& seconds) {
   const CpuClock clock;
   const int code =
       project.solver->solve(project.normal, project.rhs, project.solution, project.markers);
+  project.failed_unknown = code > 0 ? code - 1 : -1;
   if (code != 0) {
     standard_output() << "ATTENTION: BMatrix is >>> not <<< positive definite at row/column "
                       << code - 1 << '\n';

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "quality/diagnosis.h"
+#include "quality/diagnosis_network.h"
+#include "quality/diagnosis_system.h"
+#include "quality/diagnosis_weakness.h"
+
+namespace vorn {
+
+class BundleProject;
+
+// The findings of a diagnosis, one function per question. Each judges numbers and says in two
+// sentences what is wrong and what helps.
+
+// What was removed before the adjustment, and unknowns that nothing is left to determine.
+void find_unobserved(const BundleProject& project, const DiagnosedSystem& system,
+                     Diagnosis& diagnosis);
+// Points whose rays coincide or meet under less than a degree, unless they are control. Those that
+// nothing determines are pinned.
+void find_weak_intersections(const BundleProject& project, DiagnosedSystem& system,
+                             Diagnosis& diagnosis);
+// Parts of the network with a free datum, and a network that falls apart.
+void find_datum_defects(const Network& network, Diagnosis& diagnosis);
+// Directions that are no similarity motions and that nothing determines. `below`: the eigenvalue
+// from which on a direction counts as determined.
+void find_inseparable(const UnknownNames& names, const std::vector<WeakDirection>& directions,
+                      double below, Diagnosis& diagnosis);
+
+}  // namespace vorn

@@ -1,0 +1,100 @@
+#include "quality/diagnosis_network.h"
+
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "driver/bundle_project.h"
+
+namespace vorn {
+namespace {
+
+// Disjoint sets (Tarjan 1975).
+class DisjointSets {
+ public:
+  explicit DisjointSets(std::size_t n) : parents_(n) {
+    std::iota(parents_.begin(), parents_.end(), std::size_t{0});
+  }
+  std::size_t find(std::size_t i) {
+    while (parents_[i] != i) i = parents_[i] = parents_[parents_[i]];
+    return i;
+  }
+  void unite(std::size_t a, std::size_t b) { parents_[find(a)] = find(b); }
+
+ private:
+  std::vector<std::size_t> parents_;
+};
+
+}  // namespace
+
+Network::Network(const BundleProject& project) {
+  const auto num_points = static_cast<std::size_t>(project.object_points.count());
+  part_of_point_.assign(num_points, -1);
+  std::vector<const BundleImage*> images;
+  for (const BundleImage& image : project.images) images.push_back(&image);
+
+  // Points first, then images.
+  DisjointSets sets(num_points + images.size());
+  std::unordered_map<const ImageGeometry*, std::size_t> first_image_of;
+  const auto measured = [&project](const BundleImage& image, auto visit) {
+    for (const ImagePoint& point : image.points) {
+      const ObjectPoint* const object_point = object_point_of(point, project.object_points);
+      if (object_point != nullptr) visit(*object_point);
+    }
+  };
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    const std::size_t node = num_points + i;
+    sets.unite(node, first_image_of.try_emplace(images[i]->geometry, node).first->second);
+    measured(*images[i], [&](const ObjectPoint& point) {
+      sets.unite(static_cast<std::size_t>(point.index / 3), node);
+    });
+  }
+
+  std::unordered_map<std::size_t, std::int32_t> part_of_root;
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    const auto next = static_cast<std::int32_t>(parts_.size());
+    const auto [found, is_new] = part_of_root.try_emplace(sets.find(num_points + i), next);
+    if (is_new) parts_.emplace_back();
+    NetworkPart& part = parts_[static_cast<std::size_t>(found->second)];
+    part.images.push_back(images[i]);
+    if (first_image_of[images[i]->geometry] == num_points + i) {
+      part.geometries.push_back(images[i]->geometry);
+    }
+    measured(*images[i], [&](const ObjectPoint& point) {
+      std::int32_t& at = part_of_point_[static_cast<std::size_t>(point.index / 3)];
+      if (std::exchange(at, found->second) < 0) part.points.push_back(&point);
+    });
+  }
+}
+
+UnknownNames::UnknownNames(const BundleProject& project) {
+  for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
+    const AdjObject& object = project.unknowns[i];
+    if (object.num_params() > 0) objects_.push_back(&object);
+  }
+}
+
+const AdjObject& UnknownNames::object_of(std::int32_t unknown) const {
+  const auto behind = std::upper_bound(
+      objects_.begin(), objects_.end(), unknown,
+      [](std::int32_t number, const AdjObject* object) { return number < object->index; });
+  return **std::prev(behind);
+}
+
+DiagnosedItem UnknownNames::item(std::int32_t unknown) const {
+  return item_of({&object_of(unknown), parameter_of(unknown)});
+}
+
+DiagnosedItem item_of(const AdjObject& object) {
+  return {std::string(object_type_name(object_type_of(object))), object.id, {}};
+}
+
+DiagnosedItem item_of(const Unknown& unknown) {
+  DiagnosedItem item = item_of(*unknown.object);
+  item.parameter = parameter_name(unknown);
+  return item;
+}
+
+}  // namespace vorn

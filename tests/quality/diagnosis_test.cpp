@@ -1,0 +1,275 @@
+// Networks with a defect of each kind, and sound ones.
+
+#include "quality/diagnosis.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <functional>
+#include <set>
+#include <sstream>
+
+#include "driver/bundle_project.h"
+#include "driver/run.h"
+#include "support/project_test.h"
+#include "text/file_system.h"
+
+namespace vorn {
+namespace {
+
+using test::SyntheticProject;
+using test::SyntheticSpec;
+using testing::Contains;
+using testing::HasSubstr;
+
+using Words = std::vector<std::string>;
+
+// Rewrites the lines of a file word by word; a line without words left goes.
+void edit_lines(SyntheticProject& project, const std::string& file,
+                const std::function<void(Words&)>& edit) {
+  std::istringstream in(project.files.at(file));
+  std::string text;
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream words_of(line);
+    Words words;
+    for (std::string word; words_of >> word;) words.push_back(word);
+    edit(words);
+    for (const std::string& word : words) text += word + ' ';
+    if (!words.empty()) text += '\n';
+  }
+  project.files.at(file) = text;
+}
+
+std::size_t number_of(const std::string& id) { return std::stoul(id.substr(1)); }
+
+constexpr const char* kFree = "1e31";
+constexpr const char* kFixed = "1e-31";
+
+// Standard deviations of X, Y and Z of each point, by its number.
+using States = std::function<Words(std::size_t point)>;
+void set_control(SyntheticProject& project, const States& states) {
+  std::size_t point = 0;
+  edit_lines(project, "obj.txt", [&](Words& words) {
+    if (words[0][0] == 'p') point = number_of(words[0]);
+    if (words.size() == 3) words = states(point);
+  });
+  project.files.at("cs.txt") = "stop-dep\n";
+}
+States control_in(std::size_t points, const Words& sdevs) {
+  return [=](std::size_t point) { return point <= points ? sdevs : Words{kFree, kFree, kFree}; };
+}
+const Words kObserved = {"2e-5", "2e-5", "2e-5"};
+
+// Keeps only some of the measurements.
+void keep_measured(SyntheticProject& project,
+                   const std::function<bool(std::size_t image, std::size_t point)>& keep) {
+  std::size_t image = 0;
+  edit_lines(project, "crds.txt", [&](Words& words) {
+    if (words[0][0] == 'i') image = number_of(words[0]);
+    if (words[0][0] == 'p' && !keep(image, number_of(words[0]))) words.clear();
+  });
+}
+
+// Standard deviations of all parameters of the orientations, or of one of them.
+void set_orientations(SyntheticProject& project, const char* sdev, std::size_t only = 0) {
+  std::size_t image = 0;
+  edit_lines(project, "eo.txt", [&](Words& words) {
+    if (words[0].starts_with("ext-ori")) image = number_of(words[1]);
+    for (std::string& word : words) {
+      if ((word == "1e+31" || word == kFixed) && (only == 0 || only == image)) word = sdev;
+    }
+  });
+}
+
+void free_sets(SyntheticProject& project) {
+  edit_lines(project, "ap.txt", [](Words& words) {
+    if (words.size() == 2 && words[0] == "0") words[1] = kFree;
+  });
+}
+
+Diagnosis diagnosed(const SyntheticProject& project) {
+  const test::TempDir dir;
+  project.write(dir);
+  ls_params() = LSParams();
+  Diagnosis diagnosis;
+  test::captured_output([&] {
+    FileText text;
+    EXPECT_TRUE(text.load(dir.path("project.ctl")));
+    BundleProject read;
+    TokenReader in(text.view());
+    change_directory(dir.path(""));
+    TextWriter silence;
+    EXPECT_EQ(read.read_control_file(in), 1);
+    EXPECT_EQ(read.initialise(silence), 1);
+    diagnosis = diagnose(read);
+  });
+  ls_params() = LSParams();
+  return diagnosis;
+}
+
+struct Expected {
+  std::string code;
+  std::int32_t defect = -1;
+  std::string main_object;   // type:identifier:parameter, or its beginning
+  std::string message = {};  // part of it
+  FindingSeverity severity = FindingSeverity::error;
+};
+struct Network {
+  const char* name;
+  SyntheticSpec spec;
+  std::function<void(SyntheticProject&)> edit;
+  std::vector<Expected> expected;  // all errors, and those of the others that matter
+};
+
+std::string name_of(const DiagnosedItem& item) {
+  return item.object_type + ':' + item.object_id + ':' + item.parameter;
+}
+
+void PrintTo(const Network& network, std::ostream* out) { *out << network.name; }
+
+class DefectiveNetwork : public testing::TestWithParam<Network> {};
+
+TEST_P(DefectiveNetwork, IsToldApart) {
+  const Network& network = GetParam();
+  SyntheticProject project = make_synthetic_project(network.spec);
+  network.edit(project);
+  const Diagnosis diagnosis = diagnosed(project);
+  std::multiset<std::string> errors;
+  std::string all;
+  for (const DiagnosisFinding& finding : diagnosis.findings) {
+    if (finding.severity == FindingSeverity::error) errors.emplace(finding.code);
+    all += std::string(finding.code) + ": " + finding.message + '\n';
+    EXPECT_FALSE(finding.remedy.empty());
+    EXPECT_FALSE(finding.objects.empty() && finding.code != "no_control") << finding.code;
+  }
+  std::multiset<std::string> expected_errors;
+  for (const Expected& expected : network.expected) {
+    if (expected.severity == FindingSeverity::error) expected_errors.insert(expected.code);
+    const auto found = std::find_if(
+        diagnosis.findings.begin(), diagnosis.findings.end(), [&](const DiagnosisFinding& f) {
+          return f.code == expected.code && f.severity == expected.severity &&
+                 f.defect == expected.defect &&
+                 (f.objects.empty() ? expected.main_object.empty()
+                                    : name_of(f.objects[0]).starts_with(expected.main_object)) &&
+                 f.message.find(expected.message) != std::string::npos;
+        });
+    EXPECT_NE(found, diagnosis.findings.end()) << expected.code << " is not among\n" << all;
+  }
+  EXPECT_EQ(errors, expected_errors) << all;
+}
+
+std::string name_of_network(const testing::TestParamInfo<Network>& network) {
+  return network.param.name;
+}
+
+const Network kDatumDefects[] = {
+    {"no_control",
+     {},
+     [](SyntheticProject& p) { set_control(p, control_in(0, kObserved)); },
+     {{"no_control", 7, "", "all shifts"}}},
+    {"no_control_quaternions",
+     {.orientations = {"ext-ori-quaternion", "ext-ori-pok-rot", "ext-ori-opk-fix",
+                       "ext-ori-australis"}},
+     [](SyntheticProject& p) { set_control(p, control_in(0, kObserved)); },
+     {{"no_control", 7, ""}}},
+    {"one_point",
+     {},
+     [](SyntheticProject& p) { set_control(p, control_in(1, kObserved)); },
+     {{"one_control_point", 4, "object_point:p1:"}}},
+    {"two_points_fixed",
+     {.orientations = {"ext-ori-quaternion"}},
+     [](SyntheticProject& p) {
+       set_control(p, control_in(2, {kFixed, kFixed, kFixed}));
+     },
+     {{"two_control_points", 1, "object_point:p1:", "rotation about"}}},
+    {"heights",
+     {},
+     [](SyntheticProject& p) {
+       set_control(p, control_in(9, {kFree, kFree, "1e-4"}));
+     },
+     {{"heights_only", 3, "object_point:p1:", "shift along X"}}},
+    {"line",
+     {.control_on_line = true},
+     [](SyntheticProject& p) { set_control(p, control_in(6, kObserved)); },
+     {{"collinear_control", 1, "object_point:p1:"}}},
+    {"plan",
+     {},
+     [](SyntheticProject& p) {
+       set_control(p, control_in(6, {"1e-4", "1e-4", kFree}));
+     },
+     {{"insufficient_control", 1, "object_point:p1:", "shift along Z"}}},
+    {"one_orientation",
+     {},
+     [](SyntheticProject& p) {
+       set_control(p, control_in(0, kObserved));
+       set_orientations(p, "1e-3", 2);
+     },
+     {{"insufficient_control", 1, "orientation:e2:", "the scale"}}},
+    Network{"islands",
+            {},
+            [](SyntheticProject& p) {
+              keep_measured(p, [](std::size_t image, std::size_t point) {
+                return (image <= 3) == (point <= 20);
+              });
+            },
+            {{"separate_blocks", -1, "image:i1:", "2 parts"}, {"no_control", 7, ""}}}};
+INSTANTIATE_TEST_SUITE_P(Datum, DefectiveNetwork, testing::ValuesIn(kDatumDefects),
+                         name_of_network);
+
+const Network kGeometryDefects[] = {
+    {"coinciding_rays",
+     {.twins = true},
+     [](SyntheticProject& p) {
+       set_orientations(p, kFixed, 1);
+       set_orientations(p, kFixed, 2);
+       // Both stand exactly where the first one does.
+       edit_lines(p, "eo.txt", [line = 0, centre = Words{}](Words& words) mutable {
+         ++line;
+         if (line == 3) centre = words;
+         if (line == 8) words = centre;
+       });
+       keep_measured(
+           p, [](std::size_t image, std::size_t point) { return point != 33 || image <= 2; });
+     },
+     {{"weak_intersection", -1, "object_point:p33:"}}},
+    {"removed_image",
+     {},
+     [](SyntheticProject& p) {
+       keep_measured(p,
+                     [](std::size_t image, std::size_t point) { return image != 5 || point <= 2; });
+     },
+     {{"no_observations", -1, "orientation:e5:Xo", "image i5 was removed"},
+      {"too_few_points", -1, "image:i5:", "", FindingSeverity::warning}}}};
+INSTANTIATE_TEST_SUITE_P(Geometry, DefectiveNetwork, testing::ValuesIn(kGeometryDefects),
+                         name_of_network);
+
+const Network kParametersDefects[] = {
+    {"equal_sets",
+     {.ap_sets = {"radial-dist", "radial-dist"}},
+     free_sets,
+     {{"inseparable_parameters", -1, "ap_set:s", "K1 of AP sets"},
+      {"inseparable_parameters", -1, "ap_set:s", "K2 of AP sets"},
+      {"inseparable_parameters", -1, "ap_set:s", "K3 of AP sets"}}},
+    {"correction_of_free_orientations",
+     {.triples = 1},
+     [](SyntheticProject& p) { set_orientations(p, kFree); },
+     {{"inseparable_parameters", -1, "position_correction:position:Xo[0]"},
+      {"inseparable_parameters", -1, "position_correction:position:Yo[0]"},
+      {"inseparable_parameters", -1, "position_correction:position:Zo[0]"},
+      {"inseparable_parameters", -1, "attitude_correction:attitude:a1[0]"},
+      {"inseparable_parameters", -1, "attitude_correction:attitude:a2[0]"},
+      {"inseparable_parameters", -1, "attitude_correction:attitude:a3[0]"}}},
+    {"unused_set",
+     {.cameras = {"camera-frame", "camera-frame"}, .ap_sets = {"inner-or", "gap"}},
+     [](SyntheticProject& p) {
+       free_sets(p);
+       edit_lines(p, "image.txt", [](Words& words) {
+         if (words.size() == 4) words[3] = "k1";
+       });
+     },
+     {{"no_observations", -1, "ap_set:s2:", "no image was taken"}}}};
+INSTANTIATE_TEST_SUITE_P(Parameters, DefectiveNetwork, testing::ValuesIn(kParametersDefects),
+                         name_of_network);
+
+}  // namespace
+}  // namespace vorn
