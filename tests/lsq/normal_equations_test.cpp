@@ -388,6 +388,48 @@ INSTANTIATE_TEST_SUITE_P(
                     Shape{12, 70, 3, 44, Method::eliminate},           // a wide set
                     Shape{3, 1, 0, 120, Method::eliminate}));          // no rays, a set over tiles
 
+TEST(ReducedMatrix, RowsFindTheirBlocks) {
+  const Scene scene({40, 90, 2, 10, Method::eliminate});
+  ReducedMatrix reduced;
+  ASSERT_TRUE(reduced.set_structure(scene.structure, scene.normal.point_blocks(), false));
+  for (std::int32_t b = 0; b < scene.structure.num_blocks(); ++b) {
+    for (std::int32_t r = 0; r < scene.structure.width(b); ++r) {
+      EXPECT_EQ(reduced.block_at(reduced.start(b) + r), b) << r;
+    }
+  }
+}
+
+// Tile (3, 0) does not exist, (2, 0) and behind it (3, 1) do.
+TEST(TileMatrix, FactorisesAroundMissingTiles) {
+  constexpr std::int32_t kTile = 48;
+  constexpr std::int32_t kSize = 4 * kTile;
+  TilePattern pattern(4);
+  for (const auto& [row, column] :
+       {std::pair{0, 0}, {1, 1}, {2, 0}, {2, 1}, {2, 2}, {3, 1}, {3, 3}}) {
+    pattern.mark(row, column);
+  }
+  TilePattern filled = pattern;
+  filled.fill_in();
+  TileMatrix tiles;
+  ASSERT_TRUE(tiles.set_structure(kSize, kTile, filled));
+  EXPECT_FALSE(filled.has(3, 0));
+  tiles.zero();
+  Matrix dense(kSize, kSize);
+  dense.zero();
+  for (std::int32_t i = 0; i < kSize; ++i) {
+    for (std::int32_t j = 0; j <= i; ++j) {
+      if (!pattern.has(i / kTile, j / kTile)) continue;
+      dense[i][j] = dense[j][i] = tiles.element(i, j) = i == j ? 400.0 : std::sin(7 * i + j);
+    }
+  }
+  Vector p;
+  ASSERT_EQ(cholesky(dense, p), 0);
+  ASSERT_EQ(tiles.factorise(), 0);
+  for (std::int32_t i = 0; i < kSize; ++i) {
+    for (std::int32_t j = 0; j < i; ++j) EXPECT_NEAR(tiles.at(i, j), dense[i][j], 1e-12);
+  }
+}
+
 TEST(NormalMatrix, RefusesElementsOutsideTheStructure) {
   NormalStructure structure(2);
   structure.add_block(6);

@@ -81,6 +81,9 @@ TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
                                    "         B       -3.00     -15.00      15.30\n"
                                    "ATTENTION: Object point M not found\n\n"
                                    "Number of points       :   3\n"));
+  // A: 20^2 + 0; B: 3^2 / 2^2 + 15^2 / 0.5^2 [um^2].
+  EXPECT_THAT(section(),
+              HasSubstr("Contribution to vtpv and sigma 0:   1.302e-09 m^2   18.04 um\n"));
   EXPECT_THAT(section(), HasSubstr("Number of points       :   0\n"
                                    "RMS of residuals       :         -nan         -nan\n"
                                    "Average of residuals   :         -nan         -nan\n"));
