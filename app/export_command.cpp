@@ -11,7 +11,10 @@ namespace {
 class ExportCommand final : public Command {
  public:
   void define(CLI::App& parser) override {
-    parser.add_option("FORMAT", request_.format, "colmap, colmap-binary, bal, bundler")->required();
+    parser
+        .add_option("FORMAT", request_.format,
+                    "colmap, colmap-binary, bal, bundler, ply, csv, geojson, gpkg")
+        ->required();
     project_.define(parser);
     parser.add_option("-o,--output", request_.output, "file or folder to write")
         ->type_name("PATH")
@@ -21,6 +24,14 @@ class ExportCommand final : public Command {
         .add_option("--pixel-size", request_.pixel_size_um,
                     "size of a pixel [um] of cameras that measure in lengths")
         ->type_name("UM");
+    parser.add_option("--crs", request_.crs, "coordinate system of layers")->type_name("EPSG:CODE");
+    parser
+        .add_option("--exaggerate", request_.exaggeration,
+                    "factor of vectors and ellipses in layers")
+        ->type_name("F")
+        ->capture_default_str();
+    parser.add_flag("!--no-ellipses", request_.ellipses,
+                    "layers without error ellipses, which take time in large projects");
   }
   ExitStatus run() override {
     exchange::check_export(request_);
@@ -30,7 +41,7 @@ class ExportCommand final : public Command {
       exchange::export_given_project(project_.request.path, request_);
       return kSuccess;
     }
-    project_.request.inspect = [this](const BundleProject& project) {
+    project_.request.inspect = [this](BundleProject& project) {
       exchange::export_project(project, request_);
     };
     return project_.run();

@@ -9,7 +9,8 @@ namespace {
 class ImportCommand final : public Command {
  public:
   void define(CLI::App& parser) override {
-    parser.add_option("FORMAT", request_.format, "colmap, bal, bundler")->required();
+    parser.add_option("FORMAT", request_.format, "colmap, bal, bundler, openmvg, opensfm")
+        ->required();
     parser.add_option("SOURCE", request_.source, "file or folder of the reconstruction")
         ->required();
     parser.add_option("-o,--output", request_.directory, "folder of the new project")
@@ -41,6 +42,14 @@ class ImportCommand final : public Command {
         .add_option("--max-error", request_.max_error_px,
                     "leave out rays whose residual is larger than this")
         ->type_name("PX");
+    parser
+        .add_option("--gcp", request_.control_list, "control list (ODM's gcp_list.txt) to lay over")
+        ->type_name("FILE");
+    parser
+        .add_option("--gcp-sigma", request_.control_sigma,
+                    "standard deviation of control coordinates, in their unit")
+        ->type_name("S")
+        ->capture_default_str();
   }
   ExitStatus run() override {
     exchange::import_project(request_);

@@ -3,9 +3,11 @@
 #include <array>
 #include <cmath>
 
+#include "app/exchange/layers.h"
 #include "app/exchange/project_model.h"
 #include "app/exchange/source.h"
 #include "app/exchange/writers.h"
+#include "quality/quality.h"
 #include "text/text_writer.h"
 
 namespace vorn::exchange {
@@ -39,7 +41,7 @@ void print_summary(const Reconstruction& model, const ExportRequest& request) {
 }
 
 template <LensForm Form, void (*Write)(const Reconstruction&, const std::string&)>
-void export_model(const BundleProject& project, const ExportRequest& request) {
+void export_model(BundleProject& project, const ExportRequest& request) {
   const Reconstruction model = model_of_project(project, Form, request.pixel_size_um / 1e6);
   Write(model, request.output);
   print_summary(model, request);
@@ -52,15 +54,61 @@ void write_colmap_binary(const Reconstruction& model, const std::string& path) {
   write_colmap(model, path, true);
 }
 
+// Horizontal covariances of the points of an adjusted project. Empty when they are not wanted or
+// not defined.
+PointCovariances covariances_of(BundleProject& project, const ExportRequest& request) {
+  PointCovariances covariances;
+  if (!request.ellipses || project.num_iterations == 0) return covariances;
+  const QualityResults results = find_quality(project, {});
+  if (!results.has_figures) return covariances;
+  for (const PointResult& point : results.points) {
+    const Symmetric3& c = point.covariance;
+    if (c[0] > 0.0 && c[3] > 0.0) covariances[point.point] = {c[0], c[1], c[3], c[5]};
+  }
+  return covariances;
+}
+
+void print_layers(const std::vector<Layer>& layers, const ExportRequest& request) {
+  TextWriter& out = standard_output();
+  out << "Export to " << request.format << ": " << request.output << "\n\n";
+  for (const Layer& layer : layers) {
+    out << "  " << left_aligned(layer.name, 18);
+    out.integer(static_cast<std::int64_t>(layer.features.size()), 10) << '\n';
+  }
+}
+
+template <void (*Write)(const std::vector<Layer>&, const std::string&, const std::string&)>
+void export_layers(BundleProject& project, const ExportRequest& request) {
+  const std::vector<Layer> layers =
+      layers_of(project, covariances_of(project, request), request.exaggeration);
+  Write(layers, request.output, request.crs);
+  print_layers(layers, request);
+}
+
+void write_csv_tables(const std::vector<Layer>& layers, const std::string& path,
+                      const std::string&) {
+  write_csv(layers, path);
+}
+
+void export_ply(BundleProject& project, const ExportRequest& request) {
+  write_ply(project, request.output);
+  standard_output() << "Export to ply: " << request.output << "\n\n  points   "
+                    << project.object_points.count() << '\n';
+}
+
 struct Format {
   const char* name;
-  void (*write)(const BundleProject& project, const ExportRequest& request);
+  void (*write)(BundleProject& project, const ExportRequest& request);
 };
 constexpr auto kFormats = std::to_array<Format>({
     {"colmap", export_model<LensForm::full, write_colmap_text>},
     {"colmap-binary", export_model<LensForm::full, write_colmap_binary>},
     {"bal", export_model<LensForm::radial, write_bal>},
     {"bundler", export_model<LensForm::radial, write_bundler>},
+    {"ply", export_ply},
+    {"csv", export_layers<write_csv_tables>},
+    {"geojson", export_layers<write_geojson>},
+    {"gpkg", export_layers<write_geopackage>},
 });
 
 const Format& find_format(const std::string& name) {
@@ -72,19 +120,30 @@ const Format& find_format(const std::string& name) {
   throw ExchangeError("unknown format '" + name + "'; there are " + known);
 }
 
+bool is_epsg_code(const std::string& crs) {
+  constexpr std::string_view kPrefix = "EPSG:";
+  return crs.starts_with(kPrefix) && crs.size() > kPrefix.size() && crs.size() < 12 &&
+         crs.find_first_not_of("0123456789", kPrefix.size()) == std::string::npos;
+}
+
 }  // namespace
 
 void check_export(const ExportRequest& request) {
   find_format(request.format);
+  if (request.format == "gpkg" && !has_geopackage()) write_geopackage({}, {}, {});
+  if (!request.crs.empty() && !is_epsg_code(request.crs)) {
+    throw ExchangeError("'" + request.crs + "' is no coordinate system; write EPSG:25832, say");
+  }
+  if (!(request.exaggeration > 0.0)) throw ExchangeError("the exaggeration must be positive");
   if (!(request.pixel_size_um >= 0.0)) throw ExchangeError("the pixel size must be positive");
 }
 
-void export_project(const BundleProject& project, const ExportRequest& request) {
+void export_project(BundleProject& project, const ExportRequest& request) {
   find_format(request.format).write(project, request);
 }
 
 void export_given_project(const std::string& control_file, const ExportRequest& request) {
-  const GivenProject given(control_file);
+  GivenProject given(control_file);
   export_project(given.project(), request);
 }
 

@@ -11,13 +11,17 @@ struct ExportRequest {
   std::string format;
   std::string output;
   double pixel_size_um = 0.0;  // of cameras that measure in lengths; 0: what they say, or 5
+  std::string crs;             // of layers: "EPSG:..." or empty
+  double exaggeration = 1.0;   // of vectors and ellipses in layers
+  bool ellipses = true;        // error ellipses in layers
 };
 
 // Throws ExchangeError for an unknown format, or one that this program was built without.
 void check_export(const ExportRequest& request);
-// Writes a project in its present state, with a summary on standard output. Throws ExchangeError
-// when the format cannot hold it or a file cannot be written.
-void export_project(const BundleProject& project, const ExportRequest& request);
+// Writes a project in its present state, with a summary on standard output; error ellipses, of an
+// adjusted one, take the place of its normal equations. Throws ExchangeError when the format cannot
+// hold it or a file cannot be written.
+void export_project(BundleProject& project, const ExportRequest& request);
 // The same for the state that the project's files give.
 void export_given_project(const std::string& control_file, const ExportRequest& request);
 

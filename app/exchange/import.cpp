@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <unordered_set>
 #include <utility>
 
+#include "app/exchange/control_list.h"
 #include "app/exchange/readers.h"
 #include "app/exchange/verification.h"
 #include "text/text_writer.h"
@@ -29,6 +31,8 @@ constexpr auto kFormats = std::to_array<Format>({
     {"colmap", read_colmap},
     {"bal", read_text<read_bal>},
     {"bundler", read_text<read_bundler>},
+    {"openmvg", read_text<read_openmvg>},
+    {"opensfm", read_opensfm},
 });
 
 const Format& find_format(const std::string& name) {
@@ -53,10 +57,15 @@ ProjectSettings settings_of(const ImportRequest& request) {
   settings.pixel_size = request.pixel_size_um / 1e6;
   settings.sigma = request.sigma_px;
   settings.datum = find_datum(request.datum);
+  // Control holds what the datum would.
+  if (request.datum.empty() && !request.control_list.empty()) settings.datum = Datum::none;
   set_free(settings, request.free);
   // Written so that values that are not numbers are refused.
   if (!(request.pixel_size_um > 0.0)) throw ExchangeError("the pixel size must be positive");
   if (!(request.sigma_px > 0.0)) throw ExchangeError("the standard deviation must be positive");
+  if (!(request.control_sigma > 0.0)) {
+    throw ExchangeError("the standard deviation of control must be positive");
+  }
   if (!(request.scale > 0.0)) throw ExchangeError("the scale must be positive");
   if (!(request.max_error_px >= 0.0)) throw ExchangeError("the largest error must be positive");
   if (as_word(settings.name) != settings.name || settings.name.empty() ||
@@ -76,6 +85,7 @@ void scale_model(Reconstruction& model, double scale) {
 void make_words(Reconstruction& model) {
   std::unordered_set<std::string> taken;
   std::int64_t changed = 0;
+  for (SourceCamera& camera : model.cameras) camera.id = as_word(camera.id);
   for (SourceImage& image : model.images) {
     std::string word = as_word(image.name);
     for (int i = 2; !taken.insert(word).second; ++i) {
@@ -235,11 +245,20 @@ void import_project(const ImportRequest& request) {
   leave_out_unusable(model, request.max_error_px);
   if (model.points.empty()) throw ExchangeError(request.source + ": no point has two rays");
 
+  std::vector<ControlPoint> control;
+  std::optional<Reconstruction> original;
+  if (!request.control_list.empty()) {
+    original = model;
+    control =
+        add_control(model, Source(request.control_list, Source::Kind::text), request.control_sigma);
+  }
+
   const std::string control_file = settings.name + ".ctl";
   Staging staging(request.directory, settings.name);
-  write_project(model, {}, settings, staging.path());
-  const Verification found = verify_project((fs::path(staging.path()) / control_file).string(),
-                                            model, settings.pixel_size);
+  write_project(model, control, settings, staging.path());
+  const Verification found =
+      verify_project((fs::path(staging.path()) / control_file).string(), model, settings.pixel_size,
+                     original ? &*original : nullptr);
   staging.commit(control_file);
   print_summary(model, found, source_rays, request,
                 (fs::path(request.directory) / control_file).string());

@@ -11,7 +11,8 @@ struct ImportRequest {
   std::string format;
   std::string source;
   std::string directory;
-  std::string control_list;  // empty for none
+  std::string control_list;     // empty for none
+  double control_sigma = 0.01;  // of its coordinates, in their unit
   std::string free = "none";
   std::string datum;  // empty: image, or none with control
   double pixel_size_um = 5.0;

@@ -23,7 +23,7 @@ class GivenProject {
   ~GivenProject();
   GivenProject(const GivenProject&) = delete;
   GivenProject& operator=(const GivenProject&) = delete;
-  const BundleProject& project() const { return project_; }
+  BundleProject& project() { return project_; }
 
  private:
   std::string directory_;

@@ -25,4 +25,12 @@ Reconstruction read_bal(const Source& source);
 // Bundler's output, version 0.3. Cameras with f = 0 are not registered and stay out.
 Reconstruction read_bundler(const Source& source);
 
+// OpenMVG's "sfm_data.json". Views without pose or intrinsic stay out.
+Reconstruction read_openmvg(const Source& source);
+
+// OpenSfM's folder with "reconstruction.json" and "tracks.csv"; of several reconstructions that
+// with most images.
+Reconstruction read_opensfm(const std::string& directory);
+Reconstruction read_opensfm(const Source& reconstruction, const Source& tracks);
+
 }  // namespace vorn::exchange

@@ -94,6 +94,7 @@ Verification verify_project(const std::string& control_file, const Reconstructio
   const Reconstruction& source = original != nullptr ? *original : model;
   const double near = kNear * median_depth(model);
   Verification result;
+  bool is_equal = true;
   for (std::size_t i = 0; i < model.images.size(); ++i) {
     const BundleImage& image = *project.images[static_cast<std::int32_t>(i)];
     const SourceCamera& camera = model.cameras[static_cast<std::size_t>(model.images[i].camera)];
@@ -117,15 +118,14 @@ Verification verify_project(const std::string& control_file, const Reconstructio
         ++result.near;
         continue;
       }
-      double difference = distance(expected.xy, xy);
-      if (original != nullptr) {
-        difference = std::max(0.0, difference - rounding_of(camera, point.xyz, p[2]));
-      }
-      // Written so that a value that is not a number counts as a difference.
+      const double difference = distance(expected.xy, xy);
+      const double allowed = original != nullptr ? rounding_of(camera, point.xyz, p[2]) : 0.0;
+      // Written so that values that are not numbers count as differences.
+      if (!(difference <= kLargest + allowed)) is_equal = false;
       if (!(difference <= result.largest_difference)) result.largest_difference = difference;
     }
   }
-  if (!(result.largest_difference <= kLargest)) {
+  if (!is_equal) {
     refuse("projections differ by up to " + std::to_string(result.largest_difference) + " px");
   }
   return result;

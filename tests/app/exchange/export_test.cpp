@@ -150,7 +150,7 @@ TEST(Export, TakesLensesOver) {
     dir.write("m", block("1") + block("2"));
     dir.write("o", "indiv-sdev a 9 7 1 1e31 1e31 1e31 b -3 5 2 1e31 1e31 1e31 c 5 -8 0 .1 .1 .1");
     dir.write("s", lens.set);
-    const GivenProject given(dir.path("p.ctl"));
+    GivenProject given(dir.path("p.ctl"));
     const BundleProject& project = given.project();
     const Reconstruction model = model_of_project(project, lens.form, 0.0);
     EXPECT_EQ(model.notes.empty(), lens.is_exact) << lens.camera;

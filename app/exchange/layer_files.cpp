@@ -1,0 +1,222 @@
+// Layers as text: comma-separated values and GeoJSON (RFC 7946, with the member "crs" of the 2008
+// version, which all readers know, where a coordinate system is given). And points as PLY.
+
+#include <cmath>
+#include <filesystem>
+
+#include "app/exchange/layers.h"
+#include "app/exchange/output_file.h"
+#include "app/exchange/source.h"
+
+namespace vorn::exchange {
+namespace {
+
+namespace fs = std::filesystem;
+
+void make_folder(const fs::path& path) {
+  std::error_code error;
+  fs::create_directories(path, error);
+  if (!fs::is_directory(path)) throw ExchangeError(path.string() + ": the folder cannot be made");
+}
+
+bool is_missing(const FieldValue& value) {
+  const auto* const real = std::get_if<double>(&value);
+  return real != nullptr && !std::isfinite(*real);
+}
+
+void write_csv_text(OutputFile& out, const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) {
+    out << text;
+    return;
+  }
+  out << '"';
+  for (const char c : text) {
+    if (c == '"') out << '"';
+    out << c;
+  }
+  out << '"';
+}
+
+void write_csv_layer(const Layer& layer, const std::string& path) {
+  OutputFile out(path);
+  const char* separator = "";
+  for (const Field& field : layer.fields) {
+    out << separator << field.name;
+    separator = ",";
+  }
+  out << '\n';
+  for (const Feature& feature : layer.features) {
+    separator = "";
+    for (const FieldValue& value : feature.values) {
+      out << separator;
+      separator = ",";
+      if (is_missing(value)) continue;
+      if (const auto* text = std::get_if<std::string>(&value)) {
+        write_csv_text(out, *text);
+      } else if (const auto* number = std::get_if<std::int64_t>(&value)) {
+        out << *number;
+      } else {
+        out << std::get<double>(value);
+      }
+    }
+    out << '\n';
+  }
+  out.close();
+}
+
+// Bytes that are no valid UTF-8 become '?': the text would be no JSON.
+std::string valid_utf8(const std::string& text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size();) {
+    const auto first = static_cast<unsigned char>(text[i]);
+    const std::size_t size = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    bool valid = first < 0x80 || (first >= 0xC2 && first < 0xF5 && i + size <= text.size());
+    for (std::size_t k = 1; valid && k < size; ++k) {
+      valid = (static_cast<unsigned char>(text[i + k]) & 0xC0U) == 0x80;
+    }
+    result += valid ? text.substr(i, size) : "?";
+    i += valid ? size : 1;
+  }
+  return result;
+}
+
+void write_json_text(OutputFile& out, const std::string& text) {
+  constexpr std::string_view kHex = "0123456789abcdef";
+  out << '"';
+  for (const char c : valid_utf8(text)) {
+    const auto code = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out << '\\' << c;
+    } else if (code < 0x20) {
+      out << "\\u00" << kHex[code >> 4U] << kHex[code & 0xFU];
+    } else {
+      out << c;
+    }
+  }
+  out << '"';
+}
+
+void write_positions(OutputFile& out, const Feature& feature, Shape shape) {
+  const char* separator = "";
+  out << (shape == Shape::polygon ? "[[" : shape == Shape::line ? "[" : "");
+  for (const Vec3& x : feature.vertices) {
+    out << separator << '[' << x[0] << ',' << x[1] << ',' << x[2] << ']';
+    separator = ",";
+  }
+  out << (shape == Shape::polygon ? "]]" : shape == Shape::line ? "]" : "");
+}
+
+class GeoJsonFile {
+ public:
+  GeoJsonFile(const std::string& path, const std::string& crs) : out_(path) {
+    out_ << "{\"type\":\"FeatureCollection\",\n";
+    if (!crs.empty()) {
+      out_ << R"("crs":{"type":"name","properties":{"name":"urn:ogc:def:crs:EPSG::)"
+           << crs.substr(crs.find(':') + 1) << "\"}},\n";
+    }
+    out_ << "\"features\":[";
+  }
+  void add(const Layer& layer, const Feature& feature, bool with_layer) {
+    constexpr const char* kTypes[] = {"", "Point", "LineString", "Polygon"};
+    out_ << separator_ << "{\"type\":\"Feature\",\"properties\":{";
+    separator_ = ",\n";
+    const char* comma = "";
+    if (with_layer) {
+      out_ << "\"layer\":\"" << layer.name << '"';
+      comma = ",";
+    }
+    for (std::size_t i = 0; i < layer.fields.size(); ++i) {
+      out_ << comma << '"' << layer.fields[i].name << "\":";
+      comma = ",";
+      write_value(feature.values[i]);
+    }
+    out_ << "},\"geometry\":{\"type\":\"" << kTypes[static_cast<std::size_t>(layer.shape)]
+         << "\",\"coordinates\":";
+    write_positions(out_, feature, layer.shape);
+    out_ << "}}";
+  }
+  void close() {
+    out_ << "\n]}\n";
+    out_.close();
+  }
+
+ private:
+  void write_value(const FieldValue& value) {
+    if (is_missing(value)) {
+      out_ << "null";
+    } else if (const auto* text = std::get_if<std::string>(&value)) {
+      write_json_text(out_, *text);
+    } else if (const auto* number = std::get_if<std::int64_t>(&value)) {
+      out_ << *number;
+    } else {
+      out_ << std::get<double>(value);
+    }
+  }
+
+  OutputFile out_;
+  const char* separator_ = "\n";
+};
+
+bool has_extension(const fs::path& path, std::initializer_list<const char*> extensions) {
+  for (const char* extension : extensions) {
+    if (path.extension() == extension) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void write_csv(const std::vector<Layer>& layers, const std::string& path) {
+  const fs::path target(path);
+  const bool is_file = has_extension(target, {".csv", ".CSV", ".txt"});
+  if (!is_file) make_folder(target);
+  for (const Layer& layer : layers) {
+    fs::path file = target / (std::string(layer.name) + ".csv");
+    if (is_file) {
+      file = target;
+      if (layer.shape != Shape::point || layer.name != std::string_view("points")) {
+        file.replace_filename(target.stem().string() + '-' + layer.name +
+                              target.extension().string());
+      }
+    }
+    write_csv_layer(layer, file.string());
+  }
+}
+
+void write_geojson(const std::vector<Layer>& layers, const std::string& path,
+                   const std::string& crs) {
+  const fs::path target(path);
+  if (has_extension(target, {".geojson", ".json", ".GEOJSON", ".JSON"})) {
+    GeoJsonFile file(path, crs);
+    for (const Layer& layer : layers) {
+      if (layer.shape == Shape::none) continue;
+      for (const Feature& feature : layer.features) file.add(layer, feature, true);
+    }
+    file.close();
+    return;
+  }
+  make_folder(target);
+  for (const Layer& layer : layers) {
+    if (layer.shape == Shape::none) continue;
+    GeoJsonFile file((target / (std::string(layer.name) + ".geojson")).string(), crs);
+    for (const Feature& feature : layer.features) file.add(layer, feature, false);
+    file.close();
+  }
+}
+
+void write_ply(const BundleProject& project, const std::string& path) {
+  OutputFile out(path);
+  out << "ply\nformat ascii 1.0\nelement vertex " << project.object_points.count() << '\n';
+  for (const char* name : {"x", "y", "z"}) out << "property double " << name << '\n';
+  for (const char* name : {"red", "green", "blue"}) out << "property uchar " << name << '\n';
+  out << "end_header\n";
+  for (const ObjectPoint& point : project.object_points) {
+    const char* colour = " 128 128 128\n";
+    if (point.type == PointType::control) colour = " 255 0 0\n";
+    if (point.type == PointType::check) colour = " 0 0 255\n";
+    out << point.xyz[0] << ' ' << point.xyz[1] << ' ' << point.xyz[2] << colour;
+  }
+  out.close();
+}
+
+}  // namespace vorn::exchange

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "driver/bundle_project.h"
+#include "geometry/vec3.h"
+
+// A project as tables of features, which geographic information systems open as layers.
+
+namespace vorn::exchange {
+
+enum class Shape : std::uint8_t { none, point, line, polygon };
+enum class FieldKind : std::uint8_t { text, integer, real };
+
+struct Field {
+  const char* name;
+  FieldKind kind;
+};
+// A real value that is not finite is missing.
+using FieldValue = std::variant<std::string, std::int64_t, double>;
+
+struct Feature {
+  std::vector<Vec3> vertices;  // of a polygon: the first one is the last one, too
+  std::vector<FieldValue> values;
+};
+
+struct Layer {
+  const char* name;
+  Shape shape;
+  std::vector<Field> fields;
+  std::vector<Feature> features;
+};
+
+// Horizontal covariance of a point: xx, xy, yy, and the variance of Z, in squares of object units.
+struct PointCovariance {
+  double xx;
+  double xy;
+  double yy;
+  double zz;
+};
+using PointCovariances = std::map<const ObjectPoint*, PointCovariance>;
+
+// Object points, images at their projection centres, residuals of control points and differences of
+// check points as lines, error ellipses of points whose covariance is given, and residuals of image
+// points as a table without positions. Lines and ellipses are drawn `exaggeration` times as large;
+// their fields hold the true values.
+std::vector<Layer> layers_of(const BundleProject& project, const PointCovariances& covariances,
+                             double exaggeration);
+
+// A file of comma-separated values per layer: PATH a folder, or the file of the points whose name
+// the names of the others begin with.
+void write_csv(const std::vector<Layer>& layers, const std::string& path);
+// A collection of features per layer with a shape: PATH a folder, or one file of all with their
+// layer as a member. `crs` is an EPSG code ("EPSG:25832") or empty.
+void write_geojson(const std::vector<Layer>& layers, const std::string& path,
+                   const std::string& crs);
+// One GeoPackage of all layers, by GDAL.
+void write_geopackage(const std::vector<Layer>& layers, const std::string& path,
+                      const std::string& crs);
+// Whether this program can write one.
+bool has_geopackage();
+
+// Object points in the Polygon File Format as text; control red, check points blue.
+void write_ply(const BundleProject& project, const std::string& path);
+
+}  // namespace vorn::exchange
