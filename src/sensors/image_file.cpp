@@ -1,11 +1,13 @@
 // Image file and image-coordinates file.
 
 #include <array>
+#include <cstddef>
 #include <memory>
 #include <utility>
 
 #include "sensors/bundle_image.h"
 #include "text/records.h"
+#include "text/text_checks.h"
 
 namespace vorn {
 
@@ -40,6 +42,10 @@ int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images) 
       report_unknown_reference(in, word, "an image", images);
       return reading_failed("ERROR: BundleImage ", word, " not found.\n");
     }
+    constexpr std::size_t kWordsPerPoint = 5;
+    in.begin_record({"image", word});
+    report_broken_lines(in, kWordsPerPoint, "point",
+                        [&](std::string_view id) { return images.find(id) != nullptr; });
     if (!image->camera->read_image_coords(in, *image)) {
       return reading_failed("ERROR: BundleImage ", word, " read image coords. failed.\n");
     }

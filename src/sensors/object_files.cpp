@@ -6,6 +6,7 @@
 
 #include "sensors/object_point.h"
 #include "text/records.h"
+#include "text/text_checks.h"
 
 namespace vorn {
 
@@ -101,6 +102,8 @@ int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points) {
   if (common && !in.read_triple(std_devs, kStdDevs)) {
     return reading_failed("ERROR: Reading common std. dev. failed.\n");
   }
+  in.begin_record({"object-point"});
+  report_broken_lines(in, common ? 4 : 7, "point", [](std::string_view) { return false; });
   return read_records(in, EndWords::keyword_or_minus_one, [&](std::string_view id) {
     in.begin_record({"object-point", id});
     double xyz[3];

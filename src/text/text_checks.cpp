@@ -51,7 +51,60 @@ bool looks_like_a_record(std::string_view line) {
          std::count_if(words.begin(), words.end(), is_number) >= kFewestNumbers;
 }
 
+// The words of a line, at most one more than `limit` of them.
+std::size_t split_line(std::string_view line, std::size_t limit,
+                       std::vector<std::string_view>& words) {
+  words.clear();
+  for (std::size_t at = line.find_first_not_of(kBlanks);
+       at != std::string_view::npos && words.size() <= limit;) {
+    const std::size_t end = std::min(line.find_first_of(kBlanks, at), line.size());
+    words.push_back(line.substr(at, end - at));
+    at = line.find_first_not_of(kBlanks, end);
+  }
+  return words.size();
+}
+
 }  // namespace
+
+void report_broken_lines(TokenReader& in, std::size_t words_per_record, std::string_view noun,
+                         const std::function<bool(std::string_view)>& begins_list) {
+  if (!in.listens()) return;
+  std::string_view text = in.rest();
+  take_line(text);
+  std::vector<std::string_view> words;
+  std::string_view short_record;  // identifier of a record that goes on behind its line
+  std::size_t pending = 0;        // words of that record
+  bool lines_are_records = false;
+  while (!text.empty()) {
+    const std::string_view line = take_line(text);
+    const std::size_t count = split_line(line, words_per_record, words);
+    if (count == 0) continue;
+    const bool ends = words[0] == kEndWord || words[0] == "-1";
+    if (pending > 0 && (count == words_per_record || (ends && lines_are_records))) {
+      in.report(FindingCode::value_missing, words[0],
+                "a value of " + std::string(noun) + ' ' + printable(short_record) +
+                    " is missing before " + quoted(words[0]));
+      return;
+    }
+    if (ends || pending + count > words_per_record || line.find('(') != std::string_view::npos) {
+      return;
+    }
+    if (pending > 0) {
+      pending += count;
+      if (pending == words_per_record) pending = 0;
+    } else if (count == words_per_record) {
+      lines_are_records = true;
+    } else if (count == 2 && begins_list(words[0]) && is_number(words[1])) {
+      in.report(FindingCode::end_missing, words[0],
+                "the list before " + quoted(words[0]) + " has no end word",
+                "end it with \"-1\" or \"stop-dep\"");
+      return;
+    } else {
+      short_record = words[0];
+      pending = count;
+    }
+  }
+}
 
 bool report_utf16(std::string_view text, std::string_view file, FindingListener* listener) {
   const bool marked = text.starts_with("\xff\xfe") || text.starts_with("\xfe\xff");

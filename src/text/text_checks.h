@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string_view>
 
 #include "text/token_reader.h"
@@ -18,5 +20,13 @@ void report_invisible(TokenReader& in);
 
 // Records, blocks or keywords behind the last thing that was read. Prose there is no finding.
 void report_rest(TokenReader& in);
+
+// A list of records that stand on one line each, from the next line on: where a line has fewer
+// words than the others, a value is missing, and everything behind it would be read one word too
+// early; where a line of two words begins another list (`begins_list`, which gets its first word),
+// the list has no end word. Lists whose records are not lines are passed over. `noun` names a
+// record.
+void report_broken_lines(TokenReader& in, std::size_t words_per_record, std::string_view noun,
+                         const std::function<bool(std::string_view)>& begins_list);
 
 }  // namespace vorn

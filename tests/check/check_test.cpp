@@ -153,6 +153,10 @@ const std::vector<Mistake> kMistakes = {
     {"frame-selfcal", "crds.txt", " p2 8.1894", " p1 8.1894", "duplicate", "crds.txt:3:2"},
     {"frame-selfcal", "image.txt", "i2 e2 k1", "i2 e2 k3", "unknown-reference", "image.txt:2:19"},
     {"frame-selfcal", "cs.txt", "p5 in", "P5 in", "unknown-reference", "cs.txt:4:1"},
+    {"frame-selfcal", "crds.txt", "-1\ni2", "i2", "end-missing", "crds.txt:15:1"},
+    {"frame-selfcal", "crds.txt", " p3 -2.1679590868 0.77920201513 0.003 0.003",
+     " p3 -2.1679590868 0.77920201513 0.003", "value-missing", "crds.txt:5:2"},
+    {"mixed-models", "crds.txt", "-1\ni2", "i2", "end-missing", "crds.txt:16:1"},
     // names
     {"frame-selfcal", "image.txt", "i2 e2 k1", "i2 E2 k1", "unknown-reference", "image.txt:2:16"},
     {"frame-selfcal", "ap.txt", "gap s1 k1", "gap s1 kk", "unknown-reference", "ap.txt:1:8"},
