@@ -8,7 +8,7 @@
 #include <memory>
 #include <string_view>
 
-#include "app/json_stream.h"
+#include "app/json/json_stream.h"
 #include "driver/paths.h"
 #include "quality/tables.h"
 

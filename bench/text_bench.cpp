@@ -36,8 +36,7 @@ void read_image_coordinates(benchmark::State& state) {
     double values[4] = {};
     double sum = 0.0;
     while (in.read_word(id)) {
-      in.read_pair(values[0], values[1]);
-      in.read_pair(values[2], values[3]);
+      if (!in.read_pair(values[0], values[1]) || !in.read_pair(values[2], values[3])) break;
       sum += values[0];
     }
     benchmark::DoNotOptimize(sum);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/json_stream.h"
+#include "app/json/json_stream.h"
 #include "quality/results.h"
 
 namespace vorn::app {

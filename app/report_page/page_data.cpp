@@ -4,7 +4,7 @@
 #include <cmath>
 #include <functional>
 
-#include "app/json_stream.h"
+#include "app/json/json_stream.h"
 #include "app/report_page/camera_data.h"
 #include "app/report_page/lights.h"
 #include "app/report_page/packed_column.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/json_stream.h"
+#include "app/json/json_stream.h"
 #include "app/report_page/page_data.h"
 
 namespace vorn::app {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "driver/bundle_project.h"
 #include "lsq/stages/normal_equations.h"
 
 namespace vorn {

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "driver/bundle_project.h"
-
 namespace vorn {
+
+class BundleProject;
 
 // Normal equations with damping, (N + lambda D) x = n, in the matrix of a project: D is the
 // diagonal of N without the condition equations, so that steps do not depend on the units of the

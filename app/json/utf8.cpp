@@ -1,4 +1,4 @@
-#include "app/utf8.h"
+#include "app/json/utf8.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/utf8.h"
+#include "app/json/utf8.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
