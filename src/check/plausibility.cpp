@@ -143,6 +143,13 @@ void add_measuring_mistakes(const BundleImage& image, Suspects& suspects) {
     const Pair p = measured_in_image(ray);
     return Pair{p[0], -p[1]};
   });
+  // Pixels counted from the other side or with the other sign.
+  add("x is mirrored: its sign as measured is changed", [](const StartRay& ray) {
+    return ray.image->camera->pixel_to_image({-ray.measured->x, ray.measured->y});
+  });
+  add("y is mirrored: its sign as measured is changed", [](const StartRay& ray) {
+    return ray.image->camera->pixel_to_image({ray.measured->x, -ray.measured->y});
+  });
   add("x and y are exchanged as measured", [](const StartRay& ray) {
     return ray.image->camera->pixel_to_image({ray.measured->y, ray.measured->x});
   });
