@@ -21,12 +21,16 @@ class ListCommand final : public Command {
  private:
   void print(const BundleProject& project) const {
     const bool both = results_ == significance_;
-    const AdjObjectList& unknowns = project.unknowns;
-    for (std::int32_t i = 0; (both || results_) && i < unknowns.num_objects(); ++i) {
-      unknowns[i].print_results(standard_output());
-    }
-    for (std::int32_t i = 0; (both || significance_) && i < unknowns.num_objects(); ++i) {
-      unknowns[i].print_significance(standard_output());
+    if (both || results_) print_each(project.unknowns, &AdjObject::print_results);
+    if (both || significance_) print_each(project.unknowns, &AdjObject::print_significance);
+  }
+
+  // A reader that goes away ends the listing.
+  static void print_each(const AdjObjectList& unknowns,
+                         void (AdjObject::*listing)(TextWriter& out) const) {
+    TextWriter& out = standard_output();
+    for (std::int32_t i = 0; i < unknowns.num_objects() && out.error() == 0; ++i) {
+      (unknowns[i].*listing)(out);
     }
   }
 

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <new>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "app/command.h"
+#include "app/signals.h"
 #include "driver/run.h"
 #include "text/file_system.h"
 #include "text/text_writer.h"
@@ -89,8 +91,29 @@ ExitStatus run_command(std::vector<std::string> arguments) {
 }  // namespace
 }  // namespace vorn::app
 
+namespace vorn::app {
+namespace {
+
+// What goes to a standard output that cannot take it is lost: no success. A reader that has gone
+// away has had what it wanted.
+ExitStatus checked_console(ExitStatus status) {
+  flush_console();
+  const int error = standard_output().error();
+  if (error == 0 || error == EPIPE) return status;
+  error_output() << "vorn: standard output is not complete: " << error_text(error) << '\n';
+  flush_console();
+  return kFailed;
+}
+
+}  // namespace
+}  // namespace vorn::app
+
 int main(int argc, char** argv) {
   using namespace vorn;
+  app::occupy_standard_streams();
+  app::handle_signals();
+  standard_output().escape_controls();
+  error_output().escape_controls();
   app::ExitStatus status = app::kFailed;
   try {
     status = app::run_command({argv + 1, argv + argc});
@@ -99,6 +122,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     error_output() << "vorn: " << error.what() << '\n';
   }
-  flush_console();
-  return status;
+  return app::checked_console(status);
 }

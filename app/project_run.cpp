@@ -1,49 +1,51 @@
 #include "app/project_run.h"
 
+#include <cmath>
 #include <optional>
 #include <string_view>
 
 #include "app/diagnosis_text.h"
+#include "app/ending.h"
 #include "driver/output_guard.h"
+#include "lsq/stages/iteration_report.h"
 #include "quality/diagnosis.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
 namespace {
 
-void print_clash(const InputClash& clash) {
+// No adjustment that converges needs as many.
+constexpr std::int32_t kMaxIterations = 1000;
+constexpr std::uint64_t kMaxReportBytes = std::uint64_t{1} << 32U;
+
+void print_obstacle(const Obstacle& obstacle) {
   constexpr std::string_view kSays[] = {
       "no such control file",
       "a directory is no control file",
       "this is no control file: it names no data file by a keyword",
       "the control file has the name of one of its own outputs",
       "a data file has the name of one of the outputs and would be overwritten",
+      "an output is a link to another file; remove the link first",
+      "an output would replace something that is no file",
+      "two outputs have this name, one of them in the options",
+      "the options name an output outside the project's directory; --allow-outside permits it",
+      "the options name an output, but this file holds something else; --allow-outside replaces it",
   };
-  error_output() << "vorn: " << kSays[static_cast<std::size_t>(clash.kind)] << ": " << clash.file
-                 << '\n';
+  error_output() << "vorn: " << kSays[static_cast<std::size_t>(obstacle.kind)] << ": "
+                 << obstacle.file << '\n';
 }
 
-void print_summary(const RunSummary& summary, bool with_cameras) {
-  constexpr NumberFormat kSigma0 = fixed(3);
+void print_iteration(const IterationStatistics& statistics) {
   TextWriter& err = error_output();
-  if (summary.result != 1) {
-    err << "vorn: the adjustment failed; the messages above and the report say why: "
-        << summary.files.out << '\n';
-    return;
-  }
-  err << "\nAdjustment completed\n  sigma 0     ";
-  if (summary.sigma0 == 0.0) {
-    err << "undefined, no redundancy\n";
+  err << "iteration " << fixed(0, 3)(statistics.number) << "   sigma 0 "
+      << fixed(3, 12)(statistics.sigma0 * 1e6) << " um   ";
+  if (statistics.open_object == nullptr) {
+    err << "converged\n";
   } else {
-    err << kSigma0(summary.sigma0 * 1e6) << " um\n";
+    const NamedParameter open = open_parameter(statistics);
+    err << open.kind << ' ' << open.id << ", " << open.name << " still moves\n";
   }
-  err << "  redundancy  " << summary.redundancy << "\n  iterations  " << summary.iterations
-      << "\n  files       ";
-  std::string_view separator;
-  for (const std::string& name : summary.files.opened(with_cameras)) {
-    err << separator << name << '\n';
-    separator = "              ";
-  }
+  err.flush();
 }
 
 void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
@@ -58,21 +60,65 @@ void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
 
 void ProjectRun::define(CLI::App& parser) {
   parser.add_option("PROJECT", request.path, "control file of the project")->required();
+  parser.add_flag("-q,--quiet", quiet_, "tell only what goes wrong");
+  parser.add_flag("-v,--verbose", verbose_,
+                  "standard output carries all messages of the library, also of the convergence "
+                  "test");
+  parser.add_flag("--lenient", lenient_,
+                  "adjust also when words of the data files cannot be what they should");
+  parser.add_flag("--allow-outside", allow_outside_,
+                  "files of the normal equations may stand outside the project's directory and "
+                  "replace other files");
 }
 
-ExitStatus ProjectRun::run() const {
-  const std::vector<InputClash> clashes = find_input_clashes(request.path, request.with_cameras);
-  for (const InputClash& clash : clashes) print_clash(clash);
-  if (!clashes.empty()) return kFailed;
+bool ProjectRun::judge_findings() {
+  standard_output().flush();
+  for (const Finding& finding : findings_.findings()) {
+    if (!quiet_ || finding.severity() == Severity::error) print_finding(error_output(), finding);
+  }
+  if (!findings_.has_errors() || lenient_) return true;
+  error_output() << "vorn: the data files have errors; --lenient adjusts in spite of them\n";
+  return false;
+}
+
+bool ProjectRun::may_run() const {
+  const std::vector<Obstacle> obstacles =
+      find_obstacles({request.path, request.with_cameras, allow_outside_});
+  for (const Obstacle& obstacle : obstacles) print_obstacle(obstacle);
+  return obstacles.empty();
+}
+
+IterationAnswer ProjectRun::watch(const IterationStatistics& statistics) {
+  if (verbose_) print_open_parameter(statistics);
+  if (!verbose_ && !quiet_) {
+    standard_output().flush();
+    print_iteration(statistics);
+  }
+  if (!std::isfinite(statistics.vtpv)) return IterationAnswer::stop;
+  if (statistics.number < kMaxIterations) return IterationAnswer::go_on;
+  error_output() << "vorn: no more than " << kMaxIterations << " iterations are run\n";
+  return IterationAnswer::finish;
+}
+
+ExitStatus ProjectRun::run() {
+  if (!may_run()) return kFailed;
+  request.outputs = OutputMode::replaced;
+  request.diagnose = true;
+  request.findings = &findings_;
+  request.after_reading = [this] { return judge_findings(); };
+  request.max_report_bytes = kMaxReportBytes;
+  request.on_iteration = [this](const IterationStatistics& statistics) {
+    return watch(statistics);
+  };
   std::optional<Diagnosis> diagnosis;
-  RunRequest diagnosed = request;
-  diagnosed.hear_diagnosis = [&](const Diagnosis& heard) { diagnosis = heard; };
-  const RunSummary summary = run_project(diagnosed);
+  request.hear_diagnosis = [&](const Diagnosis& heard) { diagnosis = heard; };
+  const RunSummary summary = run_project(request);
+  request.hear_diagnosis = nullptr;
   // The library's own text comes first, whatever the streams are connected to.
-  flush_console();
-  print_summary(summary, request.with_cameras);
+  standard_output().flush();
+  print_ending(summary, request, quiet_);
   if (diagnosis) print_diagnosis(summary, *diagnosis);
-  return summary.result == 1 ? kSuccess : kFailed;
+  return status_of(summary);
 }
 
 }  // namespace vorn::app

@@ -2,19 +2,33 @@
 
 #include "app/command.h"
 #include "driver/run.h"
+#include "text/findings.h"
 
 namespace vorn::app {
 
-// What commands that adjust a project have in common: the project's control file and how the run is
-// told about.
-struct ProjectRun {
+// What commands that adjust a project have in common: its control file, what they refuse, and how
+// they tell about the run.
+class ProjectRun {
+ public:
+  // Declares PROJECT and the common options.
+  void define(CLI::App& parser);
+  // Runs the project. Results are replaced as a whole; a failed run leaves the earlier ones as they
+  // were. The error stream tells about each iteration and the ending.
+  [[nodiscard]] ExitStatus run();
+
   RunRequest request;
 
-  // Declares PROJECT.
-  void define(CLI::App& parser);
-  // Runs the project and closes with a summary on the error stream. A project that would destroy
-  // its own input is refused.
-  [[nodiscard]] ExitStatus run() const;
+ private:
+  bool may_run() const;
+  // Prints what is wrong with the data files; false when the run is to end there.
+  bool judge_findings();
+  IterationAnswer watch(const IterationStatistics& statistics);
+
+  bool quiet_ = false;
+  bool verbose_ = false;
+  bool allow_outside_ = false;
+  bool lenient_ = false;
+  FindingList findings_;
 };
 
 }  // namespace vorn::app

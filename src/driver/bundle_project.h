@@ -15,12 +15,15 @@
 #include "lsq/adjustment_settings.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/stages/held_point.h"
+#include "lsq/stages/iteration_observer.h"
 #include "lsq/stages/observation_table.h"
 #include "lsq/stages/statistics.h"
+#include "report/data_checks.h"
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
 #include "sensors/object_point.h"
 #include "text/findings.h"
+#include "text/output_files.h"
 
 namespace vorn {
 
@@ -122,11 +125,22 @@ class BundleProject {
   std::int32_t failed_unknown = -1;  // where the last factorisation stopped; -1: it did not
   bool converged = false;            // whether it ended before the maximum number
   IterationEnding ending = IterationEnding::max_iterations;
+  bool ended_from_outside = false;  // by the observer of the iterations, before any of these
   // Object points that damped iterations held or moved, in the order in which that happened.
   std::vector<HeldPoint> held_points;
   // What each iteration came to; the last one may have failed half-way.
   std::vector<IterationStatistics> iterations;
   std::unique_ptr<AdjInterface> solver;
+
+  // What the checks before the adjustment removed, in that order.
+  std::vector<Removal> removed_objects;
+  // Where the numbers ceased to be finite, if they did.
+  NonFiniteValue non_finite;
+
+  // The run that the project belongs to: its files, for those that a stage writes, and who watches
+  // the iterations. Both may be missing.
+  OutputFiles* outputs = nullptr;
+  IterationObserver on_iteration;
 };
 
 }  // namespace vorn

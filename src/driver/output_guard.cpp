@@ -1,7 +1,10 @@
 #include "driver/output_guard.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
+#include <utility>
 
 #include "driver/control_file.h"
 #include "driver/options.h"
@@ -69,19 +72,124 @@ std::vector<std::string> normal_equation_files(const std::string& options_file) 
   return names;
 }
 
-// Everything that a run may write to.
-std::vector<std::string> written_files(const std::string& control_file, const ControlFile& content,
-                                       bool with_cameras) {
+// The files that the last options of a control file name: later options replace earlier ones.
+std::vector<std::string> find_dumps(const std::string& control_file, const ControlFile& content) {
   std::vector<std::string> dumps;
   for (const NamedFile& file : content.files) {
-    // Later options replace earlier ones.
     if (file.keyword == Keyword::params) dumps = normal_equation_files(file.path);
   }
-  std::vector<std::string> files =
-      output_names(split_path(absolute_path(control_file))).opened(with_cameras);
-  for (const std::string& name : dumps) files.push_back(from_directory_of(control_file, name));
-  return files;
+  for (std::string& name : dumps) name = from_directory_of(control_file, name);
+  return dumps;
 }
+
+bool is_same(const std::string& a, const std::string& b) {
+  return same_file(a, b) || canonical_path(a) == canonical_path(b);
+}
+
+// Whether a file stands in a directory, which ends with a separator, or below.
+bool is_within(const std::string& file, const std::string& directory) {
+  std::string start = canonical_path(directory + "x");
+  start.pop_back();
+  return canonical_path(file).starts_with(start);
+}
+
+// A number as the files of the normal equations show it: "-1.234567890123e+00", "nan".
+bool is_dumped_number(std::string_view word) {
+  if (word.find_first_not_of("-naif") == std::string_view::npos) return true;
+  constexpr std::size_t kDecimals = 12;
+  const std::size_t dot = word.find('.');
+  const std::size_t exponent = word.find('e');
+  return dot != std::string_view::npos && exponent == dot + kDecimals + 1 &&
+         word.find_first_not_of("+-.e0123456789") == std::string_view::npos;
+}
+
+// Whether a file is empty or may be one of an earlier run's normal equations: a bitmap, or one or
+// two counts and then numbers of their form.
+bool looks_like_dump(const std::string& path) {
+  FileText text;
+  if (!text.load(path)) return false;
+  TokenReader in(text.view());
+  std::string_view word;
+  if (!in.read_word(word) || word == "P1") return true;
+  std::int32_t num_counts = 1;
+  for (; in.read_word(word); ++num_counts) {
+    if (is_dumped_number(word)) return true;
+    if (num_counts == 2 || word.find_first_not_of("0123456789") != std::string_view::npos)
+      return false;
+  }
+  return text.view().front() == '0';  // an empty system
+}
+
+class Guard {
+ public:
+  explicit Guard(const GuardRequest& request)
+      : request_(request),
+        content_(read_names(request.control_file)),
+        dumps_(find_dumps(request.control_file, content_)) {
+    const PathParts parts = split_path(absolute_path(request.control_file));
+    directory_ = parts.drive + parts.directory;
+    const OutputNames names = output_names(parts);
+    results_ = names.opened(request.with_cameras);
+    results_.push_back(names.failed);
+  }
+
+  std::vector<Obstacle> find() {
+    for (const std::string& output : results_) check_output(output);
+    for (const std::string& dump : dumps_) check_output(dump);
+    for (std::size_t i = 0; i < dumps_.size(); ++i) check_dump(i);
+    const bool other_reason =
+        !obstacles_.empty() && obstacles_.front().kind == ObstacleKind::control_file_is_output;
+    if (!content_.plausible && !other_reason) {
+      return {{ObstacleKind::not_a_control_file, request_.control_file}};
+    }
+    return std::move(obstacles_);
+  }
+
+ private:
+  void add(ObstacleKind kind, const std::string& file) { obstacles_.push_back({kind, file}); }
+
+  void check_output(const std::string& output) {
+    if (is_same(output, request_.control_file)) {
+      obstacles_.insert(obstacles_.begin(),
+                        {ObstacleKind::control_file_is_output, request_.control_file});
+    }
+    bool is_input = false;
+    for (const NamedFile& file : content_.files) {
+      if (!same_file(output, file.path)) continue;
+      add(ObstacleKind::data_file_is_output, file.path);
+      is_input = true;
+    }
+    const FileKind kind = file_kind(output);
+    if (is_input) return;
+    if (is_link(output)) {
+      add(ObstacleKind::output_is_link, output);
+    } else if (kind != FileKind::missing && kind != FileKind::regular) {
+      add(ObstacleKind::output_is_no_file, output);
+    }
+  }
+
+  void check_dump(std::size_t i) {
+    const std::string& dump = dumps_[i];
+    const auto is_this = [&dump](const std::string& other) { return is_same(dump, other); };
+    if (std::any_of(results_.begin(), results_.end(), is_this) ||
+        std::any_of(dumps_.begin(), dumps_.begin() + static_cast<std::ptrdiff_t>(i), is_this)) {
+      add(ObstacleKind::dump_is_output, dump);
+    }
+    if (request_.allow_outside) return;
+    if (!is_within(dump, directory_)) {
+      add(ObstacleKind::dump_outside, dump);
+    } else if (file_kind(dump) == FileKind::regular && !looks_like_dump(dump)) {
+      add(ObstacleKind::dump_replaces_file, dump);
+    }
+  }
+
+  const GuardRequest& request_;
+  ControlFile content_;
+  std::vector<std::string> dumps_;    // files of the normal equations
+  std::vector<std::string> results_;  // all other outputs
+  std::string directory_;
+  std::vector<Obstacle> obstacles_;
+};
 
 }  // namespace
 
@@ -92,24 +200,15 @@ bool is_own_output(const std::string& control_file, const OutputNames& names, bo
   });
 }
 
-std::vector<InputClash> find_input_clashes(const std::string& control_file, bool with_cameras) {
-  const FileKind kind = file_kind(control_file);
-  if (kind == FileKind::missing) return {{ClashKind::control_file_missing, control_file}};
-  if (kind == FileKind::directory) return {{ClashKind::control_file_is_directory, control_file}};
-  const ControlFile content = read_names(control_file);
-  std::vector<InputClash> clashes;
-  for (const std::string& output : written_files(control_file, content, with_cameras)) {
-    if (same_file(output, control_file)) {
-      return {{ClashKind::control_file_is_output, control_file}};
-    }
-    for (const NamedFile& file : content.files) {
-      if (same_file(output, file.path)) {
-        clashes.push_back({ClashKind::data_file_is_output, file.path});
-      }
-    }
+std::vector<Obstacle> find_obstacles(const GuardRequest& request) {
+  const FileKind kind = file_kind(request.control_file);
+  if (kind == FileKind::missing) {
+    return {{ObstacleKind::control_file_missing, request.control_file}};
   }
-  if (!content.plausible) return {{ClashKind::not_a_control_file, control_file}};
-  return clashes;
+  if (kind == FileKind::directory) {
+    return {{ObstacleKind::control_file_is_directory, request.control_file}};
+  }
+  return Guard(request).find();
 }
 
 }  // namespace vorn

@@ -7,24 +7,37 @@
 
 namespace vorn {
 
-// Why a run of a control file would come to nothing or destroy what it reads.
-enum class ClashKind {
+// Why a run of a control file would come to nothing or destroy what it should not.
+enum class ObstacleKind {
   control_file_missing,
   control_file_is_directory,
   not_a_control_file,      // it names no data file by a keyword of the control file
   control_file_is_output,  // it has the name of one of its own outputs
   data_file_is_output,     // a data file has the name of an output
+  output_is_link,          // an output is a link to somewhere else
+  output_is_no_file,       // an output is a directory, a device or a pipe
+  dump_is_output,          // two outputs have one name, one of them given by the options
+  dump_outside,            // the options name a file outside the project's directory
+  dump_replaces_file,      // the options name a file that is there and holds something else
 };
-struct InputClash {
-  ClashKind kind;
-  std::string file;  // the control file as given, or a data file as seen from there
+struct Obstacle {
+  ObstacleKind kind;
+  std::string file;  // the control file as given, or another file as seen from there
 };
 
-// Reads the control file and the options that it names, touches nothing, and prints nothing. Empty
-// when the project may run. Files are compared by their identity: links and other spellings are
-// seen through. Files that the options name for the normal equations are outputs, too.
-[[nodiscard]] std::vector<InputClash> find_input_clashes(const std::string& control_file,
-                                                         bool with_cameras);
+// What a run writes, and what its user allows.
+struct GuardRequest {
+  std::string control_file;
+  bool with_cameras = false;
+  // Files that the options name for the normal equations may stand anywhere and replace anything
+  // but the project's own files.
+  bool allow_outside = false;
+};
+
+// Reads the control file, the options that it names and the beginning of the files that it would
+// replace, touches nothing, and prints nothing. Empty when the project may run. Files are compared
+// by their identity: links and other spellings are seen through.
+[[nodiscard]] std::vector<Obstacle> find_obstacles(const GuardRequest& request);
 
 // Whether the control file, a full path, is itself one of the files that its run opens: the one
 // clash that every run refuses, the library's too.

@@ -47,7 +47,7 @@ std::string absolute_path(const std::string& path) {
 OutputNames output_names(const PathParts& control_file) {
   const std::string stem = control_file.drive + control_file.directory + control_file.base + '.';
   return {stem + "out", stem + "cam",   stem + "ext",    stem + "ocs", stem + "res",
-          stem + "cal", stem + "apset", stem + "gcpres", stem + "chp"};
+          stem + "cal", stem + "apset", stem + "gcpres", stem + "chp", stem + "failed.out"};
 }
 
 std::vector<std::string> OutputNames::opened(bool with_cameras) const {

@@ -29,6 +29,7 @@ struct OutputNames {
   std::string apset;
   std::string gcpres;
   std::string chp;
+  std::string failed;  // the report of a run that failed, where results are replaced as a whole
 
   // The files that a run opens; "cam" only on request.
   std::vector<std::string> opened(bool with_cameras) const;

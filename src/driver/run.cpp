@@ -1,6 +1,7 @@
 #include "driver/run.h"
 
 #include <chrono>
+#include <cstdio>
 
 #include "driver/bundle_project.h"
 #include "driver/output_guard.h"
@@ -13,39 +14,27 @@ namespace {
 
 // The output streams of a run, in the order in which they are opened.
 struct OutputStreams {
-  TextWriter report;
-  TextWriter ext;
-  TextWriter ocs;
-  TextWriter res;
-  TextWriter apset;
-  TextWriter gcpres;
-  TextWriter chp;
+  OutputStreams(OutputFiles& outputs, const OutputNames& names)
+      : report(outputs.open(names.out, names.failed)),
+        ext(outputs.open(names.ext)),
+        ocs(outputs.open(names.ocs)),
+        res(outputs.open(names.res)),
+        apset(outputs.open(names.apset)),
+        gcpres(outputs.open(names.gcpres)),
+        chp(outputs.open(names.chp)) {}
 
-  // A file that cannot be opened discards what is written to it.
-  void open_results(const OutputNames& names) {
-    ext.open(names.ext);
-    ocs.open(names.ocs);
-    res.open(names.res);
-    apset.open(names.apset);
-    gcpres.open(names.gcpres);
-    chp.open(names.chp);
-  }
-  // In reverse order of opening.
-  void close() {
-    for (TextWriter* stream : {&chp, &gcpres, &apset, &res, &ocs, &ext, &report}) stream->close();
-  }
+  TextWriter& report;
+  TextWriter& ext;
+  TextWriter& ocs;
+  TextWriter& res;
+  TextWriter& apset;
+  TextWriter& gcpres;
+  TextWriter& chp;
 };
 
-void write_camera_file(const BundleProject& project, const std::string& name) {
-  TextWriter cam;
-  cam.open(name);
-  project.write_cameras(cam);
-  project.print_cameras(cam);
-}
-
-// The final sections. AP-set blocks go to the "apset" file and AP-set records to the report.
-void write_sections(const BundleProject& project, OutputStreams& streams, const OutputNames& names,
-                    bool with_cameras) {
+// The final sections. AP-set blocks go to the "apset" file and AP-set records to the report. `cam`
+// is null unless the camera file is asked for.
+void write_sections(const BundleProject& project, const OutputStreams& streams, TextWriter* cam) {
   TextWriter& report = streams.report;
   project.print_cameras(report);
   project.print_ap_sets(streams.apset);
@@ -56,7 +45,10 @@ void write_sections(const BundleProject& project, OutputStreams& streams, const 
   project.print_object_points(report);
   project.write_residuals(streams.res);
   project.print_residuals(report);
-  if (with_cameras) write_camera_file(project, names.cam);
+  if (cam != nullptr) {
+    project.write_cameras(*cam);
+    project.print_cameras(*cam);
+  }
   project.print_control_residuals(streams.gcpres);
   project.print_control_residuals(report);
   project.print_check_points(streams.chp);
@@ -84,7 +76,12 @@ int adjust(const RunRequest& request, BundleProject& project, TokenReader& contr
   const int read = project.read_control_file(control_file);
   change_directory(directory);
   times.read = watch.lap();
+  const bool goes_on = !request.after_reading || request.after_reading();
   if (read != 1) return -1;
+  if (!goes_on) {
+    report << "ERROR: There are errors in the data files.\n";
+    return -1;
+  }
   project.options.print_options(report);
   ls_params().print(report);
   if (request.prepare) request.prepare(project, report);
@@ -106,6 +103,77 @@ void tell_diagnosis(const RunRequest& request, BundleProject& project, bool comp
   if (!completed || diagnosis.has_errors()) request.hear_diagnosis(diagnosis);
 }
 
+// Replaces earlier results and shows the adjusted project to whoever asked.
+void complete(const RunRequest& request, BundleProject& project, OutputFiles& outputs,
+              RunSummary& summary) {
+  summary.result = 1;
+  summary.sigma0 = project.sigma0;
+  summary.redundancy = project.redundancy;
+  summary.iterations = project.num_iterations;
+  const bool doubtful = is_doubtful(project);
+  if (!outputs.commit()) return;
+  // A report of an earlier failure would speak of a project that is no more.
+  if (request.outputs == OutputMode::replaced) std::remove(summary.files.failed.c_str());
+  if (request.inspect) request.inspect(project);
+  if (doubtful) tell_diagnosis(request, project, true);
+}
+
+// The observer of the request, which also ends iterations that fill the disk.
+IterationObserver observer_of(const RunRequest& request, const TextWriter& report) {
+  if (request.max_report_bytes == 0) return request.on_iteration;
+  return [&request, &report](const IterationStatistics& statistics) {
+    const bool too_long = report.size() > request.max_report_bytes;
+    if (!request.on_iteration) return too_long ? IterationAnswer::finish : IterationAnswer::go_on;
+    const IterationAnswer answer = request.on_iteration(statistics);
+    return too_long && answer == IterationAnswer::go_on ? IterationAnswer::finish : answer;
+  };
+}
+
+// Writes the results of an adjusted project. What has become of it stands in the summary.
+void write_results(const RunRequest& request, BundleProject& project, const OutputStreams& streams,
+                   OutputFiles& outputs, RunSummary& summary) {
+  StopWatch watch;
+  TextWriter* const cam = request.with_cameras ? &outputs.open(summary.files.cam) : nullptr;
+  write_sections(project, streams, cam);
+  if (request.diagnose) summary.ending = ending_of_completed(project);
+  if (summary.ending.non_finite.iteration == 0) complete(request, project, outputs, summary);
+  summary.times.write = watch.lap();
+}
+
+// Reads, adjusts and reports.
+void run_stages(const RunRequest& request, const PathParts& parts, const std::string& control_path,
+                OutputFiles& outputs, RunSummary& summary) {
+  const OutputStreams streams(outputs, summary.files);
+  summary.started = true;
+  // A host's run goes on without a file; results that are replaced as a whole cannot be any more.
+  if (request.outputs == OutputMode::replaced && !outputs.failures().empty()) return;
+  FileText control_file;
+  if (!control_file.load(control_path)) return;
+
+  BundleProject project;
+  project.outputs = &outputs;
+  project.on_iteration = observer_of(request, streams.report);
+  project.settings = request.settings;
+  project.findings = request.findings;
+  const std::string directory = parts.drive + parts.directory;
+  const std::string name = control_path.substr(directory.size());
+  TokenReader control_tokens(control_file.view(), name, project.findings);
+  if (adjust(request, project, control_tokens, directory, streams.report, summary.times) == 1) {
+    write_results(request, project, streams, outputs, summary);
+    return;
+  }
+  if (request.diagnose) summary.ending = ending_of_failed(project);
+  summary.iterations = project.num_iterations;
+  if (has_normal_equations(project)) tell_diagnosis(request, project, false);
+}
+
+void print_failures(const std::vector<OutputFailure>& failures) {
+  for (const OutputFailure& failure : failures) {
+    error_output() << "ERROR: Cannot write file: " << failure.path << ": " << failure.reason
+                   << '\n';
+  }
+}
+
 }  // namespace
 
 RunSummary run_project(const RunRequest& request) {
@@ -118,38 +186,14 @@ RunSummary run_project(const RunRequest& request) {
   const PathParts parts = split_path(full_path);
   summary.files = output_names(parts);
   if (is_own_output(full_path, summary.files, request.with_cameras)) return summary;
-  const std::string directory = parts.drive + parts.directory;
-  change_directory(directory);
+  change_directory(parts.drive + parts.directory);
 
-  OutputStreams streams;
-  streams.report.open(summary.files.out);
-  FileText control_file;
-  const bool readable = control_file.load(full_path);
-  streams.open_results(summary.files);
-  summary.started = true;
-  if (!readable) return summary;
-
-  BundleProject project;
-  project.settings = request.settings;
-  project.findings = request.findings;
-  const std::string name = full_path.substr(directory.size());
-  TokenReader control_tokens(control_file.view(), name, project.findings);
-  if (adjust(request, project, control_tokens, directory, streams.report, summary.times) != 1) {
-    streams.close();
-    if (has_normal_equations(project)) tell_diagnosis(request, project, false);
-    return summary;
-  }
-  StopWatch watch;
-  write_sections(project, streams, summary.files, request.with_cameras);
-  streams.close();
-  summary.times.write = watch.lap();
-  summary.result = 1;
-  summary.sigma0 = project.sigma0;
-  summary.redundancy = project.redundancy;
-  summary.iterations = project.num_iterations;
-  const bool doubtful = is_doubtful(project);
-  if (request.inspect) request.inspect(project);
-  if (doubtful) tell_diagnosis(request, project, true);
+  OutputFiles outputs(request.outputs);
+  run_stages(request, parts, full_path, outputs, summary);
+  // What a failed run leaves behind; nothing is left to do after a completed one.
+  outputs.abandon();
+  summary.failures = outputs.failures();
+  if (request.outputs == OutputMode::in_place) print_failures(summary.failures);
   return summary;
 }
 

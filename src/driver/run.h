@@ -3,9 +3,12 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "driver/paths.h"
 #include "lsq/adjustment_settings.h"
+#include "report/run_ending.h"
+#include "text/output_files.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -30,6 +33,8 @@ struct RunSummary {
   std::int32_t redundancy = 0;
   std::int32_t iterations = 0;
   OutputNames files;
+  std::vector<OutputFailure> failures;  // files that are not complete
+  RunEnding ending;                     // filled in where the request asks for it
   RunTimes times;
 };
 
@@ -43,8 +48,20 @@ struct RunRequest {
   // Where given, may change the project between reading and initialisation, and say so in the
   // report.
   std::function<void(BundleProject&, TextWriter& report)> prepare = nullptr;
-  // Where given, sees the project after a completed adjustment, when all files are written and
-  // closed, just before it is destroyed.
+  // Where given, is called when the data files have been read, whether or not that succeeded. False
+  // ends the run.
+  std::function<bool()> after_reading = nullptr;
+  // `replaced`: a failed run leaves earlier results as they were, and its report under a name of
+  // its own.
+  OutputMode outputs = OutputMode::in_place;
+  // Find out what a person should know about the ending; a run whose numbers are not finite fails.
+  bool diagnose = false;
+  // Where given, is shown each iteration.
+  IterationObserver on_iteration = nullptr;
+  // An iteration that ends with a report longer than that is the last one [bytes]; 0 for no limit.
+  std::uint64_t max_report_bytes = 0;
+  // Where given, sees the project after a completed adjustment, just before it is destroyed. All
+  // files are written and closed by then; it is not called when that failed.
   std::function<void(BundleProject&)> inspect = nullptr;
   // Where given, hears what is wrong with a network whose iterations failed, or whose normal
   // equations could be solved by rounding only. It takes a diagnosis, at the approximate values.

@@ -1,7 +1,11 @@
 // Checks of the data before the adjustment: what cannot be determined or is not used is removed.
 
+#include "report/data_checks.h"
+
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
@@ -12,7 +16,7 @@ namespace vorn {
 
 namespace {
 
-constexpr std::int32_t kMinRaysPerPoint = 2;
+constexpr std::size_t kMinRaysPerPoint = 2;
 constexpr std::int32_t kMinPointsPerImage = 3;
 
 // Every coordinate is observed or fixed. Standard deviations that are not numbers count as free.
@@ -21,17 +25,140 @@ bool is_fully_observed(const ObjectPoint& point) {
   return point.std_devs[0] <= limit && point.std_devs[1] <= limit && point.std_devs[2] <= limit;
 }
 
-// Removes the objects that nothing uses; returns their number.
-template <class T>
-std::int32_t remove_unused(OwnedList<T>& list, std::string_view kind, TextWriter& out) {
-  std::int32_t count = 0;
-  for (std::int32_t slot = 0; slot < list.num_slots(); ++slot) {
-    if (list[slot] == nullptr || list[slot]->used) continue;
-    out << "ATTENTION: " << kind << list[slot]->id << " removed.\n";
-    list.remove(slot);
-    ++count;
+// What becomes of the object point of a slot.
+enum class Verdict : std::uint8_t { empty_slot, used, single_ray, removed };
+
+std::vector<Verdict> judge_points(const BundleProject& project, const PointRays& rays) {
+  std::vector<Verdict> verdicts(static_cast<std::size_t>(project.object_points.num_slots()));
+  for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
+    const ObjectPoint* const point = project.object_points[slot];
+    if (point == nullptr) continue;
+    const std::size_t num_rays = rays[slot].size();
+    const bool single = num_rays == 1 && project.options.single_ray && is_fully_observed(*point);
+    verdicts[static_cast<std::size_t>(slot)] = num_rays >= kMinRaysPerPoint ? Verdict::used
+                                               : single                     ? Verdict::single_ray
+                                                                            : Verdict::removed;
   }
-  return count;
+  return verdicts;
+}
+
+void print_rays(TextWriter& report, const BundleProject& project, const PointRays& rays,
+                const std::vector<Verdict>& verdicts) {
+  const OwnedList<ObjectPoint>& points = project.object_points;
+  report << "Check number of rays per object point\n"
+            "=====================================\n"
+            "(Count number of rays per object point)\n";
+  report << "Number of points to check : " << points.num_slots() << '\n';
+  report << "Single-ray option         : " << (project.options.single_ray ? "on" : "off") << "\n\n";
+  report << "<point ID>: <image ID> ... [<number of rays>]\n\n";
+  for (std::int32_t slot = 0; slot < points.num_slots(); ++slot) {
+    const Verdict verdict = verdicts[static_cast<std::size_t>(slot)];
+    if (verdict == Verdict::empty_slot) continue;
+    const ObjectPoint& point = *points[slot];
+    report << point.id << ':';
+    for (const Ray& ray : rays[slot]) report << ' ' << ray.image->id;
+    report << " [" << static_cast<std::uint64_t>(rays[slot].size()) << ']';
+    if (verdict == Verdict::single_ray) report << " -> single ray";
+    if (verdict == Verdict::removed) {
+      report << " -> removed";
+      for (const Ray& ray : rays[slot]) {
+        report << "\nATTENTION: BundleImage " << ray.image->id << " point " << point.id
+               << " removed.\n";
+      }
+    }
+    report << '\n';
+  }
+  report << "Number of removed object points: "
+         << static_cast<std::int64_t>(
+                std::count(verdicts.begin(), verdicts.end(), Verdict::removed))
+         << "\n\n";
+}
+
+// Marks the points that stay and removes the others, with their measurements.
+void apply(const std::vector<Verdict>& verdicts, const PointRays& rays, BundleProject& project) {
+  for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
+    const Verdict verdict = verdicts[static_cast<std::size_t>(slot)];
+    if (verdict == Verdict::empty_slot) continue;
+    ObjectPoint& point = *project.object_points[slot];
+    point.num_rays = static_cast<std::int32_t>(rays[slot].size());
+    if (verdict != Verdict::removed) {
+      point.used = true;
+      continue;
+    }
+    for (const Ray& ray : rays[slot]) ray.image->remove_point(point.id);
+    project.removals.points.push_back({point.id, point.num_rays});
+    project.removed_objects.push_back(
+        {RemovalReason::too_few_rays, "object point", point.id, point.num_rays});
+    project.object_points.remove(slot);
+  }
+}
+
+// The images with too few points: their slots, and how many points they have.
+struct PoorImage {
+  std::int32_t slot;
+  std::int32_t num_points;
+};
+
+std::vector<PoorImage> find_poor_images(const OwnedList<BundleImage>& images) {
+  std::vector<PoorImage> poor;
+  for (std::int32_t slot = 0; slot < images.num_slots(); ++slot) {
+    if (images[slot] == nullptr) continue;
+    const std::int32_t num_points = images[slot]->count_points();
+    if (num_points < kMinPointsPerImage) poor.push_back({slot, num_points});
+  }
+  return poor;
+}
+
+void print_image_points(TextWriter& report, const OwnedList<BundleImage>& images,
+                        std::size_t num_removed) {
+  report << "Check number of rays per image\n"
+            "==============================\n"
+            "(Count number of rays per image)\n";
+  report << "Number of images to check : " << images.num_slots() << '\n';
+  report << "<image ID>: <number of rays>\n\n";
+  for (const BundleImage& image : images) {
+    const std::int32_t num_points = image.count_points();
+    report << image.id << ": " << num_points
+           << (num_points < kMinPointsPerImage ? " -> removed\n" : "\n");
+  }
+  report << "Number of removed images: " << static_cast<std::uint64_t>(num_removed) << "\n\n";
+}
+
+// Objects of one kind that nothing uses.
+struct UnusedObjects {
+  std::string_view kind;
+  std::string_view printed_kind;
+  std::vector<std::int32_t> slots;
+};
+
+template <class T>
+UnusedObjects find_unused(const OwnedList<T>& list, std::string_view kind,
+                          std::string_view printed_kind) {
+  UnusedObjects unused{kind, printed_kind, {}};
+  for (std::int32_t slot = 0; slot < list.num_slots(); ++slot) {
+    if (list[slot] != nullptr && !list[slot]->used) unused.slots.push_back(slot);
+  }
+  return unused;
+}
+
+template <class T>
+void print_unused(TextWriter& report, const OwnedList<T>& list, const UnusedObjects& unused) {
+  for (const std::int32_t slot : unused.slots) {
+    report << "ATTENTION: " << unused.printed_kind << list[slot]->id << " removed.\n";
+  }
+}
+
+template <class T>
+void remove_unused(OwnedList<T>& list, const UnusedObjects& unused,
+                   std::vector<Removal>& removals) {
+  for (const std::int32_t slot : unused.slots) {
+    removals.push_back({RemovalReason::unused, unused.kind, list[slot]->id, 0});
+    list.remove(slot);
+  }
+}
+
+void print_num_removed(TextWriter& report, std::string_view label, const UnusedObjects& unused) {
+  report << label << static_cast<std::uint64_t>(unused.slots.size()) << '\n';
 }
 
 // Forgets which object points the image points belong to.
@@ -44,93 +171,63 @@ void unlink_points(const OwnedList<BundleImage>& images) {
 }  // namespace
 
 void BundleProject::check_rays_per_point(TextWriter* out) {
-  TextWriter silence;
-  TextWriter& report = out != nullptr ? *out : silence;
-  report << "Check number of rays per object point\n"
-            "=====================================\n"
-            "(Count number of rays per object point)\n";
-  report << "Number of points to check : " << object_points.num_slots() << '\n';
-  report << "Single-ray option         : " << (options.single_ray ? "on" : "off") << "\n\n";
-  report << "<point ID>: <image ID> ... [<number of rays>]\n\n";
-
   const PointRays rays(images, object_points);
-  std::int32_t removed = 0;
-  for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
-    ObjectPoint* const point = object_points[slot];
-    if (point == nullptr) continue;
-    report << point->id << ':';
-    for (const Ray& ray : rays[slot]) report << ' ' << ray.image->id;
-    point->num_rays = static_cast<std::int32_t>(rays[slot].size());
-    report << " [" << point->num_rays << ']';
-    if (point->num_rays >= kMinRaysPerPoint) {
-      point->used = true;
-    } else if (point->num_rays == 1 && options.single_ray && is_fully_observed(*point)) {
-      point->used = true;
-      report << " -> single ray";
-    } else {
-      report << " -> removed";
-      for (const Ray& ray : rays[slot]) {
-        ray.image->remove_point(point->id);
-        report << "\nATTENTION: BundleImage " << ray.image->id << " point " << point->id
-               << " removed.\n";
-      }
-      removals.points.push_back({point->id, point->num_rays});
-      object_points.remove(slot);
-      ++removed;
-    }
-    report << '\n';
-  }
-  report << "Number of removed object points: " << removed << "\n\n";
+  const std::vector<Verdict> verdicts = judge_points(*this, rays);
+  if (out != nullptr) print_rays(*out, *this, rays, verdicts);
+  apply(verdicts, rays, *this);
 }
 
 void BundleProject::check_rays_per_image(TextWriter* out) {
-  TextWriter silence;
-  TextWriter& report = out != nullptr ? *out : silence;
-  report << "Check number of rays per image\n"
-            "==============================\n"
-            "(Count number of rays per image)\n";
-  report << "Number of images to check : " << images.num_slots() << '\n';
-  report << "<image ID>: <number of rays>\n\n";
-
-  std::int32_t removed = 0;
-  for (std::int32_t slot = 0; slot < images.num_slots(); ++slot) {
-    const BundleImage* const image = images[slot];
-    if (image == nullptr) continue;
-    const std::int32_t num_points = image->count_points();
-    report << image->id << ": " << num_points;
-    if (num_points < kMinPointsPerImage) {
-      report << " -> removed";
-      removals.images.push_back({image->id, image->geometry_id, num_points});
-      images.remove(slot);
-      ++removed;
-    }
-    report << '\n';
+  const std::vector<PoorImage> poor = find_poor_images(images);
+  if (out != nullptr) print_image_points(*out, images, poor.size());
+  for (const PoorImage& image : poor) {
+    const BundleImage& poor_image = *images[image.slot];
+    removals.images.push_back({poor_image.id, poor_image.geometry_id, image.num_points});
+    removed_objects.push_back(
+        {RemovalReason::too_few_points, "image", images[image.slot]->id, image.num_points});
+    images.remove(image.slot);
   }
-  report << "Number of removed images: " << removed << "\n\n";
 }
 
 void BundleProject::clean_up(TextWriter* out) {
-  TextWriter silence;
-  TextWriter& report = out != nullptr ? *out : silence;
-  report << "Clean up\n"
-            "--------\n"
-            "(Remove unused object points, EOs, Apsets, etc.)\n\n";
-  const std::int32_t num_images = remove_unused(images, "BundleImage ", report);
-  const std::int32_t num_cameras = remove_unused(cameras, "Camera ", report);
-  const std::int32_t num_points = remove_unused(object_points, "Object point ", report);
-  if (num_points > 0) unlink_points(images);
-  const std::int32_t num_geometries = remove_unused(image_geometries, "Station ", report);
-  const std::int32_t num_ap_sets = remove_unused(ap_sets, "AP set ", report);
-  const std::int32_t num_pos = remove_unused(pos_corrections, "position correction ", report);
-  const std::int32_t num_att = remove_unused(att_corrections, "attitude correction ", report);
-  report << "Number of removed ...\n";
-  report << "  - images            : " << num_images << '\n';
-  report << "  - cameras           : " << num_cameras << '\n';
-  report << "  - object points     : " << num_points << '\n';
-  report << "  - EOs               : " << num_geometries << '\n';
-  report << "  - AP sets           : " << num_ap_sets << '\n';
-  report << "  - Position corr.    : " << num_pos << '\n';
-  report << "  - Attitude corr.    : " << num_att << '\n';
+  const UnusedObjects unused_images = find_unused(images, "image", "BundleImage ");
+  const UnusedObjects unused_cameras = find_unused(cameras, "camera", "Camera ");
+  const UnusedObjects unused_points = find_unused(object_points, "object point", "Object point ");
+  const UnusedObjects unused_geometries = find_unused(image_geometries, "orientation", "Station ");
+  const UnusedObjects unused_sets = find_unused(ap_sets, "parameter set", "AP set ");
+  const UnusedObjects unused_pos =
+      find_unused(pos_corrections, "position correction", "position correction ");
+  const UnusedObjects unused_att =
+      find_unused(att_corrections, "attitude correction", "attitude correction ");
+  if (out != nullptr) {
+    TextWriter& report = *out;
+    report << "Clean up\n"
+              "--------\n"
+              "(Remove unused object points, EOs, Apsets, etc.)\n\n";
+    print_unused(report, images, unused_images);
+    print_unused(report, cameras, unused_cameras);
+    print_unused(report, object_points, unused_points);
+    print_unused(report, image_geometries, unused_geometries);
+    print_unused(report, ap_sets, unused_sets);
+    print_unused(report, pos_corrections, unused_pos);
+    print_unused(report, att_corrections, unused_att);
+    report << "Number of removed ...\n";
+    print_num_removed(report, "  - images            : ", unused_images);
+    print_num_removed(report, "  - cameras           : ", unused_cameras);
+    print_num_removed(report, "  - object points     : ", unused_points);
+    print_num_removed(report, "  - EOs               : ", unused_geometries);
+    print_num_removed(report, "  - AP sets           : ", unused_sets);
+    print_num_removed(report, "  - Position corr.    : ", unused_pos);
+    print_num_removed(report, "  - Attitude corr.    : ", unused_att);
+  }
+  if (!unused_points.slots.empty()) unlink_points(images);
+  remove_unused(images, unused_images, removed_objects);
+  remove_unused(cameras, unused_cameras, removed_objects);
+  remove_unused(object_points, unused_points, removed_objects);
+  remove_unused(image_geometries, unused_geometries, removed_objects);
+  remove_unused(ap_sets, unused_sets, removed_objects);
+  remove_unused(pos_corrections, unused_pos, removed_objects);
+  remove_unused(att_corrections, unused_att, removed_objects);
 }
 
 }  // namespace vorn

@@ -15,40 +15,13 @@ namespace {
 // Writes metres as micrometres.
 constexpr double kMicrometres = 1e6;
 
-struct ResidualSums {
-  std::int32_t count = 0;
-  double vx = 0;
-  double vy = 0;
-  double vx2 = 0;
-  double vy2 = 0;
-  double pvv = 0;  // px vx^2 + py vy^2
-
-  void add(const PointResidual& r) {
-    ++count;
-    vx += r.vx;
-    vy += r.vy;
-    vx2 += r.vx * r.vx;
-    vy2 += r.vy * r.vy;
-    pvv += r.px * r.vx * r.vx + r.py * r.vy * r.vy;
-  }
-  void add(const ResidualSums& other) {
-    count += other.count;
-    vx += other.vx;
-    vy += other.vy;
-    vx2 += other.vx2;
-    vy2 += other.vy2;
-    pvv += other.pvv;
-  }
-};
-
 // The two statistics lines and the empty line behind them. Without points they show 0/0.
-void print_statistics(TextWriter& out, const ResidualSums& sums) {
+void print_statistics(TextWriter& out, const ResidualStatistics& statistics) {
   constexpr NumberFormat kResidual = fixed(2, 10);
-  const double n = sums.count;
-  out << "RMS of residuals       :   " << kResidual(std::sqrt(sums.vx2 / n) * kMicrometres) << "   "
-      << kResidual(std::sqrt(sums.vy2 / n) * kMicrometres) << '\n';
-  out << "Average of residuals   :   " << kResidual(sums.vx / n * kMicrometres) << "   "
-      << kResidual(sums.vy / n * kMicrometres) << "\n\n";
+  out << "RMS of residuals       :   " << kResidual(statistics.rms_vx() * kMicrometres) << "   "
+      << kResidual(statistics.rms_vy() * kMicrometres) << '\n';
+  out << "Average of residuals   :   " << kResidual(statistics.mean_vx() * kMicrometres) << "   "
+      << kResidual(statistics.mean_vy() * kMicrometres) << "\n\n";
 }
 
 void print_residual(TextWriter& out, const PointResidual& r) {
@@ -66,33 +39,29 @@ void print_residual(TextWriter& out, const PointResidual& r) {
   out << '\n';
 }
 
-// The block of one image; residuals below the limit in both coordinates count but are not listed.
-ResidualSums print_image(TextWriter& out, const BundleImage& image, double limit,
-                         const std::vector<PointResidual>& residuals) {
-  out << "BundleImage ID : " << image.id << "\n\n";
+// The block of one image; residuals below the limit in both coordinates are not listed.
+void print_image(TextWriter& out, const ImageResiduals& residuals, double limit) {
+  out << "BundleImage ID : " << residuals.image->id << "\n\n";
   out << "  Point ID       vx/um      vy/um     |v|/um\n\n";
-  ResidualSums sums;
-  for (const PointResidual& r : residuals) {
+  for (const PointResidual& r : residuals.points) {
     if (r.object_point == nullptr) {
       out << "ATTENTION: Object point " << r.image_point->id << " not found\n";
-      continue;
+    } else if (std::fabs(r.vx) >= limit || std::fabs(r.vy) >= limit) {
+      print_residual(out, r);
     }
-    sums.add(r);
-    if (std::fabs(r.vx) >= limit || std::fabs(r.vy) >= limit) print_residual(out, r);
   }
-  out << "\nNumber of points       :   " << sums.count << '\n';
-  print_statistics(out, sums);
-  return sums;
+  out << "\nNumber of points       :   " << residuals.statistics.count << '\n';
+  print_statistics(out, residuals.statistics);
 }
 
-void print_summary(TextWriter& out, const ResidualSums& total, std::int32_t redundancy) {
+void print_summary(TextWriter& out, const ResidualStatistics& total, std::int32_t redundancy) {
   out << "\nSummary for all image points of all images\n"
          "------------------------------------------\n"
          "                                vx/um        vy/um\n\n";
   out << "Total number of points :   " << total.count << '\n';
   print_statistics(out, total);
   out << "Contribution to vtpv and sigma 0:   " << scientific(3)(total.pvv) << " m^2   ";
-  const double sigma0 = redundancy > 0 ? std::sqrt(total.pvv / redundancy) : 0.0;
+  const double sigma0 = total.sigma0(redundancy);
   if (sigma0 == 0.0) {
     out << "undefined, no redundancy!\n";
   } else {
@@ -103,13 +72,33 @@ void print_summary(TextWriter& out, const ResidualSums& total, std::int32_t redu
 
 }  // namespace
 
+void ResidualStatistics::add(const PointResidual& r) {
+  ++count;
+  sum_vx += r.vx;
+  sum_vy += r.vy;
+  sum_vx2 += r.vx * r.vx;
+  sum_vy2 += r.vy * r.vy;
+  pvv += r.px * r.vx * r.vx + r.py * r.vy * r.vy;
+}
+
+void ResidualStatistics::add(const ResidualStatistics& other) {
+  count += other.count;
+  sum_vx += other.sum_vx;
+  sum_vy += other.sum_vy;
+  sum_vx2 += other.sum_vx2;
+  sum_vy2 += other.sum_vy2;
+  pvv += other.pvv;
+}
+
 void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& object_points,
-                       std::vector<PointResidual>& residuals) {
+                       ImageResiduals& residuals) {
   const Camera& camera = *image.camera;
   const double sigma0 = ls_params().sigma0_apriori;
-  residuals.clear();
+  residuals.image = &image;
+  residuals.points.clear();
+  residuals.statistics = {};
   for (const ImagePoint& point : image.points) {
-    PointResidual& r = residuals.emplace_back();
+    PointResidual& r = residuals.points.emplace_back();
     r.image_point = &point;
     r.object_point = object_point_of(point, object_points);
     if (r.object_point == nullptr) continue;
@@ -121,6 +110,7 @@ void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& o
     r.vy = 0.0 - l[1];
     r.px = (sigma0 / sdev[0]) * (sigma0 / sdev[0]);
     r.py = (sigma0 / sdev[1]) * (sigma0 / sdev[1]);
+    residuals.statistics.add(r);
   }
 }
 
@@ -129,22 +119,23 @@ void BundleProject::print_residuals(TextWriter& out) const {
   out << "Residuals of image coords.\n"
          "==========================\n";
   out << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
-  ResidualSums total;
-  std::vector<PointResidual> residuals;
+  ResidualStatistics total;
+  ImageResiduals residuals;
   for (const BundleImage& image : images) {
     compute_residuals(image, object_points, residuals);
-    total.add(print_image(out, image, limit, residuals));
+    print_image(out, residuals, limit);
+    total.add(residuals.statistics);
   }
   print_summary(out, total, redundancy);
 }
 
 void BundleProject::write_residuals(TextWriter& out) const {
   constexpr NumberFormat kResidual = fixed(3, 10);
-  std::vector<PointResidual> residuals;
+  ImageResiduals residuals;
   for (const BundleImage& image : images) {
     compute_residuals(image, object_points, residuals);
     out << image.id << '\n';
-    for (const PointResidual& r : residuals) {
+    for (const PointResidual& r : residuals.points) {
       if (r.object_point == nullptr) {
         standard_output() << "ATTENTION: Object point " << r.image_point->id << " not found\n";
         continue;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -21,9 +22,36 @@ struct PointResidual {
   double py = 0;
 };
 
-// Residuals of all points of an image with camera and geometry, in list order. `residuals` is
-// overwritten; its memory serves again from image to image.
+// Statistics of residuals. Without points means are 0/0.
+struct ResidualStatistics {
+  std::int32_t count = 0;
+  double sum_vx = 0;  // [m]
+  double sum_vy = 0;
+  double sum_vx2 = 0;  // [m^2]
+  double sum_vy2 = 0;
+  double pvv = 0;  // px vx^2 + py vy^2
+
+  void add(const PointResidual& residual);
+  void add(const ResidualStatistics& other);
+  double mean_vx() const { return sum_vx / count; }
+  double mean_vy() const { return sum_vy / count; }
+  double rms_vx() const { return std::sqrt(sum_vx2 / count); }
+  double rms_vy() const { return std::sqrt(sum_vy2 / count); }
+  // A posteriori [m]; 0 without redundancy.
+  double sigma0(std::int32_t redundancy) const {
+    return redundancy > 0 ? std::sqrt(pvv / redundancy) : 0.0;
+  }
+};
+
+// The residuals of one image with camera and geometry.
+struct ImageResiduals {
+  const BundleImage* image = nullptr;
+  std::vector<PointResidual> points;  // in list order
+  ResidualStatistics statistics;      // of those that have an object point
+};
+
+// `residuals` is overwritten; its memory serves again from image to image.
 void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& object_points,
-                       std::vector<PointResidual>& residuals);
+                       ImageResiduals& residuals);
 
 }  // namespace vorn

@@ -4,6 +4,38 @@
 #include "text/text_writer.h"
 
 namespace vorn {
+namespace {
+
+// Number of object points of each type.
+struct PointCounts {
+  std::int32_t invalid = 0;
+  std::int32_t control = 0;
+  std::int32_t intersection = 0;
+  std::int32_t check = 0;
+};
+
+PointCounts count_points(const OwnedList<ObjectPoint>& points) {
+  PointCounts counts;
+  for (const ObjectPoint& point : points) {
+    switch (point.type) {
+      case PointType::none:
+        ++counts.invalid;
+        break;
+      case PointType::control:
+        ++counts.control;
+        break;
+      case PointType::intersection:
+        ++counts.intersection;
+        break;
+      case PointType::check:
+        ++counts.check;
+        break;
+    }
+  }
+  return counts;
+}
+
+}  // namespace
 
 void BundleProject::print_image_coords(TextWriter& out) const {
   out << "Image coordinates\n"
@@ -39,33 +71,14 @@ void BundleProject::print_object_points(TextWriter& out) const {
          "Object point type:\n"
          "in=intersection, co=control point, ch=check point\n\n"
          "Point ID       X/m         Y/m         Z/m      sX/m      sY/m      sZ/m\n\n";
-  std::int32_t num_invalid = 0;
-  std::int32_t num_control = 0;
-  std::int32_t num_intersection = 0;
-  std::int32_t num_check = 0;
-  for (const ObjectPoint& point : object_points) {
-    point.print_line(out);
-    switch (point.type) {
-      case PointType::none:
-        ++num_invalid;
-        break;
-      case PointType::control:
-        ++num_control;
-        break;
-      case PointType::intersection:
-        ++num_intersection;
-        break;
-      case PointType::check:
-        ++num_check;
-        break;
-    }
-  }
+  for (const ObjectPoint& point : object_points) point.print_line(out);
+  const PointCounts counts = count_points(object_points);
   out << "\nNumber of object points with type\n";
-  out << "  intersection  :  " << num_intersection << '\n';
-  out << "  control       :  " << num_control << '\n';
-  out << "  check         :  " << num_check << '\n';
-  out << "  total         :  " << num_intersection + num_control + num_check << '\n';
-  if (num_invalid > 0) out << "WARNING: " << num_invalid << " invalid points found!\n";
+  out << "  intersection  :  " << counts.intersection << '\n';
+  out << "  control       :  " << counts.control << '\n';
+  out << "  check         :  " << counts.check << '\n';
+  out << "  total         :  " << counts.intersection + counts.control + counts.check << '\n';
+  if (counts.invalid > 0) out << "WARNING: " << counts.invalid << " invalid points found!\n";
   out << '\n';
 }
 

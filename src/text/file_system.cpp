@@ -3,15 +3,20 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #ifdef _WIN32
 #include <direct.h>
+#include <io.h>
 #include <windows.h>
 #else
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -19,6 +24,7 @@ namespace vorn {
 namespace {
 
 constexpr std::size_t kDeviceLimit = std::size_t{1} << 26U;
+constexpr int kFirstFreeDescriptor = 3;  // behind standard input, output and error stream
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -54,6 +60,35 @@ bool get_status(const std::string& path, FileStatus& status) {
 }
 #endif
 
+#ifdef _WIN32
+int duplicate(int descriptor) { return _dup(descriptor); }
+void close_descriptor(int descriptor) { _close(descriptor); }
+std::FILE* stream_of(int descriptor, const char* mode) { return _fdopen(descriptor, mode); }
+#else
+int duplicate(int descriptor) { return ::dup(descriptor); }
+void close_descriptor(int descriptor) { ::close(descriptor); }
+std::FILE* stream_of(int descriptor, const char* mode) { return ::fdopen(descriptor, mode); }
+#endif
+
+// The file under a descriptor that is none of the standard streams'; closes the given one.
+std::FILE* moved_up(std::FILE* file, const char* mode) {
+  int low[kFirstFreeDescriptor];
+  int num_low = 0;
+  int descriptor = descriptor_of(file);
+  // Each duplicate gets the lowest free descriptor.
+  while (descriptor >= 0 && descriptor < kFirstFreeDescriptor) {
+    if (descriptor != descriptor_of(file)) low[num_low++] = descriptor;
+    descriptor = duplicate(descriptor);
+  }
+  std::FILE* const moved = descriptor < 0 ? nullptr : stream_of(descriptor, mode);
+  const int error = errno;
+  if (moved == nullptr && descriptor >= 0) close_descriptor(descriptor);
+  for (int i = 0; i < num_low; ++i) close_descriptor(low[i]);
+  std::fclose(file);
+  errno = error;
+  return moved;
+}
+
 FileKind kind_of(const FileStatus& status) {
   if (S_ISREG(status.st_mode)) return FileKind::regular;
   if (S_ISDIR(status.st_mode)) return FileKind::directory;
@@ -62,6 +97,14 @@ FileKind kind_of(const FileStatus& status) {
 }
 
 }  // namespace
+
+int descriptor_of(std::FILE* file) {
+#ifdef _WIN32
+  return _fileno(file);
+#else
+  return ::fileno(file);
+#endif
+}
 
 FileKind file_kind(const std::string& path) {
   FileStatus status{};
@@ -118,13 +161,95 @@ std::vector<std::string> names_in_directory(const std::string& path) {
   return names;
 }
 
+std::string canonical_path(const std::string& path) {
+#ifdef _WIN32
+  char full[_MAX_PATH];
+  if (_fullpath(full, path.c_str(), _MAX_PATH) == nullptr) return path;
+  _strlwr(full);
+  return full;
+#else
+  const std::size_t name = path.rfind('/') + 1;  // 0 when there is no separator
+  const std::string directory = name == 0 ? "." : path.substr(0, name);
+  const std::unique_ptr<char, decltype(&std::free)> found(::realpath(directory.c_str(), nullptr),
+                                                          &std::free);
+  if (!found) return path;
+  std::string text = found.get();
+  if (text.back() != '/') text += '/';
+  return text + path.substr(name);
+#endif
+}
+
+bool is_link(const std::string& path) {
+#ifdef _WIN32
+  const DWORD attributes = GetFileAttributesA(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+#else
+  FileStatus status{};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+#endif
+}
+
+std::FILE* open_file(const std::string& path, const char* mode) {
+  std::FILE* const file = std::fopen(path.c_str(), mode);
+  return file != nullptr && descriptor_of(file) < kFirstFreeDescriptor ? moved_up(file, mode)
+                                                                       : file;
+}
+
+std::FILE* open_nameless_file([[maybe_unused]] const std::string& directory) {
+#ifdef __linux__
+  // It gets a name through the process's own list of open files.
+  if (::access("/proc/self/fd", X_OK) != 0) return nullptr;
+  const int descriptor =
+      ::open(directory.empty() ? "." : directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  if (descriptor < 0) return nullptr;
+  std::FILE* const file = ::fdopen(descriptor, "w");
+  if (file == nullptr) ::close(descriptor);
+  return file != nullptr && descriptor < kFirstFreeDescriptor ? moved_up(file, "w") : file;
+#else
+  return nullptr;
+#endif
+}
+
+bool sync_file(std::FILE* file) {
+#ifdef _WIN32
+  return _commit(_fileno(file)) == 0;
+#else
+  // A device or a file system may have nothing to synchronise.
+  return ::fsync(::fileno(file)) == 0 || errno == EINVAL || errno == ENOTSUP;
+#endif
+}
+
+bool replace_file(const std::string& from, const std::string& to) {
+#ifdef _WIN32
+  // rename() of this system replaces nothing.
+  if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    return true;
+  }
+  errno = EACCES;
+  return false;
+#else
+  return std::rename(from.c_str(), to.c_str()) == 0;
+#endif
+}
+
+void copy_permissions([[maybe_unused]] const std::string& of, [[maybe_unused]] std::FILE* to) {
+#ifndef _WIN32
+  FileStatus status{};
+  if (!get_status(of, status)) return;
+  // Where the file system refuses, the file has those of any new one.
+  static_cast<void>(::fchmod(::fileno(to), status.st_mode & 0777U));
+#endif
+}
+
+std::string error_text(int number) { return std::generic_category().message(number); }
+
 bool FileText::load(const std::string& path) {
   size_ = 0;
   FileStatus status{};
   if (!get_status(path, status)) return false;
   const FileKind kind = kind_of(status);
   if (kind != FileKind::regular && kind != FileKind::character_device) return false;
-  const File file(std::fopen(path.c_str(), "rb"));
+  const File file(open_file(path, "rb"));
   if (!file) return false;
 
   const bool regular = kind == FileKind::regular;

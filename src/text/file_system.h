@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,6 +22,28 @@ bool same_file(const std::string& a, const std::string& b);
 
 // Names in a directory; none when it cannot be read.
 std::vector<std::string> names_in_directory(const std::string& path);
+// The one way of writing the path of a file in an existing directory, whether or not the file
+// exists or is a link: equal texts mean equal files. Elsewhere the path as it is.
+std::string canonical_path(const std::string& path);
+// Whether the name itself is a symbolic link, wherever it leads.
+bool is_link(const std::string& path);
+
+// fopen, but never on the descriptors of the three standard streams: where a process was started
+// without them, messages must not land in a file. Null with errno set when the file does not open.
+std::FILE* open_file(const std::string& path, const char* mode);
+// A file for writing that has no name yet, in a directory ("" for the current one). Null where the
+// system has no such files.
+std::FILE* open_nameless_file(const std::string& directory);
+int descriptor_of(std::FILE* file);
+// Writes what the system still holds of an open file to its device. False with errno set.
+[[nodiscard]] bool sync_file(std::FILE* file);
+// Gives `from` the name `to`, whose old file is gone then; nothing in between is ever seen. False
+// with errno set, and both as they were.
+[[nodiscard]] bool replace_file(const std::string& from, const std::string& to);
+// Gives the file that is written the permissions of the one that it will replace.
+void copy_permissions(const std::string& of, std::FILE* to);
+// What an error number means, in words.
+std::string error_text(int number);
 
 // The whole content of a file.
 class FileText {

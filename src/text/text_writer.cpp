@@ -1,5 +1,6 @@
 #include "text/text_writer.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstddef>
 #include <cstring>
@@ -13,6 +14,12 @@ namespace {
 constexpr std::size_t kCapacity = std::size_t{1} << 16U;
 constexpr std::size_t kIntegerLength = 24;
 
+// Line ends of text with carriage returns pass.
+bool is_control(char c) {
+  const auto code = static_cast<unsigned char>(c);
+  return (code < 0x20U && c != '\n' && c != '\t' && c != '\r') || code == 0x7fU;
+}
+
 }  // namespace
 
 TextWriter::TextWriter(std::FILE* stream) : stream_(stream) {}
@@ -21,9 +28,26 @@ TextWriter::~TextWriter() { close(); }
 
 bool TextWriter::open(const std::string& path) {
   close();
+  error_ = 0;
+  written_ = 0;
   // Opening a pipe would wait for its reader.
-  if (file_kind(path) == FileKind::other) return false;
-  stream_ = std::fopen(path.c_str(), "w");
+  if (file_kind(path) == FileKind::other) {
+    error_ = EINVAL;
+    return false;
+  }
+  return take(open_file(path, "w"));
+}
+
+bool TextWriter::open_nameless(const std::string& directory) {
+  close();
+  error_ = 0;
+  written_ = 0;
+  return take(open_nameless_file(directory));
+}
+
+bool TextWriter::take(std::FILE* stream) {
+  stream_ = stream;
+  check(stream_ != nullptr);
   if (stream_ == nullptr) return false;
   owned_ = true;
   // This class buffers; the C library need not do it again.
@@ -31,24 +55,63 @@ bool TextWriter::open(const std::string& path) {
   return true;
 }
 
+void TextWriter::check(bool done) {
+  if (!done && error_ == 0) error_ = errno != 0 ? errno : EIO;
+}
+
+void TextWriter::write(const char* text, std::size_t size) {
+  written_ += size;
+  // Behind a gap nothing is of use.
+  if (size == 0 || stream_ == nullptr || (owned_ && error_ != 0)) return;
+  errno = 0;
+  check(std::fwrite(text, 1, size, stream_) == size);
+}
+
+void TextWriter::write_escaped(const char* text, std::size_t size) {
+  const char* const end = text + size;
+  const char* plain = text;  // start of what can be written as it is
+  for (; text != end; ++text) {
+    if (!is_control(*text)) continue;
+    write(plain, static_cast<std::size_t>(text - plain));
+    constexpr char kDigits[] = "0123456789abcdef";
+    const auto code = static_cast<unsigned char>(*text);
+    const char escape[] = {'\\', 'x', kDigits[code / 16U], kDigits[code % 16U]};
+    write(escape, sizeof escape);
+    plain = text + 1;
+  }
+  write(plain, static_cast<std::size_t>(end - plain));
+}
+
 void TextWriter::drain() {
-  if (used_ > 0 && stream_ != nullptr) std::fwrite(buffer_.get(), 1, used_, stream_);
+  if (escapes_) {
+    write_escaped(buffer_.get(), used_);
+  } else {
+    write(buffer_.get(), used_);
+  }
   used_ = 0;
 }
 
 void TextWriter::flush() {
   drain();
-  if (stream_ != nullptr) std::fflush(stream_);
+  errno = 0;
+  if (stream_ != nullptr) check(std::fflush(stream_) == 0);
+}
+
+void TextWriter::sync() {
+  flush();
+  errno = 0;
+  if (stream_ != nullptr && error_ == 0) check(sync_file(stream_));
 }
 
 void TextWriter::write_through(std::string_view text) {
   drain();
-  if (stream_ != nullptr) std::fwrite(text.data(), 1, text.size(), stream_);
+  write(text.data(), text.size());
 }
 
 void TextWriter::close() {
   flush();
-  if (owned_) std::fclose(std::exchange(stream_, nullptr));
+  errno = 0;
+  if (owned_) check(std::fclose(std::exchange(stream_, nullptr)) == 0);
   owned_ = false;
 }
 

@@ -22,7 +22,8 @@ constexpr PaddedText right_aligned(std::string_view text, int width) {
 constexpr PaddedText left_aligned(std::string_view text, int width) { return {text, width, true}; }
 
 // A text output with one large buffer. Numbers are formatted straight into the buffer. A writer
-// without a file discards what is written, and so does one whose file cannot be written any more.
+// without a file discards what is written, and so does one whose file cannot be written any more;
+// it keeps its first error. Streams that stay open are tried again with each write.
 class TextWriter {
  public:
   TextWriter() = default;
@@ -32,14 +33,31 @@ class TextWriter {
   TextWriter(const TextWriter&) = delete;
   TextWriter& operator=(const TextWriter&) = delete;
 
-  // Opens `path` as a text file, truncating what is there. False when it cannot be opened.
-  bool open(const std::string& path);
+  // Opens `path` as a text file, truncating what is there. False when it cannot be opened; the
+  // error says why.
+  [[nodiscard]] bool open(const std::string& path);
+  // Opens a file that has no name yet in a directory ("" for the current one). False where the
+  // system has no such files.
+  [[nodiscard]] bool open_nameless(const std::string& directory);
   bool is_open() const { return stream_ != nullptr; }
+  // The system's number of the first error in opening, writing, flushing or closing since the file
+  // was opened; 0 for none.
+  int error() const { return error_; }
+  // What was written since the file was opened [bytes].
+  std::uint64_t size() const { return written_ + used_; }
+  // From here on control characters other than line ends and tabs are written as "\\x1b": text of
+  // data files must not command a terminal.
+  void escape_controls() { escapes_ = true; }
   // Writes out the buffer, also to the system.
   void flush();
+  // The same, and from the system to its device.
+  void sync();
   // Writes out the buffer and then the text, without taking any memory.
   void write_through(std::string_view text);
+  // Closes the file. What has gone wrong with it by then stands in error().
   void close();
+  // The open file, for what is not text; null when there is none.
+  std::FILE* stream() const { return stream_; }
 
   TextWriter& operator<<(std::string_view text);
   TextWriter& operator<<(char c);
@@ -53,11 +71,19 @@ class TextWriter {
   TextWriter& integer(std::int64_t value, int width);
 
  private:
+  bool take(std::FILE* stream);
   char* reserve(std::size_t count);
   void drain();
+  void write(const char* text, std::size_t size);
+  void write_escaped(const char* text, std::size_t size);
+  // Keeps the first error, unless `done`.
+  void check(bool done);
 
   std::FILE* stream_ = nullptr;
   bool owned_ = false;
+  bool escapes_ = false;
+  int error_ = 0;
+  std::uint64_t written_ = 0;
   std::unique_ptr<char[]> buffer_;
   std::size_t used_ = 0;
 };

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <tuple>
 
 #include "support/project_test.h"
 
@@ -20,9 +22,9 @@ using testing::Not;
 class Command : public test::ProjectTest {
  protected:
   // Runs `vorn arguments` in the directory; the streams go to output_ and errors_.
-  int run(const std::string& arguments) {
-    const std::string line = "cd '" + dir_.path() + "' && '" VORN_COMMAND "' " + arguments +
-                             " >stdout.txt 2>stderr.txt </dev/null";
+  int run(const std::string& arguments, const std::string& before = {}) {
+    const std::string line = "cd '" + dir_.path() + "' && " + before + "'" VORN_COMMAND "' " +
+                             arguments + " >stdout.txt 2>stderr.txt </dev/null";
     const int status = std::system(line.c_str());
     output_ = dir_.read("stdout.txt");
     errors_ = dir_.read("stderr.txt");
@@ -50,11 +52,17 @@ TEST_F(Command, TellsUsage) {
 
 TEST_F(Command, AdjustsAndSummarises) {
   const test::BundleRun library = test::run_bundle(control_file_);
-  EXPECT_EQ(run("adjust project.ctl"), 0) << errors_;
+  EXPECT_THAT(library.output, HasSubstr("Convergence check failed at"));
+  EXPECT_EQ(run("adjust --verbose project.ctl"), 0) << errors_;
   EXPECT_EQ(output_, library.output) << "standard output is the library's own";
-  for (const char* part : {"sigma 0", "redundancy", "project.out"}) {
+  EXPECT_EQ(run("adjust project.ctl"), 0) << errors_;
+  EXPECT_EQ(output_, "") << "the ending tells what moves";
+  for (const char* part : {"iteration   1   sigma 0", "still moves\n", "converged\n",
+                           "times the a-priori value", "redundancy", "project.out", "in image"}) {
     EXPECT_THAT(errors_, HasSubstr(part));
   }
+  EXPECT_EQ(run("adjust -q project.ctl"), 0);
+  EXPECT_EQ(output_ + errors_, "");
   EXPECT_FALSE(dir_.has("project.cam"));
   EXPECT_EQ(run("adjust --cameras " + control_file_), 0);
   EXPECT_THAT(errors_, HasSubstr("project.cam"));
@@ -100,12 +108,197 @@ TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
   EXPECT_THAT(errors_, Not(HasSubstr("overwritten")));
 }
 
-// A reader of the console that has gone, or a full disk, changes nothing.
-TEST_F(Command, ConsoleThatCannotBeWritten) {
-  for (const char* const streams :
-       {" >/dev/full", " 2>/dev/full", " >/dev/full 2>&1", " >&- 2>&-"}) {
-    const std::string command = "'" VORN_COMMAND "' adjust '" + control_file_ + "'" + streams;
-    EXPECT_EQ(std::system(command.c_str()), 0) << streams;
+// Files of the normal equations that the options name.
+TEST_F(Command, RefusesDumpsThatWouldReplaceOtherFiles) {
+  const std::string control = dir_.read("project.ctl");
+  const auto run_with = [&](const std::string& names, const std::string& options = {}) {
+    dir_.write("o.txt", "0 0 0 0 0 0 0 0 0 0 0 0 5 5 " + names);
+    dir_.write("project.ctl", "params o.txt " + control);
+    return run("adjust -q project.ctl " + options);
+  };
+  dir_.write("letter.txt", "1 5 Dear reader");
+  dir_.write("sub/x", "");
+  EXPECT_EQ(run_with("n.pbm n.txt sub/r.txt x.txt"), 0) << errors_;
+  EXPECT_EQ(run_with("n.pbm n.txt sub/r.txt x.txt"), 0) << "files of an earlier run\n" << errors_;
+  const std::pair<const char*, const char*> kRefused[] = {
+      {"n.pbm n.pbm none none", "two outputs"},
+      {"n.pbm none none ./n.pbm", "two outputs"},
+      {"none none new.txt sub/../new.txt", "two outputs"},
+      {"project.res none none none", "two outputs"},
+      {"none ../vorn-outside.txt none none", "outside"},
+      {"none none none /tmp/vorn-outside.txt", "outside"},
+      {"none letter.txt none none", "holds something else"},
+      {"none none sub none", "no file"},
+  };
+  for (const auto& [names, says] : kRefused) {
+    EXPECT_EQ(run_with(names), 1) << names;
+    EXPECT_THAT(errors_, HasSubstr(says)) << names;
+  }
+  EXPECT_EQ(dir_.read("letter.txt"), "1 5 Dear reader");
+  EXPECT_EQ(run_with("none letter.txt none none", "--allow-outside"), 0) << errors_;
+  EXPECT_NE(dir_.read("letter.txt"), "1 5 Dear reader");
+}
+
+TEST_F(Command, TellsAnHonestEnding) {
+  // Convergence in the very last iteration that is allowed is convergence.
+  ASSERT_EQ(run("project.ctl"), 0);
+  const std::regex line("iteration +[0-9]+ ");
+  const auto needed = static_cast<std::int32_t>(
+      std::distance(std::sregex_iterator(errors_.begin(), errors_.end(), line), {}));
+  ASSERT_GT(needed, 1);
+  const std::string settings = dir_.read("lspar.txt");
+  const auto allow = [&](std::int32_t iterations) {
+    std::string text = settings;
+    const std::size_t begin = text.find_first_not_of(" \n", text.find_first_of(" \n"));
+    text.replace(begin, text.find_first_of(" \n", begin) - begin, std::to_string(iterations));
+    dir_.write("lspar.txt", text);
+  };
+  allow(needed);
+  EXPECT_EQ(run("project.ctl"), 0) << errors_;
+  EXPECT_THAT(dir_.read("project.out"), HasSubstr("Maximum number of iterations"));
+  allow(needed - 1);
+  EXPECT_EQ(run("project.ctl"), 3) << errors_;
+  EXPECT_THAT(errors_, HasSubstr("\nNOT CONVERGED after " + std::to_string(needed - 1)));
+  EXPECT_THAT(errors_, HasSubstr("still moves)\n"));
+  dir_.write("lspar.txt", settings);
+
+  // A point that nothing measures.
+  const std::string points = dir_.read("obj.txt");
+  dir_.write("obj.txt", std::regex_replace(points, std::regex("stop-dep"),
+                                           "lonely 1 2 3 1e31 1e31 1e31\nstop-dep"));
+  EXPECT_EQ(run("project.ctl"), 0) << errors_;
+  EXPECT_THAT(errors_, HasSubstr("removed     1 points with fewer than two rays: lonely\n"));
+}
+
+// Text of data files does not command the terminal.
+TEST_F(Command, PrintsNoControlCharacters) {
+  dir_.write("camera.txt", "camera-\x1b[31m\x7f\x07 c");
+  EXPECT_EQ(run("project.ctl"), 1);
+  EXPECT_THAT(output_, HasSubstr("camera-\\x1b[31m\\x7f\\x07"));
+}
+
+// Whatever ends a run, results of an earlier one are all there, or all new ones; nothing else is
+// left but the report of the failure.
+class EarlierResults : public Command {
+ protected:
+  EarlierResults() {
+    project_.files["params.txt"] = "0 0 0 0 0 0 0 0 0 0 0 0 3 3 n.pbm n.txt r.txt x.txt\n";
+    project_.write(dir_);
+    EXPECT_EQ(run("-q project.ctl --cameras"), 0) << errors_;
+    earlier_ = files();
+    // The next results differ from these.
+    std::string& settings = project_.files["lspar.txt"];
+    settings.replace(0, settings.find_first_of(" \n"), "2e-6");
+    project_.write(dir_);
+  }
+  // All files but those of the streams, without times.
+  std::map<std::string, std::string> files() const {
+    std::map<std::string, std::string> texts;
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+      const std::string name = entry.path().filename().string();
+      const bool output = name.starts_with("project.") && name != "project.ctl";
+      if (output || name.size() == 5 || name.starts_with(".")) {
+        texts[name] = test::without_times(dir_.read(name));
+      }
+    }
+    return texts;
+  }
+  void expect_earlier(bool report_kept = true) {
+    std::map<std::string, std::string> now = files();
+    EXPECT_EQ(now.erase("project.failed.out"), report_kept ? 1U : 0U);
+    EXPECT_EQ(now, earlier_);
+    std::filesystem::remove(dir_.path("project.failed.out"));
+  }
+
+  std::map<std::string, std::string> earlier_;
+};
+
+TEST_F(EarlierResults, SurviveFailures) {
+  const std::pair<const char*, std::string> kDamages[] = {
+      {"eo.txt", "nonsense"},
+      {"crds.txt", "1 nonsense"},
+      {"lspar.txt", "1e-6 10 0 0 1 1"},
+      {"obj.txt", "indiv-sdev stop-dep"},
+      {"project.ctl", "camera camera.txt Image image.txt"},
+  };
+  for (const auto& [name, text] : kDamages) {
+    const std::string original = dir_.read(name);
+    dir_.write(name, text);
+    EXPECT_EQ(run("project.ctl --cameras"), 1) << name;
+    EXPECT_THAT(errors_, HasSubstr("project.failed.out"));
+    expect_earlier();
+    dir_.write(name, original);
+  }
+  // Outputs that cannot be replaced.
+  for (const char* const name : {"project.ext", "project.chp", "project.cam", "r.txt"}) {
+    std::filesystem::remove(dir_.path(name));
+    std::filesystem::create_symlink("elsewhere", dir_.path(name));
+    EXPECT_EQ(run("project.ctl --cameras"), 1) << name;
+    EXPECT_THAT(errors_, HasSubstr("is a link"));
+    EXPECT_FALSE(dir_.has("elsewhere"));
+    std::filesystem::remove(dir_.path(name));
+    dir_.write(name, earlier_.at(name));
+    expect_earlier(false);
+  }
+  // Files that may not grow: the first of them that is too long.
+  for (const int blocks : {1, 2, 4, 8}) {
+    EXPECT_EQ(run("project.ctl --cameras", "ulimit -f " + std::to_string(blocks) + "; "), 1);
+    EXPECT_THAT(errors_, HasSubstr("File too large"));
+    expect_earlier();
+  }
+  EXPECT_EQ(run("-q project.ctl --cameras"), 0) << errors_;
+  EXPECT_NE(files(), earlier_);
+}
+
+TEST_F(EarlierResults, SurviveSignals) {
+  ASSERT_EQ(run("-q project.ctl --cameras"), 0);
+  const std::map<std::string, std::string> later = files();
+  ASSERT_NE(later, earlier_);
+  int interrupted = 0;
+  for (const char* const signal : {"TERM", "INT", "HUP", "KILL"}) {
+    for (int moment = 0; moment < 25; ++moment) {
+      for (const auto& [name, text] : earlier_) dir_.write(name, text);
+      std::filesystem::remove(dir_.path("project.failed.out"));
+      // A shell without job control has its background processes ignore interrupts; timeout does
+      // not.
+      const std::string delay = std::to_string(0.001 + 0.0012 * moment);
+      const int status =
+          run("-q project.ctl --cameras", "timeout -s " + std::string(signal) + " " + delay + " ");
+      std::map<std::string, std::string> now = files();
+      const bool kept = now.erase("project.failed.out") > 0;
+      interrupted += kept ? 1 : 0;
+      EXPECT_TRUE(now == earlier_ || now == later) << signal << ' ' << delay << ' ' << status;
+      if (status == 0) EXPECT_EQ(now, later);
+    }
+  }
+  EXPECT_GT(interrupted, 5) << "some signals come during a run";
+}
+
+// A reader that goes away ends the listing, not the results; a full disk is a failure; closed
+// streams let no message land in a result.
+TEST_F(EarlierResults, ConsoleThatCannotBeWritten) {
+  ASSERT_EQ(run("-q project.ctl --cameras"), 0);
+  const std::map<std::string, std::string> later = files();
+  const std::tuple<const char*, const char*, int> kCases[] = {
+      {"adjust", " >/dev/full", 0},
+      {"adjust --verbose", " >/dev/full", 1},
+      {"list", " >/dev/full 2>&1", 1},
+      {"grid", " >/dev/full", 1},
+      {"adjust", " 2>/dev/full", 0},
+      {"adjust", " >&- 2>&-", 0},
+      {"adjust --verbose", " <&- >&- 2>&-", 1},
+      {"list", " | head -1 >/dev/null", 0},
+      {"list", " | true", 0},
+  };
+  for (const auto& [command, streams, expected] : kCases) {
+    for (const auto& [name, text] : earlier_) dir_.write(name, text);
+    const std::string line = "cd '" + dir_.path() + "'; set -o pipefail; '" VORN_COMMAND "' " +
+                             command + " project.ctl" + streams;
+    const int status = std::system(("bash -c \"" + line + '"').c_str());
+    EXPECT_EQ(WEXITSTATUS(status), expected) << command << streams;
+    std::map<std::string, std::string> now = files();
+    now["project.cam"] = later.at("project.cam");  // not asked for
+    EXPECT_EQ(now, later) << command << streams;
   }
 }
 

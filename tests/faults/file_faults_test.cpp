@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -60,7 +61,12 @@ TEST_F(FileFaults, OutputsThatCannotBeWritten) {
       replace(name, disk_full);
       const BundleRun one = run();
       EXPECT_EQ(one.result, 1) << name;
-      // Only the files of the normal equations have a message; the run goes on without all others.
+      // The error stream names the file; those of the normal equations have a message of their own,
+      // too. The run goes on without the file.
+      EXPECT_EQ(one.errors.find("ERROR: Cannot write file: "), 0U) << name;
+      EXPECT_THAT(one.errors, testing::HasSubstr(name + (disk_full ? ": No space left on device\n"
+                                                                   : ": Is a directory\n")));
+      EXPECT_EQ(std::count(one.errors.begin(), one.errors.end(), '\n'), 1) << one.errors;
       const bool reported = !disk_full && name.find("project") == std::string::npos;
       EXPECT_EQ(one.output.find("ERROR: Cannot write") != std::string::npos, reported) << name;
       std::map<std::string, std::string> others = expected;
@@ -69,7 +75,10 @@ TEST_F(FileFaults, OutputsThatCannotBeWritten) {
       fs::remove_all(dir_.path(name));
     }
     for (const std::string& name : kResults) replace(name, disk_full);
-    EXPECT_EQ(run().result, 1);
+    const BundleRun none = run();
+    EXPECT_EQ(none.result, 1);
+    EXPECT_EQ(std::count(none.errors.begin(), none.errors.end(), '\n'),
+              static_cast<std::ptrdiff_t>(kResults.size()));
     for (const std::string& name : kResults) fs::remove_all(dir_.path(name));
   }
   expect_inputs_unchanged();

@@ -3,9 +3,11 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <utility>
 
 #include "driver/bundle_project.h"
+#include "driver/output_guard.h"
 #include "driver/run.h"
 #include "fuzz/fuzz_target.h"
 #include "geometry/eo_file.h"
@@ -249,6 +251,26 @@ void inspect(const BundleProject& project) {
   }
 }
 
+// Success is claimed for finite numbers in complete files only; a failure leaves nothing but its
+// report.
+void require_honest(const RunSummary& summary, const test::TempDir& scratch,
+                    const std::set<std::string>& earlier) {
+  const bool completed = summary.result == 1 && summary.failures.empty();
+  if (completed) {
+    require(std::isfinite(summary.sigma0), "sigma 0 is a number");
+    require(summary.ending.non_finite.iteration == 0, "all residuals are numbers");
+    require(scratch.read("project.ext").ends_with("stop-dep\n"), "orientations are complete");
+    require(scratch.read("project.res").ends_with("stop-dep\n"), "residuals are complete");
+  }
+  for (const std::string& name : summary.files.opened(true)) {
+    if (earlier.count(name) > 0) continue;
+    require(std::filesystem::exists(name) == completed, "results are there or not, as a whole");
+  }
+  for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
+    require(!entry.path().filename().string().starts_with(".vorn-"), "no temporary file is left");
+  }
+}
+
 bool fuzz_project(std::string_view input) {
   // No name leads out of the directory.
   if (input.size() > kMaxSize || input.find_first_of("/\\") != std::string_view::npos) return false;
@@ -263,10 +285,19 @@ bool fuzz_project(std::string_view input) {
   }
   for (const auto& [name, text] : files) scratch.write(name, text);
   const std::filesystem::path before = std::filesystem::current_path();
-  const RunSummary summary =
-      run_project({.path = scratch.path("project.ctl"), .with_cameras = true, .inspect = inspect});
+  const std::string control_file = scratch.path("project.ctl");
+  // What the command refuses it does not run.
+  if (!find_obstacles({control_file, true}).empty()) return true;
+  std::set<std::string> earlier;
+  for (const auto& [name, text] : files) earlier.insert(scratch.path(name));
+  const RunSummary summary = run_project({.path = control_file,
+                                          .with_cameras = true,
+                                          .outputs = OutputMode::replaced,
+                                          .diagnose = true,
+                                          .inspect = inspect});
   require(summary.result == 0 || summary.result == 1, "a run gives 0 or 1");
   require(summary.started, "a control file that exists is read");
+  require_honest(summary, scratch, earlier);
   std::filesystem::current_path(before);
   ls_params() = LSParams();
   return true;

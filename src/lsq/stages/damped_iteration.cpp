@@ -73,8 +73,19 @@ class DampedIteration {
       report_ << "*** ERROR: The weighted sum of squares is not finite.\n";
       return -1;
     }
+    project_.ended_from_outside = false;
     for (std::int32_t i = 0; i < max_iterations && !project_.converged; ++i) {
       if (iterate_once() != 1) return -1;
+      if (!project_.on_iteration) continue;
+      const IterationAnswer answer = project_.on_iteration(project_.iterations.back());
+      if (answer == IterationAnswer::stop) {
+        report_ << "*** ERROR: The iterations were stopped.\n";
+        return -1;
+      }
+      if (answer == IterationAnswer::finish) {
+        project_.ended_from_outside = !project_.converged;
+        break;
+      }
     }
     return 1;
   }
@@ -111,7 +122,7 @@ class DampedIteration {
     print_steps(statistics);
     find_open_parameter(project_.unknowns, project_.solution, statistics);
     decide(accepted, statistics);
-    if (!project_.converged) print_open_parameter(statistics);
+    if (!project_.converged && !project_.on_iteration) print_open_parameter(statistics);
     statistics.cpu_seconds = clock.seconds();
     print_cpu_time(statistics, report_);
     return 1;

@@ -68,13 +68,24 @@ void apply_corrections(BundleProject& project) {
   for (ImageGeometry& geometry : project.image_geometries) geometry.update();
 }
 
+// Looks for the culprit, for whoever watches, when numbers have ceased to be finite. A pivot that
+// is not a number fails, too.
+void note_non_finite(BundleProject& project, std::int32_t iteration, bool solved) {
+  if (!project.on_iteration || project.non_finite.iteration != 0) return;
+  if (solved && std::isfinite(project.lPl) && std::isfinite(project.vtpv)) return;
+  const NonFiniteValue found = find_non_finite(project, iteration);
+  if (!found.image.empty() || solved || !std::isfinite(project.lPl)) project.non_finite = found;
+}
+
 // One Gauss-Newton step. 1 or -1.
 int run_iteration(BundleProject& project, TextWriter& report, IterationStatistics& statistics) {
   const CpuClock clock;
   print_iteration_heading(statistics.number, report);
   std::int32_t observations = 0;
   if (set_up(project, report, observations) != 1) return -1;
-  if (solve(project, report, statistics.solution_cpu_seconds) != 1) return -1;
+  const int solved = solve(project, report, statistics.solution_cpu_seconds);
+  note_non_finite(project, statistics.number, solved == 1);
+  if (solved != 1) return -1;
   list_all_corrections(project, report);
   find_changes(project.unknowns, project.solution, statistics);
   print_mean_changes(statistics, report);
@@ -85,7 +96,7 @@ int run_iteration(BundleProject& project, TextWriter& report, IterationStatistic
   print_statistics(statistics, report);
   apply_corrections(project);
   find_open_parameter(project.unknowns, project.solution, statistics);
-  print_open_parameter(statistics);
+  if (!project.on_iteration) print_open_parameter(statistics);
   statistics.cpu_seconds = clock.seconds();
   print_cpu_time(statistics, report);
   return 1;
@@ -98,25 +109,28 @@ void write_vector(TextWriter& out, const Vector& v) {
 
 // Writes one file of the normal equations unless its name is "none".
 template <class Write>
-void write_file(const std::string& name, std::string_view failure, Write write) {
+void write_file(OutputFiles& files, const std::string& name, std::string_view failure,
+                Write write) {
   if (name == "none") return;
-  TextWriter out;
-  if (!out.open(name)) {
+  TextWriter& out = files.open(name);
+  if (!out.is_open()) {
     standard_output() << failure;
     return;
   }
   write(out);
+  files.finish(out);
 }
 
-void write_normal_equations(const BundleProject& project) {
+void write_normal_equations(const BundleProject& project, OutputFiles& files) {
   const Options& options = project.options;
-  write_file(options.structure_file, "ERROR: Cannot write structure of normal matrix file.\n",
+  write_file(files, options.structure_file,
+             "ERROR: Cannot write structure of normal matrix file.\n",
              [&](TextWriter& out) { write_sparsity_pbm(out, project.normal); });
-  write_file(options.matrix_file, "ERROR: Cannot write normal matrix file.\n",
+  write_file(files, options.matrix_file, "ERROR: Cannot write normal matrix file.\n",
              [&](TextWriter& out) { project.solver->write_matrix(out, project.normal); });
-  write_file(options.rhs_file, "ERROR: Cannot write right side vector file.\n",
+  write_file(files, options.rhs_file, "ERROR: Cannot write right side vector file.\n",
              [&](TextWriter& out) { write_vector(out, project.rhs); });
-  write_file(options.solution_file, "ERROR: Cannot write  solution vector file.\n",
+  write_file(files, options.solution_file, "ERROR: Cannot write  solution vector file.\n",
              [&](TextWriter& out) { write_vector(out, project.solution); });
 }
 
@@ -140,12 +154,20 @@ void check_apv(const BundleProject& project, TextWriter& report) {
 // Gauss-Newton steps until all corrections are within their limits. 1 or -1.
 int iterate_undamped(BundleProject& project, TextWriter& report) {
   const std::int32_t max_iterations = ls_params().max_iterations;
-  while (project.num_iterations < max_iterations && !project.converged) {
+  IterationAnswer answer = IterationAnswer::go_on;
+  while (project.num_iterations < max_iterations && !project.converged &&
+         answer == IterationAnswer::go_on) {
     IterationStatistics& statistics = project.iterations.emplace_back();
     statistics.number = ++project.num_iterations;
     if (run_iteration(project, report, statistics) != 1) return -1;
     project.converged = statistics.open_object == nullptr;
+    if (project.on_iteration) answer = project.on_iteration(statistics);
   }
+  if (answer == IterationAnswer::stop) {
+    report << "*** ERROR: The iterations were stopped.\n";
+    return -1;
+  }
+  project.ended_from_outside = answer == IterationAnswer::finish && !project.converged;
   if (project.converged) project.ending = IterationEnding::limits;
   return 1;
 }
@@ -154,9 +176,13 @@ void print_ending(const BundleProject& project, double seconds, TextWriter& repo
   // Without damping, a convergence in the very last iteration counts as reaching the maximum, too.
   const bool ended = project.settings.damped ? project.converged
                                              : project.num_iterations < ls_params().max_iterations;
-  report << (ended ? "\n*** Iteration criterion limit has been reached.\n"
-                   : "\n*** WARNING: Maximum number of iterations has been reached.\n")
-         << "\nNumber of iterations: " << project.num_iterations << '\n'
+  if (project.ended_from_outside) {
+    report << "\n*** WARNING: The iterations were ended from outside before they converged.\n";
+  } else {
+    report << (ended ? "\n*** Iteration criterion limit has been reached.\n"
+                     : "\n*** WARNING: Maximum number of iterations has been reached.\n");
+  }
+  report << "\nNumber of iterations: " << project.num_iterations << '\n'
          << "Total cpu time for iterations : " << kCpuTime(seconds) << " s\n\n";
 }
 
@@ -174,7 +200,8 @@ int BundleProject::iterate(TextWriter& report) {
     return -1;
   }
   print_ending(*this, clock.seconds(), report);
-  write_normal_equations(*this);
+  OutputFiles own_files;
+  write_normal_equations(*this, outputs != nullptr ? *outputs : own_files);
   check_apv(*this, report);
   return 1;
 }

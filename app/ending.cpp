@@ -1,0 +1,163 @@
+#include "app/ending.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lsq/ls_params.h"
+#include "text/text_writer.h"
+
+namespace vorn::app {
+namespace {
+
+constexpr std::size_t kMaxNamed = 10;
+constexpr double kMicrometres = 1e6;
+
+// "3 what: a, b, c", the first ten by name.
+void print_names(std::string_view label, const std::vector<std::string>& names,
+                 std::string_view what) {
+  if (names.empty()) return;
+  TextWriter& err = error_output();
+  err << label << static_cast<std::uint64_t>(names.size()) << ' ' << what << ": ";
+  for (std::size_t i = 0; i < std::min(names.size(), kMaxNamed); ++i) {
+    err << (i > 0 ? ", " : "") << names[i];
+  }
+  err << (names.size() > kMaxNamed ? ", ...\n" : "\n");
+}
+
+void print_removals(const std::vector<Removal>& removals) {
+  struct Group {
+    RemovalReason reason;
+    std::string_view kind;
+    std::string_view says;
+  };
+  constexpr Group kGroups[] = {
+      {RemovalReason::too_few_rays, "object point", "points with fewer than two rays"},
+      {RemovalReason::too_few_points, "image", "images with fewer than three points"},
+      {RemovalReason::unused, "image", "images without orientation"},
+      {RemovalReason::unused, "camera", "cameras without image"},
+      {RemovalReason::unused, "object point", "points that nothing measures"},
+      {RemovalReason::unused, "orientation", "orientations without image"},
+      {RemovalReason::unused, "parameter set", "parameter sets without camera"},
+      {RemovalReason::unused, "position correction", "position corrections without orientation"},
+      {RemovalReason::unused, "attitude correction", "attitude corrections without orientation"},
+  };
+  std::string_view label = "  removed     ";
+  for (const Group& group : kGroups) {
+    std::vector<std::string> names;
+    for (const Removal& removal : removals) {
+      if (removal.reason == group.reason && removal.kind == group.kind) names.push_back(removal.id);
+    }
+    if (names.empty()) continue;
+    print_names(label, names, group.says);
+    label = "              ";
+  }
+}
+
+void print_largest(const std::vector<LargeResidual>& residuals) {
+  TextWriter& err = error_output();
+  std::string_view label = "  residuals   ";
+  for (const LargeResidual& residual : residuals) {
+    err << label << fixed(2, 10)(residual.length_m * kMicrometres) << " um, "
+        << fixed(1)(residual.in_sigmas) << " times its std. dev.: point " << residual.point
+        << " in image " << residual.image << '\n';
+    label = "              ";
+  }
+}
+
+void print_sigma0(const RunSummary& summary) {
+  TextWriter& err = error_output();
+  err << "  sigma 0     ";
+  if (summary.sigma0 == 0.0) {
+    err << "undefined, no redundancy\n";
+    return;
+  }
+  err << fixed(3)(summary.sigma0 * kMicrometres) << " um, "
+      << fixed(2)(summary.sigma0 / ls_params().sigma0_apriori) << " times the a-priori value\n";
+}
+
+void print_completed(const RunSummary& summary, const RunRequest& request) {
+  TextWriter& err = error_output();
+  if (summary.ending.converged) err << "\nAdjustment completed\n";
+  print_sigma0(summary);
+  err << "  redundancy  " << summary.redundancy << "\n  iterations  " << summary.iterations << '\n';
+  print_removals(summary.ending.removals);
+  print_largest(summary.ending.largest);
+  std::string_view label = "  files       ";
+  for (const std::string& name : summary.files.opened(request.with_cameras)) {
+    err << label << name << '\n';
+    label = "              ";
+  }
+}
+
+void print_not_converged(const RunSummary& summary) {
+  const NamedParameter& open = summary.ending.open;
+  TextWriter& err = error_output();
+  err << "\nNOT CONVERGED after " << summary.iterations
+      << (summary.iterations == 1 ? " iteration" : " iterations");
+  if (!open.id.empty()) {
+    err << " (" << open.kind << ' ' << open.id << ", " << open.name << " still moves)";
+  }
+  err << '\n';
+}
+
+void print_non_finite(const NonFiniteValue& value) {
+  TextWriter& err = error_output();
+  err << "vorn: the numbers cease to be finite in iteration " << value.iteration;
+  if (value.image.empty()) {
+    err << ": the corrections themselves\n";
+  } else {
+    err << ", first at point " << value.point << " in image " << value.image << '\n';
+  }
+}
+
+void print_lost(const std::vector<LostObject>& lost) {
+  TextWriter& err = error_output();
+  for (std::size_t i = 0; i < std::min(lost.size(), kMaxNamed); ++i) {
+    err << "vorn: too few measurements are left for " << lost[i].kind << ' ' << lost[i].id
+        << ": remove its record from the file of " << lost[i].keyword << ", or measure more\n";
+  }
+  if (lost.size() > kMaxNamed) {
+    err << "vorn: and for " << static_cast<std::uint64_t>(lost.size() - kMaxNamed) << " others\n";
+  }
+}
+
+void print_failed(const RunSummary& summary) {
+  TextWriter& err = error_output();
+  if (summary.ending.non_finite.iteration != 0) print_non_finite(summary.ending.non_finite);
+  print_lost(summary.ending.lost);
+  if (!summary.started) {
+    err << "vorn: the control file cannot be read\n";
+  } else if (summary.failures.empty()) {
+    if (!summary.ending.removals.empty()) print_removals(summary.ending.removals);
+    err << "vorn: the adjustment failed; the messages above and the report say why: "
+        << summary.files.failed << "\nvorn: results of earlier runs are as they were\n";
+  }
+}
+
+void print_failures(const RunSummary& summary) {
+  TextWriter& err = error_output();
+  for (const OutputFailure& failure : summary.failures) {
+    err << "vorn: not complete: " << failure.path << ": " << failure.reason << '\n';
+  }
+  if (!summary.failures.empty()) err << "vorn: results of earlier runs are as they were\n";
+}
+
+}  // namespace
+
+void print_ending(const RunSummary& summary, const RunRequest& request, bool quiet) {
+  print_failures(summary);
+  if (summary.result != 1) return print_failed(summary);
+  if (!summary.failures.empty()) return;
+  if (!summary.ending.converged) print_not_converged(summary);
+  if (!quiet) print_completed(summary, request);
+}
+
+ExitStatus status_of(const RunSummary& summary) {
+  if (summary.result != 1 || !summary.failures.empty()) return kFailed;
+  return summary.ending.converged ? kSuccess : kNotConverged;
+}
+
+}  // namespace vorn::app

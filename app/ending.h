@@ -1,0 +1,14 @@
+#pragma once
+
+#include "app/command.h"
+#include "driver/run.h"
+
+namespace vorn::app {
+
+// How a run ended, on the error stream: what it came to, what was removed, what stands out, which
+// files there are; or why it failed. `quiet` leaves out what went well.
+void print_ending(const RunSummary& summary, const RunRequest& request, bool quiet);
+
+[[nodiscard]] ExitStatus status_of(const RunSummary& summary);
+
+}  // namespace vorn::app
