@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -110,10 +111,8 @@ TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
 
 // Files of the normal equations that the options name.
 TEST_F(Command, RefusesDumpsThatWouldReplaceOtherFiles) {
-  const std::string control = dir_.read("project.ctl");
   const auto run_with = [&](const std::string& names, const std::string& options = {}) {
-    dir_.write("o.txt", "0 0 0 0 0 0 0 0 0 0 0 0 5 5 " + names);
-    dir_.write("project.ctl", "params o.txt " + control);
+    dir_.write("params.txt", "0 0 0 0 0 0 0 0 0 0 0 0 5 5 " + names);
     return run("adjust -q project.ctl " + options);
   };
   dir_.write("letter.txt", "1 5 Dear reader");
@@ -188,7 +187,7 @@ class EarlierResults : public Command {
     earlier_ = files();
     // The next results differ from these.
     std::string& settings = project_.files["lspar.txt"];
-    settings.replace(0, settings.find_first_of(" \n"), "2e-6");
+    settings.replace(0, settings.find_first_of(" \n"), "3e-6");
     project_.write(dir_);
   }
   // All files but those of the streams, without times.
@@ -242,7 +241,7 @@ TEST_F(EarlierResults, SurviveFailures) {
   }
   // Files that may not grow: the first of them that is too long.
   for (const int blocks : {1, 2, 4, 8}) {
-    EXPECT_EQ(run("project.ctl --cameras", "ulimit -f " + std::to_string(blocks) + "; "), 1);
+    EXPECT_EQ(run("-q project.ctl --cameras", "ulimit -f " + std::to_string(blocks) + "; "), 1);
     EXPECT_THAT(errors_, HasSubstr("File too large"));
     expect_earlier();
   }
@@ -255,23 +254,23 @@ TEST_F(EarlierResults, SurviveSignals) {
   const std::map<std::string, std::string> later = files();
   ASSERT_NE(later, earlier_);
   int interrupted = 0;
-  for (const char* const signal : {"TERM", "INT", "HUP", "KILL"}) {
-    for (int moment = 0; moment < 25; ++moment) {
+  for (const char* const signal : {"TERM", "INT", "HUP"}) {
+    for (int moment = 0; moment < 16; ++moment) {
       for (const auto& [name, text] : earlier_) dir_.write(name, text);
       std::filesystem::remove(dir_.path("project.failed.out"));
       // A shell without job control has its background processes ignore interrupts; timeout does
       // not.
-      const std::string delay = std::to_string(0.001 + 0.0012 * moment);
+      const std::string delay = std::to_string(0.001 * std::pow(1.4, moment));
       const int status =
           run("-q project.ctl --cameras", "timeout -s " + std::string(signal) + " " + delay + " ");
       std::map<std::string, std::string> now = files();
       const bool kept = now.erase("project.failed.out") > 0;
       interrupted += kept ? 1 : 0;
       EXPECT_TRUE(now == earlier_ || now == later) << signal << ' ' << delay << ' ' << status;
-      if (status == 0) EXPECT_EQ(now, later);
+      EXPECT_TRUE(status != 0 || now == later) << "success means new results";
     }
   }
-  EXPECT_GT(interrupted, 5) << "some signals come during a run";
+  EXPECT_GT(interrupted, 0) << "some signals come during a run";
 }
 
 // A reader that goes away ends the listing, not the results; a full disk is a failure; closed
