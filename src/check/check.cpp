@@ -14,14 +14,18 @@ namespace {
 
 void check_outputs(const std::string& control_file, const std::string& directory,
                    FindingListener& findings) {
-  for (const InputClash& clash : find_input_clashes(control_file, true)) {
+  for (const Obstacle& obstacle : find_obstacles({control_file, true})) {
     std::string message;
-    std::string file = clash.file;
+    std::string file = obstacle.file;
     if (file.starts_with(directory)) file.erase(0, directory.size());
-    if (clash.kind == ClashKind::control_file_is_output) {
+    if (obstacle.kind == ObstacleKind::control_file_is_output) {
       message = "the control file has the name of one of the files that the run writes";
-    } else if (clash.kind == ClashKind::data_file_is_output) {
+    } else if (obstacle.kind == ObstacleKind::data_file_is_output) {
       message = "this file is read, and the run would overwrite it";
+    } else if (obstacle.kind == ObstacleKind::output_is_link) {
+      message = "the run would write this file, and it is a link to another one";
+    } else if (obstacle.kind == ObstacleKind::dump_is_output) {
+      message = "the run would write two files of this name";
     } else {
       continue;
     }
