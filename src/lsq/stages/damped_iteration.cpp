@@ -43,12 +43,13 @@ class DampedIteration {
       : project_(project),
         report_(report),
         system_(project),
+        placement_(project),
         values_(static_cast<std::size_t>(project.unknowns.num_unknowns())) {}
 
   int run() {
     AdjustmentSettings& settings = project_.settings;
     normalise();
-    place_points(project_, project_.held_points);
+    placement_.place_all(project_.held_points);
     if (settings.robust_loss != RobustLoss::none) {
       loss_ = Loss(settings.robust_loss, settings.robust_scale);
       if (minimise(kRobustIterations) != 1) return -1;
@@ -155,6 +156,7 @@ class DampedIteration {
       if (step.cost < current_.sum || (step.cost == current_.sum && predicted_ < kNoDecrease)) {
         step.accepted = true;
         accept(step.ratio);
+        place_held_points(crossing);
         return true;
       }
       restore_values();
@@ -191,6 +193,7 @@ class DampedIteration {
   // Whether the iterations are over, and why.
   void decide(bool accepted, const IterationStatistics& statistics) {
     const bool within_limits = accepted && statistics.open_object == nullptr;
+    if (accepted && placed_ > 0) return;
     if (is_robust()) {
       project_.converged = !accepted || decrease_ < kRobustDecrease;
       return;
@@ -289,6 +292,18 @@ class DampedIteration {
     return points;
   }
 
+  // Points that were held while all others moved may fit better elsewhere now.
+  void place_held_points(const std::vector<std::int32_t>& numbers) {
+    placed_ = 0;
+    if (numbers.empty()) return;
+    for (ObjectPoint& point : project_.object_points) {
+      if (std::binary_search(numbers.begin(), numbers.end(), point.index / 3)) {
+        placed_ += placement_.place(point) ? 1 : 0;
+      }
+    }
+    if (placed_ > 0) find_weighted_squares(project_, loss_, current_);
+  }
+
   void note(const ObjectPoint& point, HeldPoint::Reason reason) {
     for (HeldPoint& held : project_.held_points) {
       if (held.point == &point && held.reason == reason) {
@@ -358,10 +373,12 @@ class DampedIteration {
   BundleProject& project_;
   TextWriter& report_;
   DampedSystem system_;
+  PointPlacement placement_;
   Loss loss_;
   WeightedSquares current_;
   WeightedSquares trial_;
   std::vector<double> values_;  // of all unknowns, before the step
+  std::int32_t placed_ = 0;     // held points that found a better place after the last step
   double lambda_ = kFirstDamping;
   double decrease_ = 0.0;   // of the sum by the last step, relative
   double predicted_ = 0.0;  // by the linearised equations

@@ -1,5 +1,6 @@
 #include "lsq/stages/point_placement.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <span>
@@ -7,7 +8,6 @@
 
 #include "driver/bundle_project.h"
 #include "lsq/linalg/cholesky.h"
-#include "lsq/stages/point_rays.h"
 #include "lsq/stages/weighted_squares.h"
 
 namespace vorn {
@@ -101,21 +101,33 @@ std::string_view sentence(HeldPoint::Reason reason) {
 
 }  // namespace
 
-void place_points(BundleProject& project, std::vector<HeldPoint>& noted) {
-  const PointRays rays(project.images, project.object_points);
-  for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
-    ObjectPoint* const point = project.object_points[slot];
-    if (point == nullptr || !is_free(*point) || rays[slot].size() < 2) continue;
-    const double given = squares_at(rays[slot], point->xyz);
-    const bool good_place = is_before_all(rays[slot], point->xyz);
+PointPlacement::PointPlacement(BundleProject& project)
+    : points_(project.object_points), rays_(project.images, project.object_points) {}
+
+void PointPlacement::place_all(std::vector<HeldPoint>& noted) {
+  for (ObjectPoint& point : points_) {
+    const std::span<const Ray> rays = rays_[point.slot];
+    if (!is_free(point) || rays.size() < 2) continue;
+    const double given = squares_at(rays, point.xyz);
+    const bool good_place = is_before_all(rays, point.xyz);
     if (!good_place) {
-      noted.push_back(
-          {point, std::isinf(given) ? HeldPoint::Reason::at_centre : HeldPoint::Reason::behind, 1});
+      noted.push_back({&point,
+                       std::isinf(given) ? HeldPoint::Reason::at_centre : HeldPoint::Reason::behind,
+                       1});
     }
     Vec3 xyz;
-    if (!intersect(rays[slot], xyz) || !is_before_all(rays[slot], xyz)) continue;
-    if (squares_at(rays[slot], xyz) < (good_place ? kMuchBetter : 1.0) * given) point->xyz = xyz;
+    if (!intersect(rays, xyz) || !is_before_all(rays, xyz)) continue;
+    if (squares_at(rays, xyz) < (good_place ? kMuchBetter : 1.0) * given) point.xyz = xyz;
   }
+}
+
+bool PointPlacement::place(ObjectPoint& point) {
+  const std::span<const Ray> rays = rays_[point.slot];
+  Vec3 xyz;
+  if (!is_free(point) || !intersect(rays, xyz) || !is_before_all(rays, xyz)) return false;
+  if (!(squares_at(rays, xyz) < squares_at(rays, point.xyz))) return false;
+  point.xyz = xyz;
+  return true;
 }
 
 void print_held_points(const std::vector<HeldPoint>& points, TextWriter& report) {
