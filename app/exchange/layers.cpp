@@ -35,22 +35,17 @@ Layer points_layer(const BundleProject& project) {
 }
 
 // Root mean square of the residuals of an image's coordinates [um].
-double rms_of(const std::vector<PointResidual>& residuals) {
-  double sum = 0.0;
-  std::size_t count = 0;
-  for (const PointResidual& residual : residuals) {
-    if (residual.object_point == nullptr) continue;
-    sum += residual.vx * residual.vx + residual.vy * residual.vy;
-    count += 2;
-  }
-  return count > 0 ? std::sqrt(sum / static_cast<double>(count)) * kMicrometres : kMissing;
+double rms_of(const ResidualStatistics& statistics) {
+  if (statistics.count == 0) return kMissing;
+  return std::sqrt((statistics.sum_vx2 + statistics.sum_vy2) / (2.0 * statistics.count)) *
+         kMicrometres;
 }
 
 void add_images(const BundleProject& project, Layer& images, Layer& residuals_layer) {
-  std::vector<PointResidual> residuals;
+  ImageResiduals residuals;
   for (const BundleImage& image : project.images) {
     compute_residuals(image, project.object_points, residuals);
-    for (const PointResidual& residual : residuals) {
+    for (const PointResidual& residual : residuals.points) {
       if (residual.object_point == nullptr) continue;
       const ImagePoint& point = *residual.image_point;
       residuals_layer.features.push_back(
@@ -65,7 +60,7 @@ void add_images(const BundleProject& project, Layer& images, Layer& residuals_la
     images.features.push_back({{centre},
                                {image.id, image.camera_id, centre[0], centre[1], centre[2],
                                 angles[0] * kDegrees, angles[1] * kDegrees, angles[2] * kDegrees,
-                                std::int64_t{image.count_points()}, rms_of(residuals)}});
+                                std::int64_t{image.count_points()}, rms_of(residuals.statistics)}});
   }
 }
 
