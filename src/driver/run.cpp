@@ -110,7 +110,7 @@ void complete(const RunRequest& request, BundleProject& project, OutputFiles& ou
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;
   summary.iterations = project.num_iterations;
-  const bool doubtful = is_doubtful(project);
+  const bool doubtful = project.failed_unknown >= 0 || is_doubtful(project);
   if (!outputs.commit()) return;
   // A report of an earlier failure would speak of a project that is no more.
   if (request.outputs == OutputMode::replaced) std::remove(summary.files.failed.c_str());

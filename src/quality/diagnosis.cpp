@@ -35,10 +35,12 @@ std::size_t basis_size(std::int32_t unknowns) {
                                  120);
 }
 
-void list_pivots(const UnknownNames& names, const Weakness& weakness, Diagnosis& diagnosis) {
-  for (const auto& [ratio, unknown] : weakness.pivots()) {
-    if (diagnosis.smallest_pivots.size() == kListed) break;
-    diagnosis.smallest_pivots.push_back({names.item(unknown), ratio});
+void list_first(const UnknownNames& names,
+                const std::vector<std::pair<double, std::int32_t>>& values,
+                std::vector<DiagnosedValue>& list) {
+  for (const auto& [value, unknown] : values) {
+    if (list.size() == kListed) break;
+    list.push_back({names.item(unknown), value});
   }
 }
 
@@ -73,7 +75,8 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
                        const std::vector<DatumAnalysis::Changes>& free_motions, bool has_failed,
                        Diagnosis& diagnosis) {
   const Weakness weakness(system, free_motions);
-  list_pivots(names, weakness, diagnosis);
+  list_first(names, weakness.pivots(), diagnosis.smallest_pivots);
+  list_first(names, weakness.tolerances(), diagnosis.smallest_tolerances);
   diagnosis.has_eigenvalues = system.size() <= kMostWithEigenvalues;
   if (weakness.is_regular() && !diagnosis.has_eigenvalues && !has_failed) return;
   const std::vector<WeakDirection> directions = weakness.directions(basis_size(system.size()));
@@ -124,9 +127,11 @@ void restore_initial_values(BundleProject& project) {
 }
 
 bool is_doubtful(const BundleProject& project) {
+  // Rounding leaves up to some hundred times kSmallestPivotRatio where nothing should be.
+  constexpr double kDoubt = 1e3 * kSmallestPivotRatio;
   for (std::int32_t u = 0; u < project.markers.size(); ++u) {
     const double marker = project.markers[u];
-    if (marker * marker < kSmallestPivotRatio * project.normal.at(u, u)) return true;
+    if (marker * marker < kDoubt * project.normal.at(u, u)) return true;
   }
   return false;
 }

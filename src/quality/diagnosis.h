@@ -126,8 +126,8 @@ struct Diagnosis {
 // is diagnosed, since later iterations may have diverged.
 void restore_initial_values(BundleProject& project);
 
-// Whether the last factorisation may have passed by rounding only: a pivot ratio of its own is
-// below kSmallestPivotRatio. Weights of suppression and conditions can be the reason, too.
+// Whether the last factorisation may have passed by rounding only, which a diagnosis shows: it has
+// a tiny pivot ratio. Weights of conditions can be the reason, too.
 [[nodiscard]] bool is_doubtful(const BundleProject& project);
 
 }  // namespace vorn

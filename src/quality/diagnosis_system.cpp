@@ -27,7 +27,7 @@ DiagnosedSystem::DiagnosedSystem(BundleProject& project,
                                  const std::function<void(const LinearisedPoint&)>& visit)
     : normal_(project.normal) {
   const std::int32_t n = project.unknowns.num_unknowns();
-  for (Vector* v : {&image_diagonal_, &own_weights_, &diagonal_}) {
+  for (Vector* v : {&image_diagonal_, &own_weights_, &diagonal_, &condition_cofactors_}) {
     v->resize(n);
     v->zero();
   }
@@ -83,13 +83,22 @@ void DiagnosedSystem::add_own_weights(const BundleProject& project) {
   }
 }
 
-// q'q = 1: 2 q'dq = 0, with the weight of the best determined element.
+// q'q = 1: 2 q'dq = 0, with the weight of the best determined element. Images do not feel a change
+// along q, so that this weight w alone gives its cofactor, q q' / (w (q'q)^2).
 void DiagnosedSystem::add_conditions(const BundleProject& project) {
   for (const ImageGeometry& geometry : project.image_geometries) {
     if (dynamic_cast<const EOQuaternion*>(&geometry) == nullptr) continue;
     double weight = 0.0;
-    for (std::int32_t k = 3; k < 7; ++k) weight = std::max(weight, diagonal_[geometry.index + k]);
+    double squares = 0.0;
     for (std::int32_t k = 3; k < 7; ++k) {
+      weight = std::max(weight, diagonal_[geometry.index + k]);
+      squares += geometry.value(k) * geometry.value(k);
+    }
+    for (std::int32_t k = 3; k < 7; ++k) {
+      if (weight > 0.0) {
+        condition_cofactors_[geometry.index + k] =
+            geometry.value(k) * geometry.value(k) / (weight * squares * squares);
+      }
       for (std::int32_t l = k; l < 7; ++l) {
         normal_.add(geometry.index + k, geometry.index + l,
                     weight * geometry.value(k) * geometry.value(l));

@@ -48,6 +48,9 @@ class DiagnosedSystem {
   double image_weight(std::int32_t u) const { return image_diagonal_[u]; }
   double own_weight(std::int32_t u) const { return own_weights_[u]; }
   double diagonal(std::int32_t u) const { return diagonal_[u]; }
+  // What the condition of a quaternion leaves of the cofactor of an unknown, having a finite
+  // weight.
+  double condition_cofactor(std::int32_t u) const { return condition_cofactors_[u]; }
   // Points that an image measures from a place where no equation can be formed.
   const std::vector<const ObjectPoint*>& degenerate_points() const { return degenerate_; }
 
@@ -67,6 +70,7 @@ class DiagnosedSystem {
   Vector image_diagonal_;
   Vector own_weights_;
   Vector diagonal_;
+  Vector condition_cofactors_;
   std::vector<UnknownRole> roles_;
   std::vector<const ObjectPoint*> degenerate_;
   double regularised_ = 0.0;

@@ -7,8 +7,7 @@
 #include <numeric>
 #include <random>
 
-#include "lsq/normal/dense_factor.h"
-#include "lsq/normal/point_elimination.h"
+#include "lsq/normal/selected_inverse.h"
 #include "quality/diagnosis_algebra.h"
 
 namespace vorn {
@@ -45,7 +44,7 @@ double product(const DatumAnalysis::Changes& a, const DatumAnalysis::Changes& b)
 }  // namespace
 
 Weakness::Weakness(DiagnosedSystem& system, const std::vector<DatumAnalysis::Changes>& free_motions)
-    : system_(system) {
+    : system_(system), factor_(system.normal()) {
   set_up_locked(free_motions);
   factorise();
 }
@@ -69,21 +68,16 @@ void Weakness::set_up_locked(const std::vector<DatumAnalysis::Changes>& free_mot
 }
 
 void Weakness::factorise() {
-  constexpr std::int32_t kSmall = 256;
-  if (system_.size() <= kSmall) {
-    factor_ = std::make_unique<DenseFactor>(system_.normal());
-  } else {
-    auto factor = std::make_unique<PointElimination>(system_.normal());
-    if (!factor->set_structure(PointElimination::Order::fill_reducing)) throw std::bad_alloc();
-    factor_ = std::move(factor);
-  }
-  bool passed = factor_->factorise() == 0;
-  regular_ = passed && (pivots().empty() || pivots().front().first >= kSmallestPivotRatio);
+  if (!factor_.set_structure(PointElimination::Order::fill_reducing)) throw std::bad_alloc();
+  bool passed = factor_.factorise() == 0;
+  // Rounding may hide a free datum from the pivots.
+  regular_ = passed && locked_.empty() &&
+             (pivots().empty() || pivots().front().first >= kSmallestPivotRatio);
   for (double fraction = kFraction; !regular_ && fraction < 1e-6; fraction *= 100) {
     if (passed && fraction_ > 0.0) break;
     fraction_ = fraction;
     system_.regularise(fraction);
-    passed = factor_->factorise() == 0;
+    passed = factor_.factorise() == 0;
   }
 }
 
@@ -91,12 +85,33 @@ std::vector<std::pair<double, std::int32_t>> Weakness::pivots() const {
   std::vector<std::pair<double, std::int32_t>> ratios;
   for (std::int32_t u = 0; u < system_.size(); ++u) {
     if (!system_.is_active(u)) continue;
-    const double pivot = factor_->diagonal()[u];
+    const double pivot = factor_.diagonal()[u];
     const double ratio = pivot * pivot / system_.diagonal(u) - fraction_;
     ratios.emplace_back(std::max(ratio, 0.0), u);
   }
   std::sort(ratios.begin(), ratios.end());
   return ratios;
+}
+
+std::vector<std::pair<double, std::int32_t>> Weakness::tolerances() const {
+  SelectedInverse inverse(factor_);
+  if (!inverse.compute()) return {};
+  std::vector<std::pair<double, std::int32_t>> values;
+  const auto add = [&](std::int32_t u, double cofactor) {
+    if (!system_.is_active(u)) return;
+    const double value = 1 / (system_.diagonal(u) * (cofactor - system_.condition_cofactor(u)));
+    // What the added fraction of the diagonal alone determines is not determined.
+    constexpr double kOpen = 1e3;
+    values.emplace_back(value > kOpen * fraction_ ? value : 0.0, u);
+  };
+  inverse.for_each_point([&](const SelectedInverse::PointCofactors& point) {
+    for (std::int32_t k = 0; k < 3; ++k) add(3 * point.point + k, point.own[k][k]);
+  });
+  for (std::int32_t u = system_.normal().num_point_unknowns(); u < system_.size(); ++u) {
+    add(u, inverse.at(u, u));
+  }
+  std::sort(values.begin(), values.end());
+  return values;
 }
 
 void Weakness::take_out_locked(Column& y) const {
@@ -115,7 +130,7 @@ Weakness::Column Weakness::apply_inverse(const Column& y) const {
     return system_.is_active(u) ? std::sqrt(system_.diagonal(u)) : 0.0;
   };
   for (std::int32_t u = 0; u < b.size(); ++u) b[u] = scale(u) * y[place(u)];
-  factor_->substitute(b, x);
+  factor_.substitute(b, x);
   Column z(y.size());
   for (std::int32_t u = 0; u < b.size(); ++u) z[place(u)] = scale(u) * x[u];
   take_out_locked(z);

@@ -2,11 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <utility>
 #include <vector>
 
-#include "lsq/normal/normal_factor.h"
+#include "lsq/normal/point_elimination.h"
 #include "quality/diagnosis_datum.h"
 #include "quality/diagnosis_system.h"
 
@@ -32,6 +31,9 @@ class Weakness {
   bool is_regular() const { return regular_; }
   // p_i^2/N_ii of all active unknowns, ascending.
   [[nodiscard]] std::vector<std::pair<double, std::int32_t>> pivots() const;
+  // 1/(N_ii Q_ii) of all active unknowns, ascending; 0 for those that are open. Empty where the
+  // inverse does not fit the address space.
+  [[nodiscard]] std::vector<std::pair<double, std::int32_t>> tolerances() const;
   // Directions of the smallest eigenvalues, ascending, by block Lanczos iterations on the inverse
   // (Golub and Underwood 1977) with a basis of at most `size` vectors. Those that vanish but for
   // rounding stand for all of their space and come as simple as they can be combined.
@@ -51,7 +53,7 @@ class Weakness {
 
   DiagnosedSystem& system_;
   std::vector<DatumAnalysis::Changes> locked_;  // orthonormal, scaled
-  std::unique_ptr<NormalFactor> factor_;
+  PointElimination factor_;
   bool regular_ = false;
   double fraction_ = 0.0;  // of the diagonal, added
 };

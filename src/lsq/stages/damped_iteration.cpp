@@ -223,6 +223,7 @@ class DampedIteration {
       return -1;
     }
     const int failed = p.solver->try_solve(p.normal, p.rhs, p.solution, p.markers);
+    p.failed_unknown = failed > 0 ? failed - 1 : -1;
     if (failed != 0) {
       report_ << "*** WARNING: The undamped normal equations are not positive definite at "
                  "row/column "
