@@ -111,7 +111,10 @@ ExitStatus ProjectRun::run() {
     return watch(statistics);
   };
   std::optional<Diagnosis> diagnosis;
-  request.hear_diagnosis = [&](const Diagnosis& heard) { diagnosis = heard; };
+  request.hear_diagnosis = [&, also = request.hear_diagnosis](const Diagnosis& heard) {
+    diagnosis = heard;
+    if (also) also(heard);
+  };
   const RunSummary summary = run_project(request);
   request.hear_diagnosis = nullptr;
   // The library's own text comes first, whatever the streams are connected to.

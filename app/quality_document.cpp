@@ -427,38 +427,40 @@ bool stands_in_file(const ResultTable& table, TableForm form) {
 bool has_json() { return true; }
 
 std::vector<std::string> write_quality_document(const QualityResults& results,
-                                                const Diagnosis* diagnosis, const std::string& base,
-                                                TableForm form) {
+                                                const Diagnosis* diagnosis,
+                                                const DocumentFiles& files) {
   std::vector<std::string> failures;
+  const bool has_values = !results.images.empty();
   const std::vector<std::unique_ptr<ResultTable>> tables = tables_of(results);
-  std::vector<std::string> files;
+  std::vector<std::string> table_files;
   for (const auto& table : tables) {
-    std::string& file = files.emplace_back();
-    if (!stands_in_file(*table, form)) continue;
-    const std::string path = base + '.' + std::string(table->name) + ".csv";
+    std::string& file = table_files.emplace_back();
+    if (!stands_in_file(*table, files.form) || !has_values) continue;
+    const std::string path = files.base + '.' + std::string(table->name) + ".csv";
     const PathParts parts = split_path(path);
     file = parts.base + '.' + parts.extension;
     if (!write_csv(*table, path)) failures.push_back(path);
   }
-  const std::string path = base + (results.has_figures ? ".quality.json" : ".results.json");
   TextWriter out;
-  if (!out.open(path)) {
-    failures.push_back(path);
+  if (!out.open(files.path)) {
+    failures.push_back(files.path);
     return failures;
   }
   {
     JsonWriter json(out);
     json.begin_object();
     write_head(json, results);
-    write_settings(json, results);
-    write_statistics(json, results);
-    write_iterations(json, results);
+    if (has_values) {
+      write_settings(json, results);
+      write_statistics(json, results);
+      write_iterations(json, results);
+    }
     if (results.has_figures) {
       write_groups(json, results);
       write_ap_correlation(json, results.ap_correlation);
     }
     write_diagnosis(json, diagnosis);
-    write_tables(json, tables, files);
+    if (has_values) write_tables(json, tables, table_files);
     json.end_object();
   }
   out << '\n';
@@ -475,7 +477,7 @@ namespace vorn::app {
 bool has_json() { return false; }
 
 std::vector<std::string> write_quality_document(const QualityResults&, const Diagnosis*,
-                                                const std::string&, TableForm) {
+                                                const DocumentFiles&) {
   return {};
 }
 

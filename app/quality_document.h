@@ -19,12 +19,17 @@ enum class TableForm : std::uint8_t {
 // Whether this build writes JSON.
 [[nodiscard]] bool has_json();
 
-// Writes results as `<base>.quality.json`, or `<base>.results.json` without figures of quality, and
-// tables that stand in files of their own as `<base>.<table>.csv`. `diagnosis` may be null. Returns
-// the names of the files that could not be written.
+// The files of a document.
+struct DocumentFiles {
+  std::string base;  // tables in files of their own are <base>.<table>.csv
+  std::string path;  // of the document
+  TableForm form = TableForm::by_size;
+};
+
+// Writes the document. `diagnosis` may be null. Of a failed run without values it says status,
+// message and diagnosis. Returns the names of the files that could not be written.
 [[nodiscard]] std::vector<std::string> write_quality_document(const QualityResults& results,
                                                               const Diagnosis* diagnosis,
-                                                              const std::string& base,
-                                                              TableForm form);
+                                                              const DocumentFiles& files);
 
 }  // namespace vorn::app

@@ -86,7 +86,7 @@ class Simulation {
       if (sds_[i] == 0.0) continue;
       ++free;
       ratio += squares_[i] / done_;
-      inside += low <= squares_[i] && squares_[i] <= high ? 1 : 0;
+      inside += low <= squares_[i] && squares_[i] <= high ? 1U : 0U;
     }
     const auto n = static_cast<double>(tests_);
     const double variance = w2_ / n;

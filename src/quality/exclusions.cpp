@@ -5,12 +5,10 @@
 
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
-#include "quality/distributions.h"
+#include "quality/result_findings.h"
 
 namespace vorn {
 namespace {
-
-constexpr double kLevel = 0.05;  // of all tests together
 
 // The words of a line.
 std::vector<std::string> words_of(std::string_view line) {
@@ -182,20 +180,12 @@ void write_suggested_exclusions(TextWriter& out, const QualityResults& results) 
   const bool by_posterior = is_defined(global.statistic) && global.statistic > global.upper;
   const double ratio =
       by_posterior ? results.settings.sigma0_prior / statistics.sigma0_posterior : 1.0;
-  const double tests = static_cast<double>(statistics.image_points) +
-                       static_cast<double>(statistics.observed_parameters);
   out << "# Suggested by the adjustment of " << results.control_file
       << ": tests that fail at 0.05 / number of tests, the worst of their image and point.\n"
       << "# Tests refer to sigma 0 " << (by_posterior ? "a posteriori" : "a priori")
       << ". Look at each before it is left out: vorn adjust --exclude FILE.\n";
-  for (const SuspectResult& row : results.suspects) {
-    const double t = row.test.t * ratio * ratio;
-    const bool alone = row.image == nullptr || (row.worst_of_image && row.worst_of_point);
-    if (!alone || t <= chi_square_quantile(1.0 - kLevel / tests, row.test.degrees_of_freedom)) {
-      continue;
-    }
-    write_suggestion(out, row);
-  }
+  for (const SuspectResult* row : clear_suspects(results, ratio * ratio))
+    write_suggestion(out, *row);
   out << "stop-dep\n";
 }
 

@@ -13,6 +13,7 @@
 #include "quality/correlation_list.h"
 #include "quality/final_system.h"
 #include "quality/image_figures.h"
+#include "quality/inner_datum.h"
 #include "quality/summary.h"
 
 namespace vorn {
@@ -58,19 +59,24 @@ class IntersectionAngle {
 
 class FigureMaker {
  public:
-  FigureMaker(const BundleProject& project, FinalSystem& system, QualityResults& results)
+  FigureMaker(const BundleProject& project, FinalSystem& system, const InnerDatum* datum,
+              QualityResults& results)
       : project_(project),
         system_(system),
+        datum_(datum),
         results_(results),
         first_reduced_(system.normal().num_point_unknowns()),
         correlations_(results.settings.correlation_limit) {}
 
   bool run() {
     choose_sigma0();
+    if (!results_.observed_parameters.empty()) {
+      given_cofactors_.resize(place(first_reduced_));
+    }
     find_parameters();
     list_rays();
     for (const ImageResult& row : results_.images) {
-      images_.push_back(std::make_unique<ImageFigures>(*row.image, system_));
+      images_.push_back(std::make_unique<ImageFigures>(*row.image, system_, datum_));
     }
     bool formed = true;
     system_.for_each_point([&](const SelectedInverse::PointCofactors& cofactors) {
@@ -105,6 +111,10 @@ class FigureMaker {
   void find_distance();
   double scale() const { return sigma0_ * sigma0_; }
   double cofactor_of(const Unknown& unknown) const;
+  double datum_change(std::int32_t i, std::int32_t j) const {
+    return datum_ == nullptr ? 0.0 : datum_->change(i, j);
+  }
+  void see_tolerance(const Unknown& unknown, double cofactor);
   Unknown reduced_unknown(std::int32_t i) const {
     return results_.parameters[place(i - first_reduced_)].unknown;
   }
@@ -114,14 +124,17 @@ class FigureMaker {
 
   const BundleProject& project_;
   FinalSystem& system_;
+  const InnerDatum* datum_;  // null for the given one
   QualityResults& results_;
   std::int32_t first_reduced_;
   CorrelationList correlations_;
-  double sigma0_ = 0.0;              // the factor of all standard deviations
-  std::vector<double> inverse_sds_;  // 1 / sqrt(Q_ii) of the reduced part; 0 for fixed unknowns
+  double sigma0_ = 0.0;                  // the factor of all standard deviations
+  std::vector<double> inverse_sds_;      // 1 / sqrt(Q_ii) of the reduced part; 0 for fixed unknowns
+  std::vector<double> given_cofactors_;  // diagonal of the points' part; empty when not needed
   std::vector<std::unique_ptr<ImageFigures>> images_;
   std::vector<std::size_t> first_ray_;  // of each point, and the end
   std::vector<std::uint32_t> rays_;     // rows of the image points
+  bool may_solve_ = true;
   IntersectionAngle angle_;
 };
 
@@ -136,9 +149,25 @@ void FigureMaker::find_parameters() {
   for (ParameterResult& row : results_.parameters) {
     const std::int32_t i = row.unknown.number();
     const double cofactor = system_.cofactor(i, i);
-    row.sd = sigma0_ * std::sqrt(cofactor);
-    inverse_sds_.push_back(inverse_root(cofactor));
+    see_tolerance(row.unknown, cofactor);
+    const double in_datum = cofactor + datum_change(i, i);
+    row.sd = sigma0_ * std::sqrt(std::max(0.0, in_datum));
+    inverse_sds_.push_back(inverse_root(in_datum));
   }
+}
+
+// Keeps the smallest 1/(N_ii Q_ii).
+void FigureMaker::see_tolerance(const Unknown& unknown, double cofactor) {
+  if (unknown.is_fixed()) return;
+  constexpr std::size_t kListed = 10;
+  const double value = 1.0 / (system_.diagonal(unknown.number()) * cofactor);
+  std::vector<ToleranceResult>& list = results_.smallest_tolerances;
+  if (list.size() == kListed && !(value < list.back().value)) return;
+  const auto at =
+      std::upper_bound(list.begin(), list.end(), value,
+                       [](double v, const ToleranceResult& row) { return v < row.value; });
+  list.insert(at, {unknown, value});
+  if (list.size() > kListed) list.pop_back();
 }
 
 // The image points by their object points, by counting.
@@ -161,9 +190,13 @@ bool FigureMaker::find_point(const SelectedInverse::PointCofactors& cofactors) {
   const std::size_t number = place(cofactors.point);
   PointResult& point = results_.points[number];
   std::size_t element = 0;
-  for (std::size_t i = 0; i < 3; ++i) {
-    for (std::size_t j = i; j < 3; ++j) {
-      point.covariance[element++] = scale() * cofactors.own[i][j];
+  for (std::int32_t i = 0; i < 3; ++i) {
+    const std::int32_t unknown = 3 * cofactors.point + i;
+    see_tolerance({point.point, i}, cofactors.own[i][i]);
+    if (!given_cofactors_.empty()) given_cofactors_[place(unknown)] = cofactors.own[i][i];
+    for (std::int32_t j = i; j < 3; ++j) {
+      const double change = datum_change(unknown, 3 * cofactors.point + j);
+      point.covariance[element++] = scale() * (cofactors.own[i][j] + change);
     }
   }
   point.ellipsoid = error_ellipsoid(point.covariance);
@@ -185,12 +218,15 @@ bool FigureMaker::find_point(const SelectedInverse::PointCofactors& cofactors) {
 
 void FigureMaker::see_point_correlations(const PointResult& row,
                                          const SelectedInverse::PointCofactors& cofactors) {
-  const auto& own = cofactors.own;
-  const double inverse[3] = {inverse_root(own[0][0]), inverse_root(own[1][1]),
-                             inverse_root(own[2][2])};
+  const std::int32_t first_own = row.point->index;
+  const auto own = [&](std::int32_t i, std::int32_t j) {
+    return cofactors.own[i][j] + datum_change(first_own + i, first_own + j);
+  };
+  const double inverse[3] = {inverse_root(own(0, 0)), inverse_root(own(1, 1)),
+                             inverse_root(own(2, 2))};
   for (std::int32_t i = 0; i < 3; ++i) {
     for (std::int32_t j = i + 1; j < 3; ++j) {
-      const double r = own[i][j] * inverse[i] * inverse[j];
+      const double r = own(i, j) * inverse[i] * inverse[j];
       if (std::fabs(r) >= correlations_.limit())
         correlations_.add({row.point, i}, {row.point, j}, r);
     }
@@ -200,7 +236,8 @@ void FigureMaker::see_point_correlations(const PointResult& row,
     const std::int32_t first = normal.block_index(at.block);
     for (std::int32_t c = 0; c < normal.block_width(at.block); ++c) {
       for (std::int32_t r = 0; r < 3; ++r) {
-        const double q = cofactors.coupled[r * cofactors.width + at.start / 3 + c];
+        const double q = cofactors.coupled[r * cofactors.width + at.start / 3 + c] +
+                         datum_change(first_own + r, first + c);
         const double correlation = q * inverse[r] * inverse_sd(first + c);
         if (!(std::fabs(correlation) >= correlations_.limit())) continue;
         correlations_.add({row.point, r}, reduced_unknown(first + c), correlation);
@@ -215,8 +252,9 @@ void FigureMaker::find_column(std::int32_t i, Vector& column) const {
   const std::int32_t n = system_.normal().size();
   column.resize(n);
   for (std::int32_t j = first_reduced_; j < n; ++j) {
-    if (!system_.has_cofactor(i, j)) return system_.find_column(i, column);
-    column[j] = system_.cofactor(i, j);
+    const bool known = system_.has_cofactor(i, j);
+    if (!known && may_solve_) return system_.find_column(i, column);
+    column[j] = known ? system_.cofactor(i, j) : kUndefined;
   }
 }
 
@@ -235,6 +273,10 @@ void FigureMaker::find_reduced_correlations() {
   }
   const std::size_t n = listed.size();
   results_.ap_correlation.r.assign(n * n, kUndefined);
+  // Where every image has parameters of its own, columns outside the pattern would take too long:
+  // what never meets is left out then.
+  constexpr std::size_t kMaxSolutions = 500;
+  may_solve_ = n <= kMaxSolutions;
   Vector column;
   std::size_t ap = 0;
   for (std::size_t i = 0; i < results_.parameters.size(); ++i) {
@@ -243,14 +285,14 @@ void FigureMaker::find_reduced_correlations() {
     if (object_type_of(*b.object) == ObjectType::orientation) {
       for (std::int32_t k = 0; k < b.k; ++k) {
         const Unknown a{b.object, k};
-        see(a, b, system_.cofactor(a.number(), b.number()));
+        see(a, b, system_.cofactor(a.number(), b.number()) + datum_change(a.number(), b.number()));
       }
       continue;
     }
     find_column(b.number(), column);
     for (std::size_t j = 0; j < i; ++j) {
       const Unknown a = results_.parameters[j].unknown;
-      see(a, b, column[a.number()]);
+      see(a, b, column[a.number()] + datum_change(a.number(), b.number()));
     }
     if (ap == n || !(listed[ap] == b)) continue;
     for (std::size_t j = 0; j < n; ++j) {
@@ -263,11 +305,10 @@ void FigureMaker::find_reduced_correlations() {
   }
 }
 
+// Of the given datum.
 double FigureMaker::cofactor_of(const Unknown& unknown) const {
   const std::int32_t i = unknown.number();
-  if (i >= first_reduced_) return system_.cofactor(i, i);
-  constexpr std::size_t kDiagonal[] = {0, 3, 5};
-  return results_.points[place(i / 3)].covariance[kDiagonal[i % 3]] / scale();
+  return i >= first_reduced_ ? system_.cofactor(i, i) : given_cofactors_[place(i)];
 }
 
 // r = 1 - (sigma0/s)^2 Q_ii.
@@ -321,8 +362,9 @@ void FigureMaker::find_distance() {
 
 }  // namespace
 
-bool add_figures(const BundleProject& project, FinalSystem& system, QualityResults& results) {
-  return FigureMaker(project, system, results).run();
+bool add_figures(const BundleProject& project, FinalSystem& system, const InnerDatum* datum,
+                 QualityResults& results) {
+  return FigureMaker(project, system, datum, results).run();
 }
 
 }  // namespace vorn

@@ -6,11 +6,13 @@ namespace vorn {
 
 class BundleProject;
 class FinalSystem;
+class InnerDatum;
 
 // Fills the figures of quality into what `adjusted_values` has found: precision, reliability,
-// correlations, variance components, suspects. The system is factorised by then. False when an
-// observation equation cannot be formed.
+// correlations, variance components, suspects. The system is inverted by then; `datum` is that of
+// the standard deviations, null for the given one. False when an observation equation cannot be
+// formed.
 [[nodiscard]] bool add_figures(const BundleProject& project, FinalSystem& system,
-                               QualityResults& results);
+                               const InnerDatum* datum, QualityResults& results);
 
 }  // namespace vorn

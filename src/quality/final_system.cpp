@@ -30,6 +30,8 @@ bool FinalSystem::form() {
     return false;
   }
   project_.unknowns.add_weights(normal_, project_.rhs, project_.lPl);
+  diagonal_.resize(normal_.size());
+  for (std::int32_t i = 0; i < normal_.size(); ++i) diagonal_[i] = normal_.at(i, i);
   conditions_.apply(normal_, project_.rhs);
   return true;
 }
@@ -40,10 +42,12 @@ std::int32_t FinalSystem::factorise() {
   return factor_.factorise();
 }
 
-Vector FinalSystem::step() const {
-  Vector step;
-  factor_.substitute(project_.rhs, step);
-  return step;
+Vector FinalSystem::step() const { return solve(project_.rhs); }
+
+Vector FinalSystem::solve(const Vector& rhs) const {
+  Vector x;
+  factor_.substitute(rhs, x);
+  return x;
 }
 
 void FinalSystem::find_column(std::int32_t i, Vector& column) const {

@@ -29,8 +29,12 @@ class FinalSystem {
   const NormalMatrix& normal() const { return normal_; }
   double sigma0_prior() const { return sigma0_; }
   bool is_fixed(std::int32_t unknown) const { return conditions_.is_fixed(unknown); }
+  // Element i of the diagonal of N, before conditions restricted it.
+  double diagonal(std::int32_t unknown) const { return diagonal_[unknown]; }
   // The step that an iteration from the final values would take.
   [[nodiscard]] Vector step() const;
+  // Solution for a right-hand side that is zero for fixed unknowns and orientations.
+  [[nodiscard]] Vector solve(const Vector& rhs) const;
 
   // Whether the cofactor of two unknowns of the reduced part is known: of all that meet in an image
   // or in a point; and the cofactor.
@@ -60,6 +64,7 @@ class FinalSystem {
   NormalMatrix& normal_;
   double sigma0_;
   Conditions conditions_;
+  Vector diagonal_;
   PointElimination factor_;
   SelectedInverse inverse_;
 };

@@ -4,18 +4,15 @@
 #include <cmath>
 
 #include "quality/final_system.h"
+#include "quality/inner_datum.h"
 #include "sensors/camera.h"
 
 namespace vorn {
-namespace {
 
-// |Q_p a'|: how far an error of unit weight and size shifts the object point.
-double length(const Vec3& v) { return std::sqrt(dot(v, v)); }
-
-}  // namespace
-
-ImageFigures::ImageFigures(const BundleImage& image, const FinalSystem& system)
+ImageFigures::ImageFigures(const BundleImage& image, const FinalSystem& system,
+                           const InnerDatum* datum)
     : system_(system),
+      datum_(datum),
       image_(image),
       equations_(image, Derivatives::exact),
       blocks_(blocks_of(image, system.normal())) {
@@ -96,10 +93,26 @@ bool ImageFigures::fill(const ObjectPoint& point, const SelectedInverse::PointCo
     const double r = 1.0 - root[i] * root[i] * product(i, projected_[i]);
     row.r[i] = std::clamp(r, 0.0, 1.0);
     const double detectable = smallest_detectable(row.s[i], row.r[i], delta0);
-    row.effect[i] = root[i] * root[i] * detectable * length(projected_[i].point);
+    row.effect[i] = root[i] * root[i] * detectable * shift(i, point, projected_[i]);
   }
   row.rxy = -root[0] * root[1] * product(0, projected_[1]);
   return true;
+}
+
+// |Q_p a'|: how far an error of unit weight and size shifts the object point.
+double ImageFigures::shift(std::size_t equation, const ObjectPoint& point,
+                           const Projected& projected) const {
+  Vec3 shift = projected.point;
+  if (datum_ != nullptr) {
+    const double* const ap = equation_.point + 3 * equation;
+    const double* const ar =
+        equation_.rows.data() + equation * static_cast<std::size_t>(equation_.stride);
+    Row7 along{};
+    for (std::int32_t k = 0; k < 3; ++k) datum_->add_product(point.index + k, ap[k], along);
+    for (std::size_t j = 0; j < width_; ++j) datum_->add_product(unknowns_[j], ar[j], along);
+    shift = shift + datum_->change_of_shift(point.index / 3, along);
+  }
+  return std::sqrt(dot(shift, shift));
 }
 
 }  // namespace vorn

@@ -11,12 +11,14 @@
 namespace vorn {
 
 class FinalSystem;
+class InnerDatum;
 
 // Redundancy numbers and effects of the image points of one image: its observation equations, and
 // what they have in common, the cofactors of all unknowns but those of the object points.
 class ImageFigures {
  public:
-  ImageFigures(const BundleImage& image, const FinalSystem& system);
+  // `datum` is that of the effects; null for the given one.
+  ImageFigures(const BundleImage& image, const FinalSystem& system, const InnerDatum* datum);
 
   // Fills r, rxy and the effects into a row, given the cofactors of its object point. False when
   // the equation cannot be formed.
@@ -35,8 +37,10 @@ class ImageFigures {
   void project(std::size_t equation, const SelectedInverse::PointCofactors& cofactors,
                Projected& projected) const;
   double product(std::size_t equation, const Projected& projected) const;
+  double shift(std::size_t equation, const ObjectPoint& point, const Projected& projected) const;
 
   const FinalSystem& system_;
+  const InnerDatum* datum_;
   const BundleImage& image_;
   ObservationEquations equations_;
   PointEquation equation_;

@@ -1,8 +1,11 @@
 #include "quality/quality.h"
 
+#include <optional>
+
 #include "quality/adjusted_values.h"
 #include "quality/figures.h"
 #include "quality/final_system.h"
+#include "quality/inner_datum.h"
 
 namespace vorn {
 
@@ -22,7 +25,16 @@ QualityResults find_quality(BundleProject& project, const QualityRequest& reques
     results.message = "The inverse of the normal equations does not fit the address space.";
     return results;
   }
-  if (!add_figures(project, system, results)) {
+  std::optional<InnerDatum> datum;
+  if (request.inner_datum) {
+    datum.emplace(project, system, request.datum_points);
+    if (!datum->is_usable()) {
+      results.status = RunStatus::failed;
+      results.message = "The points of the inner datum do not fix the similarity motions.";
+      return results;
+    }
+  }
+  if (!add_figures(project, system, datum ? &*datum : nullptr, results)) {
     results.status = RunStatus::failed;
     results.message = "An observation equation cannot be formed at the final values.";
   }

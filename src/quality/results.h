@@ -198,6 +198,12 @@ struct SuspectResult {
 // "image_point" or the type of the parameter's object.
 [[nodiscard]] std::string_view suspect_kind(const SuspectResult& suspect);
 
+// The part of what is observed about an unknown that no other unknown can take over: 1/(N_ii Q_ii).
+struct ToleranceResult {
+  Unknown unknown;
+  double value = 0.0;
+};
+
 struct QualityResults {
   RunStatus status = RunStatus::failed;
   std::string message;  // of a run that failed
@@ -218,8 +224,9 @@ struct QualityResults {
   std::vector<CorrelationResult> correlations;  // the largest ones, descending
   std::map<std::string, std::int64_t> correlations_over_limit;
   std::vector<CheckPointResult> check_points;
-  std::vector<SuspectResult> suspects;  // the smallest probabilities first
-  std::size_t num_suspects = 0;         // with those that the list has no room for
+  std::vector<ToleranceResult> smallest_tolerances;  // ascending
+  std::vector<SuspectResult> suspects;               // the smallest probabilities first
+  std::size_t num_suspects = 0;                      // with those that the list has no room for
 
   // Pope's tau (1976): w with the standard deviation of unit weight a posteriori.
   double tau(double w) const { return w * settings.sigma0_prior / statistics.sigma0_posterior; }
