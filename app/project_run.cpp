@@ -7,6 +7,7 @@
 #include "app/diagnosis_text.h"
 #include "app/ending.h"
 #include "driver/output_guard.h"
+#include "lsq/linalg/kernels.h"
 #include "lsq/stages/iteration_report.h"
 #include "quality/diagnosis.h"
 #include "text/text_writer.h"
@@ -56,6 +57,11 @@ void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
   print_findings(err, diagnosis);
 }
 
+void force_kernel(const std::string& name) {
+  if (!name.empty() && use_kernels(name)) return;
+  throw CLI::ValidationError("--kernel", "no kernel '" + name + "' for this processor");
+}
+
 }  // namespace
 
 void ProjectRun::define(CLI::App& parser) {
@@ -69,6 +75,11 @@ void ProjectRun::define(CLI::App& parser) {
   parser.add_flag("--allow-outside", allow_outside_,
                   "files of the normal equations may stand outside the project's directory and "
                   "replace other files");
+  parser
+      .add_option_function<std::string>(
+          "--kernel", force_kernel,
+          "for support: the arithmetic of the normal equations is that of baseline, avx2 or avx512")
+      ->type_name("NAME");
 }
 
 bool ProjectRun::judge_findings() {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "driver/run.h"
+#include "lsq/linalg/kernels.h"
 #include "text/text_writer.h"
 
 namespace {
@@ -26,8 +27,12 @@ long peak_mib() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fputs("usage: run_project PROJECT.ctl\n", stderr);
+  if (argc != 2 && argc != 3) {
+    std::fputs("usage: run_project PROJECT.ctl [KERNELS]\n", stderr);
+    return 2;
+  }
+  if (argc == 3 && !vorn::use_kernels(argv[2])) {
+    std::fputs("run_project: no such kernels here\n", stderr);
     return 2;
   }
   const vorn::RunSummary summary = vorn::run_project({.path = argv[1]});

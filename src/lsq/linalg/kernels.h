@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace vorn {
 
@@ -128,9 +129,13 @@ struct Kernels {
   void (*add_scaled)(double* y, const double* x, double s, std::int64_t n);
 };
 
-// The kernels for the processor at hand, chosen once. The environment plays no part: one machine
-// gives the same bits in every run.
+// The kernels in use: the widest that the processor can run, chosen once, unless `use_kernels` has
+// chosen others. The environment plays no part.
 const Kernels& kernels();
+// For tests and support: makes `kernels()` those of a name from now on; an empty name leaves the
+// choice to the processor again. Not while normal equations exist. False when there are none of the
+// name or the processor cannot run them.
+[[nodiscard]] bool use_kernels(std::string_view name);
 
 // The versions there are; null where the processor cannot run one.
 const Kernels* baseline_kernels();

@@ -6,6 +6,7 @@
 
 #define VORN_LANES 4
 #define VORN_COLUMNS 4
+#define VORN_FUSED 1
 #define VORN_KERNEL_NAME "avx2"
 #include "lsq/linalg/kernels_impl.h"
 

@@ -1,14 +1,24 @@
-// The kernels, written once and compiled for each instruction set: the including file defines
-// VORN_LANES (doubles per vector), VORN_COLUMNS (columns of a register block) and VORN_KERNELS (the
-// name of the function that gives the table).
+// The kernels, written once and compiled for each instruction set. The including file defines
 //
-// Only plain arithmetic on GCC's vector types is used, so that the compiler schedules and allocates
-// registers. All memory is accessed unaligned: nothing here depends on the alignment of the stack.
+//   VORN_LANES        doubles per vector: 2, 4 or 8
+//   VORN_COLUMNS      columns of a register block of C in `multiply_subtract`
+//   VORN_FUSED        1 where the processor multiplies and adds with one rounding
+//   VORN_KERNEL_NAME  the name of the table
+//
+// One order of operations for all: every element of a result is formed by the same operations in
+// the same order whatever the width of the vectors, sums over a row in eight partial sums (element
+// k goes to sum k modulo 8) that `total` adds up. The compiler contracts nothing
+// (-ffp-contract=off); `multiply_add` says where two operations are one. So all processors that
+// fuse end with the same bytes, and whatever compiler built the library.
+//
+// Sums and products are written on GCC's vector types, so that the compiler schedules and allocates
+// registers; intrinsics serve fused operations and rows shorter than a vector. All memory is
+// accessed unaligned: nothing here depends on the alignment of the stack.
 
 #include <cstddef>
 #include <cstdint>
 
-#if VORN_LANES == 8
+#if VORN_FUSED
 #include <immintrin.h>
 #endif
 
@@ -29,6 +39,48 @@ typedef double LanesInMemory
 inline Lanes load(const double* p) { return *reinterpret_cast<const LanesInMemory*>(p); }
 inline void store(double* p, Lanes v) { *reinterpret_cast<LanesInMemory*>(p) = v; }
 
+// a * b + c and c - a * b, rounded once where the processor can, else twice.
+#if VORN_FUSED
+#if VORN_LANES == 8
+inline Lanes multiply_add(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_pd(a, b, c); }
+inline Lanes subtract_product(Lanes c, Lanes a, Lanes b) { return _mm512_fnmadd_pd(a, b, c); }
+#else
+inline Lanes multiply_add(Lanes a, Lanes b, Lanes c) { return _mm256_fmadd_pd(a, b, c); }
+inline Lanes subtract_product(Lanes c, Lanes a, Lanes b) { return _mm256_fnmadd_pd(a, b, c); }
+#endif
+inline double multiply_add(double a, double b, double c) { return __builtin_fma(a, b, c); }
+inline double subtract_product(double c, double a, double b) { return __builtin_fma(-a, b, c); }
+#else
+template <class T>
+inline T multiply_add(T a, T b, T c) {
+  return a * b + c;
+}
+template <class T>
+inline T subtract_product(T c, T a, T b) {
+  return c - a * b;
+}
+#endif
+
+// The same number in all lanes, and the first `count` numbers of memory, zeros behind them; nothing
+// behind them is read.
+#if VORN_LANES == 8
+inline Lanes spread(double x) { return _mm512_set1_pd(x); }
+inline Lanes load_some(const double* p, Index count) {
+  return _mm512_maskz_loadu_pd(static_cast<__mmask8>((1U << count) - 1U), p);
+}
+#elif VORN_LANES == 4
+inline Lanes spread(double x) { return _mm256_set1_pd(x); }
+inline Lanes load_some(const double* p, Index count) {
+  const __m256i lane = _mm256_setr_epi64x(0, 1, 2, 3);
+  return _mm256_maskload_pd(p, _mm256_cmpgt_epi64(_mm256_set1_epi64x(count), lane));
+}
+#else
+inline Lanes spread(double x) { return Lanes{x, x}; }
+inline Lanes load_some(const double* p, Index count) {
+  return Lanes{count > 0 ? p[0] : 0.0, count > 1 ? p[1] : 0.0};
+}
+#endif
+
 // A register block of C: VORN_LANES * R rows by K columns.
 // C -= A B' over `depth` columns of A and B, or C -= A B over `depth` rows of a plain B; all are
 // column-major with leading dimension t.
@@ -42,8 +94,8 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
     Lanes column[std::size_t{R}];
     for (int r = 0; r < R; ++r) column[r] = load(a + k * t + r * kLanes);
     for (int j = 0; j < K; ++j) {
-      const double factor = Plain ? b[j * t + k] : b[k * t + j];
-      for (int r = 0; r < R; ++r) sum[j][r] += column[r] * factor;
+      const Lanes factor = spread(Plain ? b[j * t + k] : b[k * t + j]);
+      for (int r = 0; r < R; ++r) sum[j][r] = multiply_add(column[r], factor, sum[j][r]);
     }
   }
   for (int j = 0; j < K; ++j) {
@@ -101,10 +153,10 @@ inline void divide_panel(double* c, const double* l, Index t, Index panel, Index
   for (Index j = panel; j < panel + kPanel; ++j) {
     double* const column = c + j * t;
     for (Index k = panel; k < j; ++k) {
-      const double factor = l[k * t + j];
+      const Lanes factor = spread(l[k * t + j]);
       const double* const earlier = c + k * t;
       for (Index r = first; r < t; r += VORN_LANES) {
-        store(column + r, load(column + r) - load(earlier + r) * factor);
+        store(column + r, subtract_product(load(column + r), load(earlier + r), factor));
       }
     }
     const double inverse = 1.0 / l[j * t + j];
@@ -127,7 +179,9 @@ std::int32_t factorise(double* a, std::int32_t size) {
     for (Index j = panel; j < panel + kPanel; ++j) {
       for (Index i = j; i < panel + kPanel; ++i) {
         double s = a[j * t + i];
-        for (Index k = panel; k < j; ++k) s -= a[k * t + i] * a[k * t + j];
+        for (Index k = panel; k < j; ++k) {
+          s = subtract_product(s, a[k * t + i], a[k * t + j]);
+        }
         if (i == j) {
           // Negated, so that a pivot that is not a number fails.
           if (!(s > 0.0)) return static_cast<std::int32_t>(j) + 1;
@@ -145,30 +199,32 @@ std::int32_t factorise(double* a, std::int32_t size) {
 
 // One row of at most eight values, filled up with zeros.
 inline void load_row(const double* p, Index width, double* row) {
-#if VORN_LANES == 8
-  store(row, _mm512_maskz_loadu_pd(static_cast<__mmask8>((1U << width) - 1U), p));
-#else
-  for (Index c = 0; c < kPieceWidth; ++c) row[c] = c < width ? p[c] : 0.0;
-#endif
+  for (Index k = 0; k < kRowOfPiece; k += kLanes) store(row + k, load_some(p + k, width - k));
 }
 
 void divide_piece(const double* factor, const double* n, std::int32_t stride, std::int32_t width,
                   double* v, const double* y, double* rhs) {
-  const double i0 = factor[0];
-  const double i1 = factor[1];
-  const double i2 = factor[2];
-  const double l10 = factor[3];
-  const double l20 = factor[4];
-  const double l21 = factor[5];
+  const Lanes i0 = spread(factor[0]);
+  const Lanes i1 = spread(factor[1]);
+  const Lanes i2 = spread(factor[2]);
+  const Lanes l10 = spread(factor[3]);
+  const Lanes l20 = spread(factor[4]);
+  const Lanes l21 = spread(factor[5]);
+  const Lanes y0 = spread(y[0]);
+  const Lanes y1 = spread(y[1]);
+  const Lanes y2 = spread(y[2]);
   for (Index r = 0; r < 3; ++r) load_row(n + r * stride, width, v + r * kRowOfPiece);
   for (Index c = 0; c < kPieceWidth; c += VORN_LANES) {
     const Lanes v0 = load(v + c) * i0;
-    const Lanes v1 = (load(v + kPieceWidth + c) - v0 * l10) * i1;
-    const Lanes v2 = (load(v + 2 * kRowOfPiece + c) - v0 * l20 - v1 * l21) * i2;
+    const Lanes v1 = subtract_product(load(v + kRowOfPiece + c), v0, l10) * i1;
+    const Lanes v2 =
+        subtract_product(subtract_product(load(v + 2 * kRowOfPiece + c), v0, l20), v1, l21) * i2;
     store(v + c, v0);
-    store(v + kPieceWidth + c, v1);
+    store(v + kRowOfPiece + c, v1);
     store(v + 2 * kRowOfPiece + c, v2);
-    if (rhs != nullptr) store(rhs + c, load(rhs + c) - v0 * y[0] - v1 * y[1] - v2 * y[2]);
+    if (rhs == nullptr) continue;
+    const Lanes less = subtract_product(subtract_product(load(rhs + c), v0, y0), v1, y1);
+    store(rhs + c, subtract_product(less, v2, y2));
   }
 }
 
@@ -204,8 +260,8 @@ inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPi
       Lanes row[kParts];
       for (int k = 0; k < kParts; ++k) row[k] = load(va + r * kRowOfPiece + k * kLanes);
       for (int c = 0; c < Columns; ++c) {
-        const double factor = vb[r * kRowOfPiece + c];
-        for (int k = 0; k < kParts; ++k) sum[c][k] += row[k] * factor;
+        const Lanes factor = spread(vb[r * kRowOfPiece + c]);
+        for (int k = 0; k < kParts; ++k) sum[c][k] = multiply_add(row[k], factor, sum[c][k]);
       }
     }
   }
@@ -288,7 +344,9 @@ inline void multiply_pair(const double* z, Index t, const BatchPiece& a, const B
     for (Index r = 0; r < kPoint; r += kRowOfPiece) {
       for (Index k = 0; k < kRowOfPiece; k += kLanes) {
         Lanes sum = load(u + r + k);
-        for (Index c = 0; c < kRowOfPiece; ++c) sum += load(by[c] + k) * v[r + c];
+        for (Index c = 0; c < kRowOfPiece; ++c) {
+          sum = multiply_add(load(by[c] + k), spread(v[r + c]), sum);
+        }
         store(u + r + k, sum);
       }
     }
@@ -322,6 +380,11 @@ void multiply_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t s
   }
 }
 
+// A row of PA: x * p + y * q.
+inline Lanes weigh(Lanes x, double p, Lanes y, double q) {
+  return multiply_add(y, spread(q), x * spread(p));
+}
+
 void add_products(double* c, double* sums, const DesignRows& design, const PointWeights& weights,
                   const double* weighted_reduced) {
   const Index stride = design.stride;
@@ -329,27 +392,24 @@ void add_products(double* c, double* sums, const DesignRows& design, const Point
   const double* const y = x + stride;
   double* const wx = design.weighted;
   double* const wy = wx + stride;
+  const Lanes pl_x = spread(weighted_reduced[0]);
+  const Lanes pl_y = spread(weighted_reduced[1]);
   for (Index j = 0; j < stride; j += VORN_LANES) {
     const Lanes xj = load(x + j);
     const Lanes yj = load(y + j);
-    const Lanes weighted_x = xj * weights.xx + yj * weights.xy;
-    const Lanes weighted_y = xj * weights.xy + yj * weights.yy;
+    const Lanes weighted_x = weigh(xj, weights.xx, yj, weights.xy);
+    const Lanes weighted_y = weigh(xj, weights.xy, yj, weights.yy);
     store(wx + j, weighted_x);
     store(wy + j, weighted_y);
-    store(sums + j, load(sums + j) + xj * weighted_reduced[0] + yj * weighted_reduced[1]);
+    store(sums + j, multiply_add(yj, pl_y, multiply_add(xj, pl_x, load(sums + j))));
     // The rows whose diagonal element stands before the end of these columns.
     const Index rows = j + VORN_LANES < design.m ? j + VORN_LANES : design.m;
     for (Index i = 0; i < rows; ++i) {
       double* const at = c + i * stride + j;
-      store(at, load(at) + weighted_x * x[i] + weighted_y * y[i]);
+      const Lanes with_x = multiply_add(weighted_x, spread(x[i]), load(at));
+      store(at, multiply_add(weighted_y, spread(y[i]), with_x));
     }
   }
-}
-
-inline double total(const Lanes& lanes) {
-  double result = 0.0;
-  for (int lane = 0; lane < VORN_LANES; ++lane) result += lanes[lane];
-  return result;
 }
 
 #if VORN_LANES == 8
@@ -401,8 +461,8 @@ inline void line_up_rows(const PackedRows& design, const PackedWeights& weights)
     for (Index j = k * stride; j < (k + 1) * stride; j += VORN_LANES) {
       const Lanes xj = load(x + j);
       const Lanes yj = load(y + j);
-      store(weighted + k * stride + j, xj * weights.xx[k] + yj * weights.xy[k]);
-      store(weighted + (k + 1) * stride + j, xj * weights.xy[k] + yj * weights.yy[k]);
+      store(weighted + k * stride + j, weigh(xj, weights.xx[k], yj, weights.xy[k]));
+      store(weighted + (k + 1) * stride + j, weigh(xj, weights.xy[k], yj, weights.yy[k]));
     }
   }
 }
@@ -418,8 +478,8 @@ void add_packed_products(double* c, double* sums, const PackedRows& design,
   for (Index j = 0; j < stride; j += VORN_LANES) {
     Lanes sum = load(sums + j);
     for (Index k = 0; k < 8; ++k) {
-      sum += load(x + k * stride + j) * weights.reduced_x[k] +
-             load(y + k * stride + j) * weights.reduced_y[k];
+      sum = multiply_add(load(x + k * stride + j), spread(weights.reduced_x[k]), sum);
+      sum = multiply_add(load(y + k * stride + j), spread(weights.reduced_y[k]), sum);
     }
     store(sums + j, sum);
     // The rows whose diagonal element stands before the end of these columns.
@@ -430,7 +490,8 @@ void add_packed_products(double* c, double* sums, const PackedRows& design,
         const Lanes wx = load(weighted + 2 * k * stride + j);
         const Lanes wy = load(weighted + (2 * k + 1) * stride + j);
         for (Index r = 0; r < kRows; ++r) {
-          block[r] += wx * x[k * stride + i + r] + wy * y[k * stride + i + r];
+          block[r] = multiply_add(wx, spread(x[k * stride + i + r]), block[r]);
+          block[r] = multiply_add(wy, spread(y[k * stride + i + r]), block[r]);
         }
       }
       for (Index r = 0; r < kRows; ++r) store(c + (i + r) * stride + j, block[r]);
@@ -447,7 +508,9 @@ inline void add_coupling_block(double* block, const double* point_rows, const do
     const double x = point_rows[r];
     const double y = point_rows[3 + r];
     double* const row = block + r * width;
-    for (Index c = 0; c < width; ++c) row[c] += x * wx[c] + y * wy[c];
+    for (Index c = 0; c < width; ++c) {
+      row[c] = multiply_add(y, wy[c], multiply_add(x, wx[c], row[c]));
+    }
   }
 }
 
@@ -470,44 +533,65 @@ void add_coupling(const CouplingBlocks& coupling, const double* point_rows,
   }
 }
 
+// Eight partial sums.
+constexpr Index kSums = 8;
+constexpr int kVectors = kSums / VORN_LANES;
+struct Sums {
+  Lanes lanes[std::size_t{kVectors}] = {};
+};
+
+// Adds the products of eight elements to the partial sums.
+inline void add_whole(Sums& sums, const double* a, const double* b) {
+  for (int k = 0; k < kVectors; ++k) {
+    sums.lanes[k] = multiply_add(load(a + k * kLanes), load(b + k * kLanes), sums.lanes[k]);
+  }
+}
+
+// The rest of a row, `count` < 8 elements; a product of zeros changes nothing.
+inline void add_rest(Sums& sums, const double* a, const double* b, Index count) {
+  for (int k = 0; k < kVectors; ++k) {
+    const Index left = count - k * kLanes;
+    if (left <= 0) return;
+    sums.lanes[k] = multiply_add(load_some(a + k * kLanes, left), load_some(b + k * kLanes, left),
+                                 sums.lanes[k]);
+  }
+}
+
+// ((0 + 4) + (2 + 6)) + ((1 + 5) + (3 + 7)) of the partial sums.
+inline double total(const Sums& sums) {
+  const auto at = [&sums](Index i) { return sums.lanes[i / kLanes][i % kLanes]; };
+  return ((at(0) + at(4)) + (at(2) + at(6))) + ((at(1) + at(5)) + (at(3) + at(7)));
+}
+
 void multiply_blocks(double* s, const BlockProduct* products, std::int64_t count) {
-  Lanes sum[3] = {};
-  double rest[3] = {};
+  Sums sums[3];
   for (const BlockProduct* at = products; at != products + count; ++at) {
     const Index width = at->width;
     Index c = 0;
-    for (; c + VORN_LANES <= width; c += VORN_LANES) {
-      const Lanes x = load(at->x + c);
-      for (Index r = 0; r < 3; ++r) sum[r] += load(at->n + r * width + c) * x;
+    for (; c + kSums <= width; c += kSums) {
+      for (Index r = 0; r < 3; ++r) add_whole(sums[r], at->n + r * width + c, at->x + c);
     }
-#if VORN_LANES == 8
-    const auto mask = static_cast<__mmask8>((1U << (width - c)) - 1U);
-    const Lanes x = _mm512_maskz_loadu_pd(mask, at->x + c);
-    for (Index r = 0; r < 3; ++r) {
-      sum[r] += _mm512_maskz_loadu_pd(mask, at->n + r * width + c) * x;
-    }
-#else
-    for (; c < width; ++c) {
-      for (Index r = 0; r < 3; ++r) rest[r] += at->n[r * width + c] * at->x[c];
-    }
-#endif
+    if (c == width) continue;
+    for (Index r = 0; r < 3; ++r) add_rest(sums[r], at->n + r * width + c, at->x + c, width - c);
   }
-  for (Index r = 0; r < 3; ++r) s[r] = total(sum[r]) + rest[r];
+  for (Index r = 0; r < 3; ++r) s[r] = total(sums[r]);
 }
 
 double dot(const double* a, const double* b, std::int64_t n) {
-  Lanes sum{};
+  Sums sums;
   Index k = 0;
-  for (; k + VORN_LANES <= n; k += VORN_LANES) sum += load(a + k) * load(b + k);
-  double result = total(sum);
-  for (; k < n; ++k) result += a[k] * b[k];
-  return result;
+  for (; k + kSums <= n; k += kSums) add_whole(sums, a + k, b + k);
+  if (k < n) add_rest(sums, a + k, b + k, n - k);
+  return total(sums);
 }
 
 void add_scaled(double* y, const double* x, double s, std::int64_t n) {
+  const Lanes factor = spread(s);
   Index k = 0;
-  for (; k + VORN_LANES <= n; k += VORN_LANES) store(y + k, load(y + k) + load(x + k) * s);
-  for (; k < n; ++k) y[k] += x[k] * s;
+  for (; k + kLanes <= n; k += kLanes) {
+    store(y + k, multiply_add(load(x + k), factor, load(y + k)));
+  }
+  for (; k < n; ++k) y[k] = multiply_add(x[k], s, y[k]);
 }
 
 constexpr Kernels kTable = {VORN_KERNEL_NAME,
