@@ -1,5 +1,6 @@
 // vorn export: a project in the format of another program.
 
+#include "app/estimation_options.h"
 #include "app/exchange/export.h"
 #include "app/project_run.h"
 #include "driver/paths.h"
@@ -32,6 +33,7 @@ class ExportCommand final : public Command {
         ->capture_default_str();
     parser.add_flag("!--no-ellipses", request_.ellipses,
                     "layers without error ellipses, which take time in large projects");
+    define_estimation_options(parser, project_.request.settings);
   }
   ExitStatus run() override {
     exchange::check_export(request_);

@@ -9,7 +9,8 @@ namespace {
 class ImportCommand final : public Command {
  public:
   void define(CLI::App& parser) override {
-    parser.add_option("FORMAT", request_.format, "colmap, bal, bundler, openmvg, opensfm")
+    parser
+        .add_option("FORMAT", request_.format, "colmap, bal, bundler, openmvg, opensfm, metashape")
         ->required();
     parser.add_option("SOURCE", request_.source, "file or folder of the reconstruction")
         ->required();

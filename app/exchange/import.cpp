@@ -33,6 +33,7 @@ constexpr auto kFormats = std::to_array<Format>({
     {"bundler", read_text<read_bundler>},
     {"openmvg", read_text<read_openmvg>},
     {"opensfm", read_opensfm},
+    {"metashape", read_text<read_metashape>},
 });
 
 const Format& find_format(const std::string& name) {
@@ -243,7 +244,8 @@ void import_project(const ImportRequest& request) {
   const std::int64_t source_rays = model.count_rays();
   if (request.scale != 1.0) scale_model(model, request.scale);
   leave_out_unusable(model, request.max_error_px);
-  if (model.points.empty()) throw ExchangeError(request.source + ": no point has two rays");
+  if (model.points.empty() && source_rays > 0)
+    throw ExchangeError(request.source + ": no point has two rays");
 
   std::vector<ControlPoint> control;
   std::optional<Reconstruction> original;

@@ -33,4 +33,8 @@ Reconstruction read_openmvg(const Source& source);
 Reconstruction read_opensfm(const std::string& directory);
 Reconstruction read_opensfm(const Source& reconstruction, const Source& tracks);
 
+// Metashape's cameras as XML, the first chunk: cameras and orientations in the chunk's system,
+// without points.
+Reconstruction read_metashape(const Source& source);
+
 }  // namespace vorn::exchange

@@ -17,6 +17,8 @@ struct FuzzTarget {
 };
 
 const std::vector<FuzzTarget>& all_targets();
+// Those of the readers of other programs' formats, which are part of all.
+const std::vector<FuzzTarget>& exchange_targets();
 
 // A property that holds for every input.
 inline void require(bool holds, const char* property) {

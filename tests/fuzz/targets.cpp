@@ -326,7 +326,13 @@ const std::vector<FuzzTarget>& all_targets() {
       {"number-format", fuzz_number_format},
       {"project", fuzz_project},
   };
-  return targets;
+  static const std::vector<FuzzTarget> all = [] {
+    std::vector<FuzzTarget> joined = targets;
+    const std::vector<FuzzTarget>& exchange = exchange_targets();
+    joined.insert(joined.end(), exchange.begin(), exchange.end());
+    return joined;
+  }();
+  return all;
 }
 
 }  // namespace vorn::fuzz

@@ -160,6 +160,45 @@ TEST(OpenSfm, IsRefusedWhenDamaged) {
 
 #endif
 
+#ifdef VORN_WITH_XML
+
+const std::string kMetashape = R"(<?xml version="1.0"?>
+<document version="1.5.0"><chunk label="1"><sensors>
+<sensor id="0" type="frame"><resolution width="800" height="600"/>
+<calibration type="frame" class="adjusted"><resolution width="800" height="600"/>
+<f>700</f><cx>1.5</cx><cy>-2</cy><k1>-0.1</k1><k2>0.01</k2><p1>0.001</p1><p2>-0.002</p2><b1>3</b1>
+</calibration></sensor></sensors><cameras>
+<camera id="0" sensor_id="0" label="a b"><transform>1 0 0 5 0 0 1 6 0 -1 0 7 0 0 0 1</transform></camera>
+<group><camera id="1" sensor_id="0" label="c"/></group></cameras></chunk></document>)";
+
+TEST(Metashape, IsReadWithoutPoints) {
+  const Reconstruction model = read_metashape(Source("x.xml", kMetashape, Source::Kind::text));
+  ASSERT_EQ(model.images.size(), 1U);
+  EXPECT_EQ(model.cameras[0].fx, 703.0);
+  EXPECT_THAT(model.notes, testing::Contains(HasSubstr("1 cameras are not aligned")));
+  // A point 10 ahead, 1 to the right and 2 down in the camera's axes, which are X, -Z, Y.
+  const Projection seen = project(model, model.images[0], {6, 16, 5});
+  EXPECT_NEAR(seen.depth, 10.0, 1e-12);
+  const double r2 = 0.05;
+  const double radial = 1 - 0.1 * r2 + 0.01 * r2 * r2;
+  const double x = 0.1 * radial + 0.001 * (r2 + 2 * 0.01) + 2 * -0.002 * 0.1 * 0.2;
+  EXPECT_NEAR(seen.xy[0], 400 + 1.5 + x * 703, 1e-10);
+
+  for (const auto& [from, to, message] : std::vector<std::array<std::string, 3>>{
+           {"<f>700", "<f>x", "x.xml:5: f is not 1 numbers"},
+           {"<b1>3", "<k4>3</k4><b1>3", "k4 has no exact counterpart"},
+           {"n type=\"frame\"", "n type=\"fisheye\"", "'fisheye' has no exact counterpart"},
+           {"sensor_id=\"0\"", "sensor_id=\"9\"", "has no sensor"},
+           {">1 0 0 5", ">2 0 0 5", "no rotation and shift"},
+           {"</document>", "", "no valid XML"}}) {
+    const std::string text = edited(kMetashape, from, to);
+    EXPECT_THAT(refusal_of([&] { read_metashape(Source("x.xml", text, Source::Kind::text)); }),
+                HasSubstr(message));
+  }
+}
+
+#endif
+
 TEST(Similarity, IsFoundFromPoints) {
   const Similarity truth{2.5, rotation_of_vector({0.3, -2.0, 1.1}), {500000, -4000, 30}};
   std::vector<Vec3> from = {{0, 0, 0}, {1, 0.1, 0}, {0.2, 2, -1}, {-1, 0.5, 3}};
