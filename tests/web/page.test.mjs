@@ -1,6 +1,6 @@
 // Opens the pages of the examples in headless Chromium and looks at them as a reader would.
 //
-//   VORN=path/to/vorn node --test test/page.test.mjs
+//   scripts/test-page
 
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
@@ -13,7 +13,7 @@ import { chromium } from "playwright-core";
 
 const vorn = process.env.VORN;
 const executablePath = process.env.CHROMIUM ?? "/usr/bin/chromium";
-const examples = fileURLToPath(new URL("../../examples/", import.meta.url));
+const examples = fileURLToPath(new URL("../examples/", import.meta.url));
 const projects = [
   ["aerial-block", "aerial-block.ctl"],
   ["close-range-calibration", "close-range-calibration.ctl"],
