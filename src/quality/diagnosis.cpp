@@ -71,6 +71,18 @@ bool has_error(const Diagnosis& diagnosis) {
       [](const DiagnosisFinding& f) { return f.severity == FindingSeverity::error; });
 }
 
+// Unknowns of the parameter sets, unless their columns of the inverse are too much work.
+std::vector<std::int32_t> set_unknowns(const UnknownNames& names, const DiagnosedSystem& system) {
+  constexpr std::size_t kMostElements = 20'000'000;
+  std::vector<std::int32_t> unknowns;
+  for (std::int32_t u = system.normal().num_point_unknowns(); u < system.size(); ++u) {
+    const bool in_set = object_type_of(names.object_of(u)) == ObjectType::ap_set;
+    if (in_set && system.is_active(u)) unknowns.push_back(u);
+  }
+  if (unknowns.size() * static_cast<std::size_t>(system.size()) > kMostElements) return {};
+  return unknowns;
+}
+
 void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
                        const std::vector<DatumAnalysis::Changes>& free_motions, bool has_failed,
                        Diagnosis& diagnosis) {
@@ -78,7 +90,12 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
   list_first(names, weakness.pivots(), diagnosis.smallest_pivots);
   list_first(names, weakness.tolerances(), diagnosis.smallest_tolerances);
   diagnosis.has_eigenvalues = system.size() <= kMostWithEigenvalues;
-  if (weakness.is_regular() && !diagnosis.has_eigenvalues && !has_failed) return;
+  const std::vector<StrongCorrelation> strong =
+      weakness.correlations(set_unknowns(names, system), kInseparableCorrelation);
+  if (weakness.is_regular() && !diagnosis.has_eigenvalues && !has_failed) {
+    find_correlated(names, strong, diagnosis);
+    return;
+  }
   const std::vector<WeakDirection> directions = weakness.directions(basis_size(system.size()));
   if (diagnosis.has_eigenvalues) list_eigenvalues(names, directions, diagnosis);
   // What a run failed for may be determined by a hair at the approximate values.
@@ -88,6 +105,7 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
   if (has_failed && !has_error(diagnosis)) {
     find_inseparable(names, directions, kNearlyOpen, diagnosis);
   }
+  find_correlated(names, strong, diagnosis);
 }
 
 }  // namespace

@@ -539,4 +539,42 @@ void find_inseparable(const UnknownNames& names, const std::vector<WeakDirection
   }
 }
 
+void find_correlated(const UnknownNames& names, const std::vector<StrongCorrelation>& correlations,
+                     Diagnosis& diagnosis) {
+  const std::vector<DiagnosisFinding> earlier = diagnosis.findings;
+  const auto is_named = [&](const DiagnosedItem& item) {
+    return std::any_of(earlier.begin(), earlier.end(), [&](const DiagnosisFinding& finding) {
+      return finding.code == "inseparable_parameters" &&
+             std::find(finding.objects.begin(), finding.objects.end(), item) !=
+                 finding.objects.end();
+    });
+  };
+  std::map<std::int32_t, DiagnosisFinding> by_parameter;
+  for (const StrongCorrelation& correlation : correlations) {
+    const DiagnosedItem a = names.item(correlation.a);
+    const DiagnosedItem b = names.item(correlation.b);
+    if (is_named(a) || is_named(b)) continue;
+    // A pair of additional parameters comes twice.
+    if (by_parameter.contains(correlation.b)) continue;
+    DiagnosisFinding& finding = by_parameter[correlation.a];
+    if (finding.objects.empty()) finding.objects.push_back(a);
+    finding.objects.push_back(b);
+    if (finding.values.empty()) finding.values = {{"r", correlation.r}};
+  }
+  for (auto& [unknown, finding] : by_parameter) {
+    std::vector<std::string> others;
+    for (std::size_t i = 1; i < finding.objects.size(); ++i) {
+      others.push_back(in_words(finding.objects[i]));
+    }
+    finding.code = "inseparable_parameters";
+    finding.severity = FindingSeverity::warning;
+    finding.message = "The observations hardly tell " + in_words(finding.objects.front()) +
+                      " from " + enumerated(others) + ".";
+    finding.remedy =
+        "Fix or observe the additional parameter, or add what separates them: differences of "
+        "height, tilted images, images turned by 90 degrees, control.";
+    diagnosis.findings.push_back(std::move(finding));
+  }
+}
+
 }  // namespace vorn

@@ -29,5 +29,9 @@ void find_datum_defects(const Network& network, Diagnosis& diagnosis);
 // from which on a direction counts as determined.
 void find_inseparable(const UnknownNames& names, const std::vector<WeakDirection>& directions,
                       double below, Diagnosis& diagnosis);
+// Additional parameters that are determined, but hardly apart from another one or an orientation.
+// What an error names already is left out.
+void find_correlated(const UnknownNames& names, const std::vector<StrongCorrelation>& correlations,
+                     Diagnosis& diagnosis);
 
 }  // namespace vorn

@@ -137,6 +137,37 @@ Weakness::Column Weakness::apply_inverse(const Column& y) const {
   return z;
 }
 
+// A column of the scaled inverse, without the free motions.
+Weakness::Column Weakness::inverse_column(std::int32_t unknown) const {
+  Column unit(place(system_.size()), 0.0);
+  unit[place(unknown)] = 1.0;
+  take_out_locked(unit);
+  return apply_inverse(unit);
+}
+
+// r^2 = Q_ab^2 / (Q_aa Q_bb). In the scaled inverse Q_bb is at least 1, so that few b need a column
+// of their own.
+std::vector<StrongCorrelation> Weakness::correlations(const std::vector<std::int32_t>& unknowns,
+                                                      double limit) const {
+  constexpr std::size_t kMostCandidates = 20;
+  std::vector<StrongCorrelation> found;
+  for (const std::int32_t a : unknowns) {
+    const Column q = inverse_column(a);
+    std::vector<std::pair<double, std::int32_t>> candidates;
+    for (std::int32_t b = system_.normal().num_point_unknowns(); b < system_.size(); ++b) {
+      const double bound = q[place(b)] * q[place(b)] / q[place(a)];
+      if (b != a && bound >= limit * limit) candidates.emplace_back(-bound, b);
+    }
+    std::sort(candidates.begin(), candidates.end());
+    if (candidates.size() > kMostCandidates) candidates.resize(kMostCandidates);
+    for (const auto& [bound, b] : candidates) {
+      const double r = q[place(b)] / std::sqrt(q[place(a)] * inverse_column(b)[place(b)]);
+      if (std::fabs(r) >= limit) found.push_back({a, b, r});
+    }
+  }
+  return found;
+}
+
 // Orthonormal vectors and what the inverse makes of them.
 class Weakness::Basis {
  public:

@@ -20,6 +20,13 @@ struct WeakDirection {
   double share(std::size_t unknown) const { return elements[unknown] * elements[unknown]; }
 };
 
+// Two unknowns that the observations hardly tell apart.
+struct StrongCorrelation {
+  std::int32_t a = 0;
+  std::int32_t b = 0;
+  double r = 0.0;
+};
+
 // What the normal equations leave open, or nearly so.
 class Weakness {
  public:
@@ -34,6 +41,9 @@ class Weakness {
   // 1/(N_ii Q_ii) of all active unknowns, ascending; 0 for those that are open. Empty where the
   // inverse does not fit the address space.
   [[nodiscard]] std::vector<std::pair<double, std::int32_t>> tolerances() const;
+  // Correlations of at least `limit` between the given unknowns and any others but object points.
+  [[nodiscard]] std::vector<StrongCorrelation> correlations(
+      const std::vector<std::int32_t>& unknowns, double limit) const;
   // Directions of the smallest eigenvalues, ascending, by block Lanczos iterations on the inverse
   // (Golub and Underwood 1977) with a basis of at most `size` vectors. Those that vanish but for
   // rounding stand for all of their space and come as simple as they can be combined.
@@ -47,6 +57,7 @@ class Weakness {
   void factorise();
   void take_out_locked(Column& y) const;
   Column apply_inverse(const Column& y) const;
+  Column inverse_column(std::int32_t unknown) const;
   std::vector<WeakDirection> directions_from(std::size_t block, std::size_t size,
                                              std::size_t& num_null) const;
   void separate(std::vector<WeakDirection>& found, std::size_t num_null) const;
