@@ -1,3 +1,5 @@
+#ifdef VORN_WITH_JSON
+
 #include "app/exchange/json_source.h"
 
 #include <cmath>
@@ -169,3 +171,5 @@ void walk_json(const Source& source, std::size_t depth,
 }
 
 }  // namespace vorn::exchange
+
+#endif  // VORN_WITH_JSON

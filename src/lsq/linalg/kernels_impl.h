@@ -581,7 +581,7 @@ double dot(const double* a, const double* b, std::int64_t n) {
   Sums sums;
   Index k = 0;
   for (; k + kSums <= n; k += kSums) add_whole(sums, a + k, b + k);
-  if (k < n) add_rest(sums, a + k, b + k, n - k);
+  if (k < n) add_rest(sums, a + k, b + k, static_cast<Index>(n) - k);
   return total(sums);
 }
 
