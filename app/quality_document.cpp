@@ -87,7 +87,7 @@ class CsvCells final : public CellSink {
     out << '\n';
   }
   out.close();
-  return true;
+  return out.error() == 0;
 }
 
 void write_columns(JsonWriter& json, const ResultTable& table) {
@@ -465,6 +465,7 @@ std::vector<std::string> write_quality_document(const QualityResults& results,
   }
   out << '\n';
   out.close();
+  if (out.error() != 0) failures.push_back(files.path);
   return failures;
 }
 

@@ -115,12 +115,9 @@ bool QualityOutput::read_datum() {
 template <class Print>
 void QualityOutput::write_text(const std::string& path, Print print) {
   TextWriter out;
-  if (!out.open(path)) {
-    failures_.push_back(path);
-    return;
-  }
-  print(out);
+  if (out.open(path)) print(out);
   out.close();
+  if (out.error() != 0) failures_.push_back(path);
 }
 
 void QualityOutput::write(BundleProject& project) {

@@ -1,5 +1,7 @@
 #include "app/report_page/page.h"
 
+#include <string_view>
+
 #include "app/report_page/page_template.h"
 
 namespace vorn::app {
@@ -19,7 +21,12 @@ std::string ending_of(const QualityResults& results) {
 
 #ifdef VORN_HAS_REPORT_PAGE
 
-std::string can_write_pages(const std::string&) { return {}; }
+std::string can_write_pages(const std::string& file) {
+  // Whoever mistakes a data file for the page must not lose it.
+  const std::string_view name = file;
+  if (name.ends_with(".html") || name.ends_with(".htm")) return {};
+  return "the name of a page ends with .html";
+}
 
 void write_page(TextWriter& out, const PageInput& input) {
   out << kPageHead;

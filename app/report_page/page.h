@@ -9,8 +9,8 @@
 
 namespace vorn::app {
 
-// Empty where this build writes report pages, else a sentence that says what it was built without.
-// (Checks an option's value, which it does not look at.)
+// Empty for the name of a page that this build can write, else a sentence that says what is wrong:
+// with the name, or what the command was built without.
 [[nodiscard]] std::string can_write_pages(const std::string& file);
 
 // How the adjustment ended, in words: "Converged after 4 iterations".
