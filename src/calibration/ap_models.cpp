@@ -256,13 +256,13 @@ void APSetP12::put(Terms& terms, const Vec3Of<T>& point) const {
 // and Y, B, V likewise.
 template <class Terms, class T>
 void APSetP44::put(Terms& terms, const Vec3Of<T>& point) const {
-  constexpr double kFactor = -1.4285714285714286;  // -10/7
+  constexpr double kFactor = -10.0 / 7.0;
   const T x = point[0];
   const T y = point[1];
   const T xy = x * y;
   const double b2 = grid_width * grid_width;
-  const double q = 1.1071428571428572 * b2;
-  const double t = 0.12857142857142856 * (b2 * b2);
+  const double q = 31.0 / 28.0 * b2;
+  const double t = 9.0 / 70.0 * (b2 * b2);
   const T X = x * x - b2 / 2;
   const T Y = y * y - b2 / 2;
   const T A = x * x - 0.85 * b2;

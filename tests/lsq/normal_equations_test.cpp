@@ -367,8 +367,15 @@ TEST_P(StructuredNormalMatrix, TakesDirectionsOut) {
 }
 
 TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
-  // Rows of points, of an image in the middle, of the shared set and of the last block.
-  for (const std::int32_t row : {0, 4, 8, n_ / 2 * 2 / 3, n_ - 20, n_ - 6, n_ - 1}) {
+  // Rows of points, of an image in the middle, of the shared set and of the last block; the first
+  // and the last row of blocks.
+  std::vector<std::int32_t> rows = {0, 4, 8, n_ / 2 * 2 / 3, n_ - 20, n_ - 6, n_ - 1};
+  for (std::int32_t block = 0; block < 3; ++block) {
+    const std::int32_t first = scene_.normal.block_index(block);
+    rows.push_back(first);
+    rows.push_back(first + scene_.normal.block_width(block) - 1);
+  }
+  for (const std::int32_t row : rows) {
     for (const double spoilt : {-1e6, std::nan("")}) {
       Scene scene(GetParam());
       scene.add(row, row, spoilt);

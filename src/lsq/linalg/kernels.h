@@ -75,7 +75,8 @@ struct BlockProduct {
 };
 
 // The arithmetic of the normal equations, compiled for several instruction sets. A tile is a t x t
-// block, column-major, t a multiple of 24; element (r, c) stands at [c * t + r].
+// block, column-major, t a multiple of 24 (the rows of a register block of the widest vectors);
+// element (r, c) stands at [c * t + r].
 struct Kernels {
   const char* name;
 

@@ -289,8 +289,8 @@ inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPi
   }
 }
 
-// Asks for the elements where two pieces meet.
-inline void fetch_pair(const double* tile, Index t, const BatchPiece& a, const BatchPiece& b) {
+// Prefetches the elements where two pieces meet.
+inline void prefetch_pair(const double* tile, Index t, const BatchPiece& a, const BatchPiece& b) {
   const double* column = tile + b.offset * t + a.offset;
   for (Index c = 0; c < b.width; ++c, column += t) {
     __builtin_prefetch(column, 1);
@@ -321,7 +321,7 @@ void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t s
         const BatchPiece& a = pieces[i];
         for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
           const BatchPiece& b = pieces[j];
-          if (j + 1 < j1) fetch_pair(tile, t, a, pieces[j + 1]);
+          if (j + 1 < j1) prefetch_pair(tile, t, a, pieces[j + 1]);
           if ((a.points & b.points) == 0) continue;
           subtract_pair(tile + b.offset * t + a.offset, t, a, b);
         }
