@@ -56,15 +56,16 @@ Network::Network(const BundleProject& project) {
   for (std::size_t i = 0; i < images.size(); ++i) {
     const auto next = static_cast<std::int32_t>(parts_.size());
     const auto [found, is_new] = part_of_root.try_emplace(sets.find(num_points + i), next);
+    const std::int32_t number = found->second;
     if (is_new) parts_.emplace_back();
-    NetworkPart& part = parts_[static_cast<std::size_t>(found->second)];
+    NetworkPart& part = parts_[static_cast<std::size_t>(number)];
     part.images.push_back(images[i]);
     if (first_image_of[images[i]->geometry] == num_points + i) {
       part.geometries.push_back(images[i]->geometry);
     }
     measured(*images[i], [&](const ObjectPoint& point) {
       std::int32_t& at = part_of_point_[static_cast<std::size_t>(point.index / 3)];
-      if (std::exchange(at, found->second) < 0) part.points.push_back(&point);
+      if (std::exchange(at, number) < 0) part.points.push_back(&point);
     });
   }
 }

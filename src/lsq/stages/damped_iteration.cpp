@@ -112,10 +112,6 @@ class DampedIteration {
     print_mean_changes(statistics, report_);
     statistics.counts = redundancy_of(project_.unknowns, observations);
     project_.redundancy = statistics.counts.value();
-    if (project_.redundancy < 0) {
-      report_ << "*** ERROR: Negative redundancy.\n";
-      return -1;
-    }
     set_sigma0(current_.sum);
     statistics.vtpv = project_.vtpv;
     statistics.sigma0 = project_.sigma0;
@@ -230,6 +226,11 @@ class DampedIteration {
               << failed - 1 << ".\n";
       if (!system_.form(observations)) return -1;
       if (!system_.solve(0.0) && !system_.solve(kResidualDamping)) p.solution.zero();
+    }
+    // Damped steps reach a minimum even so: which of many depends on the approximate values.
+    if (p.redundancy < 0) {
+      report_ << "*** WARNING: There are " << -p.redundancy
+              << " unknowns more than observations: nothing is checked, nothing is precise.\n";
     }
     find_weighted_squares(p, loss_, current_);
     set_sigma0(current_.sum);
