@@ -98,12 +98,16 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
   }
   const std::vector<WeakDirection> directions = weakness.directions(basis_size(system.size()));
   if (diagnosis.has_eigenvalues) list_eigenvalues(names, directions, diagnosis);
-  // What a run failed for may be determined by a hair at the approximate values.
+  // What a run failed for may be determined by a hair at the approximate values. Parameters that
+  // are determined no better are worth naming beside a free datum, which hides their correlations.
   constexpr double kOpen = 1e-14;
-  constexpr double kNearlyOpen = 1e-8;
-  find_inseparable(names, directions, kOpen, diagnosis);
+  constexpr double kNearlyOpen = 1e-9;
+  const bool is_singular = has_failed || !weakness.is_regular();
+  const double parameters_below = is_singular ? kNearlyOpen : kOpen;
+  find_inseparable(names, directions, parameters_below, diagnosis);
+  find_loose_images(names, directions, kOpen, diagnosis);
   if (has_failed && !has_error(diagnosis)) {
-    find_inseparable(names, directions, kNearlyOpen, diagnosis);
+    find_loose_images(names, directions, kNearlyOpen, diagnosis);
   }
   find_correlated(names, strong, diagnosis);
 }

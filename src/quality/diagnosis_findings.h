@@ -25,10 +25,13 @@ void find_weak_intersections(const BundleProject& project, DiagnosedSystem& syst
                              Diagnosis& diagnosis);
 // Parts of the network with a free datum, and a network that falls apart.
 void find_datum_defects(const Network& network, Diagnosis& diagnosis);
-// Directions that are no similarity motions and that nothing determines. `below`: the eigenvalue
-// from which on a direction counts as determined.
+// Directions that are no similarity motions and that nothing determines, their eigenvalues being
+// below a limit: those that additional parameters or corrections take part in, each for itself, and
+// those of points and orientations alone, which have one cause as a rule.
 void find_inseparable(const UnknownNames& names, const std::vector<WeakDirection>& directions,
                       double below, Diagnosis& diagnosis);
+void find_loose_images(const UnknownNames& names, const std::vector<WeakDirection>& directions,
+                       double below, Diagnosis& diagnosis);
 // Additional parameters that are determined, but hardly apart from another one or an orientation.
 // What an error names already is left out.
 void find_correlated(const UnknownNames& names, const std::vector<StrongCorrelation>& correlations,
