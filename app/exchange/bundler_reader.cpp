@@ -21,13 +21,18 @@ struct Counts {
 Counts read_head(const Source& source, Fields& fields) {
   Lines lines(source);
   std::string_view line;
-  while (lines.next(line) && (trimmed(line).empty() || trimmed(line).front() == '#')) {
+  std::size_t start = source.content().size();
+  while (lines.next(line)) {
+    if (!trimmed(line).empty() && trimmed(line).front() != '#') {
+      start = source.offset_of(line.data());
+      break;
+    }
     if (line.find("Bundle file") != std::string_view::npos &&
         line.find("v0.3") == std::string_view::npos) {
       source.fail(line.data(), "only version 0.3 of the format is known");
     }
   }
-  fields = Fields(source, source.content().substr(source.offset_of(line.data())));
+  fields = Fields(source, source.content().substr(start));
   Counts counts;
   counts.cameras = fields.integer<std::int32_t>("number of cameras");
   counts.points = fields.integer<std::int32_t>("number of points");
