@@ -9,6 +9,7 @@
 #include "app/report_page/lights.h"
 #include "app/report_page/packed_column.h"
 #include "app/report_page/page_tables.h"
+#include "app/result_sections.h"
 #include "geometry/ext_orientation.h"
 #include "sensors/camera.h"
 
@@ -38,18 +39,7 @@ void float_column(JsonWriter& json, std::string_view name, const Rows& rows, Val
   json.end_object();
 }
 
-void write_statistics(JsonWriter& json, const QualityResults& results) {
-  const QualityStatistics& s = results.statistics;
-  json.key("statistics").begin_object();
-  json.key("images").integer(s.images);
-  json.key("points").integer(s.points);
-  json.key("image_points").integer(s.image_points);
-  json.key("unknowns").integer(s.unknowns);
-  json.key("redundancy").integer(s.redundancy);
-  json.key("sigma0_posterior").number(s.sigma0_posterior);
-  json.key("rms_vx").number(s.rms_vx);
-  json.key("rms_vy").number(s.rms_vy);
-  json.end_object();
+void write_counts(JsonWriter& json, const QualityResults& results) {
   const auto count = [&](int role) {
     return std::count_if(results.points.begin(), results.points.end(),
                          [role](const PointResult& p) { return role_code(*p.point) == role; });
@@ -57,22 +47,6 @@ void write_statistics(JsonWriter& json, const QualityResults& results) {
   json.key("counts").begin_object();
   json.key("control").integer(count(1));
   json.key("check").integer(count(2));
-  json.end_object();
-}
-
-void write_settings(JsonWriter& json, const QualitySettings& s, bool figures) {
-  json.key("settings").begin_object();
-  json.key("derivatives").text(s.rigorous_iterations ? "rigorous" : "approximate");
-  json.key("datum").text(s.inner_datum ? "inner" : "given");
-  json.key("sigma0_prior").number(s.sigma0_prior);
-  json.key("standard_deviations").text(s.prior ? "prior" : "posterior");
-  if (figures) {
-    json.key("alpha").number(s.alpha);
-    json.key("power").number(s.power);
-    json.key("confidence").number(s.confidence);
-  }
-  json.key("correlation_limit").number(s.correlation_limit);
-  json.key("significance_limit").number(s.significance_limit);
   json.end_object();
 }
 
@@ -171,44 +145,6 @@ void write_images(JsonWriter& json, const QualityResults& results) {
   json.end_object();
 }
 
-void write_iterations(JsonWriter& json, const QualityResults& results) {
-  json.key("iterations").begin_array();
-  for (const IterationStatistics& step : results.iterations) {
-    json.begin_object();
-    json.key("iteration").integer(step.number);
-    json.key("vtpv_predicted").number(step.vtpv);
-    json.key("sigma0_predicted").number(step.sigma0);
-    const auto change = [&json](std::string_view name, const GroupChange& group) {
-      json.key(name);
-      group.count > 0 ? json.number(group.max) : json.null();
-    };
-    change("max_change_point", step.points);
-    change("max_change_centre", step.centres);
-    change("max_change_rotation", step.rotations);
-    change("max_change_geometry", step.geometries);
-    json.end_object();
-  }
-  json.end_array();
-}
-
-void write_groups(JsonWriter& json, const QualityResults& results) {
-  json.key("groups").begin_array();
-  for (const GroupResult& group : results.groups) {
-    json.begin_object();
-    json.key("group").text(group.group);
-    json.key("id");
-    group.id.empty() ? json.null() : json.text(group.id);
-    json.key("observations").integer(group.observations);
-    json.key("redundancy").number(group.redundancy);
-    json.key("factor").number(group.factor);
-    json.key("factor_lower").number(group.factor_lower);
-    json.key("factor_upper").number(group.factor_upper);
-    json.key("sd_factor").number(group.sd_factor);
-    json.end_object();
-  }
-  json.end_array();
-}
-
 }  // namespace
 
 void write_page_data(TextWriter& out, const PageInput& input) {
@@ -226,7 +162,8 @@ void write_page_data(TextWriter& out, const PageInput& input) {
   json.end_object();
   json.key("ending").text(input.ending);
   write_statistics(json, results);
-  write_settings(json, results.settings, results.has_figures);
+  write_counts(json, results);
+  write_settings(json, results);
   write_lights(json, results);
   json.key("network").begin_object();
   write_points(json, results);
