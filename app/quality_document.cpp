@@ -9,9 +9,10 @@
 #include <string_view>
 
 #include "app/json/json_stream.h"
-#include "app/result_sections.h"
+#include "app/json/result_sections.h"
 #include "driver/paths.h"
 #include "quality/tables.h"
+#include "text/csv_field.h"
 
 namespace vorn::app {
 namespace {
@@ -49,17 +50,7 @@ class CsvCells final : public CellSink {
   void flag(bool value) override { out_ << (value ? "true" : "false"); }
   void text(std::string_view value) override {
     const std::string utf8 = is_utf8(value) ? std::string() : to_utf8(value);
-    const std::string_view field = utf8.empty() ? value : utf8;
-    if (field.find_first_of(",\"\r\n") == std::string_view::npos) {
-      out_ << field;
-      return;
-    }
-    out_ << '"';
-    for (const char c : field) {
-      if (c == '"') out_ << '"';
-      out_ << c;
-    }
-    out_ << '"';
+    write_csv_field(out_, utf8.empty() ? value : utf8);
   }
   void undefined() override {}
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 
+#include "app/exchange/format_table.h"
 #include "app/exchange/layers.h"
 #include "app/exchange/project_model.h"
 #include "app/exchange/source.h"
@@ -111,15 +112,6 @@ constexpr auto kFormats = std::to_array<Format>({
     {"gpkg", export_layers<write_geopackage>},
 });
 
-const Format& find_format(const std::string& name) {
-  std::string known;
-  for (const Format& format : kFormats) {
-    if (name == format.name) return format;
-    known += std::string(known.empty() ? "" : ", ") + format.name;
-  }
-  throw ExchangeError("unknown format '" + name + "'; there are " + known);
-}
-
 bool is_epsg_code(const std::string& crs) {
   constexpr std::string_view kPrefix = "EPSG:";
   return crs.starts_with(kPrefix) && crs.size() > kPrefix.size() && crs.size() < 12 &&
@@ -129,7 +121,7 @@ bool is_epsg_code(const std::string& crs) {
 }  // namespace
 
 void check_export(const ExportRequest& request) {
-  find_format(request.format);
+  format_named(kFormats, request.format);
   if (request.format == "gpkg" && !has_geopackage()) write_geopackage({}, {}, {});
   if (!request.crs.empty() && !is_epsg_code(request.crs)) {
     throw ExchangeError("'" + request.crs + "' is no coordinate system; write EPSG:25832, say");
@@ -139,7 +131,7 @@ void check_export(const ExportRequest& request) {
 }
 
 void export_project(BundleProject& project, const ExportRequest& request) {
-  find_format(request.format).write(project, request);
+  format_named(kFormats, request.format).write(project, request);
 }
 
 void export_given_project(const std::string& control_file, const ExportRequest& request) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "app/exchange/control_list.h"
+#include "app/exchange/format_table.h"
 #include "app/exchange/readers.h"
 #include "app/exchange/verification.h"
 #include "text/text_writer.h"
@@ -35,15 +36,6 @@ constexpr auto kFormats = std::to_array<Format>({
     {"opensfm", read_opensfm},
     {"metashape", read_text<read_metashape>},
 });
-
-const Format& find_format(const std::string& name) {
-  std::string known;
-  for (const Format& format : kFormats) {
-    if (name == format.name) return format;
-    known += std::string(known.empty() ? "" : ", ") + format.name;
-  }
-  throw ExchangeError("unknown format '" + name + "'; there are " + known);
-}
 
 Datum find_datum(const std::string& name) {
   if (name.empty() || name == "image") return Datum::image;
@@ -239,7 +231,7 @@ void set_free(ProjectSettings& settings, const std::string& text) {
 
 void import_project(const ImportRequest& request) {
   const ProjectSettings settings = settings_of(request);
-  Reconstruction model = find_format(request.format).read(request.source);
+  Reconstruction model = format_named(kFormats, request.format).read(request.source);
   make_words(model);
   const std::int64_t source_rays = model.count_rays();
   if (request.scale != 1.0) scale_model(model, request.scale);

@@ -7,6 +7,7 @@
 #include "app/exchange/layers.h"
 #include "app/exchange/output_file.h"
 #include "app/exchange/source.h"
+#include "text/csv_field.h"
 
 namespace vorn::exchange {
 namespace {
@@ -24,19 +25,6 @@ bool is_missing(const FieldValue& value) {
   return real != nullptr && !std::isfinite(*real);
 }
 
-void write_csv_text(OutputFile& out, const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) {
-    out << text;
-    return;
-  }
-  out << '"';
-  for (const char c : text) {
-    if (c == '"') out << '"';
-    out << c;
-  }
-  out << '"';
-}
-
 void write_csv_layer(const Layer& layer, const std::string& path) {
   OutputFile out(path);
   const char* separator = "";
@@ -52,7 +40,7 @@ void write_csv_layer(const Layer& layer, const std::string& path) {
       separator = ",";
       if (is_missing(value)) continue;
       if (const auto* text = std::get_if<std::string>(&value)) {
-        write_csv_text(out, *text);
+        write_csv_field(out, *text);
       } else if (const auto* number = std::get_if<std::int64_t>(&value)) {
         out << *number;
       } else {

@@ -5,11 +5,11 @@
 #include <functional>
 
 #include "app/json/json_stream.h"
+#include "app/json/result_sections.h"
 #include "app/report_page/camera_data.h"
 #include "app/report_page/lights.h"
 #include "app/report_page/packed_column.h"
 #include "app/report_page/page_tables.h"
-#include "app/result_sections.h"
 #include "geometry/ext_orientation.h"
 #include "sensors/camera.h"
 

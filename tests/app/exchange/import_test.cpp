@@ -20,13 +20,6 @@ namespace {
 
 using testing::HasSubstr;
 
-// Text with one part replaced.
-std::string edited(std::string text, const std::string& from, const std::string& to) {
-  const std::size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos) << from;
-  return at == std::string::npos ? text : text.replace(at, from.size(), to);
-}
-
 class Import : public testing::Test {
  protected:
   Import() {
@@ -93,7 +86,7 @@ TEST_F(Import, SaysWhatWasLeftOut) {
       << "the first of two measurements stays";
 
   dir_.write("text/points3D.txt",
-             edited(test::kColmapPoints, "13 -0.2 -0.3 4.8", "13 3.88983 0.8246 -3.53"));
+             test::edited(test::kColmapPoints, "13 -0.2 -0.3 4.8", "13 3.88983 0.8246 -3.53"));
   EXPECT_EQ(import("colmap", "text", [](ImportRequest& r) { r.max_error_px = 5.0; }),
             dir_.path("text") + ": no point has two rays");
 }
@@ -164,17 +157,18 @@ TEST_F(Import, ReadsOddTexts) {
   for (const char c : std::string(test::kColmapImages))
     crlf += c == '\n' ? "\r\n" : std::string(1, c);
   dir_.write("text/images.txt", "\xEF\xBB\xBF\r\n" + crlf + "10 1 0 0 0 0 0 0 1 empty.jpg\r\n");
-  dir_.write("text/cameras.txt", "\t\n" + edited(test::kColmapCameras, "1 SIMPLE", " 1\tSIMPLE"));
+  dir_.write("text/cameras.txt",
+             "\t\n" + test::edited(test::kColmapCameras, "1 SIMPLE", " 1\tSIMPLE"));
   dir_.write("text/rigs.txt", "");
   EXPECT_EQ(import("colmap", "text"), "");
   EXPECT_THAT(summary_, testing::ContainsRegex("images +4\n"));
   EXPECT_THAT(summary_, HasSubstr("rigs are not used"));
 
-  const std::string same_names = edited(test::kColmapImages, "top.jpg", "left_view.jpg");
+  const std::string same_names = test::edited(test::kColmapImages, "top.jpg", "left_view.jpg");
   dir_.write("text/images.txt", same_names);
   EXPECT_EQ(import("colmap", "text"), "");
   EXPECT_THAT(dir_.read("out/images.txt"), HasSubstr("left_view.jpg_2"));
-  dir_.write("text/images.txt", edited(test::kColmapImages, "top.jpg", "stop-dep"));
+  dir_.write("text/images.txt", test::edited(test::kColmapImages, "top.jpg", "stop-dep"));
   EXPECT_EQ(import("colmap", "text"), "");
 }
 
@@ -219,7 +213,7 @@ TEST_F(Import, RefusesDamagedTexts) {
   };
   for (const Damage& damage : damages) {
     const std::string original = dir_.read(std::string("text/") + damage.file);
-    dir_.write(std::string("text/") + damage.file, edited(original, damage.from, damage.to));
+    dir_.write(std::string("text/") + damage.file, test::edited(original, damage.from, damage.to));
     EXPECT_THAT(import("colmap", "text"), HasSubstr(damage.message)) << damage.to;
     EXPECT_FALSE(dir_.has("out")) << damage.message;
     dir_.write(std::string("text/") + damage.file, original);
@@ -230,21 +224,22 @@ TEST_F(Import, RefusesOtherDamagedFiles) {
   const std::string bal = test::kBal;
   const std::string bundler = test::kBundler;
   const std::vector<std::tuple<const char*, std::string, const char*>> damages = {
-      {"bal", edited(bal, "2 3 6", "2 3 7"), "bal:8: '0.01' is no valid camera"},
-      {"bal", edited(bal, "2 3 6", "2 1000000000 6"), "too short"},
-      {"bal", edited(bal, "2 3 6", "-2 3 6"), "too short"},
-      {"bal", edited(bal, "1 0 12 38", "2 0 12 38"), "bal:3: camera 2: there are only 2"},
-      {"bal", edited(bal, "1 0 12 38", "1 -1 12 38"), "point -1"},
-      {"bal", edited(bal, "500", "0"), "camera 0: the focal length is not positive"},
+      {"bal", test::edited(bal, "2 3 6", "2 3 7"), "bal:8: '0.01' is no valid camera"},
+      {"bal", test::edited(bal, "2 3 6", "2 1000000000 6"), "too short"},
+      {"bal", test::edited(bal, "2 3 6", "-2 3 6"), "too short"},
+      {"bal", test::edited(bal, "1 0 12 38", "2 0 12 38"), "bal:3: camera 2: there are only 2"},
+      {"bal", test::edited(bal, "1 0 12 38", "1 -1 12 38"), "point -1"},
+      {"bal", test::edited(bal, "500", "0"), "camera 0: the focal length is not positive"},
       {"bal", bal + "1\n", "more than expected"},
       {"bal", bal.substr(0, bal.size() - 6), "ends where coordinate should stand"},
       {"bal", "", "ends where"},
-      {"bundler", edited(bundler, "v0.3", "v0.2"), "bundler:1: only version 0.3"},
-      {"bundler", edited(bundler, "0.8 0 0.6", "0.9 0 0.6"), "rotation matrix is none"},
-      {"bundler", edited(bundler, "-0.6 0 0.8", "0.6 0 -0.8"), "rotation matrix is none"},
-      {"bundler", edited(bundler, "3 0 7", "4 0 7"), "bundler:21: camera -1: there are only 3"},
-      {"bundler", edited(bundler, "2 8 12 38", "3 8 12 38"), "camera 3: there are only 3"},
-      {"bundler", edited(bundler, "510 -0.11", "-510 -0.11"), "focal length is negative"},
+      {"bundler", test::edited(bundler, "v0.3", "v0.2"), "bundler:1: only version 0.3"},
+      {"bundler", test::edited(bundler, "0.8 0 0.6", "0.9 0 0.6"), "rotation matrix is none"},
+      {"bundler", test::edited(bundler, "-0.6 0 0.8", "0.6 0 -0.8"), "rotation matrix is none"},
+      {"bundler", test::edited(bundler, "3 0 7", "4 0 7"),
+       "bundler:21: camera -1: there are only 3"},
+      {"bundler", test::edited(bundler, "2 8 12 38", "3 8 12 38"), "camera 3: there are only 3"},
+      {"bundler", test::edited(bundler, "510 -0.11", "-510 -0.11"), "focal length is negative"},
       {"bundler", bundler.substr(0, bundler.size() - 4), "ends where"},
   };
   for (const auto& [format, text, message] : damages) {

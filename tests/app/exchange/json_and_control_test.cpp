@@ -9,6 +9,7 @@
 #include "app/exchange/import.h"
 #include "app/exchange/readers.h"
 #include "app/exchange/similarity.h"
+#include "samples.h"
 #include "support/captured_output.h"
 #include "support/temp_dir.h"
 
@@ -16,12 +17,6 @@ namespace vorn::exchange {
 namespace {
 
 using testing::HasSubstr;
-
-std::string edited(std::string text, const std::string& from, const std::string& to) {
-  const std::size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos) << from;
-  return at == std::string::npos ? text : text.replace(at, from.size(), to);
-}
 
 template <class Read>
 std::string refusal_of(Read read) {
@@ -90,7 +85,7 @@ TEST(OpenMvg, IsRefusedWhenDamaged) {
       {"c.jpg", "a.jpg", "the file name 'a.jpg' is taken"},
   };
   for (const auto& [from, to, message] : damages) {
-    const std::string text = edited(kOpenMvg, from, to);
+    const std::string text = test::edited(kOpenMvg, from, to);
     EXPECT_THAT(refusal_of([&] { read_openmvg(Source("x.json", text, Source::Kind::text)); }),
                 HasSubstr(message));
   }
@@ -145,15 +140,17 @@ TEST(OpenSfm, IsRefusedWhenDamaged) {
     });
   };
   EXPECT_EQ(refusal(kOpenSfm, kTracks), "");
-  EXPECT_THAT(refusal(edited(kOpenSfm, "brown", "fisheye"), kTracks),
+  EXPECT_THAT(refusal(test::edited(kOpenSfm, "brown", "fisheye"), kTracks),
               HasSubstr("'fisheye' has no"));
-  EXPECT_THAT(refusal(edited(kOpenSfm, "x 4", "17"), kTracks), HasSubstr("for the second time"));
-  EXPECT_THAT(refusal(edited(kOpenSfm, "\"camera\": \"cam 1\"", "\"camera\": \"cam\""), kTracks),
-              HasSubstr("there is no camera 'cam'"));
-  EXPECT_THAT(refusal(edited(kOpenSfm, "[0, 0.1, 0]", "[0, null, 0]"), kTracks),
+  EXPECT_THAT(refusal(test::edited(kOpenSfm, "x 4", "17"), kTracks),
+              HasSubstr("for the second time"));
+  EXPECT_THAT(
+      refusal(test::edited(kOpenSfm, "\"camera\": \"cam 1\"", "\"camera\": \"cam\""), kTracks),
+      HasSubstr("there is no camera 'cam'"));
+  EXPECT_THAT(refusal(test::edited(kOpenSfm, "[0, 0.1, 0]", "[0, null, 0]"), kTracks),
               HasSubstr("r:5: 0/shots/c.jpg: 'rotation' is not 3 numbers"));
   EXPECT_THAT(refusal("{}", kTracks), HasSubstr("holds no reconstruction"));
-  EXPECT_THAT(refusal(kOpenSfm, edited(kTracks, "0.01\t0.02", "0.01\tnan")),
+  EXPECT_THAT(refusal(kOpenSfm, test::edited(kTracks, "0.01\t0.02", "0.01\tnan")),
               HasSubstr("t:2: 'nan'"));
   EXPECT_THAT(refusal(kOpenSfm, kTracks + "c.jpg\t17\n"), HasSubstr("t:8: is no line"));
 }
@@ -191,7 +188,7 @@ TEST(Metashape, IsReadWithoutPoints) {
            {"sensor_id=\"0\"", "sensor_id=\"9\"", "has no sensor"},
            {">1 0 0 5", ">2 0 0 5", "no rotation and shift"},
            {"</document>", "", "no valid XML"}}) {
-    const std::string text = edited(kMetashape, from, to);
+    const std::string text = test::edited(kMetashape, from, to);
     EXPECT_THAT(refusal_of([&] { read_metashape(Source("x.xml", text, Source::Kind::text)); }),
                 HasSubstr(message));
   }
@@ -292,7 +289,8 @@ TEST_F(ControlLists, AreRefusedWhenTheyDoNotDetermineTheSystem) {
       {head + "1 2 3 4\n", "gcp:2: ends where image coordinate"},
       {head + "1 2 x 4 5 a\n", "gcp:2: 'x' is no valid height"},
       {head + "1 2 3 4 5\n", "gcp:2: no image is named"},
-      {head + lines_ + edited(first, "50000", "60000"), "gcp:10: point g0 has other coordinates"},
+      {head + lines_ + test::edited(first, "50000", "60000"),
+       "gcp:10: point g0 has other coordinates"},
       {head + first, "there are 0"},
   };
   for (const auto& [text, message] : lists) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <bit>
 #include <cstdint>
 #include <sstream>
@@ -9,6 +11,13 @@
 // that projections are taken over, not that they fit.
 
 namespace vorn::test {
+
+// Text with one part replaced.
+inline std::string edited(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
 
 inline constexpr const char* kColmapCameras =
     "# Camera list\n"

@@ -1,4 +1,4 @@
-#include "app/result_sections.h"
+#include "app/json/result_sections.h"
 
 #ifdef VORN_HAS_JSON
 
