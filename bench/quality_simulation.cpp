@@ -58,21 +58,15 @@ class Simulation {
   }
 
   void run() {
+    const std::vector<std::size_t> checked = checked_points(1);
+    const std::vector<std::size_t> well_checked = checked_points(kEnoughRays);
     for (int copy = 0; copy < copies_; ++copy) {
       make_copy();
       if (!adjust()) continue;
       ++done_;
       compare();
-      // The same copy once more with an error of the smallest detectable size, and with one of ten
-      // standard deviations.
-      const std::size_t victim = choose(1);
-      plant(victim,
-            smallest_detectable(row(victim).s[0], row(victim).r[0], promised_.settings.delta0));
-      if (adjust()) found_ += std::fabs(w_of(victim, 0)) > critical_ ? 1 : 0;
-      const std::size_t worse = choose(kEnoughRays);
-      make_copy();
-      plant(worse, kTenSigma * row(worse).s[0]);
-      if (adjust()) ranked_ += is_first(worse) ? 1 : 0;
+      if (!checked.empty()) find_smallest(one_of(checked));
+      if (!well_checked.empty()) find_large(one_of(well_checked));
     }
   }
 
@@ -94,12 +88,12 @@ class Simulation {
                  "copies %d\nvariance of errors / predicted, mean of %zu unknowns: %.4f\n"
                  "  within the 95 %% band: %.2f %% of the unknowns\n"
                  "w: mean %.4f, variance %.4f, kurtosis %.3f, beyond 1.96: %.3f %%\n"
-                 "errors of the smallest detectable size found: %.1f %% (80 %% promised)\n"
-                 "errors of 10 sigma in points of %zu rays and more ranked first: %.1f %%\n",
+                 "errors of the smallest detectable size found: %d of %d (80 %% promised)\n"
+                 "errors of 10 sigma in points of %zu rays and more ranked first: %d of %d\n",
                  done_, free, ratio / static_cast<double>(free),
                  100.0 * static_cast<double>(inside) / static_cast<double>(free), w1_ / n, variance,
-                 w4_ / n / (variance * variance), 100.0 * static_cast<double>(beyond_) / n,
-                 100.0 * found_ / done_, kEnoughRays, 100.0 * ranked_ / done_);
+                 w4_ / n / (variance * variance), 100.0 * static_cast<double>(beyond_) / n, found_,
+                 small_, kEnoughRays, ranked_, large_);
   }
 
  private:
@@ -131,24 +125,48 @@ class Simulation {
     }
   }
 
+  // The same copy once more with an error of the smallest detectable size.
+  void find_smallest(std::size_t victim) {
+    const ImagePointResult& hit = row(victim);
+    const std::size_t axis = axis_of(victim);
+    plant(victim, smallest_detectable(hit.s[axis], hit.r[axis], promised_.settings.delta0));
+    if (!adjust()) return;
+    ++small_;
+    found_ += std::fabs(w_of(victim, axis)) > critical_ ? 1 : 0;
+  }
+  // A copy with an error of ten standard deviations.
+  void find_large(std::size_t victim) {
+    make_copy();
+    plant(victim, kTenSigma * row(victim).s[axis_of(victim)]);
+    if (!adjust()) return;
+    ++large_;
+    ranked_ += is_first(victim) ? 1 : 0;
+  }
+
   void plant(std::size_t victim, double error) {
     const TruePoint& at = points_[victim];
     Pair image = at.image->camera->pixel_to_image({at.point->x, at.point->y});
-    image[0] += error;
+    image[axis_of(victim)] += error;
     const Pair pixel = at.image->camera->image_to_pixel(image);
     at.point->x = pixel[0];
     at.point->y = pixel[1];
   }
 
-  // An image point whose object point has enough rays and whose x is checked.
-  std::size_t choose(std::size_t rays) {
-    while (true) {
-      const std::size_t i = random_() % points_.size();
+  // The coordinate of an image point that is checked better.
+  std::size_t axis_of(std::size_t i) const { return row(i).r[0] >= row(i).r[1] ? 0 : 1; }
+  // The image points whose object point has enough rays and that are checked.
+  std::vector<std::size_t> checked_points(std::size_t rays) const {
+    std::vector<std::size_t> checked;
+    for (std::size_t i = 0; i < points_.size(); ++i) {
       const ObjectPoint& object = *object_point_of(*points_[i].point, project_.object_points);
       const auto number = static_cast<std::size_t>(object.index / 3);
       if (static_cast<std::size_t>(promised_.points[number].rays) < rays) continue;
-      if (row(i).r[0] >= 0.01) return i;
+      if (row(i).r[axis_of(i)] >= 0.01) checked.push_back(i);
     }
+    return checked;
+  }
+  std::size_t one_of(const std::vector<std::size_t>& candidates) {
+    return candidates[random_() % candidates.size()];
   }
 
   bool adjust() {
@@ -227,7 +245,9 @@ class Simulation {
   double w1_ = 0.0;
   double w2_ = 0.0;
   double w4_ = 0.0;
+  int small_ = 0;  // copies with an error of the smallest detectable size
   int found_ = 0;
+  int large_ = 0;  // with one of ten standard deviations
   int ranked_ = 0;
 };
 
