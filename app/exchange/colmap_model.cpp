@@ -23,8 +23,6 @@ constexpr auto kModels = std::to_array<ColmapCameraModel>({
     {11, "RAD_TAN_THIN_PRISM_FISHEYE", 16, {}},
 });
 
-constexpr std::uint64_t kMaxPixels = 1'000'000;
-
 template <class Id>
 using IndexOf = std::unordered_map<Id, std::int32_t>;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -59,7 +60,8 @@ ProjectSettings settings_of(const ImportRequest& request) {
   if (!(request.control_sigma > 0.0)) {
     throw ExchangeError("the standard deviation of control must be positive");
   }
-  if (!(request.scale > 0.0)) throw ExchangeError("the scale must be positive");
+  if (!(request.scale > 0.0) || !std::isfinite(request.scale))
+    throw ExchangeError("the scale must be positive");
   if (!(request.max_error_px >= 0.0)) throw ExchangeError("the largest error must be positive");
   if (as_word(settings.name) != settings.name || settings.name.empty() ||
       settings.name.find_first_of("/\\:") != std::string::npos) {
@@ -74,21 +76,44 @@ void scale_model(Reconstruction& model, double scale) {
 }
 
 // Names as words of a project. One that is taken already, since blanks were replaced, gets a
-// number.
-void make_words(Reconstruction& model) {
+// number. Says how many changed.
+template <class Record>
+void make_words(std::vector<Record>& records, std::string Record::*name, const char* what,
+                std::vector<std::string>& notes) {
   std::unordered_set<std::string> taken;
+  taken.reserve(records.size());
   std::int64_t changed = 0;
-  for (SourceCamera& camera : model.cameras) camera.id = as_word(camera.id);
-  for (SourceImage& image : model.images) {
-    std::string word = as_word(image.name);
-    for (int i = 2; !taken.insert(word).second; ++i) {
-      word = as_word(image.name) + '_' + std::to_string(i);
-    }
-    changed += word != image.name ? 1 : 0;
-    image.name = std::move(word);
+  for (Record& record : records) {
+    const std::string start = as_word(record.*name);
+    std::string word = start;
+    for (int i = 2; !taken.insert(word).second; ++i) word = start + '_' + std::to_string(i);
+    if (word == record.*name) continue;
+    record.*name = std::move(word);
+    ++changed;
   }
   if (changed > 0) {
-    model.notes.push_back(std::to_string(changed) + " names of images changed: blanks became '_'");
+    notes.push_back(std::to_string(changed) + " names of " + what + " changed: blanks became '_'");
+  }
+}
+
+void make_words(Reconstruction& model) {
+  make_words(model.cameras, &SourceCamera::id, "cameras", model.notes);
+  make_words(model.images, &SourceImage::name, "images", model.notes);
+  // Most sources number their points, which takes no table of names.
+  const auto is_word = [](const SourcePoint& point) { return as_word(point.id) == point.id; };
+  if (!std::all_of(model.points.begin(), model.points.end(), is_word)) {
+    make_words(model.points, &SourcePoint::id, "points", model.notes);
+  }
+}
+
+// Refuses what no reader can see from one record: nothing to orient, or rotations that are none.
+void check_poses(const Reconstruction& model, const std::string& source) {
+  constexpr double kRotationTolerance = 1e-4;
+  if (model.images.empty()) throw ExchangeError(source + ": no image has an orientation");
+  for (const SourceImage& image : model.images) {
+    if (!is_rotation(image.pose.r, kRotationTolerance)) {
+      throw ExchangeError(source + ": image " + image.name + ": its rotation cannot be computed");
+    }
   }
 }
 
@@ -232,12 +257,16 @@ void set_free(ProjectSettings& settings, const std::string& text) {
 void import_project(const ImportRequest& request) {
   const ProjectSettings settings = settings_of(request);
   Reconstruction model = format_named(kFormats, request.format).read(request.source);
+  check_poses(model, request.source);
   make_words(model);
   const std::int64_t source_rays = model.count_rays();
+  const bool has_points = source_rays > 0 || !model.points.empty();
   if (request.scale != 1.0) scale_model(model, request.scale);
   leave_out_unusable(model, request.max_error_px);
-  if (model.points.empty() && source_rays > 0)
+  if (has_points && model.points.empty()) {
     throw ExchangeError(request.source + ": no point has two rays");
+  }
+  if (!has_points) model.notes.push_back("there are no points: cameras and orientations only");
 
   std::vector<ControlPoint> control;
   std::optional<Reconstruction> original;
@@ -253,6 +282,9 @@ void import_project(const ImportRequest& request) {
   const Verification found =
       verify_project((fs::path(staging.path()) / control_file).string(), model, settings.pixel_size,
                      original ? &*original : nullptr);
+  if (!std::isfinite(found.cost)) {
+    throw ExchangeError(request.source + ": the residuals are beyond all numbers");
+  }
   staging.commit(control_file);
   print_summary(model, found, source_rays, request,
                 (fs::path(request.directory) / control_file).string());

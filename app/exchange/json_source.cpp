@@ -100,7 +100,6 @@ std::uint32_t JsonItem::index(const char* key) const {
 }
 
 std::int32_t JsonItem::size(const char* key) const {
-  constexpr std::uint32_t kMaxPixels = 1'000'000;
   const std::uint32_t value = index(key);
   if (value == 0 || value > kMaxPixels) fail(std::string("'") + key + "' is no size of an image");
   return static_cast<std::int32_t>(value);

@@ -34,7 +34,6 @@ class MetashapeReader {
     }
     read_cameras(chunk.child("cameras"));
     if (result_.images.empty()) fail(chunk, "no camera is aligned");
-    result_.notes.push_back("the format holds no measurements: cameras and orientations only");
     if (not_aligned_ > 0) {
       result_.notes.push_back(std::to_string(not_aligned_) +
                               " cameras are not aligned and were left out");
@@ -102,7 +101,8 @@ class MetashapeReader {
       image.pose.offset[i] = t[4 * i + 3];
     }
     image.pose.is_centre = true;
-    if (!is_rotation(image.pose.r, kRotationTolerance)) {
+    const bool is_affine = t[12] == 0.0 && t[13] == 0.0 && t[14] == 0.0 && t[15] == 1.0;
+    if (!is_affine || !is_rotation(image.pose.r, kRotationTolerance)) {
       fail(transform, "camera " + image.name + ": the transform is no rotation and shift");
     }
     if (sensor->second.camera < 0) {
@@ -117,9 +117,10 @@ class MetashapeReader {
     pugi::xml_node calibration = sensor.find_child_by_attribute("calibration", "class", "adjusted");
     if (!calibration) calibration = sensor.child("calibration");
     if (!calibration) fail(sensor, "sensor " + id + " has no calibration");
-    const std::string type = calibration.attribute("type").as_string("frame");
-    if (type != "frame") {
-      fail(calibration, "the camera model '" + type + "' has no exact counterpart");
+    for (const pugi::xml_node& node : {sensor, calibration}) {
+      const std::string type = node.attribute("type").as_string("frame");
+      if (type == "frame") continue;
+      fail(node, "the camera model '" + type + "' has no exact counterpart");
     }
     for (const char* name : {"k4", "p3", "p4", "b2"}) {
       if (real(calibration, name) == 0.0) continue;
@@ -135,7 +136,10 @@ class MetashapeReader {
     if (real(calibration, "b1") != 0.0) camera.own = camera.own | Lens::b1;
     camera.columns = resolution.attribute("width").as_int();
     camera.rows = resolution.attribute("height").as_int();
-    if (camera.columns < 1 || camera.rows < 1) fail(sensor, "sensor " + id + " has no resolution");
+    if (camera.columns < 1 || camera.rows < 1 ||
+        std::max(camera.columns, camera.rows) > static_cast<std::int32_t>(kMaxPixels)) {
+      fail(sensor, "sensor " + id + " has no resolution");
+    }
     camera.fy = real(calibration, "f");
     camera.fx = camera.fy + real(calibration, "b1");
     if (!(camera.fx > 0.0) || !(camera.fy > 0.0)) {

@@ -45,6 +45,18 @@ struct Observation {
   SourceRay ray;
 };
 
+// The members of an object with those of its base classes, which later versions of the
+// serialisation put into a member "value0".
+Json with_bases(Json data) {
+  constexpr const char* kBase = "value0";
+  while (data.is_object() && data.contains(kBase) && data[kBase].is_object()) {
+    const Json base = std::move(data[kBase]);
+    data.erase(kBase);
+    for (const auto& [key, value] : base.items()) data.emplace(key, value);
+  }
+  return data;
+}
+
 class OpenMvgReader {
  public:
   explicit OpenMvgReader(const Source& source) : source_(source) {}
@@ -83,7 +95,7 @@ class OpenMvgReader {
   JsonItem pointed_to(const JsonItem& item, std::unordered_map<std::uint32_t, Json>& known) const {
     const JsonItem wrapper = item.at("value").at("ptr_wrapper");
     const std::uint32_t id = wrapper.index("id") & kIdentifier;
-    if (wrapper.has("data")) known[id] = wrapper.at("data").value();
+    if (wrapper.has("data")) known[id] = with_bases(wrapper.at("data").value());
     const auto found = known.find(id);
     if (found == known.end()) item.fail("refers to an object that is not there");
     return {source_, item.offset(), "object " + std::to_string(id), found->second};

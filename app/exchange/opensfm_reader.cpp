@@ -65,6 +65,7 @@ class OpenSfmReader {
     result_.format = "OpenSfM";
     take(largest->second);
     read_tracks(largest->second);
+    check_points();
     report(largest->first);
     return std::move(result_);
   }
@@ -126,7 +127,7 @@ class OpenSfmReader {
 
   static void read_point(Part& part, const std::string& id, const JsonItem& item) {
     index(part.point_index, id, item);
-    part.points.push_back({as_word(id), item.reals<3>("coordinates")});
+    part.points.push_back({id, item.reals<3>("coordinates")});
   }
 
   void take(Part& part) {
@@ -144,11 +145,16 @@ class OpenSfmReader {
   }
 
   // Lines of IMAGE TRACK FEATURE X Y ..., separated by tabs, behind a line with the version that
-  // old files do not have.
+  // old files do not have. All lines have the same number of fields, unless the file was cut.
   void read_tracks(const Part& part) {
+    is_measured_.assign(result_.points.size(), 0);
     Lines lines(tracks_);
+    std::ptrdiff_t num_tabs = -1;
     for (std::string_view line; lines.next(line);) {
       if (trimmed(line).empty() || line.starts_with("OPENSFM_TRACKS_VERSION")) continue;
+      const auto tabs = std::count(line.begin(), line.end(), '\t');
+      if (num_tabs < 0) num_tabs = tabs;
+      if (tabs != num_tabs) tracks_.fail(line.data(), "has not as many fields as those above");
       std::array<std::string_view, 5> fields;
       std::string_view rest = line;
       for (std::string_view& field : fields) {
@@ -172,6 +178,9 @@ class OpenSfmReader {
                const Pixel& normalised) {
     const auto image = part.shot_index.find(shot);
     const auto point = part.point_index.find(track);
+    if (point != part.point_index.end()) {
+      is_measured_[static_cast<std::size_t>(point->second)] = 1;
+    }
     if (image == part.shot_index.end()) {
       ++without_shot_;
       return;
@@ -186,6 +195,19 @@ class OpenSfmReader {
     target.rays.push_back({point->second,
                            {unit * normalised[0] + 0.5 * (camera.columns - 1),
                             unit * normalised[1] + 0.5 * (camera.rows - 1)}});
+  }
+
+  // Points are made of tracks: where one has none, the files do not belong together or were cut.
+  void check_points() const {
+    const auto missing = std::find(is_measured_.begin(), is_measured_.end(), 0);
+    if (missing != is_measured_.end()) {
+      const auto number = static_cast<std::size_t>(missing - is_measured_.begin());
+      tracks_.fail(tracks_.content().size(),
+                   "ends without a measurement of point " + result_.points[number].id);
+    }
+    if (result_.points.empty() && without_point_ > 0) {
+      reconstruction_.fail(std::size_t{0}, "no track is a point of the reconstruction");
+    }
   }
 
   void report(const std::string& taken) {
@@ -209,6 +231,7 @@ class OpenSfmReader {
   const Source& tracks_;
   std::map<std::string, Part> parts_;  // by their number in the file
   Reconstruction result_;
+  std::vector<char> is_measured_;  // per point
   std::int64_t without_shot_ = 0;
   std::int64_t without_point_ = 0;
 };

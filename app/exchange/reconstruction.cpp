@@ -133,11 +133,16 @@ void leave_out_unusable(Reconstruction& model, double max_error) {
 }
 
 Mat3 rotation_of_quaternion(const std::array<double, 4>& q) {
-  const double norm = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
-  const double w = q[0] / norm;
-  const double x = q[1] / norm;
-  const double y = q[2] / norm;
-  const double z = q[3] / norm;
+  // The largest element is taken out, so that no square over- or underflows.
+  double largest = 0.0;
+  for (const double value : q) largest = std::max(largest, std::abs(value));
+  double sum = 0.0;
+  for (const double value : q) sum += (value / largest) * (value / largest);
+  const double norm = std::sqrt(sum);
+  const double w = q[0] / largest / norm;
+  const double x = q[1] / largest / norm;
+  const double y = q[2] / largest / norm;
+  const double z = q[3] / largest / norm;
   return {{{1 - 2 * (y * y + z * z), 2 * (x * y - w * z), 2 * (x * z + w * y)},
            {2 * (x * y + w * z), 1 - 2 * (x * x + z * z), 2 * (y * z - w * x)},
            {2 * (x * z - w * y), 2 * (y * z + w * x), 1 - 2 * (x * x + y * y)}}};

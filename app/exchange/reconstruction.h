@@ -21,6 +21,9 @@ using Pixel = std::array<double, 2>;
 //   behind   x right, y up, looks along -z:     u = -Px/Pz,  v = -Py/Pz
 enum class Axes { ahead, behind };
 
+// No image is larger; a side beyond this is damage [px].
+constexpr std::uint32_t kMaxPixels = 1'000'000;
+
 // Parameters of a lens that an adjustment may free; bits.
 enum class Lens : std::uint32_t {
   none = 0,

@@ -12,9 +12,14 @@ constexpr std::string_view kBlanks = " \t\r\n\v\f";
 
 bool is_blank(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
+// The beginning of a line for a message; bytes that could upset a terminal become '?'.
 std::string quoted(std::string_view text) {
   constexpr std::size_t kShown = 40;
-  return "'" + std::string(text.substr(0, kShown)) + (text.size() > kShown ? "...'" : "'");
+  const std::string_view line = text.substr(0, text.find_first_of("\r\n"));
+  std::string shown(line.substr(0, kShown));
+  std::replace_if(
+      shown.begin(), shown.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
+  return "'" + shown + (shown.size() < text.size() ? "...'" : "'");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "driver/paths.h"
 #include "lsq/ls_params.h"
 #include "text/file_system.h"
+#include "text/number_format.h"
 
 namespace vorn::exchange {
 namespace {
@@ -126,7 +127,9 @@ Verification verify_project(const std::string& control_file, const Reconstructio
     }
   }
   if (!is_equal) {
-    refuse("projections differ by up to " + std::to_string(result.largest_difference) + " px");
+    char text[64];
+    char* const end = write_number(text, result.largest_difference, general(0, 3));
+    refuse("projections differ by up to " + std::string(text, end) + " px");
   }
   return result;
 }

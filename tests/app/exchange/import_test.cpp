@@ -151,6 +151,36 @@ TEST_F(Import, ScalesObjectSpace) {
   EXPECT_THAT(dir_.read("out/object-coords.txt"), HasSubstr("0 50 100 0 1e31"));
 }
 
+// Only the direction of a quaternion counts, whatever its length.
+TEST_F(Import, NormalisesQuaternions) {
+  const auto numbers = [&] {
+    std::istringstream words(dir_.read("out/orientations.txt"));
+    std::vector<double> values;
+    for (std::string word; words >> word;) values.push_back(std::strtod(word.c_str(), nullptr));
+    return values;
+  };
+  EXPECT_EQ(import("colmap", "text"), "");
+  const std::vector<double> expected = numbers();
+  for (const char* q : {"9.9e199 0.5e199 -0.8e199 0.2e199", "0.99e-200 5e-202 -8e-202 2e-202"}) {
+    dir_.write("text/images.txt", test::edited(test::kColmapImages, "0.99 0.05 -0.08 0.02", q));
+    EXPECT_EQ(import("colmap", "text"), "");
+    EXPECT_THAT(numbers(), testing::Pointwise(testing::DoubleNear(1e-12), expected));
+  }
+}
+
+// Poses alone are a project, too; points that nothing measures are none.
+TEST_F(Import, TakesPosesWithoutPoints) {
+  dir_.write("text/images.txt", "1 1 0 0 0 0 0 0 1 a\n\n2 1 0 0 0 -1 0 0 1 b\n\n");
+  EXPECT_EQ(import("colmap", "text"), dir_.path("text") +
+                                          "/points3D.txt:2: point 11: its "
+                                          "measurement 0 in image 1: the image has only 0");
+  dir_.write("text/points3D.txt", "1 2 3 4 0 0 0 0\n");
+  EXPECT_EQ(import("colmap", "text"), dir_.path("text") + ": no point has two rays");
+  dir_.write("text/points3D.txt", "");
+  EXPECT_EQ(import("colmap", "text"), "");
+  EXPECT_THAT(summary_, HasSubstr("note: there are no points: cameras and orientations only"));
+}
+
 // Copes with what other programs and editors do to text.
 TEST_F(Import, ReadsOddTexts) {
   std::string crlf;
@@ -210,6 +240,8 @@ TEST_F(Import, RefusesDamagedTexts) {
       {"points3D.txt", "1 1 4 1 9 1", "1 1 4 1 9", "points3D.txt:3: ends where"},
       {"points3D.txt", "1 1 4 1 9 1", "1 1 4 1", "the tracks hold 13 measurements, the images 14"},
       {"points3D.txt", "-0.2 -0.3", "1e999 -0.3", "'1e999' is no valid coordinate"},
+      {"images.txt", "300 200 13", "1e300 200 13", "the residuals are beyond all numbers"},
+      {"cameras.txt", "1 SIMPLE", "\x01\x02 SIMPLE", "'?\?' is no valid camera"},
   };
   for (const Damage& damage : damages) {
     const std::string original = dir_.read(std::string("text/") + damage.file);
@@ -233,6 +265,9 @@ TEST_F(Import, RefusesOtherDamagedFiles) {
       {"bal", bal + "1\n", "more than expected"},
       {"bal", bal.substr(0, bal.size() - 6), "ends where coordinate should stand"},
       {"bal", "", "ends where"},
+      {"bal", "0 0 0", "bal: no image has an orientation"},
+      {"bal", test::edited(bal, "0.01\n", "1e300\n"), "bal: image image0: its rotation cannot be"},
+      {"bundler", "# Bundle file v0.3\n1 0\n0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n", "no image has an"},
       {"bundler", test::edited(bundler, "v0.3", "v0.2"), "bundler:1: only version 0.3"},
       {"bundler", test::edited(bundler, "0.8 0 0.6", "0.9 0 0.6"), "rotation matrix is none"},
       {"bundler", test::edited(bundler, "-0.6 0 0.8", "0.6 0 -0.8"), "rotation matrix is none"},
@@ -295,7 +330,8 @@ TEST_F(Import, SaysWhichFilesAreMissing) {
   for (const auto& ask : std::vector<std::function<void(ImportRequest&)>>{
            [](ImportRequest& r) { r.name = "a b"; }, [](ImportRequest& r) { r.name = "../x"; },
            [](ImportRequest& r) { r.sigma_px = 0; }, [](ImportRequest& r) { r.pixel_size_um = -1; },
-           [](ImportRequest& r) { r.datum = "moon"; }}) {
+           [](ImportRequest& r) { r.datum = "moon"; },
+           [](ImportRequest& r) { r.scale = std::numeric_limits<double>::infinity(); }}) {
     EXPECT_NE(import("bal", "bal.txt", ask), "");
     EXPECT_FALSE(dir_.has("out"));
   }

@@ -70,6 +70,17 @@ TEST(OpenMvg, IsReadWithWhatItRefersTo) {
   EXPECT_NEAR(xy[1], 700.5 * y + 299.5, 1e-10);
 }
 
+// Later versions put the members of base classes into objects of their own.
+TEST(OpenMvg, IsReadWithBaseClasses) {
+  const std::string nested = test::edited(
+      test::edited(kOpenMvg, "\"width\": 800, \"height\": 600, \"focal_length\"",
+                   "\"value0\": {\"value0\": {\"width\": 800, \"height\": 600}, \"focal_length\""),
+      "\"principal_point\": [401, 299.5]", "\"principal_point\": [401, 299.5]}");
+  const Reconstruction model = read_openmvg(Source("x", nested, Source::Kind::text));
+  EXPECT_EQ(model.cameras[0].columns, 800);
+  EXPECT_EQ(model.cameras[1].cx, 401.0);
+}
+
 TEST(OpenMvg, IsRefusedWhenDamaged) {
   const std::vector<std::array<std::string, 3>> damages = {
       {"pinhole_brown_t2", "fisheye", "x.json:10: intrinsics/0: the camera model 'fisheye'"},
@@ -117,7 +128,7 @@ TEST(OpenSfm, IsReadWithItsTracks) {
   dir.write("s/tracks.csv", kTracks);
   const Reconstruction model = read_opensfm(dir.path("s"));
   EXPECT_EQ(model.count_rays(), 4);
-  EXPECT_EQ(model.points[1].id, "x_4");
+  EXPECT_EQ(model.points[1].id, "x 4");
   EXPECT_THAT(model.notes,
               testing::UnorderedElementsAre(HasSubstr("reconstruction 1 of the file was left out"),
                                             HasSubstr("1 measurements in images"),
@@ -131,6 +142,14 @@ TEST(OpenSfm, IsReadWithItsTracks) {
   request.directory = dir.path("out");
   test::captured_output([&] { import_project(request); });
   EXPECT_THAT(dir.read("out/images.txt"), HasSubstr("image-frame a_b.jpg a_b.jpg cam_1\n"));
+  // Words that blanks make equal are told apart.
+  dir.write("s/reconstruction.json", test::edited(kOpenSfm, "\"17\"", "\"x_4\""));
+  dir.write("s/tracks.csv", test::edited(test::edited(test::edited(kTracks, "\t17\t", "\tx_4\t"),
+                                                      "\t17\t", "\tx_4\t"),
+                                         "z.jpg\t17", "z.jpg\t99"));
+  test::captured_output([&] { import_project(request); });
+  EXPECT_THAT(dir.read("out/object-coords.txt"), HasSubstr("x_4 0.1 0.2 5 "));
+  EXPECT_THAT(dir.read("out/object-coords.txt"), HasSubstr("x_4_2 0.3 -0.2 6 "));
 }
 
 TEST(OpenSfm, IsRefusedWhenDamaged) {
@@ -152,7 +171,13 @@ TEST(OpenSfm, IsRefusedWhenDamaged) {
   EXPECT_THAT(refusal("{}", kTracks), HasSubstr("holds no reconstruction"));
   EXPECT_THAT(refusal(kOpenSfm, test::edited(kTracks, "0.01\t0.02", "0.01\tnan")),
               HasSubstr("t:2: 'nan'"));
-  EXPECT_THAT(refusal(kOpenSfm, kTracks + "c.jpg\t17\n"), HasSubstr("t:8: is no line"));
+  EXPECT_THAT(refusal(kOpenSfm, "c.jpg\t17\n"), HasSubstr("t:1: is no line"));
+  EXPECT_THAT(refusal(kOpenSfm, kTracks + "c.jpg\t17\t1\t0.1\t0.2\n"),
+              HasSubstr("t:8: has not as many fields"));
+  EXPECT_THAT(refusal(kOpenSfm, kTracks.substr(0, kTracks.find("a b.jpg\tx 4"))),
+              HasSubstr("t:4: ends without a measurement of point x 4"));
+  EXPECT_THAT(refusal(test::edited(kOpenSfm, "\"points\"", "\"dots\""), kTracks),
+              HasSubstr("no track is a point"));
 }
 
 #endif
@@ -187,6 +212,9 @@ TEST(Metashape, IsReadWithoutPoints) {
            {"n type=\"frame\"", "n type=\"fisheye\"", "'fisheye' has no exact counterpart"},
            {"sensor_id=\"0\"", "sensor_id=\"9\"", "has no sensor"},
            {">1 0 0 5", ">2 0 0 5", "no rotation and shift"},
+           {"7 0 0 0 1", "7 0 0 1 1", "no rotation and shift"},
+           {"r id=\"0\" type=\"frame\"", "r id=\"0\" type=\"rpc\"", "'rpc' has no exact"},
+           {"ed\"><resolution width=\"8", "ed\"><resolution width=\"9000008", "has no resolution"},
            {"</document>", "", "no valid XML"}}) {
     const std::string text = test::edited(kMetashape, from, to);
     EXPECT_THAT(refusal_of([&] { read_metashape(Source("x.xml", text, Source::Kind::text)); }),
