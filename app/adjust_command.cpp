@@ -19,7 +19,7 @@ class AdjustCommand final : public Command {
   ExitStatus run() override {
     if (!quality_.attach(project_.request)) return kFailed;
     const ExitStatus status = project_.run();
-    return quality_.finish(status != kFailed) ? status : kFailed;
+    return quality_.finish(has_results(status)) ? status : kFailed;
   }
 
  private:

@@ -7,11 +7,15 @@ namespace vorn::app {
 
 // How the command ends.
 enum ExitStatus : int {
-  kSuccess = 0,       // for a run: completed and converged
-  kFailed = 1,        // no results, or not all of them could be written
-  kWrongUsage = 2,    // nothing was tried
-  kNotConverged = 3,  // completed: results are there, but the iterations ended too early
+  kSuccess = 0,        // for a run: completed and converged
+  kFailed = 1,         // no results, or not all of them could be written
+  kWrongUsage = 2,     // nothing was tried
+  kNotConverged = 3,   // completed: results are there, but the iterations ended too early
+  kInterrupted = 130,  // stopped by an interrupt; as shells show it
 };
+[[nodiscard]] constexpr bool has_results(ExitStatus status) {
+  return status == kSuccess || status == kNotConverged;
+}
 
 // One command of `vorn`. Each stands in a file of its own; `main.cpp` has the table.
 class Command {

@@ -54,7 +54,10 @@ bool complete_command(std::vector<std::string>& arguments) {
     return !text.empty() && text.front() != '-';
   });
   if (word == arguments.end() || is_command(*word)) return true;
-  if (!looks_like_file(*word)) {
+  // Options in front of everything may have a value; the project comes behind it.
+  const bool options_first = word != arguments.begin();
+  if (!looks_like_file(*word) &&
+      !(options_first && std::any_of(word, arguments.end(), looks_like_file))) {
     error_output() << "vorn: no such command: " << *word << "; vorn --help lists them\n";
     return false;
   }
@@ -122,5 +125,7 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     error_output() << "vorn: " << error.what() << '\n';
   }
-  return app::checked_console(status);
+  status = app::checked_console(status);
+  if (status == app::kInterrupted) app::end_by_interrupt();
+  return status;
 }

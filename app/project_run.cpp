@@ -1,11 +1,13 @@
 #include "app/project_run.h"
 
-#include <cmath>
+#include <memory>
 #include <optional>
 #include <string_view>
 
 #include "app/diagnosis_text.h"
 #include "app/ending.h"
+#include "app/quality_document.h"
+#include "app/signals.h"
 #include "driver/output_guard.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/stages/iteration_report.h"
@@ -36,19 +38,6 @@ void print_obstacle(const Obstacle& obstacle) {
                  << obstacle.file << '\n';
 }
 
-void print_iteration(const IterationStatistics& statistics) {
-  TextWriter& err = error_output();
-  err << "iteration " << fixed(0, 3)(statistics.number) << "   sigma 0 "
-      << fixed(3, 12)(statistics.sigma0 * 1e6) << " um   ";
-  if (statistics.open_object == nullptr) {
-    err << "converged\n";
-  } else {
-    const NamedParameter open = open_parameter(statistics);
-    err << open.kind << ' ' << open.id << ", " << open.name << " still moves\n";
-  }
-  err.flush();
-}
-
 void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
   TextWriter& err = error_output();
   if (summary.result == 1) {
@@ -56,6 +45,45 @@ void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
   }
   print_findings(err, diagnosis);
 }
+
+void print_interruption(const RunSummary& summary) {
+  error_output() << "vorn: interrupted after " << summary.iterations
+                 << (summary.iterations == 1 ? " iteration" : " iterations")
+                 << "; earlier results are as they were; the report of this run: "
+                 << summary.files.failed << '\n';
+}
+
+// Shows a run, and ends it when somebody interrupts its iterations.
+class Watcher final : public RunObserver {
+ public:
+  Watcher(ProgressView& view, bool verbose) : view_(view), verbose_(verbose) {}
+  ~Watcher() override { let_interrupts_wait(false); }
+
+  ObserverAnswer on_stage(RunStage stage) override {
+    let_interrupts_wait(stage == RunStage::iterations);
+    view_.show_stage(stage);
+    return answer();
+  }
+  ObserverAnswer on_progress(RunStage stage, double fraction) override {
+    view_.show_progress(stage, fraction);
+    return answer();
+  }
+  ObserverAnswer on_iteration(const IterationStatistics& statistics) override {
+    if (verbose_) print_open_parameter(statistics);
+    view_.show_iteration(statistics);
+    if (answer() != ObserverAnswer::go_on || statistics.number < kMaxIterations) return answer();
+    error_output() << "vorn: no more than " << kMaxIterations << " iterations are run\n";
+    return ObserverAnswer::finish;
+  }
+
+ private:
+  static ObserverAnswer answer() {
+    return interrupt_waits() ? ObserverAnswer::stop : ObserverAnswer::go_on;
+  }
+
+  ProgressView& view_;
+  bool verbose_;
+};
 
 void force_kernel(const std::string& name) {
   if (!name.empty() && use_kernels(name)) return;
@@ -67,6 +95,7 @@ void force_kernel(const std::string& name) {
 void ProjectRun::define(CLI::App& parser) {
   parser.add_option("PROJECT", request.path, "control file of the project")->required();
   parser.add_flag("-q,--quiet", quiet_, "tell only what goes wrong");
+  define_progress_option(parser, progress_);
   parser.add_flag("-v,--verbose", verbose_,
                   "standard output carries all messages of the library, also of the convergence "
                   "test");
@@ -99,38 +128,42 @@ bool ProjectRun::may_run() const {
   return obstacles.empty();
 }
 
-IterationAnswer ProjectRun::watch(const IterationStatistics& statistics) {
-  if (verbose_) print_open_parameter(statistics);
-  if (!verbose_ && !quiet_) {
-    standard_output().flush();
-    print_iteration(statistics);
+ExitStatus ProjectRun::run() {
+  if (progress_ == ProgressForm::automatic && quiet_) progress_ = ProgressForm::none;
+  if (progress_ == ProgressForm::json && !has_json()) {
+    error_output() << "vorn: --progress json: this command was built without RapidJSON\n";
+    return kWrongUsage;
   }
-  if (!std::isfinite(statistics.vtpv)) return IterationAnswer::stop;
-  if (statistics.number < kMaxIterations) return IterationAnswer::go_on;
-  error_output() << "vorn: no more than " << kMaxIterations << " iterations are run\n";
-  return IterationAnswer::finish;
+  const std::unique_ptr<ProgressView> view = make_progress_view(progress_, !verbose_ && !quiet_);
+  RunSummary summary;
+  const ExitStatus status = may_run() ? adjust(*view, summary) : kFailed;
+  view->show_ending(summary, summary.files.opened(request.with_cameras), status);
+  return status;
 }
 
-ExitStatus ProjectRun::run() {
-  if (!may_run()) return kFailed;
+ExitStatus ProjectRun::adjust(ProgressView& view, RunSummary& summary) {
   request.outputs = OutputMode::replaced;
   request.diagnose = true;
   request.findings = &findings_;
   request.after_reading = [this] { return judge_findings(); };
   request.max_report_bytes = kMaxReportBytes;
-  request.on_iteration = [this](const IterationStatistics& statistics) {
-    return watch(statistics);
-  };
+  Watcher watcher(view, verbose_);
+  request.observer = &watcher;
   std::optional<Diagnosis> diagnosis;
   request.hear_diagnosis = [&, also = request.hear_diagnosis](const Diagnosis& heard) {
     diagnosis = heard;
     if (also) also(heard);
   };
-  const RunSummary summary = run_project(request);
+  summary = run_project(request);
   request.hear_diagnosis = nullptr;
+  request.observer = nullptr;
   // The library's own text comes first, whatever the streams are connected to.
   standard_output().flush();
-  print_ending(summary, request, quiet_);
+  if (summary.stopped) {
+    print_interruption(summary);
+    return kInterrupted;
+  }
+  print_ending(summary, request, quiet_ || progress_ == ProgressForm::json);
   if (diagnosis) print_diagnosis(summary, *diagnosis);
   return status_of(summary);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/command.h"
+#include "app/progress_view.h"
 #include "driver/run.h"
 #include "text/findings.h"
 
@@ -20,10 +21,11 @@ class ProjectRun {
 
  private:
   bool may_run() const;
+  [[nodiscard]] ExitStatus adjust(ProgressView& view, RunSummary& summary);
   // Prints what is wrong with the data files; false when the run is to end there.
   bool judge_findings();
-  IterationAnswer watch(const IterationStatistics& statistics);
 
+  ProgressForm progress_ = ProgressForm::automatic;
   bool quiet_ = false;
   bool verbose_ = false;
   bool allow_outside_ = false;

@@ -20,7 +20,7 @@ class ReportCommand final : public Command {
     quality_.ask_for_page(page_);
     if (!quality_.attach(project_.request)) return kFailed;
     const ExitStatus status = project_.run();
-    return quality_.finish(status != kFailed) ? status : kFailed;
+    return quality_.finish(has_results(status)) ? status : kFailed;
   }
 
  private:

@@ -1,6 +1,8 @@
 #include "app/signals.h"
 
+#include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include "text/output_files.h"
@@ -15,28 +17,45 @@
 namespace vorn::app {
 namespace {
 
+// What shells show of a process that an interrupt has ended.
+constexpr int kInterruptStatus = 130;
 constexpr char kLastWords[] = "\n*** ERROR: The run was interrupted by a signal.\n";
 constexpr char kMessage[] = "\nvorn: interrupted; earlier results are as they were\n";
+constexpr char kWaits[] =
+    "\nvorn: the run ends with the running iteration; a second interrupt ends it at once\n";
+
+std::atomic<const char*> last_message = nullptr;
+std::atomic<bool> waiting = false;
+std::atomic<bool> interrupted = false;
 
 #ifdef _WIN32
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGBREAK};
-void write_message() {
-  static_cast<void>(_write(2, kMessage, static_cast<unsigned>(std::strlen(kMessage))));
+void write_message(const char* message) {
+  static_cast<void>(_write(2, message, static_cast<unsigned>(std::strlen(message))));
 }
 #else
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGXCPU};
-void write_message() {
+void write_message(const char* message) {
   // There is nobody left to tell when it fails.
-  [[maybe_unused]] const auto written = ::write(2, kMessage, std::strlen(kMessage));
+  [[maybe_unused]] const auto written = ::write(2, message, std::strlen(message));
 }
 #endif
 
+// Whether an interrupt is the first one that may wait.
+bool may_wait(int signal) { return signal == SIGINT && waiting && !interrupted.exchange(true); }
+
 extern "C" void end_process(int signal) {
+  const char* const message = last_message;
+  if (may_wait(signal)) {
+    std::signal(signal, end_process);
+    if (message == nullptr) write_message(kWaits);
+    return;
+  }
   if (!abandon_outputs_on_signal(signal, kLastWords)) {
     std::signal(signal, end_process);  // some systems forget it
     return;
   }
-  write_message();
+  write_message(message == nullptr ? kMessage : message);
   // The process ends as it would have without this handler.
   std::signal(signal, SIG_DFL);
   std::raise(signal);
@@ -53,6 +72,18 @@ void handle_signals() {
   std::signal(SIGPIPE, SIG_IGN);
 #endif
 }
+
+void let_interrupts_wait(bool wait) { waiting = wait; }
+
+bool interrupt_waits() { return interrupted; }
+
+void end_by_interrupt() {
+  std::signal(SIGINT, SIG_DFL);
+  std::raise(SIGINT);
+  std::_Exit(kInterruptStatus);  // where somebody has blocked it
+}
+
+void set_last_message(const char* message) { last_message = message; }
 
 void occupy_standard_streams() {
 #ifndef _WIN32

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -138,8 +139,10 @@ class BundleProject {
   NonFiniteValue non_finite;
 
   // The run that the project belongs to: its files, for those that a stage writes, and who watches
-  // the iterations. Both may be missing.
+  // reading and iterations. All may be missing. The first is told the part of the data files' bytes
+  // that is read; when it says false, reading ends with the running file and fails.
   OutputFiles* outputs = nullptr;
+  std::function<bool(double fraction)> on_reading;
   IterationObserver on_iteration;
 };
 

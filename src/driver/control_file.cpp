@@ -2,6 +2,7 @@
 
 #include "driver/control_file.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -139,6 +140,45 @@ void report_empty_project(TokenReader& in, const BundleProject& project) {
   }
 }
 
+// Tells a project how much of its data files is read.
+class ReadingProgress {
+ public:
+  ReadingProgress(const BundleProject& project, std::string_view control_file) : project_(project) {
+    if (!project_.on_reading) return;
+    TokenReader names(control_file);
+    std::string keyword;
+    std::string name;
+    while (names.read_word(keyword) && keyword != kEndWord && names.read_word(name)) {
+      total_ += static_cast<double>(file_size(name));
+    }
+    tell_ = [this](std::size_t bytes) { static_cast<void>(tell(bytes)); };
+  }
+  ReadingProgress(const ReadingProgress&) = delete;
+  ReadingProgress& operator=(const ReadingProgress&) = delete;
+
+  void follow(TokenReader& data) const {
+    constexpr std::size_t kMostTellings = 100;
+    if (!tell_) return;
+    data.tell_progress(tell_, static_cast<std::size_t>(total_) / kMostTellings + 1);
+  }
+  // A file is read. False when no other is to be.
+  [[nodiscard]] bool finish(std::string_view file) {
+    if (!tell_) return true;
+    done_ += static_cast<double>(file.size());
+    return tell(0);
+  }
+
+ private:
+  [[nodiscard]] bool tell(std::size_t bytes) const {
+    return project_.on_reading(total_ > 0.0 ? (done_ + static_cast<double>(bytes)) / total_ : 0.0);
+  }
+
+  const BundleProject& project_;
+  double total_ = 0.0;  // bytes
+  double done_ = 0.0;
+  std::function<void(std::size_t)> tell_;
+};
+
 }  // namespace
 
 bool is_data_file_keyword(Keyword keyword) { return find_reader(keyword) != nullptr; }
@@ -147,6 +187,7 @@ int BundleProject::read_control_file(TokenReader& in) {
   // A keyword without a reader leaves the status as the data file before it left it.
   int status = -1;
   FileText file;
+  ReadingProgress progress(*this, in.rest());
   const int result = read_records(in, EndWords::keyword, [&](std::string_view word) {
     const Keyword keyword = lookup_keyword(word);
     if (keyword == Keyword::none) {
@@ -163,12 +204,14 @@ int BundleProject::read_control_file(TokenReader& in) {
     if (const DataFileReader* const reader = find_reader(keyword)) {
       const bool unreadable = report_utf16(file.view(), name, in.listener());
       TokenReader data(file.view(), name, unreadable ? nullptr : in.listener());
+      progress.follow(data);
       status = reader->read(data, *this);
       check_text(data, status == 1);
       if (status != 1) standard_output() << reader->failure;
     } else {
       report_unused_file(in, word);
     }
+    if (!progress.finish(file.view())) return -1;
     return status == 1 ? 1 : reading_failed("ERROR: Reading input file failed: ", name, '\n');
   });
   check_text(in, result == 1);

@@ -5,6 +5,7 @@
 
 #include "driver/bundle_project.h"
 #include "driver/output_guard.h"
+#include "driver/run_watch.h"
 #include "lsq/ls_params.h"
 #include "quality/diagnosis.h"
 #include "text/file_system.h"
@@ -32,19 +33,48 @@ struct OutputStreams {
   TextWriter& chp;
 };
 
-// The final sections. AP-set blocks go to the "apset" file and AP-set records to the report. `cam`
-// is null unless the camera file is asked for.
-void write_sections(const BundleProject& project, const OutputStreams& streams, TextWriter* cam) {
+// Tells of the sections that are written, by their lines.
+class SectionProgress {
+ public:
+  SectionProgress(const BundleProject& project, RunWatch& watch) : watch_(watch) {
+    if (!watch.is_watched()) return;
+    for (const BundleImage& image : project.images) image_points_ += image.count_points();
+    total_ =
+        2.0 * (image_points_ + project.object_points.count() + project.image_geometries.count());
+  }
+  [[nodiscard]] double image_points() const { return image_points_; }
+  // False when the run is to stop.
+  [[nodiscard]] bool add(double lines) {
+    written_ += lines;
+    return watch_.progress(total_ > 0.0 ? written_ / total_ : 0.0);
+  }
+
+ private:
+  RunWatch& watch_;
+  double image_points_ = 0.0;
+  double total_ = 0.0;
+  double written_ = 0.0;
+};
+
+// The final sections, unless the run is stopped in between. AP-set blocks go to the "apset" file
+// and AP-set records to the report. `cam` is null unless the camera file is asked for.
+void write_sections(const BundleProject& project, const OutputStreams& streams, TextWriter* cam,
+                    SectionProgress& progress) {
   TextWriter& report = streams.report;
   project.print_cameras(report);
   project.print_ap_sets(streams.apset);
   project.write_ap_sets(report);
   project.write_exterior_orientations(streams.ext);
   project.print_exterior_orientations(report);
+  if (!progress.add(2.0 * project.image_geometries.count())) return;
   project.write_object_points(streams.ocs);
+  if (!progress.add(project.object_points.count())) return;
   project.print_object_points(report);
+  if (!progress.add(project.object_points.count())) return;
   project.write_residuals(streams.res);
+  if (!progress.add(progress.image_points())) return;
   project.print_residuals(report);
+  if (!progress.add(progress.image_points())) return;
   if (cam != nullptr) {
     project.write_cameras(*cam);
     project.print_cameras(*cam);
@@ -69,27 +99,54 @@ class StopWatch {
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-// Everything between reading the control file and the last section. 1, or -1 at the first failure.
-int adjust(const RunRequest& request, BundleProject& project, TokenReader& control_file,
-           const std::string& directory, TextWriter& report, RunTimes& times) {
-  StopWatch watch;
+// What all parts of a run share.
+struct Run {
+  const RunRequest& request;
+  RunSummary& summary;
+  OutputFiles& outputs;
+  RunWatch& watch;
+};
+
+// Reads all data files. 1, or -1.
+int read_project(const Run& run, BundleProject& project, TokenReader& control_file,
+                 const std::string& directory, TextWriter& report) {
+  if (!run.watch.enter(RunStage::reading)) return -1;
   const int read = project.read_control_file(control_file);
   change_directory(directory);
-  times.read = watch.lap();
-  const bool goes_on = !request.after_reading || request.after_reading();
+  if (run.watch.stopped()) return -1;
+  const bool goes_on = !run.request.after_reading || run.request.after_reading();
   if (read != 1) return -1;
-  if (!goes_on) {
-    report << "ERROR: There are errors in the data files.\n";
-    return -1;
-  }
+  if (!goes_on) report << "ERROR: There are errors in the data files.\n";
+  return goes_on ? 1 : -1;
+}
+
+int initialise(const Run& run, BundleProject& project, TextWriter& report) {
   project.options.print_options(report);
   ls_params().print(report);
-  if (request.prepare) request.prepare(project, report);
+  if (run.request.prepare) run.request.prepare(project, report);
   if (project.options.print_image_coords) project.print_image_coords(report);
-  if (project.initialise(report) != 1) return -1;
-  times.initialise = watch.lap();
-  const int iterated = project.iterate(report);
-  times.iterate = watch.lap();
+  if (!run.watch.enter(RunStage::initialisation)) return -1;
+  return project.initialise(report);
+}
+
+int iterate(const Run& run, BundleProject& project, TextWriter& report) {
+  return run.watch.enter(RunStage::iterations) ? project.iterate(report) : -1;
+}
+
+// Everything between reading the control file and the last iteration. 1, or -1 at the first
+// failure.
+int adjust(const Run& run, BundleProject& project, TokenReader& control_file,
+           const std::string& directory, TextWriter& report) {
+  RunTimes& times = run.summary.times;
+  StopWatch clock;
+  const int read = read_project(run, project, control_file, directory, report);
+  times.read = clock.lap();
+  if (read != 1) return -1;
+  const int initialised = initialise(run, project, report);
+  times.initialise = clock.lap();
+  if (initialised != 1) return -1;
+  const int iterated = iterate(run, project, report);
+  times.iterate = clock.lap();
   return iterated;
 }
 
@@ -104,40 +161,46 @@ void tell_diagnosis(const RunRequest& request, BundleProject& project, bool comp
 }
 
 // Replaces earlier results and shows the adjusted project to whoever asked.
-void complete(const RunRequest& request, BundleProject& project, OutputFiles& outputs,
-              RunSummary& summary) {
+void complete(const Run& run, BundleProject& project) {
+  const RunRequest& request = run.request;
+  RunSummary& summary = run.summary;
   summary.result = 1;
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;
   summary.iterations = project.num_iterations;
   const bool doubtful = project.failed_unknown >= 0 || is_doubtful(project);
-  if (!outputs.commit()) return;
+  if (!run.outputs.commit()) return;
   // A report of an earlier failure would speak of a project that is no more.
   if (request.outputs == OutputMode::replaced) std::remove(summary.files.failed.c_str());
   if (request.inspect) request.inspect(project);
   if (doubtful) tell_diagnosis(request, project, true);
 }
 
-// The observer of the request, which also ends iterations that fill the disk.
-IterationObserver observer_of(const RunRequest& request, const TextWriter& report) {
-  if (request.max_report_bytes == 0) return request.on_iteration;
-  return [&request, &report](const IterationStatistics& statistics) {
-    const bool too_long = report.size() > request.max_report_bytes;
-    if (!request.on_iteration) return too_long ? IterationAnswer::finish : IterationAnswer::go_on;
-    const IterationAnswer answer = request.on_iteration(statistics);
-    return too_long && answer == IterationAnswer::go_on ? IterationAnswer::finish : answer;
-  };
+// Writes the results of an adjusted project. What has become of it stands in the summary.
+void write_results(const Run& run, BundleProject& project, const OutputStreams& streams) {
+  StopWatch clock;
+  const RunRequest& request = run.request;
+  RunSummary& summary = run.summary;
+  if (!run.watch.enter(RunStage::writing)) return;
+  TextWriter* const cam = request.with_cameras ? &run.outputs.open(summary.files.cam) : nullptr;
+  SectionProgress progress(project, run.watch);
+  write_sections(project, streams, cam, progress);
+  if (run.watch.stopped()) return;
+  if (request.diagnose) summary.ending = ending_of_completed(project);
+  if (summary.ending.non_finite.iteration == 0) complete(run, project);
+  summary.times.write = clock.lap();
 }
 
-// Writes the results of an adjusted project. What has become of it stands in the summary.
-void write_results(const RunRequest& request, BundleProject& project, const OutputStreams& streams,
-                   OutputFiles& outputs, RunSummary& summary) {
-  StopWatch watch;
-  TextWriter* const cam = request.with_cameras ? &outputs.open(summary.files.cam) : nullptr;
-  write_sections(project, streams, cam);
-  if (request.diagnose) summary.ending = ending_of_completed(project);
-  if (summary.ending.non_finite.iteration == 0) complete(request, project, outputs, summary);
-  summary.times.write = watch.lap();
+// What is to be known of a run that failed.
+void look_into_failure(const Run& run, BundleProject& project, TextWriter& report) {
+  run.summary.iterations = project.num_iterations;
+  run.summary.stopped = run.watch.stopped();
+  if (run.summary.stopped) {
+    report << "*** ERROR: The run was stopped from outside.\n";
+    return;
+  }
+  if (run.request.diagnose) run.summary.ending = ending_of_failed(project);
+  if (has_normal_equations(project)) tell_diagnosis(run.request, project, false);
 }
 
 // Reads, adjusts and reports.
@@ -150,21 +213,22 @@ void run_stages(const RunRequest& request, const PathParts& parts, const std::st
   FileText control_file;
   if (!control_file.load(control_path)) return;
 
+  RunWatch watch(request.observer, request.max_report_bytes, request.diagnose);
+  const Run run{request, summary, outputs, watch};
   BundleProject project;
   project.outputs = &outputs;
-  project.on_iteration = observer_of(request, streams.report);
+  watch.attach(project, streams.report);
   project.settings = request.settings;
   project.findings = request.findings;
   const std::string directory = parts.drive + parts.directory;
   const std::string name = control_path.substr(directory.size());
   TokenReader control_tokens(control_file.view(), name, project.findings);
-  if (adjust(request, project, control_tokens, directory, streams.report, summary.times) == 1) {
-    write_results(request, project, streams, outputs, summary);
-    return;
+  if (adjust(run, project, control_tokens, directory, streams.report) == 1) {
+    write_results(run, project, streams);
   }
-  if (request.diagnose) summary.ending = ending_of_failed(project);
-  summary.iterations = project.num_iterations;
-  if (has_normal_equations(project)) tell_diagnosis(request, project, false);
+  if (summary.result != 1 && summary.ending.non_finite.iteration == 0) {
+    look_into_failure(run, project, streams.report);
+  }
 }
 
 void print_failures(const std::vector<OutputFailure>& failures) {

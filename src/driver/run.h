@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "driver/paths.h"
+#include "driver/run_observer.h"
 #include "lsq/adjustment_settings.h"
 #include "report/run_ending.h"
 #include "text/output_files.h"
@@ -29,6 +30,7 @@ struct RunTimes {
 struct RunSummary {
   std::int32_t result = 0;  // 1 completed, 0 failed
   bool started = false;     // outputs were opened; otherwise the control file was not accepted
+  bool stopped = false;     // by the observer
   double sigma0 = 0.0;      // a posteriori [m]
   std::int32_t redundancy = 0;
   std::int32_t iterations = 0;
@@ -56,8 +58,8 @@ struct RunRequest {
   OutputMode outputs = OutputMode::in_place;
   // Find out what a person should know about the ending; a run whose numbers are not finite fails.
   bool diagnose = false;
-  // Where given, is shown each iteration.
-  IterationObserver on_iteration = nullptr;
+  // Where given, is told how the run goes on, and may end it.
+  RunObserver* observer = nullptr;
   // An iteration that ends with a report longer than that is the last one [bytes]; 0 for no limit.
   std::uint64_t max_report_bytes = 0;
   // Where given, sees the project after a completed adjustment, just before it is destroyed. All

@@ -111,6 +111,12 @@ FileKind file_kind(const std::string& path) {
   return get_status(path, status) ? kind_of(status) : FileKind::missing;
 }
 
+std::uint64_t file_size(const std::string& path) {
+  FileStatus status{};
+  const bool regular = get_status(path, status) && kind_of(status) == FileKind::regular;
+  return regular ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 std::string current_directory() {
   std::string buffer(4096, '\0');
 #ifdef _WIN32

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -12,6 +13,8 @@ namespace vorn {
 // What a path names. Paths are in the encoding of the C library (on Windows the ANSI code page).
 enum class FileKind { missing, regular, directory, character_device, other };
 FileKind file_kind(const std::string& path);
+// In bytes; 0 for what is missing or no regular file.
+std::uint64_t file_size(const std::string& path);
 
 // The process's current directory; empty when it cannot be determined.
 std::string current_directory();

@@ -35,6 +35,7 @@ template <class ReadRecord>
 [[nodiscard]] int read_records(TokenReader& in, EndWords end_words, const ReadRecord& read_record) {
   std::string_view word;
   while (in.read_word(word) && !is_end_word(word, end_words)) {
+    in.note_progress();
     if (read_record(word) != 1) return -1;
   }
   return 1;

@@ -61,6 +61,10 @@ void TextWriter::check(bool done) {
 
 void TextWriter::write(const char* text, std::size_t size) {
   written_ += size;
+  if (captured_ != nullptr) {
+    captured_->append(text, size);
+    return;
+  }
   // Behind a gap nothing is of use.
   if (size == 0 || stream_ == nullptr || (owned_ && error_ != 0)) return;
   errno = 0;
@@ -91,10 +95,15 @@ void TextWriter::drain() {
   used_ = 0;
 }
 
+void TextWriter::capture(std::string* text) {
+  drain();
+  captured_ = text;
+}
+
 void TextWriter::flush() {
   drain();
   errno = 0;
-  if (stream_ != nullptr) check(std::fflush(stream_) == 0);
+  if (stream_ != nullptr && captured_ == nullptr) check(std::fflush(stream_) == 0);
 }
 
 void TextWriter::sync() {

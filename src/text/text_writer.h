@@ -48,6 +48,9 @@ class TextWriter {
   // From here on control characters other than line ends and tabs are written as "\\x1b": text of
   // data files must not command a terminal.
   void escape_controls() { escapes_ = true; }
+  // From here on what is written, escapes included, is appended to a text in place of the file;
+  // null ends that. The text outlives the capture.
+  void capture(std::string* text);
   // Writes out the buffer, also to the system.
   void flush();
   // The same, and from the system to its device.
@@ -82,6 +85,7 @@ class TextWriter {
   std::FILE* stream_ = nullptr;
   bool owned_ = false;
   bool escapes_ = false;
+  std::string* captured_ = nullptr;
   int error_ = 0;
   std::uint64_t written_ = 0;
   std::unique_ptr<char[]> buffer_;

@@ -291,6 +291,22 @@ bool TokenReader::only_blanks_left() const noexcept {
   return pos == end_;
 }
 
+void TokenReader::tell_progress(const std::function<void(std::size_t)>& tell,
+                                std::size_t step) noexcept {
+  tell_ = &tell;
+  step_ = step;
+  set_mark();
+}
+
+void TokenReader::set_mark() noexcept {
+  mark_ = static_cast<std::size_t>(end_ - pos_) > step_ ? pos_ + step_ : nullptr;
+}
+
+void TokenReader::pass_mark() {
+  set_mark();
+  (*tell_)(static_cast<std::size_t>(pos_ - begin_));
+}
+
 void TokenReader::skip_line() noexcept {
   while (pos_ != end_ && *pos_ != '\n') ++pos_;
   if (pos_ != end_) ++pos_;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -89,6 +90,16 @@ class TokenReader {
   // when read without failure.
   [[nodiscard]] bool read_triple(double (&values)[3], const Quantity (&what)[3] = kNamelessTriple);
 
+  // ---- for whoever waits
+
+  // From here on `tell(bytes)` is called with what was read, about every `step` bytes and only
+  // where a record begins. It outlives the reader.
+  void tell_progress(const std::function<void(std::size_t)>& tell, std::size_t step) noexcept;
+  // A record begins.
+  void note_progress() {
+    if (mark_ != nullptr && pos_ >= mark_) pass_mark();
+  }
+
   // ---- for findings
 
   bool listens() const noexcept { return listener_ != nullptr; }
@@ -123,6 +134,9 @@ class TokenReader {
  private:
   enum class Kind : std::uint8_t { number, integer, flag, list };
 
+  void set_mark() noexcept;
+  void pass_mark();
+
   // Starts a formatted read: fails unless the state is good, skips blanks, fails at the end.
   bool begin() noexcept;
   // The same for something that must follow.
@@ -146,6 +160,10 @@ class TokenReader {
   bool at_end_ = false;
   bool failed_ = false;
   const char* token_;  // where the running or last read began
+
+  const char* mark_ = nullptr;  // where progress is told next; null: nowhere
+  std::size_t step_ = 0;
+  const std::function<void(std::size_t)>* tell_ = nullptr;
 
   const char* begin_;
   FindingListener* listener_ = nullptr;

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <regex>
+#include <sstream>
 #include <tuple>
 
 #include "support/project_test.h"
@@ -82,6 +84,40 @@ TEST_F(Command, AdjustsAndSummarises) {
   EXPECT_EQ(run("adjust project.ctl"), 1);
   EXPECT_THAT(output_, HasSubstr("ERROR: Reading camera file failed.\n"));
   EXPECT_THAT(errors_, HasSubstr("failed"));
+}
+
+// The forms of the error stream; a pseudo-terminal where `script` makes one.
+TEST_F(Command, TellsOfProgress) {
+  EXPECT_EQ(run("--progress json project.ctl"), 0);
+  EXPECT_EQ(output_, "");
+  const std::regex object(R"x(\{"event":"(stage|progress|iteration|message|end)",.*\})x");
+  std::map<std::string, int> events;
+  std::istringstream lines(errors_);
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(line, match, object)) << line;
+    ++events[match[1]];
+  }
+  EXPECT_EQ(events["stage"], 4);
+  EXPECT_EQ(events["end"], 1);
+  EXPECT_GE(events["progress"], 10);
+  EXPECT_GE(events["iteration"], 3);
+  EXPECT_THAT(errors_, HasSubstr(R"("stage":"writing","fraction":1})"));
+  EXPECT_THAT(errors_, HasSubstr(R"({"event":"end","status":"converged","exit_status":0,)"));
+
+  dir_.write("project.ctl", "camera lspar.txt");
+  EXPECT_EQ(run("adjust project.ctl --progress json"), 1);
+  EXPECT_THAT(errors_, HasSubstr(R"({"event":"message","text":"lspar.txt:)"));
+  EXPECT_THAT(errors_, HasSubstr(R"("end","status":"failed","exit_status":1,)"));
+  EXPECT_EQ(run("adjust --progress nonsense project.ctl"), 2);
+
+  project_.write(dir_);
+  EXPECT_EQ(run("adjust --progress bar project.ctl"), 0);
+  EXPECT_THAT(errors_, HasSubstr("\rreading        [####################"));
+  EXPECT_THAT(errors_, HasSubstr("\rwriting        ["));
+  EXPECT_THAT(errors_, HasSubstr("\riteration   1 "));
+  EXPECT_EQ(run("adjust project.ctl"), 0);
+  EXPECT_THAT(errors_, Not(HasSubstr("\r"))) << "no bar where there is no terminal";
 }
 
 TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
@@ -333,8 +369,11 @@ TEST_F(EarlierResults, SurviveSignalsDuringIterations) {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     for (const int iterations : {1, 3, 8}) {
       EXPECT_THAT(interrupted(signal, iterations), HasSubstr("earlier results are as they were"));
+      // The first interrupt lets the running iteration end.
       EXPECT_THAT(dir_.read("project.failed.out"),
-                  testing::EndsWith("*** ERROR: The run was interrupted by a signal.\n"));
+                  testing::EndsWith(signal == SIGINT
+                                        ? "*** ERROR: The run was stopped from outside.\n"
+                                        : "*** ERROR: The run was interrupted by a signal.\n"));
       expect_earlier();
     }
   }

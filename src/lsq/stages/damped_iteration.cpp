@@ -78,12 +78,12 @@ class DampedIteration {
     for (std::int32_t i = 0; i < max_iterations && !project_.converged; ++i) {
       if (iterate_once() != 1) return -1;
       if (!project_.on_iteration) continue;
-      const IterationAnswer answer = project_.on_iteration(project_.iterations.back());
-      if (answer == IterationAnswer::stop) {
+      const ObserverAnswer answer = project_.on_iteration(project_.iterations.back());
+      if (answer == ObserverAnswer::stop) {
         report_ << "*** ERROR: The iterations were stopped.\n";
         return -1;
       }
-      if (answer == IterationAnswer::finish) {
+      if (answer == ObserverAnswer::finish) {
         project_.ended_from_outside = !project_.converged;
         break;
       }

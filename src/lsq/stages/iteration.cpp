@@ -154,20 +154,20 @@ void check_apv(const BundleProject& project, TextWriter& report) {
 // Gauss-Newton steps until all corrections are within their limits. 1 or -1.
 int iterate_undamped(BundleProject& project, TextWriter& report) {
   const std::int32_t max_iterations = ls_params().max_iterations;
-  IterationAnswer answer = IterationAnswer::go_on;
+  ObserverAnswer answer = ObserverAnswer::go_on;
   while (project.num_iterations < max_iterations && !project.converged &&
-         answer == IterationAnswer::go_on) {
+         answer == ObserverAnswer::go_on) {
     IterationStatistics& statistics = project.iterations.emplace_back();
     statistics.number = ++project.num_iterations;
     if (run_iteration(project, report, statistics) != 1) return -1;
     project.converged = statistics.open_object == nullptr;
     if (project.on_iteration) answer = project.on_iteration(statistics);
   }
-  if (answer == IterationAnswer::stop) {
+  if (answer == ObserverAnswer::stop) {
     report << "*** ERROR: The iterations were stopped.\n";
     return -1;
   }
-  project.ended_from_outside = answer == IterationAnswer::finish && !project.converged;
+  project.ended_from_outside = answer == ObserverAnswer::finish && !project.converged;
   if (project.converged) project.ending = IterationEnding::limits;
   return 1;
 }

@@ -10,8 +10,8 @@ namespace vorn {
 
 class BundleProject;
 
-// What an observer wants to happen after an iteration.
-enum class IterationAnswer {
+// What an observer wants to happen next.
+enum class ObserverAnswer {
   go_on,
   finish,  // with the results that there are
   stop,    // the run fails
@@ -19,7 +19,7 @@ enum class IterationAnswer {
 
 // Is shown each iteration when its corrections have been applied. Where somebody watches, the
 // console does not name the parameter that moves: that is up to the observer.
-using IterationObserver = std::function<IterationAnswer(const IterationStatistics&)>;
+using IterationObserver = std::function<ObserverAnswer(const IterationStatistics&)>;
 
 // Where a run came upon the first number that is not finite.
 struct NonFiniteValue {
