@@ -22,20 +22,7 @@ constexpr std::int32_t kMaxIterations = 1000;
 constexpr std::uint64_t kMaxReportBytes = std::uint64_t{1} << 32U;
 
 void print_obstacle(const Obstacle& obstacle) {
-  constexpr std::string_view kSays[] = {
-      "no such control file",
-      "a directory is no control file",
-      "this is no control file: it names no data file by a keyword",
-      "the control file has the name of one of its own outputs",
-      "a data file has the name of one of the outputs and would be overwritten",
-      "an output is a link to another file; remove the link first",
-      "an output would replace something that is no file",
-      "two outputs have this name, one of them in the options",
-      "the options name an output outside the project's directory; --allow-outside permits it",
-      "the options name an output, but this file holds something else; --allow-outside replaces it",
-  };
-  error_output() << "vorn: " << kSays[static_cast<std::size_t>(obstacle.kind)] << ": "
-                 << obstacle.file << '\n';
+  error_output() << "vorn: " << text_of(obstacle.kind) << ": " << obstacle.file << '\n';
 }
 
 void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {

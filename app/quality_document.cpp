@@ -284,6 +284,21 @@ void write_tables(JsonWriter& json, const std::vector<std::unique_ptr<ResultTabl
   json.end_object();
 }
 
+// Everything in front of the tables.
+void write_summary(JsonWriter& json, const QualityResults& results, const Diagnosis* diagnosis) {
+  write_head(json, results);
+  if (!results.images.empty()) {
+    write_settings(json, results);
+    write_statistics(json, results);
+    write_iterations(json, results);
+  }
+  if (results.has_figures) {
+    write_groups(json, results);
+    write_ap_correlation(json, results.ap_correlation);
+  }
+  write_diagnosis(json, diagnosis);
+}
+
 bool stands_in_file(const ResultTable& table, TableForm form) {
   return form == TableForm::files || (form == TableForm::by_size && table.num_rows() > kLargeTable);
 }
@@ -315,17 +330,7 @@ std::vector<std::string> write_quality_document(const QualityResults& results,
   {
     JsonWriter json(out);
     json.begin_object();
-    write_head(json, results);
-    if (has_values) {
-      write_settings(json, results);
-      write_statistics(json, results);
-      write_iterations(json, results);
-    }
-    if (results.has_figures) {
-      write_groups(json, results);
-      write_ap_correlation(json, results.ap_correlation);
-    }
-    write_diagnosis(json, diagnosis);
+    write_summary(json, results, diagnosis);
     if (has_values) write_tables(json, tables, table_files);
     json.end_object();
   }
@@ -333,6 +338,14 @@ std::vector<std::string> write_quality_document(const QualityResults& results,
   out.close();
   if (out.error() != 0) failures.push_back(files.path);
   return failures;
+}
+
+void print_quality_summary(TextWriter& out, const QualityResults& results,
+                           const Diagnosis* diagnosis) {
+  JsonWriter json(out);
+  json.begin_object();
+  write_summary(json, results, diagnosis);
+  json.end_object();
 }
 
 }  // namespace vorn::app
@@ -347,6 +360,8 @@ std::vector<std::string> write_quality_document(const QualityResults&, const Dia
                                                 const DocumentFiles&) {
   return {};
 }
+
+void print_quality_summary(TextWriter&, const QualityResults&, const Diagnosis*) {}
 
 }  // namespace vorn::app
 

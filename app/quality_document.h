@@ -6,6 +6,7 @@
 
 #include "quality/diagnosis.h"
 #include "quality/results.h"
+#include "text/text_writer.h"
 
 namespace vorn::app {
 
@@ -31,5 +32,8 @@ struct DocumentFiles {
 [[nodiscard]] std::vector<std::string> write_quality_document(const QualityResults& results,
                                                               const Diagnosis* diagnosis,
                                                               const DocumentFiles& files);
+// The document without its tables, for those who take them from memory.
+void print_quality_summary(TextWriter& out, const QualityResults& results,
+                           const Diagnosis* diagnosis);
 
 }  // namespace vorn::app

@@ -200,6 +200,22 @@ bool is_own_output(const std::string& control_file, const OutputNames& names, bo
   });
 }
 
+std::string_view text_of(ObstacleKind kind) {
+  constexpr std::string_view kSays[] = {
+      "no such control file",
+      "a directory is no control file",
+      "this is no control file: it names no data file by a keyword",
+      "the control file has the name of one of its own outputs",
+      "a data file has the name of one of the outputs and would be overwritten",
+      "an output is a link to another file; remove the link first",
+      "an output would replace something that is no file",
+      "two outputs have this name, one of them in the options",
+      "the options name an output outside the project's directory; --allow-outside permits it",
+      "the options name an output, but this file holds something else; --allow-outside replaces it",
+  };
+  return kSays[static_cast<std::size_t>(kind)];
+}
+
 std::vector<Obstacle> find_obstacles(const GuardRequest& request) {
   const FileKind kind = file_kind(request.control_file);
   if (kind == FileKind::missing) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "driver/paths.h"
@@ -20,6 +21,9 @@ enum class ObstacleKind {
   dump_outside,            // the options name a file outside the project's directory
   dump_replaces_file,      // the options name a file that is there and holds something else
 };
+// A sentence about it.
+[[nodiscard]] std::string_view text_of(ObstacleKind kind);
+
 struct Obstacle {
   ObstacleKind kind;
   std::string file;  // the control file as given, or another file as seen from there

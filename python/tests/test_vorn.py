@@ -1,0 +1,226 @@
+"""Tests of the package on the example projects; examples/ stands in the current directory."""
+
+import json
+import math
+import os
+import pathlib
+import shutil
+import signal
+import tempfile
+import threading
+import unittest
+
+import numpy as np
+
+import vorn
+
+
+class ProjectTest(unittest.TestCase):
+    def setUp(self):
+        self.start = os.getcwd()
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.folder = pathlib.Path(scratch.name)
+        for name in ("aerial-block", "close-range-calibration", "pushbroom-strip"):
+            shutil.copytree(pathlib.Path("examples") / name, self.folder / name)
+        self.block = self.folder / "aerial-block" / "aerial-block.ctl"
+        self.calibration = self.folder / "close-range-calibration" / "close-range-calibration.ctl"
+
+    def tearDown(self):
+        self.assertEqual(os.getcwd(), self.start, "the directory is as before")
+
+    def edit(self, file, old, new):
+        path = self.folder / file
+        text = path.read_text()
+        self.assertIn(old, text)
+        path.write_text(text.replace(old, new, 1))
+
+
+class Adjust(ProjectTest):
+    def test_arrays_agree_with_one_another_and_with_the_files(self):
+        result = vorn.adjust(self.calibration, rigorous=True)
+        self.assertTrue(result.converged)
+        n, k = result.statistics["points"], result.statistics["image_points"]
+        self.assertEqual(result.point_coordinates.shape, (n, 3))
+        self.assertEqual(result.residuals.shape, (k, 2))
+        self.assertEqual(result.image_coordinates.shape, (k, 2))
+        rms = np.sqrt((result.residuals**2).mean(axis=0))
+        np.testing.assert_allclose(
+            rms, [result.statistics["rms_vx"], result.statistics["rms_vy"]], rtol=1e-12)
+        lines = self.calibration.with_suffix(".ocs").read_text().split("\n")
+        written = {w[0]: [float(x) for x in w[1:4]] for w in map(str.split, lines) if len(w) >= 4}
+        for name, xyz in zip(result.points["id"], result.point_coordinates):
+            np.testing.assert_allclose(written[name], xyz, atol=6e-4)
+        axes = result.points.array("axis_a", "axis_b", "axis_c")
+        np.testing.assert_allclose((axes**2).sum(axis=1), (result.point_std_devs**2).sum(axis=1),
+                                   rtol=1e-9, atol=1e-20)
+        self.assertTrue(all(file.is_file() for file in result.files))
+        self.assertEqual(result.document["project"]["control_file"], self.calibration.name)
+        self.assertEqual(set(result.tables), {
+            "points", "parameters", "image_points", "observed_parameters", "constraints", "images",
+            "correlations", "check_points", "suspects"})
+
+    def test_orientations_and_cameras_project_the_points(self):
+        result = vorn.adjust(self.block)
+        rotations = result.orientations.rotation
+        np.testing.assert_allclose(rotations @ rotations.transpose(0, 2, 1),
+                                   np.broadcast_to(np.eye(3), rotations.shape), atol=1e-12)
+        row = {name: i for i, name in enumerate(result.orientations.image)}
+        point = dict(zip(result.points["id"], result.point_coordinates))
+        camera = result.cameras[0]
+        images, points = result.image_points["image"], result.image_points["point"]
+        for i in range(0, len(images), 97):
+            image = row[images[i]]
+            u = rotations[image].T @ (point[points[i]] - result.orientations.centre[image])
+            computed = -camera.c * u[:2] / u[2] + [camera.xp, camera.yp]
+            np.testing.assert_allclose(
+                computed, result.image_coordinates[i] + result.residuals[i], atol=1e-12)
+
+    def test_options_reach_the_run(self):
+        plain = vorn.adjust(self.calibration)
+        self.assertEqual(plain.document["settings"]["derivatives"], "approximate")
+        self.assertGreater(plain.statistics["distance_to_minimum"]["value"], 0)
+        solved = vorn.adjust(self.calibration, solve=True)
+        self.assertIsNone(solved.statistics["distance_to_minimum"])
+        self.assertLessEqual(solved.statistics["vtpv"], plain.statistics["vtpv"])
+        prior = vorn.adjust(self.calibration, solve=True, prior=True)
+        free = solved.point_std_devs > 0
+        np.testing.assert_allclose(prior.point_std_devs[free] / solved.point_std_devs[free],
+                                   solved.sigma0_prior / solved.sigma0, rtol=1e-6)
+        inner = vorn.adjust(self.calibration, solve=True, datum="inner")
+        self.assertEqual(inner.document["settings"]["datum"], "inner")
+        cameras = vorn.adjust(self.calibration, cameras=True)
+        self.assertIn(".cam", [file.suffix for file in cameras.files])
+        bare = vorn.adjust(self.calibration, quality=False)
+        np.testing.assert_array_equal(bare.point_coordinates, plain.point_coordinates)
+        self.assertIsNone(bare.diagnosis)
+        with self.assertRaisesRegex(vorn.Error, "quality=True"):
+            bare.point_std_devs
+
+    def test_tables_become_pandas(self):
+        frame = vorn.adjust(self.block).points.to_pandas()
+        self.assertEqual(frame["rays"].dtype, np.int64)
+        self.assertEqual(set(frame["role"]), {"control", "intersection", "check"})
+        self.assertAlmostEqual(frame.groupby("role")["sd_z"].mean()["intersection"],
+                               frame[frame.role == "intersection"].sd_z.mean())
+
+    def test_excluded_observations_are_left_out(self):
+        first = vorn.adjust(self.block)
+        point = first.points["id"][first.points["rays"].argmax()]
+        image = first.image_points["image"][first.image_points["point"] == point][0]
+        exclusions = self.folder / "exclusions.txt"
+        exclusions.write_text(f"image-point {image} {point}\n")
+        again = vorn.adjust(self.block, exclude=exclusions)
+        self.assertEqual(again.image_points.num_rows, first.image_points.num_rows - 1)
+
+
+class Callbacks(ProjectTest):
+    def test_progress_goes_through_the_stages(self):
+        seen = []
+        result = vorn.adjust(self.block, progress=seen.append)
+        stages = list(dict.fromkeys(event.stage for event in seen))
+        self.assertEqual(stages, ["reading", "initialisation", "iterations", "writing"])
+        iterations = [event.iteration for event in seen if event.iteration]
+        self.assertEqual([i.number for i in iterations],
+                         [i["iteration"] for i in result.iterations])
+        self.assertIsNone(iterations[-1].moving)
+        self.assertTrue(math.isclose(iterations[-1].vtpv, result.iterations[-1]["vtpv_predicted"]))
+
+    def test_false_ends_the_iterations(self):
+        result = vorn.adjust(self.block, progress=lambda event: event.iteration is None)
+        self.assertFalse(result.converged)
+        self.assertEqual(len(result.iterations), 1)
+
+    def test_what_a_callback_raises_is_raised(self):
+        before = vorn.adjust(self.block).files[0].read_bytes()
+
+        def fail(event):
+            if event.iteration:
+                raise KeyError("mine")
+
+        with self.assertRaisesRegex(KeyError, "mine"):
+            vorn.adjust(self.block, progress=fail)
+        self.assertEqual(self.block.with_suffix(".out").read_bytes()[:200], before[:200])
+        with self.assertRaisesRegex(vorn.Error, "another run"):
+            vorn.adjust(self.block, progress=lambda event: vorn.check(self.block))
+
+    def test_an_interrupt_ends_the_run(self):
+        def interrupt(event):
+            if event.iteration:
+                signal.raise_signal(signal.SIGINT)
+
+        with self.assertRaises(KeyboardInterrupt):
+            vorn.adjust(self.block, progress=interrupt)
+        self.assertTrue(vorn.adjust(self.block).converged)
+
+    def test_threads_take_turns(self):
+        results = {}
+
+        def work(project):
+            results[project] = vorn.adjust(project).sigma0
+
+        threads = [threading.Thread(target=work, args=(project,))
+                   for project in (self.block, self.calibration)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(results[self.block], vorn.adjust(self.block).sigma0)
+        self.assertEqual(results[self.calibration], vorn.adjust(self.calibration).sigma0)
+
+
+class Errors(ProjectTest):
+    def test_words_that_are_no_numbers_are_found(self):
+        self.edit("aerial-block/camera.txt", "0.0", "0.x")
+        with self.assertRaisesRegex(vorn.Error, "camera.txt:") as caught:
+            vorn.adjust(self.block)
+        self.assertEqual(caught.exception.findings[0].code, "number-expected")
+        errors = [f for f in vorn.check(self.block) if f.severity == "error"]
+        self.assertEqual((errors[0].file, errors[0].code), ("camera.txt", "number-expected"))
+
+    def test_a_network_without_datum_is_diagnosed(self):
+        vorn.export_project(self.block, "colmap", self.folder / "model", given=True)
+        path = vorn.import_project("colmap", self.folder / "model", self.folder / "p", datum="none")
+        with self.assertRaises(vorn.Error) as caught:
+            vorn.adjust(path)
+        codes = [f["code"] for f in caught.exception.diagnosis["findings"]]
+        self.assertTrue({"no_control", "insufficient_control"} & set(codes), codes)
+        self.assertTrue(caught.exception.report.is_file())
+
+    def test_other_refusals_are_sentences(self):
+        for call, says in (
+                (lambda: vorn.adjust(self.folder), "directory"),
+                (lambda: vorn.adjust(self.folder / "x.ctl"), "no such control file"),
+                (lambda: vorn.check(self.folder / "x.ctl"), "cannot be read"),
+                (lambda: vorn.adjust(self.block, robust="l1"), "no robust loss 'l1'"),
+                (lambda: vorn.adjust(self.block, robust="huber", robust_scale=0), "positive"),
+                (lambda: vorn.adjust(self.block, datum_points=["1"]), "inner"),
+                (lambda: vorn.adjust(self.block, exclude=self.folder / "none"), "cannot be read"),
+                (lambda: vorn.import_project("colmap", self.folder / "no", "out"), "no such folder"),
+                (lambda: vorn.export_project(self.block, "dwg", "out"), "unknown format 'dwg'")):
+            with self.assertRaisesRegex(vorn.Error, says):
+                call()
+        with self.assertRaises(TypeError):
+            vorn.adjust(self.block, speed=3)
+
+
+class Exchange(ProjectTest):
+    def test_a_project_goes_out_and_comes_back(self):
+        model = self.folder / "colmap"
+        summary = vorn.export_project(self.block, "colmap", model, rigorous=True)
+        self.assertIn("half their sum of squares", summary)
+        project = vorn.import_project("colmap", model, self.folder / "back", free=["f", "k1"],
+                                      pixel_size=10)
+        again = vorn.adjust(project, solve=True, quality=False)
+        first = vorn.adjust(self.block, quality=False)
+        self.assertEqual(again.points.num_rows, first.points.num_rows)
+        given = vorn.export_project(project, "geojson", self.folder / "g.geojson", given=True,
+                                    crs="EPSG:25832")
+        self.assertIn("geojson", given)
+        features = json.loads((self.folder / "g.geojson").read_text())["features"]
+        self.assertEqual(sum(f["properties"]["layer"] == "points" for f in features),
+                         first.points.num_rows)
+
+
+if __name__ == "__main__":
+    unittest.main()
