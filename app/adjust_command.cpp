@@ -17,9 +17,9 @@ class AdjustCommand final : public Command {
     quality_.define(parser);
   }
   ExitStatus run() override {
-    if (!quality_.attach(project_.request)) return kFailed;
+    if (!quality_.attach(project_)) return kFailed;
     const ExitStatus status = project_.run();
-    return quality_.finish(has_results(status)) ? status : kFailed;
+    return quality_.finish(project_.summary) ? status : kFailed;
   }
 
  private:

@@ -13,9 +13,6 @@ enum ExitStatus : int {
   kNotConverged = 3,   // completed: results are there, but the iterations ended too early
   kInterrupted = 130,  // stopped by an interrupt; as shells show it
 };
-[[nodiscard]] constexpr bool has_results(ExitStatus status) {
-  return status == kSuccess || status == kNotConverged;
-}
 
 // One command of `vorn`. Each stands in a file of its own; `main.cpp` has the table.
 class Command {

@@ -86,7 +86,7 @@ void print_completed(const RunSummary& summary, const RunRequest& request) {
   print_removals(summary.ending.removals);
   print_largest(summary.ending.largest);
   std::string_view label = "  files       ";
-  for (const std::string& name : summary.files.opened(request.with_cameras)) {
+  for (const std::string& name : files_of(summary, request)) {
     err << label << name << '\n';
     label = "              ";
   }
@@ -153,6 +153,12 @@ void print_ending(const RunSummary& summary, const RunRequest& request, bool qui
   if (!summary.failures.empty()) return;
   if (!summary.ending.converged) print_not_converged(summary);
   if (!quiet) print_completed(summary, request);
+}
+
+std::vector<std::string> files_of(const RunSummary& summary, const RunRequest& request) {
+  std::vector<std::string> files = summary.files.opened(request.with_cameras);
+  files.insert(files.end(), summary.more_files.begin(), summary.more_files.end());
+  return files;
 }
 
 ExitStatus status_of(const RunSummary& summary) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "app/command.h"
 #include "driver/run.h"
 
@@ -8,6 +11,10 @@ namespace vorn::app {
 // How a run ended, on the error stream: what it came to, what was removed, what stands out, which
 // files there are; or why it failed. `quiet` leaves out what went well.
 void print_ending(const RunSummary& summary, const RunRequest& request, bool quiet);
+
+// The files that the request makes a run write.
+[[nodiscard]] std::vector<std::string> files_of(const RunSummary& summary,
+                                                const RunRequest& request);
 
 [[nodiscard]] ExitStatus status_of(const RunSummary& summary);
 

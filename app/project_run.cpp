@@ -109,8 +109,8 @@ bool ProjectRun::judge_findings() {
 }
 
 bool ProjectRun::may_run() const {
-  const std::vector<Obstacle> obstacles =
-      find_obstacles({request.path, request.with_cameras, allow_outside_});
+  const std::vector<Obstacle> obstacles = find_obstacles(
+      {request.path, request.with_cameras, allow_outside_, more_inputs, more_outputs});
   for (const Obstacle& obstacle : obstacles) print_obstacle(obstacle);
   return obstacles.empty();
 }
@@ -122,13 +122,12 @@ ExitStatus ProjectRun::run() {
     return kWrongUsage;
   }
   const std::unique_ptr<ProgressView> view = make_progress_view(progress_, !verbose_ && !quiet_);
-  RunSummary summary;
-  const ExitStatus status = may_run() ? adjust(*view, summary) : kFailed;
-  view->show_ending(summary, summary.files.opened(request.with_cameras), status);
+  const ExitStatus status = may_run() ? adjust(*view) : kFailed;
+  view->show_ending(summary, files_of(summary, request), status);
   return status;
 }
 
-ExitStatus ProjectRun::adjust(ProgressView& view, RunSummary& summary) {
+ExitStatus ProjectRun::adjust(ProgressView& view) {
   request.outputs = OutputMode::replaced;
   request.diagnose = true;
   request.findings = &findings_;

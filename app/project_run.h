@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "app/command.h"
 #include "app/progress_view.h"
 #include "driver/run.h"
@@ -18,10 +21,15 @@ class ProjectRun {
   [[nodiscard]] ExitStatus run();
 
   RunRequest request;
+  // Files that a command reads or writes beside those of the project.
+  std::vector<std::string> more_inputs;
+  std::vector<std::string> more_outputs;
+  // What the run came to; as it is made when none was tried.
+  RunSummary summary;
 
  private:
   bool may_run() const;
-  [[nodiscard]] ExitStatus adjust(ProgressView& view, RunSummary& summary);
+  [[nodiscard]] ExitStatus adjust(ProgressView& view);
   // Prints what is wrong with the data files; false when the run is to end there.
   bool judge_findings();
 

@@ -61,9 +61,7 @@ class CsvCells final : public CellSink {
   TextWriter& out_;
 };
 
-[[nodiscard]] bool write_csv(const ResultTable& table, const std::string& path) {
-  TextWriter out;
-  if (!out.open(path)) return false;
+void write_csv(const ResultTable& table, TextWriter& out) {
   std::string_view separator;
   for (const ResultTable::Column& column : table.columns) {
     out << separator << column.name;
@@ -78,8 +76,6 @@ class CsvCells final : public CellSink {
     }
     out << '\n';
   }
-  out.close();
-  return out.error() == 0;
 }
 
 void write_columns(JsonWriter& json, const ResultTable& table) {
@@ -303,30 +299,39 @@ bool stands_in_file(const ResultTable& table, TableForm form) {
   return form == TableForm::files || (form == TableForm::by_size && table.num_rows() > kLargeTable);
 }
 
+std::string path_of_table(const ResultTable& table, const DocumentFiles& files) {
+  return files.base + '.' + std::string(table.name) + ".csv";
+}
+
 }  // namespace
 
 bool has_json() { return true; }
 
-std::vector<std::string> write_quality_document(const QualityResults& results,
-                                                const Diagnosis* diagnosis,
-                                                const DocumentFiles& files) {
-  std::vector<std::string> failures;
+std::vector<std::string> paths_of_document(const DocumentFiles& files) {
+  std::vector<std::string> paths = {files.path};
+  if (files.form == TableForm::document) return paths;
+  QualityResults all;
+  all.has_figures = true;
+  for (const auto& table : tables_of(all)) paths.push_back(path_of_table(*table, files));
+  return paths;
+}
+
+void write_quality_document(const QualityResults& results, const Diagnosis* diagnosis,
+                            const DocumentFiles& files, OutputFiles& outputs) {
   const bool has_values = !results.images.empty();
   const std::vector<std::unique_ptr<ResultTable>> tables = tables_of(results);
   std::vector<std::string> table_files;
   for (const auto& table : tables) {
     std::string& file = table_files.emplace_back();
     if (!stands_in_file(*table, files.form) || !has_values) continue;
-    const std::string path = files.base + '.' + std::string(table->name) + ".csv";
+    const std::string path = path_of_table(*table, files);
     const PathParts parts = split_path(path);
     file = parts.base + '.' + parts.extension;
-    if (!write_csv(*table, path)) failures.push_back(path);
+    TextWriter& out = outputs.open(path);
+    write_csv(*table, out);
+    outputs.finish(out);
   }
-  TextWriter out;
-  if (!out.open(files.path)) {
-    failures.push_back(files.path);
-    return failures;
-  }
+  TextWriter& out = outputs.open(files.path);
   {
     JsonWriter json(out);
     json.begin_object();
@@ -335,9 +340,7 @@ std::vector<std::string> write_quality_document(const QualityResults& results,
     json.end_object();
   }
   out << '\n';
-  out.close();
-  if (out.error() != 0) failures.push_back(files.path);
-  return failures;
+  outputs.finish(out);
 }
 
 void print_quality_summary(TextWriter& out, const QualityResults& results,
@@ -356,10 +359,10 @@ namespace vorn::app {
 
 bool has_json() { return false; }
 
-std::vector<std::string> write_quality_document(const QualityResults&, const Diagnosis*,
-                                                const DocumentFiles&) {
-  return {};
-}
+std::vector<std::string> paths_of_document(const DocumentFiles&) { return {}; }
+
+void write_quality_document(const QualityResults&, const Diagnosis*, const DocumentFiles&,
+                            OutputFiles&) {}
 
 void print_quality_summary(TextWriter&, const QualityResults&, const Diagnosis*) {}
 

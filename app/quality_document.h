@@ -6,6 +6,7 @@
 
 #include "quality/diagnosis.h"
 #include "quality/results.h"
+#include "text/output_files.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -27,11 +28,13 @@ struct DocumentFiles {
   TableForm form = TableForm::by_size;
 };
 
+// The files that a document of this form may consist of.
+[[nodiscard]] std::vector<std::string> paths_of_document(const DocumentFiles& files);
+
 // Writes the document. `diagnosis` may be null. Of a failed run without values it says status,
-// message and diagnosis. Returns the names of the files that could not be written.
-[[nodiscard]] std::vector<std::string> write_quality_document(const QualityResults& results,
-                                                              const Diagnosis* diagnosis,
-                                                              const DocumentFiles& files);
+// message and diagnosis.
+void write_quality_document(const QualityResults& results, const Diagnosis* diagnosis,
+                            const DocumentFiles& files, OutputFiles& outputs);
 // The document without its tables, for those who take them from memory.
 void print_quality_summary(TextWriter& out, const QualityResults& results,
                            const Diagnosis* diagnosis);

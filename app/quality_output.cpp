@@ -1,7 +1,9 @@
 #include "app/quality_output.h"
 
+#include <cstddef>
+#include <cstdio>
 #include <map>
-#include <optional>
+#include <string_view>
 
 #include "app/report_page/page.h"
 #include "driver/paths.h"
@@ -18,10 +20,27 @@ namespace {
 const std::map<std::string, TableForm> kTableForms = {
     {"auto", TableForm::by_size}, {"json", TableForm::document}, {"csv", TableForm::files}};
 
+constexpr std::size_t kHeadOfDocument = 4096;  // the status stands in it
+
 // What a failed run comes to, in a sentence.
 std::string failure_of(const Diagnosis& diagnosis) {
   if (diagnosis.has_errors()) return diagnosis.findings.front().message;
   return "The iterations failed; at the approximate values the network is sound.";
+}
+
+// Whether a document of an earlier run is there that speaks of results.
+bool tells_of_results(const std::string& document) {
+  FileText text;
+  return text.load(document) &&
+         text.view().substr(0, kHeadOfDocument).find("\"status\": \"failed\"") ==
+             std::string_view::npos;
+}
+
+template <class Print>
+void write_file(OutputFiles& outputs, const std::string& path, Print print) {
+  TextWriter& out = outputs.open(path);
+  print(out);
+  outputs.finish(out);
 }
 
 }  // namespace
@@ -70,7 +89,8 @@ void QualityOutput::define(CLI::App& parser) {
 
 void QualityOutput::ask_for_page(std::string file) { page_ = std::move(file); }
 
-bool QualityOutput::attach(RunRequest& request) {
+bool QualityOutput::attach(ProjectRun& run) {
+  RunRequest& request = run.request;
   if (!exclusion_file_.empty()) {
     FileText text;
     std::string error = "it cannot be read";
@@ -78,6 +98,7 @@ bool QualityOutput::attach(RunRequest& request) {
       error_output() << "vorn: " << exclusion_file_ << ": " << error << '\n';
       return false;
     }
+    run.more_inputs.push_back(absolute_path(exclusion_file_));
     request.prepare = [this](BundleProject& project, TextWriter& report) {
       apply_exclusions(exclusions_, project, report);
     };
@@ -90,11 +111,36 @@ bool QualityOutput::attach(RunRequest& request) {
   const PathParts parts = split_path(absolute_path(request.path));
   base_ = parts.drive + parts.directory + parts.base;
   control_file_ = parts.base + (parts.extension.empty() ? "" : '.' + parts.extension);
-  request.inspect = [this](BundleProject& project) { write(project); };
-  request.hear_diagnosis = [this](const Diagnosis& diagnosis) {
-    write_failure(failure_of(diagnosis), &diagnosis);
+  if (!datum_file_.empty()) run.more_inputs.push_back(absolute_path(datum_file_));
+  run.more_outputs = paths();
+  request.write_more = [this](BundleProject& project, OutputFiles& outputs) {
+    write(project, outputs);
   };
+  request.hear_diagnosis = [this](const Diagnosis& diagnosis) { diagnosis_ = diagnosis; };
   return true;
+}
+
+DocumentFiles QualityOutput::document() const {
+  return {base_, base_ + (needs_figures() ? ".quality.json" : ".results.json"), table_form_};
+}
+
+DocumentFiles QualityOutput::failed_document() const {
+  DocumentFiles files = document();
+  files.path = base_ + (needs_figures() ? ".failed.quality.json" : ".failed.results.json");
+  return files;
+}
+
+std::vector<std::string> QualityOutput::paths() const {
+  std::vector<std::string> paths;
+  if (json_) {
+    paths = paths_of_document(document());
+    paths.push_back(failed_document().path);
+  }
+  if (quality_) paths.insert(paths.end(), {base_ + ".prec", base_ + ".rel"});
+  for (const std::string& path : {suggestions_, page_}) {
+    if (!path.empty()) paths.push_back(path);
+  }
+  return paths;
 }
 
 bool QualityOutput::read_datum() {
@@ -112,15 +158,8 @@ bool QualityOutput::read_datum() {
   return true;
 }
 
-template <class Print>
-void QualityOutput::write_text(const std::string& path, Print print) {
-  TextWriter out;
-  if (out.open(path)) print(out);
-  out.close();
-  if (out.error() != 0) failures_.push_back(path);
-}
-
-void QualityOutput::write(BundleProject& project) {
+void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
+  const bool doubtful = is_doubtful(project);
   quality_request_.figures = needs_figures();
   QualityResults results = find_quality(project, quality_request_);
   results.control_file = control_file_;
@@ -128,49 +167,60 @@ void QualityOutput::write(BundleProject& project) {
   if (needs_figures()) diagnosis = diagnose(project);
   if (results.has_figures) {
     add_result_findings(results, *diagnosis);
-    if (quality_) write_texts(results);
+    if (quality_) write_texts(results, outputs);
   } else if (needs_figures()) {
     error_output() << "vorn: there are no figures of quality. " << results.message << '\n';
   }
   const Diagnosis* const found = diagnosis ? &*diagnosis : nullptr;
-  write_document(results, found);
   if (!page_.empty()) {
     const PageInput input{results, found, ending_of(results), {}, {}};
-    write_text(page_, [&](TextWriter& out) { write_page(out, input); });
+    write_file(outputs, page_, [&](TextWriter& out) { write_page(out, input); });
   }
-}
-
-void QualityOutput::write_texts(const QualityResults& results) {
-  write_text(base_ + ".prec", [&](TextWriter& out) { print_precision(out, results); });
-  write_text(base_ + ".rel", [&](TextWriter& out) { print_reliability(out, results); });
-  if (suggestions_.empty()) return;
-  write_text(suggestions_, [&](TextWriter& out) { write_suggested_exclusions(out, results); });
-}
-
-void QualityOutput::write_document(const QualityResults& results, const Diagnosis* diagnosis) {
   if (!json_) return;
-  has_document_ = true;
-  const std::string path = base_ + (needs_figures() ? ".quality.json" : ".results.json");
-  for (std::string& file : write_quality_document(results, diagnosis, {base_, path, table_form_})) {
-    failures_.push_back(std::move(file));
+  const Diagnosis initial = doubtful ? diagnose_initially(project) : Diagnosis{};
+  if (initial.has_errors()) {
+    write_failure(failure_of(initial), &initial, document(), outputs);
+  } else {
+    write_quality_document(results, found, document(), outputs);
   }
 }
 
-void QualityOutput::write_failure(const std::string& message, const Diagnosis* diagnosis) {
+void QualityOutput::write_texts(const QualityResults& results, OutputFiles& outputs) const {
+  write_file(outputs, base_ + ".prec", [&](TextWriter& out) { print_precision(out, results); });
+  write_file(outputs, base_ + ".rel", [&](TextWriter& out) { print_reliability(out, results); });
+  if (suggestions_.empty()) return;
+  write_file(outputs, suggestions_,
+             [&](TextWriter& out) { write_suggested_exclusions(out, results); });
+}
+
+void QualityOutput::write_failure(const std::string& message, const Diagnosis* diagnosis,
+                                  const DocumentFiles& files, OutputFiles& outputs) const {
   QualityResults results;
   results.control_file = control_file_;
   results.message = message;
-  write_document(results, diagnosis);
+  write_quality_document(results, diagnosis, files, outputs);
 }
 
-bool QualityOutput::finish(bool completed) {
-  if (json_ && !completed && !has_document_) {
-    write_failure("The run failed before it had normal equations; its report says why.", nullptr);
+bool QualityOutput::finish(const RunSummary& summary) {
+  if (!json_) return true;
+  const DocumentFiles beside = failed_document();
+  if (summary.result == 1) {
+    // Like the report of an earlier failure.
+    if (summary.failures.empty()) std::remove(beside.path.c_str());
+    return true;
   }
-  for (const std::string& file : failures_) {
-    error_output() << "vorn: cannot write " << file << '\n';
+  if (!summary.started || summary.stopped || !summary.failures.empty()) return true;
+  const std::string message =
+      diagnosis_ ? failure_of(*diagnosis_)
+                 : "The run failed before it had normal equations; its report says why.";
+  OutputFiles outputs(OutputMode::replaced);
+  write_failure(message, diagnosis_ ? &*diagnosis_ : nullptr,
+                tells_of_results(document().path) ? beside : document(), outputs);
+  if (outputs.commit()) return true;
+  for (const OutputFailure& failure : outputs.failures()) {
+    error_output() << "vorn: not complete: " << failure.path << ": " << failure.reason << '\n';
   }
-  return failures_.empty();
+  return false;
 }
 
 }  // namespace vorn::app

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "app/project_run.h"
 #include "app/quality_document.h"
 #include "driver/run.h"
 #include "quality/exclusions.h"
@@ -20,20 +22,22 @@ class QualityOutput {
   void ask_for_page(std::string file);
   // Reads the lists that were named, and hooks the output into a run. False, with the reason on the
   // error stream, when a list cannot be read.
-  [[nodiscard]] bool attach(RunRequest& request);
-  // Called after the run: a run that failed has a document, too; names the files that could not be
-  // written on the error stream. True when there are none.
-  [[nodiscard]] bool finish(bool completed);
+  [[nodiscard]] bool attach(ProjectRun& run);
+  // Called after the run: one that failed has a document, too, under a name of its own where the
+  // document of earlier results stands. False, with the reason on the error stream, when it cannot
+  // be written.
+  [[nodiscard]] bool finish(const RunSummary& summary);
 
  private:
   [[nodiscard]] bool read_datum();
-  void write(BundleProject& project);
-  void write_texts(const QualityResults& results);
-  void write_failure(const std::string& message, const Diagnosis* diagnosis);
-  void write_document(const QualityResults& results, const Diagnosis* diagnosis);
+  [[nodiscard]] DocumentFiles document() const;
+  [[nodiscard]] DocumentFiles failed_document() const;
+  [[nodiscard]] std::vector<std::string> paths() const;  // all that may be written
+  void write(BundleProject& project, OutputFiles& outputs);
+  void write_texts(const QualityResults& results, OutputFiles& outputs) const;
+  void write_failure(const std::string& message, const Diagnosis* diagnosis,
+                     const DocumentFiles& files, OutputFiles& outputs) const;
   [[nodiscard]] bool needs_figures() const { return quality_ || !page_.empty(); }
-  template <class Print>
-  void write_text(const std::string& path, Print print);
 
   std::string suggestions_;  // files, as seen from where the command was started
   std::string exclusion_file_;
@@ -42,13 +46,12 @@ class QualityOutput {
   std::string datum_file_;
   std::string base_;          // path of the control file without extension
   std::string control_file_;  // its name
-  bool has_document_ = false;
   bool quality_ = false;
   bool json_ = false;
   QualityRequest quality_request_;
   TableForm table_form_ = TableForm::by_size;
-  std::string page_;  // file of the report page; empty: none
-  std::vector<std::string> failures_;
+  std::string page_;                    // file of the report page; empty: none
+  std::optional<Diagnosis> diagnosis_;  // of a run that failed
 };
 
 }  // namespace vorn::app

@@ -18,9 +18,9 @@ class ReportCommand final : public Command {
   }
   ExitStatus run() override {
     quality_.ask_for_page(page_);
-    if (!quality_.attach(project_.request)) return kFailed;
+    if (!quality_.attach(project_)) return kFailed;
     const ExitStatus status = project_.run();
-    return quality_.finish(has_results(status)) ? status : kFailed;
+    return quality_.finish(project_.summary) ? status : kFailed;
   }
 
  private:

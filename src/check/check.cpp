@@ -24,7 +24,7 @@ void check_outputs(const std::string& control_file, const std::string& directory
       message = "this file is read, and the run would overwrite it";
     } else if (obstacle.kind == ObstacleKind::output_is_link) {
       message = "the run would write this file, and it is a link to another one";
-    } else if (obstacle.kind == ObstacleKind::dump_is_output) {
+    } else if (obstacle.kind == ObstacleKind::outputs_clash) {
       message = "the run would write two files of this name";
     } else {
       continue;

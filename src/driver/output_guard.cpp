@@ -131,11 +131,18 @@ class Guard {
     const OutputNames names = output_names(parts);
     results_ = names.opened(request.with_cameras);
     results_.push_back(names.failed);
+    for (const std::string& input : request.more_inputs)
+      content_.files.push_back({Keyword::none, input});
   }
 
   std::vector<Obstacle> find() {
     for (const std::string& output : results_) check_output(output);
     for (const std::string& dump : dumps_) check_output(dump);
+    for (const std::string& output : request_.more_outputs) {
+      check_output(output);
+      check_clash(output, results_);
+      results_.push_back(output);
+    }
     for (std::size_t i = 0; i < dumps_.size(); ++i) check_dump(i);
     const bool other_reason =
         !obstacles_.empty() && obstacles_.front().kind == ObstacleKind::control_file_is_output;
@@ -168,13 +175,17 @@ class Guard {
     }
   }
 
+  bool check_clash(const std::string& output, const std::vector<std::string>& others) {
+    const auto is_this = [&output](const std::string& other) { return is_same(output, other); };
+    if (std::none_of(others.begin(), others.end(), is_this)) return false;
+    add(ObstacleKind::outputs_clash, output);
+    return true;
+  }
+
   void check_dump(std::size_t i) {
     const std::string& dump = dumps_[i];
-    const auto is_this = [&dump](const std::string& other) { return is_same(dump, other); };
-    if (std::any_of(results_.begin(), results_.end(), is_this) ||
-        std::any_of(dumps_.begin(), dumps_.begin() + static_cast<std::ptrdiff_t>(i), is_this)) {
-      add(ObstacleKind::dump_is_output, dump);
-    }
+    const auto before = dumps_.begin() + static_cast<std::ptrdiff_t>(i);
+    if (!check_clash(dump, results_)) check_clash(dump, {dumps_.begin(), before});
     if (request_.allow_outside) return;
     if (!is_within(dump, directory_)) {
       add(ObstacleKind::dump_outside, dump);
@@ -209,7 +220,7 @@ std::string_view text_of(ObstacleKind kind) {
       "a data file has the name of one of the outputs and would be overwritten",
       "an output is a link to another file; remove the link first",
       "an output would replace something that is no file",
-      "two outputs have this name, one of them in the options",
+      "two outputs have this name",
       "the options name an output outside the project's directory; --allow-outside permits it",
       "the options name an output, but this file holds something else; --allow-outside replaces it",
   };

@@ -17,7 +17,7 @@ enum class ObstacleKind {
   data_file_is_output,     // a data file has the name of an output
   output_is_link,          // an output is a link to somewhere else
   output_is_no_file,       // an output is a directory, a device or a pipe
-  dump_is_output,          // two outputs have one name, one of them given by the options
+  outputs_clash,           // two outputs have one name
   dump_outside,            // the options name a file outside the project's directory
   dump_replaces_file,      // the options name a file that is there and holds something else
 };
@@ -36,6 +36,9 @@ struct GuardRequest {
   // Files that the options name for the normal equations may stand anywhere and replace anything
   // but the project's own files.
   bool allow_outside = false;
+  // Files that the run reads or writes beside those that its control file tells of.
+  std::vector<std::string> more_inputs = {};
+  std::vector<std::string> more_outputs = {};
 };
 
 // Reads the control file, the options that it names and the beginning of the files that it would

@@ -1,6 +1,7 @@
 #include "driver/run.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 
 #include "driver/bundle_project.h"
@@ -155,8 +156,7 @@ bool has_normal_equations(const BundleProject& project) { return project.normal.
 // A completed run is diagnosed only when nothing but rounding made it possible.
 void tell_diagnosis(const RunRequest& request, BundleProject& project, bool completed) {
   if (!request.hear_diagnosis) return;
-  restore_initial_values(project);
-  const Diagnosis diagnosis = diagnose(project);
+  const Diagnosis diagnosis = diagnose_initially(project);
   if (!completed || diagnosis.has_errors()) request.hear_diagnosis(diagnosis);
 }
 
@@ -168,7 +168,14 @@ void complete(const Run& run, BundleProject& project) {
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;
   summary.iterations = project.num_iterations;
-  const bool doubtful = project.failed_unknown >= 0 || is_doubtful(project);
+  const bool doubtful = is_doubtful(project);
+  if (request.write_more) {
+    const std::size_t num_results = run.outputs.paths().size();
+    request.write_more(project, run.outputs);
+    const std::vector<std::string> paths = run.outputs.paths();
+    summary.more_files.assign(paths.begin() + static_cast<std::ptrdiff_t>(num_results),
+                              paths.end());
+  }
   if (!run.outputs.commit()) return;
   // A report of an earlier failure would speak of a project that is no more.
   if (request.outputs == OutputMode::replaced) std::remove(summary.files.failed.c_str());

@@ -35,6 +35,7 @@ struct RunSummary {
   std::int32_t redundancy = 0;
   std::int32_t iterations = 0;
   OutputNames files;
+  std::vector<std::string> more_files;  // those that the request has written
   std::vector<OutputFailure> failures;  // files that are not complete
   RunEnding ending;                     // filled in where the request asks for it
   RunTimes times;
@@ -62,6 +63,9 @@ struct RunRequest {
   RunObserver* observer = nullptr;
   // An iteration that ends with a report longer than that is the last one [bytes]; 0 for no limit.
   std::uint64_t max_report_bytes = 0;
+  // Where given, opens and writes further files of a completed adjustment, which replace earlier
+  // ones together with the results. The normal equations of the project may be used up.
+  std::function<void(BundleProject&, OutputFiles&)> write_more = nullptr;
   // Where given, sees the project after a completed adjustment, just before it is destroyed. All
   // files are written and closed by then; it is not called when that failed.
   std::function<void(BundleProject&)> inspect = nullptr;

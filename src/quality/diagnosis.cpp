@@ -1,6 +1,8 @@
 #include "quality/diagnosis.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "driver/bundle_project.h"
 #include "quality/diagnosis_datum.h"
@@ -138,17 +140,24 @@ Diagnosis diagnose(BundleProject& project) {
   return diagnosis;
 }
 
-void restore_initial_values(BundleProject& project) {
+Diagnosis diagnose_initially(BundleProject& project) {
+  std::vector<std::pair<double*, double>> values;
   for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
     const AdjObject& object = project.unknowns[i];
     for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
-      *object.param(k).value = object.param(k).initial;
+      const ParamRecord& parameter = object.param(k);
+      values.emplace_back(parameter.value, std::exchange(*parameter.value, parameter.initial));
     }
   }
   for (ImageGeometry& geometry : project.image_geometries) geometry.update();
+  Diagnosis diagnosis = diagnose(project);
+  for (const auto& [parameter, value] : values) *parameter = value;
+  for (ImageGeometry& geometry : project.image_geometries) geometry.update();
+  return diagnosis;
 }
 
 bool is_doubtful(const BundleProject& project) {
+  if (project.failed_unknown >= 0) return true;
   // Rounding leaves up to some hundred times kSmallestPivotRatio where nothing should be.
   constexpr double kDoubt = 1e3 * kSmallestPivotRatio;
   for (std::int32_t u = 0; u < project.markers.size(); ++u) {

@@ -122,9 +122,9 @@ struct Diagnosis {
 // structure, at the current values. The normal equations are formed anew and used up.
 [[nodiscard]] Diagnosis diagnose(BundleProject& project);
 
-// Takes all unknowns back to where they were before the iterations: that is where a run that failed
-// is diagnosed, since later iterations may have diverged.
-void restore_initial_values(BundleProject& project);
+// The same where the unknowns were before the iterations, which may have diverged. They keep the
+// values that they have.
+[[nodiscard]] Diagnosis diagnose_initially(BundleProject& project);
 
 // Whether the last factorisation may have passed by rounding only, which a diagnosis shows: it has
 // a tiny pivot ratio. Weights of conditions can be the reason, too.

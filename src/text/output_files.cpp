@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <set>
 
 #include "text/file_system.h"
 
@@ -89,9 +90,8 @@ bool give_name([[maybe_unused]] int descriptor, [[maybe_unused]] const char* nam
 }
 
 // Makes new names durable.
-void sync_directory([[maybe_unused]] const std::string& path) {
+void sync_directory([[maybe_unused]] const std::string& directory) {
 #ifndef _WIN32
-  const std::string directory = directory_of(path);
   const int descriptor = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return;
   // A file system that cannot do it keeps names by its own means.
@@ -222,6 +222,12 @@ void OutputFiles::replace(File& file, const std::string& path) {
   }
 }
 
+std::vector<std::string> OutputFiles::paths() const {
+  std::vector<std::string> paths;
+  for (const auto& file : files_) paths.push_back(file->path);
+  return paths;
+}
+
 void OutputFiles::close_all() {
   for (const auto& file : files_) {
     file->writer.close();
@@ -244,7 +250,9 @@ bool OutputFiles::commit() {
     for (const auto& file : files_) {
       if (failures_.empty()) replace(*file, file->path);
     }
-    if (!files_.empty()) sync_directory(files_.front()->path);
+    std::set<std::string> directories;
+    for (const auto& file : files_) directories.insert(directory_of(file->path));
+    for (const std::string& directory : directories) sync_directory(directory);
   }
   close_all();
   return failures_.empty();

@@ -48,6 +48,8 @@ class OutputFiles {
   // Ends all files. In mode `replaced` nothing is left of them but those that have a name to be
   // kept under.
   void abandon();
+  // The files that were opened, in this order.
+  std::vector<std::string> paths() const;
   // What has gone wrong, in the order in which it was found out.
   const std::vector<OutputFailure>& failures() const { return failures_; }
 

@@ -221,7 +221,11 @@ class EarlierResults : public Command {
   EarlierResults() {
     project_.files["params.txt"] = "0 0 0 0 0 0 0 0 0 0 0 0 3 3 n.pbm n.txt r.txt x.txt\n";
     project_.write(dir_);
-    EXPECT_EQ(run("-q project.ctl --cameras"), 0) << errors_;
+    // What this build can write.
+    for (const char* const option : {" --json --tables csv", " --html page.html"}) {
+      if (run("adjust missing.ctl" + std::string(option)) != 2) all_ += option;
+    }
+    EXPECT_EQ(run(all_), 0) << errors_;
     earlier_ = files();
     // The next results differ from these.
     std::string& settings = project_.files["lspar.txt"];
@@ -234,7 +238,7 @@ class EarlierResults : public Command {
     for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
       const std::string name = entry.path().filename().string();
       const bool output = name.starts_with("project.") && name != "project.ctl";
-      if (output || name.size() == 5 || name.starts_with(".")) {
+      if (output || name.size() == 5 || name == "page.html" || name.starts_with(".")) {
         texts[name] = test::without_times(dir_.read(name));
       }
     }
@@ -250,8 +254,8 @@ class EarlierResults : public Command {
       dup2(ends[1], STDERR_FILENO);
       close(ends[0]);
       std::signal(signal, SIG_DFL);
-      const std::string line =
-          "cd '" + dir_.path() + "' && exec '" VORN_COMMAND "' project.ctl --cameras >/dev/null";
+      const std::string line = "cd '" + dir_.path() + "' && exec '" VORN_COMMAND "' " +
+                               std::regex_replace(all_, std::regex(" -q"), "") + " >/dev/null";
       execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
       _exit(127);
     }
@@ -286,12 +290,21 @@ class EarlierResults : public Command {
     for (const auto& [name, text] : now) names += name + ' ';
     return names;
   }
+  // Whether a run without options writes the file.
+  static bool is_result(const std::string& name) {
+    static const std::regex kResult("project[.](out|ext|ocs|res|apset|gcpres|chp)|[nrx][.].*");
+    return std::regex_match(name, kResult);
+  }
   void expect_earlier(bool report_kept = true) {
     std::map<std::string, std::string> now = files();
     EXPECT_EQ(now.erase("project.failed.out"), report_kept ? 1U : 0U);
+    now.erase("project.failed.quality.json");
     EXPECT_EQ(changed(now), "");
     std::filesystem::remove(dir_.path("project.failed.out"));
   }
+
+  // All results that there are.
+  std::string all_ = "adjust -q project.ctl --cameras --quality --suggest s.txt";
 
   std::map<std::string, std::string> earlier_;
 };
@@ -307,16 +320,17 @@ TEST_F(EarlierResults, SurviveFailures) {
   for (const auto& [name, text] : kDamages) {
     const std::string original = dir_.read(name);
     dir_.write(name, text);
-    EXPECT_EQ(run("project.ctl --cameras"), 1) << name;
+    EXPECT_EQ(run(all_), 1) << name;
     EXPECT_THAT(errors_, HasSubstr("project.failed.out"));
     expect_earlier();
     dir_.write(name, original);
   }
   // Outputs that cannot be replaced.
-  for (const char* const name : {"project.ext", "project.chp", "project.cam", "r.txt"}) {
+  for (const char* const name :
+       {"project.ext", "project.chp", "project.cam", "r.txt", "project.prec", "s.txt"}) {
     std::filesystem::remove(dir_.path(name));
     std::filesystem::create_symlink("elsewhere", dir_.path(name));
-    EXPECT_EQ(run("project.ctl --cameras"), 1) << name;
+    EXPECT_EQ(run(all_), 1) << name;
     EXPECT_THAT(errors_, HasSubstr("is a link"));
     EXPECT_FALSE(dir_.has("elsewhere"));
     std::filesystem::remove(dir_.path(name));
@@ -325,17 +339,67 @@ TEST_F(EarlierResults, SurviveFailures) {
   }
   // Files that may not grow: the first of them that is too long.
   for (const int blocks : {1, 2, 4, 8}) {
-    EXPECT_EQ(run("-q project.ctl --cameras", "ulimit -f " + std::to_string(blocks) + "; "), 1);
+    EXPECT_EQ(run(all_, "ulimit -f " + std::to_string(blocks) + "; "), 1);
     EXPECT_THAT(errors_, HasSubstr("File too large"));
     expect_earlier();
   }
-  EXPECT_EQ(run("-q project.ctl --cameras"), 0) << errors_;
+  EXPECT_EQ(run(all_), 0) << errors_;
   EXPECT_NE(changed(files()), "");
+}
+
+// The document of a failed run takes the place of one that speaks of no results, of no other.
+TEST_F(EarlierResults, DocumentsOfFailures) {
+  if (!dir_.has("project.quality.json")) GTEST_SKIP() << "built without RapidJSON";
+  const std::string original = dir_.read("eo.txt");
+  const auto tells_failure = [this](const char* name) {
+    return dir_.read(name).find("\"status\": \"failed\"") != std::string::npos;
+  };
+  dir_.write("eo.txt", "nonsense");
+  EXPECT_EQ(run(all_), 1);
+  EXPECT_FALSE(tells_failure("project.quality.json"));
+  EXPECT_TRUE(tells_failure("project.failed.quality.json"));
+  std::filesystem::remove(dir_.path("project.quality.json"));
+  std::filesystem::remove(dir_.path("project.failed.quality.json"));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(run(all_), 1);
+    EXPECT_TRUE(tells_failure("project.quality.json"));
+    EXPECT_FALSE(dir_.has("project.failed.quality.json"));
+  }
+  dir_.write("project.failed.quality.json", "of a project that is no more");
+  dir_.write("eo.txt", original);
+  EXPECT_EQ(run(all_), 0) << errors_;
+  EXPECT_FALSE(tells_failure("project.quality.json"));
+  EXPECT_FALSE(dir_.has("project.failed.quality.json"));
+}
+
+// Files that options of the command name, or that follow from them.
+TEST_F(EarlierResults, AreNotReplacedByOtherOutputs) {
+  dir_.write("none.txt", "stop-dep");
+  const std::pair<const char*, const char*> kRefused[] = {
+      {"--suggest crds.txt", "a data file has the name"},
+      {"--suggest project.ctl", "the name of one of its own outputs"},
+      {"--suggest sub/../project.res", "two outputs"},
+      {"--suggest project.prec", "two outputs"},
+      {"--suggest r.txt", "two outputs"},
+      {"--suggest none.txt --exclude none.txt", "a data file has the name"},
+      {"--suggest none.txt --datum inner --datum-points none.txt", "a data file has the name"},
+      {"--suggest link.txt", "is a link"},
+      {"--suggest sub", "is no file"},
+  };
+  std::filesystem::create_directory(dir_.path("sub"));
+  std::filesystem::create_symlink("elsewhere", dir_.path("link.txt"));
+  for (const auto& [options, says] : kRefused) {
+    EXPECT_EQ(run("-q project.ctl --quality " + std::string(options)), 1) << options;
+    EXPECT_THAT(errors_, HasSubstr(says)) << options;
+    expect_earlier(false);
+  }
+  EXPECT_EQ(run("-q project.ctl --quality --suggest sub/list.txt"), 0) << errors_;
+  EXPECT_TRUE(dir_.has("sub/list.txt"));
 }
 
 // Whenever a signal comes: in the run, while results take their names, or behind all that.
 TEST_F(EarlierResults, SurviveSignals) {
-  ASSERT_EQ(run("-q project.ctl --cameras"), 0);
+  ASSERT_EQ(run(all_), 0);
   const std::map<std::string, std::string> later = files();
   ASSERT_NE(later, earlier_);
   for (const char* const signal : {"TERM", "INT", "HUP"}) {
@@ -344,8 +408,7 @@ TEST_F(EarlierResults, SurviveSignals) {
       // A shell without job control has its background processes ignore interrupts; timeout does
       // not.
       const std::string delay = std::to_string(0.001 * std::pow(1.5, moment));
-      const int status =
-          run("-q project.ctl --cameras", "timeout -s " + std::string(signal) + " " + delay + " ");
+      const int status = run(all_, "timeout -s " + std::string(signal) + " " + delay + " ");
       std::map<std::string, std::string> now = files();
       now.erase("project.failed.out");
       EXPECT_TRUE(now == earlier_ || now == later) << signal << ' ' << delay << ' ' << status;
@@ -382,7 +445,7 @@ TEST_F(EarlierResults, SurviveSignalsDuringIterations) {
 // A reader that goes away ends the listing, not the results; a full disk is a failure; closed
 // streams let no message land in a result.
 TEST_F(EarlierResults, ConsoleThatCannotBeWritten) {
-  ASSERT_EQ(run("-q project.ctl --cameras"), 0);
+  ASSERT_EQ(run(all_), 0);
   const std::map<std::string, std::string> later = files();
   const std::tuple<const char*, const char*, int> kCases[] = {
       {"adjust", " >/dev/full", 0},
@@ -402,7 +465,9 @@ TEST_F(EarlierResults, ConsoleThatCannotBeWritten) {
     const int status = std::system(("bash -c \"" + line + '"').c_str());
     EXPECT_EQ(WEXITSTATUS(status), expected) << command << streams;
     std::map<std::string, std::string> now = files();
-    now["project.cam"] = later.at("project.cam");  // not asked for
+    for (const auto& [name, text] : earlier_) {
+      if (!is_result(name)) now[name] = later.at(name);  // not asked for
+    }
     EXPECT_TRUE(now == later) << command << streams;
   }
 }
