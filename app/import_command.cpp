@@ -51,6 +51,10 @@ class ImportCommand final : public Command {
                     "standard deviation of control coordinates, in their unit")
         ->type_name("S")
         ->capture_default_str();
+    parser
+        .add_option("--check", request_.check_points,
+                    "points of the control list that take no part and are checked")
+        ->type_name("LIST");
   }
   ExitStatus run() override {
     exchange::import_project(request_);

@@ -284,7 +284,7 @@ class ControlLayer {
         continue;
       }
       std::string id = point.name;
-      while (!taken.insert(id).second) id = "gcp_" + id;
+      while (!taken.insert(id).second) id = kControlPrefix + id;
       Vec3 xyz = point.xyz;
       Vec3 std_devs{sigma_, sigma_, sigma_};
       if (!point.has_height) {

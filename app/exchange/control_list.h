@@ -14,6 +14,9 @@ namespace vorn::exchange {
 // measurement X Y Z, column and row in the image, the image's name, and optionally the point's
 // name.
 
+// Begins the identifier of a control point whose name a tie point has.
+inline constexpr const char* kControlPrefix = "gcp_";
+
 struct ListedPoint {
   std::string name;  // empty in the file: "gcp1", "gcp2", ...
   Vec3 xyz{};

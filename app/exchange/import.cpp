@@ -56,6 +56,9 @@ ProjectSettings settings_of(const ImportRequest& request) {
   set_free(settings, request.free);
   // Written so that values that are not numbers are refused.
   if (!(request.pixel_size_um > 0.0)) throw ExchangeError("the pixel size must be positive");
+  if (!request.check_points.empty() && request.control_list.empty()) {
+    throw ExchangeError("check points are points of a control list");
+  }
   if (!(request.sigma_px > 0.0)) throw ExchangeError("the standard deviation must be positive");
   if (!(request.control_sigma > 0.0)) {
     throw ExchangeError("the standard deviation of control must be positive");
@@ -106,6 +109,34 @@ void make_words(Reconstruction& model) {
   }
 }
 
+// Words of a list with commas between them.
+std::vector<std::string> list_of_words(const std::string& text) {
+  std::vector<std::string> words;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    words.emplace_back(trimmed(std::string_view(text).substr(begin, end - begin)));
+    begin = end + 1;
+  }
+  return words;
+}
+
+// Makes check points of some points of a control list.
+void mark_check_points(const Reconstruction& model, std::vector<ControlPoint>& control,
+                       const std::string& names) {
+  if (names.empty()) return;
+  for (const std::string& name : list_of_words(names)) {
+    const std::string word = as_word(name);
+    const auto found = std::find_if(control.begin(), control.end(), [&](const auto& point) {
+      const std::string& id = model.points[static_cast<std::size_t>(point.point)].id;
+      return id == word || id == kControlPrefix + word;
+    });
+    if (found == control.end()) {
+      throw ExchangeError("'" + name + "' is no point of the control list that takes part");
+    }
+    found->is_check = true;
+  }
+}
+
 // Refuses what no reader can see from one record: nothing to orient, or rotations that are none.
 void check_poses(const Reconstruction& model, const std::string& source) {
   constexpr double kRotationTolerance = 1e-4;
@@ -143,6 +174,9 @@ class Staging {
   void commit(const std::string& control_file) {
     fs::remove(directory_ / control_file);
     for (const char* name : kProjectFiles) fs::rename(stage_ / name, directory_ / name);
+    if (fs::exists(stage_ / kCheckPointFile)) {
+      fs::rename(stage_ / kCheckPointFile, directory_ / kCheckPointFile);
+    }
     fs::rename(stage_ / control_file, directory_ / control_file);
     committed_ = true;
   }
@@ -238,11 +272,7 @@ void set_free(ProjectSettings& settings, const std::string& text) {
   settings.free = Lens::none;
   settings.free_own = text == "model";
   if (text == "none" || settings.free_own) return;
-  std::size_t begin = 0;
-  while (begin <= text.size()) {
-    const std::size_t end = std::min(text.find(',', begin), text.size());
-    const std::string part(trimmed(std::string_view(text).substr(begin, end - begin)));
-    begin = end + 1;
+  for (const std::string& part : list_of_words(text)) {
     const auto found = std::find_if(kNames.begin(), kNames.end(),
                                     [&](const auto& name) { return name.first == part; });
     if (found == kNames.end()) {
@@ -274,6 +304,7 @@ void import_project(const ImportRequest& request) {
     original = model;
     control =
         add_control(model, Source(request.control_list, Source::Kind::text), request.control_sigma);
+    mark_check_points(model, control, request.check_points);
   }
 
   const std::string control_file = settings.name + ".ctl";

@@ -13,6 +13,7 @@ struct ImportRequest {
   std::string directory;
   std::string control_list;     // empty for none
   double control_sigma = 0.01;  // of its coordinates, in their unit
+  std::string check_points;     // those of its points that are checked only, with commas between
   std::string free = "none";
   std::string datum;  // empty: image, or none with control
   double pixel_size_um = 5.0;

@@ -235,13 +235,28 @@ void write_ap_sets(const std::string& path, const Reconstruction& model,
   out << "stop-dep\n";
 }
 
-void write_control_file(const std::string& path) {
+// The roles of check points. An unknown height is not checked.
+void write_check_points(const std::string& path, const Reconstruction& model,
+                        const std::vector<ControlPoint>& control) {
+  ProjectFile file(path);
+  for (const ControlPoint& point : control) {
+    if (!point.is_check) continue;
+    file.out() << model.points[static_cast<std::size_t>(point.point)].id << " ch "
+               << (point.std_devs[2] < kFree ? "xyz\n" : "xy\n");
+  }
+  file.out() << "stop-dep\n";
+}
+
+void write_control_file(const std::string& path, bool with_check_points) {
   constexpr const char* kKeywords[] = {"params",         "ls-params",  "camera",   "image",
                                        "image-geometry", "image-crds", "obj-crds", "ap-set"};
   static_assert(std::size(kKeywords) == std::size(kProjectFiles));
   ProjectFile file(path);
   for (std::size_t i = 0; i < std::size(kKeywords); ++i) {
     file.out() << left_aligned(kKeywords[i], 15) << ' ' << kProjectFiles[i] << '\n';
+  }
+  if (with_check_points) {
+    file.out() << left_aligned("ctrl-supp", 15) << ' ' << kCheckPointFile << '\n';
   }
   file.out() << "stop-dep\n";
 }
@@ -265,7 +280,10 @@ void write_project(const Reconstruction& model, const std::vector<ControlPoint>&
   write_image_coords(path(5), model, settings);
   write_object_coords(path(6), model, control, settings.datum);
   write_ap_sets(path(7), model, settings);
-  write_control_file(directory + '/' + settings.name + ".ctl");
+  const bool has_check_points =
+      std::any_of(control.begin(), control.end(), [](const auto& point) { return point.is_check; });
+  if (has_check_points) write_check_points(directory + '/' + kCheckPointFile, model, control);
+  write_control_file(directory + '/' + settings.name + ".ctl", has_check_points);
 }
 
 }  // namespace vorn::exchange

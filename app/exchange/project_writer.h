@@ -29,12 +29,16 @@ struct ProjectSettings {
 struct ControlPoint {
   std::int32_t point = 0;
   Vec3 std_devs{};
+  bool is_check =
+      false;  // takes no part: its given coordinates are compared with the adjusted ones
 };
 
 // Names of the files of a project, as its control file refers to them.
 inline constexpr const char* kProjectFiles[] = {
     "params.txt",       "ls-params.txt",    "cameras.txt",       "images.txt",
     "orientations.txt", "image-coords.txt", "object-coords.txt", "ap-sets.txt"};
+// One more, where there are check points.
+inline constexpr const char* kCheckPointFile = "check-points.txt";
 
 // Writes the project's files and its control file NAME.ctl into a folder that exists. Throws
 // ExchangeError when a file cannot be written.

@@ -37,8 +37,10 @@ axes[1].hist(w, bins=60, density=True, range=(-4, 4), color="0.8")
 axes[1].plot(grid, np.exp(-(grid**2) / 2) / np.sqrt(2 * np.pi), color="tab:red")
 axes[1].set(title=f"{w.size} standardised residuals", xlabel="w")
 
-# %% The points in plan, with their error ellipses a hundred times as large
-x, y, _ = result.point_coordinates.T
+# %% The points in plan, with error ellipses that can be seen
+extent = np.ptp(result.point_coordinates[:, :2], axis=0).max()
+median = np.median(result.points["axis_a"][result.points["axis_a"] > 0])
+factor = float(f"{0.02 * extent / median:.0e}")
 frame = result.points.to_pandas()
 roles = {"control": "tab:red", "check": "tab:blue", "intersection": "0.5"}
 for role, group in frame.groupby("role"):
@@ -47,10 +49,11 @@ t = np.linspace(0, 2 * np.pi, 37)
 for row in frame.itertuples():
     covariance = np.array([[row.sd_x**2, row.cov_xy], [row.cov_xy, row.sd_y**2]])
     values, vectors = np.linalg.eigh(covariance)
-    ellipse = 100 * vectors @ (np.sqrt(np.maximum(values, 0))[:, None] * [np.cos(t), np.sin(t)])
+    ellipse = factor * vectors @ (np.sqrt(np.maximum(values, 0))[:, None] * [np.cos(t), np.sin(t)])
     axes[2].plot(row.x + ellipse[0], row.y + ellipse[1], color="0.5", linewidth=0.5)
-axes[2].set(title="Points and error ellipses (x 100)", xlabel="X", ylabel="Y", aspect="equal")
-axes[2].legend()
+axes[2].set(title=f"Points, error ellipses {factor:g} times as large", xlabel="X", ylabel="Y",
+            aspect="equal")
+axes[2].legend(loc="upper left", bbox_to_anchor=(1, 1))
 
 # %% Keep the picture
 if len(sys.argv) > 2:

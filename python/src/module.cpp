@@ -50,6 +50,7 @@ py::str import_project(const py::dict& options) {
   take(options, "max_error", request.max_error_px);
   take(options, "gcp", request.control_list);
   take(options, "gcp_sigma", request.control_sigma);
+  take(options, "check", request.check_points);
   std::string messages;
   {
     const py::gil_scoped_release release;

@@ -172,6 +172,7 @@ def import_project(
     max_error: float = 0.0,
     gcp: PathLike | None = None,
     gcp_sigma: float = 0.01,
+    check: Iterable[str] = (),
 ) -> Path:
     """Makes a project of a reconstruction, as ``vorn import``. Returns the control file's path.
 
@@ -189,7 +190,8 @@ def import_project(
     max_error
         Leaves out rays with larger residuals [px]; 0 for no limit.
     gcp
-        Control list to lay over; ``gcp_sigma`` is the standard deviation of its coordinates.
+        Control list to lay over; ``gcp_sigma`` is the standard deviation of its coordinates, and
+        the points ``check`` take no part and are checked.
 
     Raises `Error`, and leaves no project, when the source is damaged or has no exact counterpart.
     """
@@ -209,6 +211,7 @@ def import_project(
         options["datum"] = datum
     if gcp is not None:
         options["gcp"] = _path(gcp)
+    options["check"] = check if isinstance(check, str) else ",".join(check)
     _call(lambda: _core.import_project(options))
     return Path(directory) / f"{name}.ctl"
 

@@ -181,6 +181,28 @@ TEST_F(Import, TakesPosesWithoutPoints) {
   EXPECT_THAT(summary_, HasSubstr("note: there are no points: cameras and orientations only"));
 }
 
+// A point without height is checked in plan; the name of a tie point gets a prefix.
+TEST_F(Import, MakesCheckPoints) {
+  dir_.write("gcp.txt",
+             "EPSG:25832\n0 0 0 100 100 left view.jpg a\n0 0 0 120 90 réunion.jpg a\n"
+             "9 0 1 500 120 left view.jpg b\n9 0 1 510 130 réunion.jpg b\n"
+             "0 8 2 110 400 left view.jpg 11\n0 8 2 150 410 réunion.jpg 11\n"
+             "7 7 NaN 300 300 left view.jpg d\n7 7 NaN 310 320 réunion.jpg d\n");
+  const auto import_with = [&](const std::string& list, const char* check) {
+    return import("colmap", "text", [&](ImportRequest& r) {
+      r.control_list = list.empty() ? "" : dir_.path(list);
+      r.check_points = check;
+    });
+  };
+  EXPECT_EQ(import_with("gcp.txt", "b, 11,d"), "");
+  EXPECT_EQ(dir_.read("out/check-points.txt"), "b ch xyz\ngcp_11 ch xyz\nd ch xy\nstop-dep\n");
+  EXPECT_THAT(dir_.read("out/project.ctl"), HasSubstr("ctrl-supp       check-points.txt\nstop"));
+  EXPECT_THAT(import_with("gcp.txt", "a,x"), HasSubstr("'x' is no point of the control list"));
+  EXPECT_THAT(import_with("", "a"), HasSubstr("check points are points of a control list"));
+  EXPECT_EQ(import_with("gcp.txt", ""), "");
+  EXPECT_THAT(dir_.read("out/project.ctl"), testing::Not(HasSubstr("ctrl-supp")));
+}
+
 // Copes with what other programs and editors do to text.
 TEST_F(Import, ReadsOddTexts) {
   std::string crlf;
