@@ -2,12 +2,14 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "app/diagnosis_text.h"
 #include "app/ending.h"
 #include "app/quality_document.h"
 #include "app/signals.h"
+#include "app/threads/threads.h"
 #include "driver/output_guard.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/stages/iteration_report.h"
@@ -77,9 +79,21 @@ void force_kernel(const std::string& name) {
   throw CLI::ValidationError("--kernel", "no kernel '" + name + "' for this processor");
 }
 
+void force_threads(std::size_t count) {
+  constexpr std::size_t kMost = 1024;
+  if (count < 1 || count > kMost) {
+    throw CLI::ValidationError("--threads", "expected a number from 1 to " + std::to_string(kMost));
+  }
+  if (count > 1 && !has_threads()) {
+    throw CLI::ValidationError("--threads", "this command was built without threads (OpenMP)");
+  }
+  use_threads(count);
+}
+
 }  // namespace
 
 void ProjectRun::define(CLI::App& parser) {
+  use_threads(available_cores());
   parser.add_option("PROJECT", request.path, "control file of the project")->required();
   parser.add_flag("-q,--quiet", quiet_, "tell only what goes wrong");
   define_progress_option(parser, progress_);
@@ -91,6 +105,12 @@ void ProjectRun::define(CLI::App& parser) {
   parser.add_flag("--allow-outside", allow_outside_,
                   "files of the normal equations may stand outside the project's directory and "
                   "replace other files");
+  parser
+      .add_option_function<std::size_t>(
+          "--threads", force_threads,
+          "so many threads work at the adjustment, by default one for each core that the process "
+          "may use; the results are the same")
+      ->type_name("N");
   parser
       .add_option_function<std::string>(
           "--kernel", force_kernel,

@@ -2,9 +2,10 @@
 // bench/run.
 
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <string>
 
+#include "app/threads/threads.h"
 #include "driver/run.h"
 #include "lsq/linalg/kernels.h"
 #include "text/text_writer.h"
@@ -27,14 +28,16 @@ long peak_mib() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2 && argc != 3) {
-    std::fputs("usage: run_project PROJECT.ctl [KERNELS]\n", stderr);
+  if (argc < 2 || argc > 4) {
+    std::fputs("usage: run_project PROJECT.ctl [KERNELS [THREADS]]\n", stderr);
     return 2;
   }
-  if (argc == 3 && !vorn::use_kernels(argv[2])) {
+  // An empty name leaves the kernels to the processor.
+  if (argc >= 3 && !vorn::use_kernels(argv[2])) {
     std::fputs("run_project: no such kernels here\n", stderr);
     return 2;
   }
+  if (argc == 4) vorn::app::use_threads(std::strtoul(argv[3], nullptr, 10));
   const vorn::RunSummary summary = vorn::run_project({.path = argv[1]});
   vorn::flush_console();
   const vorn::RunTimes& times = summary.times;

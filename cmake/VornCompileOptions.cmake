@@ -10,7 +10,7 @@ check_cxx_compiler_flag(-fstack-clash-protection VORN_HAS_STACK_CLASH_PROTECTION
 # vorn_harden(target): a fault in memory ends the process before it can be made use of. Checked buffers
 # need optimisation; the sanitizers bring checks of their own.
 function(vorn_harden target)
-  if(NOT VORN_HARDEN OR VORN_SANITIZE)
+  if(NOT VORN_HARDEN OR VORN_SANITIZE OR VORN_SANITIZE_THREADS)
     return()
   endif()
   target_compile_options(${target} PRIVATE
@@ -60,6 +60,11 @@ function(vorn_compile_options target)
       $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_compile_definitions(${target} PRIVATE _GLIBCXX_ASSERTIONS)
     target_link_options(${target} PRIVATE ${sanitizers})
+  endif()
+
+  if(VORN_SANITIZE_THREADS)
+    target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=thread)
   endif()
 
   vorn_harden(${target})

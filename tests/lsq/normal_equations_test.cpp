@@ -519,8 +519,8 @@ TEST_P(KernelVersions, SubtractABatchOfPoints) {
     const BatchPiece pieces[] = {{0b101 | kLast, v.data(), 0, 1, width},
                                  {0b1100 | kLast, v.data() + 72, 0, 10, 6}};
     std::vector<double> tile(kSize * kSize, 0.0);
-    double* const tiles[] = {tile.data()};
-    kernel_->subtract_batch(tiles, 1, kSize, pieces, 2);
+    const TilePieces both{pieces, pieces + 2};
+    kernel_->subtract_pairs(tile.data(), kSize, both, both);
     // Point 2 is second in the one and first in the other piece, point 63 third in both.
     for (std::size_t r = 0; r < 6; ++r) {
       for (std::size_t c = 0; c < static_cast<std::size_t>(width); ++c) {
@@ -530,6 +530,21 @@ TEST_P(KernelVersions, SubtractABatchOfPoints) {
         }
         EXPECT_NEAR(tile[(1 + c) * kSize + 10 + r], expected, 1e-12);
       }
+    }
+    // The right-hand side: rows behind the piece stay as they are.
+    std::vector<double> y(3 * kBatchPoints, NAN), rhs(8, 1.0);
+    for (const std::size_t point : {0U, 2U, 63U}) {
+      for (std::size_t k = 0; k < 3; ++k)
+        y[3 * point + k] = std::cos(static_cast<double>(point + k));
+    }
+    kernel_->subtract_rhs(rhs.data(), pieces[0], y.data());
+    for (std::size_t r = 0; r < 8; ++r) {
+      double expected = 1.0;
+      for (std::size_t k = 0; k < 3; ++k) {
+        expected -=
+            v[8 * k + r] * y[k] + v[24 + 8 * k + r] * y[6 + k] + v[48 + 8 * k + r] * y[189 + k];
+      }
+      EXPECT_NEAR(rhs[r], expected, 1e-12);
     }
     EXPECT_EQ(tile[kSize + 9], 0.0);
     EXPECT_EQ(tile[kSize + 16], 0.0);

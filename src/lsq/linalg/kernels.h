@@ -16,6 +16,11 @@ struct BatchPiece {
   std::int32_t width;
   double* u = nullptr;  // products of `multiply_batch`, laid out as V
 };
+// The pieces of a batch that lie in one tile row.
+struct TilePieces {
+  const BatchPiece* begin = nullptr;
+  const BatchPiece* end = nullptr;
+};
 constexpr std::int32_t kPieceWidth = 8;
 constexpr std::int32_t kBatchPoints = 64;
 
@@ -94,20 +99,24 @@ struct Kernels {
   void (*solve_right)(double* c, const double* l, std::int32_t t);
 
   // Columns of one piece of a point: V := L^-1 N, 3 x width from rows of N that stand `stride`
-  // apart to rows of eight filled up with zeros; then, unless `rhs` is null, rhs -= V'y. `factor`
-  // holds the inverse diagonal of L and l10, l20, l21.
+  // apart to rows of eight filled up with zeros. `factor` holds the inverse diagonal of L and l10,
+  // l20, l21.
   void (*divide_piece)(const double* factor, const double* n, std::int32_t stride,
-                       std::int32_t width, double* v, const double* y, double* rhs);
+                       std::int32_t width, double* v);
 
-  // The share of a batch of points in the reduced matrix: S -= V'V in all pairs of pieces, which
-  // ascend and have at least one point in common. `tiles[r * num_tiles + c]` is the tile of row r,
-  // column c <= r.
-  void (*subtract_batch)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
-                         const BatchPiece* pieces, std::int32_t num_pieces);
+  // rhs -= V'y over the points of a piece, point after point; `rhs` holds the rows of the piece, y
+  // the three elements of each of the 64 points of the batch.
+  void (*subtract_rhs)(double* rhs, const BatchPiece& piece, const double* y);
+
+  // The share of a batch of points in one tile of the reduced matrix: S -= V'V in all pairs of its
+  // pieces in the rows and in the columns of the tile, which stand in one array, ascending: those
+  // of the columns come first or, in a tile of the diagonal, are the same.
+  void (*subtract_pairs)(double* tile, std::int32_t t, const TilePieces& rows,
+                         const TilePieces& columns);
 
   // The products of a batch of points with a symmetric matrix, U += V Z for each point over all
-  // pieces that it meets; the pieces ascend. Z is given as for `subtract_batch`, with full tiles in
-  // the diagonal.
+  // pieces that it meets; the pieces ascend. `tiles[r * num_tiles + c]` is the tile of Z in row r,
+  // column c <= r, with full tiles in the diagonal.
   void (*multiply_batch)(double* const* tiles, std::int32_t num_tiles, std::int32_t t,
                          const BatchPiece* pieces, std::int32_t num_pieces);
 

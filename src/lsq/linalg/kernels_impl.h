@@ -116,18 +116,24 @@ inline void subtract_columns(double* c, const double* a, const double* b, Index 
   for (; row < t; row += VORN_LANES) subtract_block<1, K, Plain>(c + row, a + row, b, t, depth);
 }
 
-void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size) {
-  const Index t = size;
-  for (Index j = 0; j < t; j += VORN_COLUMNS) {
-    subtract_columns<VORN_COLUMNS>(c + j * t, a, b + j, t, t, 0);
+// All rows and columns of C. A block of rows of A stays in the first cache while B passes by once.
+template <bool Plain>
+inline void subtract_tile_product(double* c, const double* a, const double* b, Index t) {
+  constexpr Index kTall = 3 * kLanes;  // divides t
+  for (Index row = 0; row < t; row += kTall) {
+    for (Index j = 0; j < t; j += VORN_COLUMNS) {
+      subtract_block<3, VORN_COLUMNS, Plain>(c + j * t + row, a + row, Plain ? b + j * t : b + j, t,
+                                             t);
+    }
   }
 }
 
+void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size) {
+  subtract_tile_product<false>(c, a, b, size);
+}
+
 void multiply_subtract_plain(double* c, const double* a, const double* b, std::int32_t size) {
-  const Index t = size;
-  for (Index j = 0; j < t; j += VORN_COLUMNS) {
-    subtract_columns<VORN_COLUMNS, true>(c + j * t, a, b + j * t, t, t, 0);
-  }
+  subtract_tile_product<true>(c, a, b, size);
 }
 
 void square_subtract(double* c, const double* a, std::int32_t size) {
@@ -203,16 +209,13 @@ inline void load_row(const double* p, Index width, double* row) {
 }
 
 void divide_piece(const double* factor, const double* n, std::int32_t stride, std::int32_t width,
-                  double* v, const double* y, double* rhs) {
+                  double* v) {
   const Lanes i0 = spread(factor[0]);
   const Lanes i1 = spread(factor[1]);
   const Lanes i2 = spread(factor[2]);
   const Lanes l10 = spread(factor[3]);
   const Lanes l20 = spread(factor[4]);
   const Lanes l21 = spread(factor[5]);
-  const Lanes y0 = spread(y[0]);
-  const Lanes y1 = spread(y[1]);
-  const Lanes y2 = spread(y[2]);
   for (Index r = 0; r < 3; ++r) load_row(n + r * stride, width, v + r * kRowOfPiece);
   for (Index c = 0; c < kPieceWidth; c += VORN_LANES) {
     const Lanes v0 = load(v + c) * i0;
@@ -222,9 +225,6 @@ void divide_piece(const double* factor, const double* n, std::int32_t stride, st
     store(v + c, v0);
     store(v + kRowOfPiece + c, v1);
     store(v + 2 * kRowOfPiece + c, v2);
-    if (rhs == nullptr) continue;
-    const Lanes less = subtract_product(subtract_product(load(rhs + c), v0, y0), v1, y1);
-    store(rhs + c, subtract_product(less, v2, y2));
   }
 }
 
@@ -242,6 +242,21 @@ inline void subtract_rows(double* column, const Lanes (&sum)[kParts], Index widt
   }
   for (; r < width; ++r) column[r] -= sum[static_cast<std::size_t>(r / VORN_LANES)][r % VORN_LANES];
 #endif
+}
+
+void subtract_rhs(double* rhs, const BatchPiece& piece, const double* y) {
+  Lanes sum[kParts];
+  for (int k = 0; k < kParts; ++k) sum[k] = load_some(rhs + k * kLanes, piece.width - k * kLanes);
+  const double* v = piece.v;
+  for (std::uint64_t points = piece.points; points != 0; points &= points - 1) {
+    const double* const of_point = y + Index{3} * __builtin_ctzll(points);
+    for (int r = 0; r < 3; ++r, v += kRowOfPiece) {
+      for (int k = 0; k < kParts; ++k) {
+        sum[k] = subtract_product(sum[k], load(v + k * kLanes), spread(of_point[r]));
+      }
+    }
+  }
+  for (Index i = 0; i < piece.width; ++i) rhs[i] = sum[i / kLanes][i % kLanes];
 }
 
 // S(rows of a, columns of b) -= Va' Vb over the points that both pieces have.
@@ -306,26 +321,15 @@ inline std::int32_t end_of_tile(const BatchPiece* pieces, std::int32_t first,
   return end;
 }
 
-// Tile by tile, so that the pieces of two tile rows and the tile itself stay in the cache.
-void subtract_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
-                    const BatchPiece* pieces, std::int32_t num_pieces) {
+void subtract_pairs(double* tile, std::int32_t size, const TilePieces& rows,
+                    const TilePieces& columns) {
   const Index t = size;
-  for (std::int32_t i0 = 0, i1 = 0; i0 < num_pieces; i0 = i1) {
-    i1 = end_of_tile(pieces, i0, num_pieces);
-    for (std::int32_t j0 = 0, j1 = 0; j0 <= i0; j0 = j1) {
-      j1 = end_of_tile(pieces, j0, num_pieces);
-      double* const tile = tiles[static_cast<Index>(pieces[i0].tile) * num_tiles + pieces[j0].tile];
-      // Pieces without a common point may meet where there is no tile.
-      if (tile == nullptr) continue;
-      for (std::int32_t i = i0; i < i1; ++i) {
-        const BatchPiece& a = pieces[i];
-        for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
-          const BatchPiece& b = pieces[j];
-          if (j + 1 < j1) prefetch_pair(tile, t, a, pieces[j + 1]);
-          if ((a.points & b.points) == 0) continue;
-          subtract_pair(tile + b.offset * t + a.offset, t, a, b);
-        }
-      }
+  for (const BatchPiece* a = rows.begin; a != rows.end; ++a) {
+    // Within a tile of the diagonal the lower triangle.
+    for (const BatchPiece* b = columns.begin; b != columns.end && b <= a; ++b) {
+      if (b + 1 != columns.end) prefetch_pair(tile, t, *a, b[1]);
+      if ((a->points & b->points) == 0) continue;
+      subtract_pair(tile + b->offset * t + a->offset, t, *a, *b);
     }
   }
 }
@@ -594,20 +598,11 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
   for (; k < n; ++k) y[k] = multiply_add(x[k], s, y[k]);
 }
 
-constexpr Kernels kTable = {VORN_KERNEL_NAME,
-                            multiply_subtract,
-                            multiply_subtract_plain,
-                            square_subtract,
-                            factorise,
-                            solve_right,
-                            divide_piece,
-                            subtract_batch,
-                            multiply_batch,
-                            add_products,
-                            add_packed_products,
-                            add_coupling,
-                            multiply_blocks,
-                            dot,
+constexpr Kernels kTable = {VORN_KERNEL_NAME, multiply_subtract, multiply_subtract_plain,
+                            square_subtract,  factorise,         solve_right,
+                            divide_piece,     subtract_rhs,      subtract_pairs,
+                            multiply_batch,   add_products,      add_packed_products,
+                            add_coupling,     multiply_blocks,   dot,
                             add_scaled};
 
 }  // namespace

@@ -1,9 +1,26 @@
 #include "lsq/linalg/tile_matrix.h"
 
+#include <algorithm>
+
+#include "base/cache_size.h"
+#include "base/workers.h"
+
 namespace vorn {
 namespace {
 
 constexpr std::uint32_t kWordBits = 64;
+
+// How many columns of tiles are finished at once: as many as leave room in the second-level cache
+// for a square of tiles and those that meet there. More of them would be one worker's.
+std::int32_t block_width(std::int32_t tile_size) {
+  constexpr std::size_t kMost = 4;
+  const std::size_t area =
+      static_cast<std::size_t>(tile_size) * static_cast<std::size_t>(tile_size);
+  const std::size_t tiles = second_level_cache() / (area * sizeof(double));
+  std::size_t width = 1;
+  while (width < kMost && (width + 1) * (width + 3) <= tiles) ++width;
+  return static_cast<std::int32_t>(width);
+}
 
 }  // namespace
 
@@ -92,7 +109,10 @@ bool TileMatrix::take_tiles() {
 }
 
 void TileMatrix::zero() {
-  values_.zero();
+  constexpr std::size_t kGrain = std::size_t{1} << 17U;
+  for_each_range(values_.size(), kGrain, [this](std::size_t begin, std::size_t end, std::size_t) {
+    std::fill(values_.data() + begin, values_.data() + end, 0.0);
+  });
   for (std::int32_t i = size_; i < num_tiles_ * tile_size_; ++i) element(i, i) = 1.0;
 }
 
@@ -108,36 +128,84 @@ double TileMatrix::at(std::int32_t i, std::int32_t j) const {
 }
 
 std::int32_t TileMatrix::factorise() {
-  std::int32_t failed_pivot = 0;
-  for (std::int32_t j = 0; j < num_tiles_; ++j) {
-    if (!finish_column(j, failed_pivot)) return j * tile_size_ + failed_pivot;
+  const std::int32_t width = block_width(tile_size_);
+  std::int32_t failed_row = 0;
+  for (std::int32_t first = 0; first < num_tiles_ && failed_row == 0; first += width) {
+    failed_row = factorise_block(block_at(first, std::min(first + width, num_tiles_)));
   }
+  return failed_row;
+}
+
+TileMatrix::ColumnBlock TileMatrix::block_at(std::int32_t first, std::int32_t end) const {
+  ColumnBlock block{first, end, {}, {}};
+  for (std::int32_t j = first; j < end; ++j) {
+    for (const std::int32_t k : rows_[static_cast<std::size_t>(j)]) {
+      if (k < first) block.before.push_back(k);
+    }
+    for (const std::int32_t i : columns_[static_cast<std::size_t>(j)]) {
+      if (i >= end) block.below.push_back(i);
+    }
+  }
+  for (std::vector<std::int32_t>* list : {&block.before, &block.below}) {
+    std::sort(list->begin(), list->end());
+    list->erase(std::unique(list->begin(), list->end()), list->end());
+  }
+  return block;
+}
+
+// First the triangle of tiles in the diagonal, then the rows below it, which do not depend on one
+// another.
+std::int32_t TileMatrix::factorise_block(const ColumnBlock& block) {
+  const auto width = static_cast<std::size_t>(block.end - block.first);
+  workers().run(width, [&](std::size_t k, std::size_t) {
+    const std::int32_t row = block.first + static_cast<std::int32_t>(k);
+    bring_in(block, {&row, 1});
+  });
+  for (std::int32_t row = block.first; row < block.end; ++row) {
+    finish_row(block, row);
+    const std::int32_t failed = kernels().factorise(tile(row, row), tile_size_);
+    if (failed != 0) return row * tile_size_ + failed;
+  }
+  for_each_range(block.below.size(), width, [&](std::size_t begin, std::size_t end, std::size_t) {
+    const auto rows = std::span(block.below).subspan(begin, end - begin);
+    bring_in(block, rows);
+    for (const std::int32_t row : rows) finish_row(block, row);
+  });
   return 0;
 }
 
-bool TileMatrix::finish_column(std::int32_t column, std::int32_t& failed_pivot) {
-  const Kernels& kernel = kernels();
-  double* const diagonal = tile(column, column);
-  for (const std::int32_t i : columns_[static_cast<std::size_t>(column)]) {
-    double* const target = tile(i, column);
-    for (const std::int32_t k : rows_[static_cast<std::size_t>(column)]) {
-      if (k == column) break;
-      const double* const left = tile(i, k);
-      if (left == nullptr) continue;
-      if (i == column) {
-        kernel.square_subtract(target, left, tile_size_);
-      } else {
-        kernel.multiply_subtract(target, left, tile(column, k), tile_size_);
+// The products with all columns before the block: the tiles of a few rows stay in the cache while
+// those before them pass by.
+void TileMatrix::bring_in(const ColumnBlock& block, std::span<const std::int32_t> rows) {
+  for (const std::int32_t k : block.before) {
+    for (const std::int32_t i : rows) {
+      if (tile(i, k) == nullptr) continue;
+      for (std::int32_t j = block.first; j < std::min(block.end, i + 1); ++j) {
+        subtract_product(i, j, k);
       }
     }
-    if (i == column) {
-      failed_pivot = kernel.factorise(diagonal, tile_size_);
-      if (failed_pivot != 0) return false;
-    } else {
-      kernel.solve_right(target, diagonal, tile_size_);
-    }
   }
-  return true;
+}
+
+// The products with the columns of the block, and L_ij = C L_jj^-T, column after column.
+void TileMatrix::finish_row(const ColumnBlock& block, std::int32_t row) {
+  for (std::int32_t j = block.first; j < std::min(block.end, row + 1); ++j) {
+    if (tile(row, j) == nullptr) continue;
+    for (std::int32_t k = block.first; k < j; ++k) subtract_product(row, j, k);
+    if (j < row) kernels().solve_right(tile(row, j), tile(j, j), tile_size_);
+  }
+}
+
+// C_ij -= L_ik L_jk', where both are.
+void TileMatrix::subtract_product(std::int32_t i, std::int32_t j, std::int32_t k) {
+  const double* const left = tile(i, k);
+  const double* const right = tile(j, k);
+  if (left == nullptr || right == nullptr) return;
+  if (i == j) {
+    kernels().square_subtract(tile(i, j), left, tile_size_);
+  } else {
+    kernels().multiply_subtract(tile(i, j), left, right, tile_size_);
+  }
 }
 
 void TileMatrix::solve_lower(double* x) const {

@@ -37,8 +37,10 @@ class TilePattern {
 // that the factorisation touches exist: a full matrix has all, a sparse one few. The last tile is
 // filled up with rows of the identity matrix.
 //
-// Factorisation A = L L' by columns of tiles, left-looking (Golub and Van Loan 2013, 4.2): every
-// tile is finished in one go while it stays in the cache. It does no pivoting.
+// Factorisation A = L L' by blocks of columns of tiles, left-looking (Golub and Van Loan
+// 2013, 4.2): a square of tiles stays in the cache while everything before it passes by. Each tile
+// is formed by the same operations in the same order, k ascending in A_ij - sum of L_ik L_jk',
+// whatever the width of the blocks and whoever works at them. It does no pivoting.
 class TileMatrix {
  public:
   // Lays the matrix out; contents are undefined until `zero`. The pattern includes the fill-in.
@@ -75,8 +77,20 @@ class TileMatrix {
   void solve_upper(double* x) const;
 
  private:
+  // Columns [first, end) of tiles.
+  struct ColumnBlock {
+    std::int32_t first;
+    std::int32_t end;
+    std::vector<std::int32_t> before;  // columns before it whose products reach it, ascending
+    std::vector<std::int32_t> below;   // rows of its tiles from `end` on, ascending
+  };
+
   [[nodiscard]] bool take_tiles();
-  [[nodiscard]] bool finish_column(std::int32_t column, std::int32_t& failed_pivot);
+  ColumnBlock block_at(std::int32_t first, std::int32_t end) const;
+  [[nodiscard]] std::int32_t factorise_block(const ColumnBlock& block);
+  void bring_in(const ColumnBlock& block, std::span<const std::int32_t> rows);
+  void finish_row(const ColumnBlock& block, std::int32_t row);
+  void subtract_product(std::int32_t i, std::int32_t j, std::int32_t k);
 
   std::int32_t size_ = 0;
   std::int32_t tile_size_ = 0;

@@ -50,16 +50,15 @@ ImageNormals::ImageNormals(NormalMatrix& normal, std::vector<std::int32_t> block
     width_ += widths_.back();
   }
   stride_ = stride_of(width_);
-  const auto stride = static_cast<std::size_t>(stride_);
-  weighted_.assign(2 * stride, 0.0);
-  products_.assign(stride * stride, 0.0);
-  sums_.assign(stride, 0.0);
+  start();
 }
 
-void ImageNormals::start() {
-  std::fill(products_.begin(), products_.end(), 0.0);
-  std::fill(sums_.begin(), sums_.end(), 0.0);
-  lPl_ = 0.0;
+void ImageNormals::start(ImageSums& sums) const {
+  const auto stride = static_cast<std::size_t>(stride_);
+  sums.weighted.resize(2 * stride);
+  sums.products.assign(stride * stride, 0.0);
+  sums.sums.assign(stride, 0.0);
+  sums.lPl = 0.0;
 }
 
 void ImageNormals::add_point(const EquationTarget& target, const double* point,
@@ -76,19 +75,20 @@ void ImageNormals::add_point(const EquationTarget& target, const double* point,
   }
 }
 
-void ImageNormals::add(const EquationTarget& target, const PointEquation& equation, Vector& rhs) {
+void ImageNormals::add(const EquationTarget& target, const PointEquation& equation, Vector& rhs,
+                       ImageSums& sums) const {
   const PointWeights& weights = equation.weights;
   const double(&l)[2] = equation.misclosure;
   const double weighted[2] = {weights.xx * l[0] + weights.xy * l[1],
                               weights.xy * l[0] + weights.yy * l[1]};
-  lPl_ += l[0] * weighted[0] + l[1] * weighted[1];
+  sums.lPl += l[0] * weighted[0] + l[1] * weighted[1];
   add_point(target, equation.point, weights, weighted, rhs);
-  const DesignRows rows{equation.rows.data(), weighted_.data(), width_, stride_};
-  kernel_.add_products(products_.data(), sums_.data(), rows, weights, weighted);
-  add_coupling(target, equation.point, weighted_.data());
+  const DesignRows rows{equation.rows.data(), sums.weighted.data(), width_, stride_};
+  kernel_.add_products(sums.products.data(), sums.sums.data(), rows, weights, weighted);
+  add_coupling(target, equation.point, sums.weighted.data());
 }
 
-bool ImageNormals::add(PackedEquations& equations, Vector& rhs) {
+bool ImageNormals::add(PackedEquations& equations, Vector& rhs, ImageSums& sums) const {
   PackedWeights weights{};
   for (std::int32_t k = 0; k < equations.count; ++k) {
     const double xx = equations.cofactors[0][k];
@@ -100,11 +100,11 @@ bool ImageNormals::add(PackedEquations& equations, Vector& rhs) {
     const double y = equations.misclosure[1][k];
     weights.reduced_x[k] = weights.xx[k] * x;
     weights.reduced_y[k] = weights.yy[k] * y;
-    lPl_ += x * weights.reduced_x[k] + y * weights.reduced_y[k];
+    sums.lPl += x * weights.reduced_x[k] + y * weights.reduced_y[k];
   }
   constexpr auto kLanes = static_cast<std::size_t>(Pack::kSize);
-  equations.rows.resize(std::max(equations.rows.size(), 2 * kLanes * weighted_.size()));
-  kernel_.add_packed_products(products_.data(), sums_.data(),
+  equations.rows.resize(std::max(equations.rows.size(), 2 * kLanes * sums.weighted.size()));
+  kernel_.add_packed_products(sums.products.data(), sums.sums.data(),
                               {equations.x.data()->data(), equations.y.data()->data(),
                                equations.rows.data(), width_, stride_},
                               weights);
@@ -113,7 +113,7 @@ bool ImageNormals::add(PackedEquations& equations, Vector& rhs) {
 }
 
 void ImageNormals::add_packed_points(PackedEquations& equations, const PackedWeights& weights,
-                                     Vector& rhs) {
+                                     Vector& rhs) const {
   const std::ptrdiff_t stride = stride_;
   double* weighted = equations.rows.data() + 2 * std::ptrdiff_t{Pack::kSize} * stride;
   for (std::int32_t k = 0; k < equations.count; ++k) {
@@ -131,25 +131,31 @@ void ImageNormals::add_packed_points(PackedEquations& equations, const PackedWei
 }
 
 void ImageNormals::add_coupling(const EquationTarget& target, const double* point,
-                                double* weighted) {
+                                double* weighted) const {
   const DesignRows design{nullptr, weighted, width_, stride_};
   kernel_.add_coupling({target.rows.coupling, target.starts, widths_.data(),
                         static_cast<std::int32_t>(widths_.size())},
                        point, design);
 }
 
+void ImageNormals::add(const ImageSums& sums) {
+  for (std::size_t i = 0; i < sums_.products.size(); ++i) sums_.products[i] += sums.products[i];
+  for (std::size_t i = 0; i < sums_.sums.size(); ++i) sums_.sums[i] += sums.sums[i];
+  sums_.lPl += sums.lPl;
+}
+
 void ImageNormals::finish(Vector& rhs, double& lPl) {
-  lPl += lPl_;
+  lPl += sums_.lPl;
   std::size_t row = 0;
   for (std::size_t a = 0; a < blocks_.size(); ++a) {
     for (std::int32_t r = 0; r < widths_[a]; ++r, ++row) {
-      rhs[normal_.block_index(blocks_[a]) + r] += sums_[row];
+      rhs[normal_.block_index(blocks_[a]) + r] += sums_.sums[row];
       std::size_t column = row - static_cast<std::size_t>(r);
       for (std::size_t b = a; b < blocks_.size(); ++b) {
         double* const to =
             normal_.block_pair(blocks_[a], blocks_[b]) + std::ptrdiff_t{r} * widths_[b];
         for (std::int32_t c = 0; c < widths_[b]; ++c, ++column) {
-          to[c] += products_[row * sums_.size() + column];
+          to[c] += sums_.products[row * sums_.sums.size() + column];
         }
       }
     }

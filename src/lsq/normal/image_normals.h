@@ -52,6 +52,14 @@ struct PackedEquations {
   std::vector<double> rows;  // working memory of the kernel
 };
 
+// What image points of one image have in common in the normal equations.
+struct ImageSums {
+  std::vector<double> products;  // sum of A'PA, upper triangle
+  std::vector<double> sums;      // sum of A'Pl
+  std::vector<double> weighted;  // working memory: design rows of a point, weighted
+  double lPl = 0.0;
+};
+
 // Sums up the normal equations of one image: every image point gives a group of two correlated
 // observations that touches an object point and the same blocks of the reduced part (its geometry,
 // parameter sets and corrections). What the points have in common is summed up here and added to
@@ -63,18 +71,27 @@ class ImageNormals {
   const std::vector<std::int32_t>& blocks() const { return blocks_; }
 
   // Forgets what was summed up.
-  void start();
+  void start() { start(sums_); }
+  void start(ImageSums& sums) const;
   // Adds one image point, whose rows are as wide as the blocks.
-  void add(const EquationTarget& target, const PointEquation& equation, Vector& rhs);
+  void add(const EquationTarget& target, const PointEquation& equation, Vector& rhs) {
+    add(target, equation, rhs, sums_);
+  }
+  // The same with the image's part summed up by somebody else, who hands it over by `add`: several
+  // may be at it, each at other object points.
+  void add(const EquationTarget& target, const PointEquation& equation, Vector& rhs,
+           ImageSums& sums) const;
   // Adds up to eight image points at once. False when a cofactor is not greater than 0 or infinite;
   // what was added so far is of no use then.
-  [[nodiscard]] bool add(PackedEquations& equations, Vector& rhs);
+  [[nodiscard]] bool add(PackedEquations& equations, Vector& rhs, ImageSums& sums) const;
+  void add(const ImageSums& sums);
   // Adds what is summed up: N, the right-hand side, and l'Pl.
   void finish(Vector& rhs, double& lPl);
 
  private:
-  void add_packed_points(PackedEquations& equations, const PackedWeights& weights, Vector& rhs);
-  void add_coupling(const EquationTarget& target, const double* point, double* weighted);
+  void add_packed_points(PackedEquations& equations, const PackedWeights& weights,
+                         Vector& rhs) const;
+  void add_coupling(const EquationTarget& target, const double* point, double* weighted) const;
   // `point` holds the 2 x 3 design rows of the object point, `weighted` is Pl.
   static void add_point(const EquationTarget& target, const double* point,
                         const PointWeights& weights, const double (&weighted)[2], Vector& rhs);
@@ -83,12 +100,9 @@ class ImageNormals {
   NormalMatrix& normal_;
   std::vector<std::int32_t> blocks_;
   std::vector<std::int32_t> widths_;
-  std::int32_t width_ = 0;        // of all blocks
-  std::int32_t stride_ = 0;       // the same, rounded up to a multiple of 8
-  std::vector<double> weighted_;  // design rows of a point, weighted
-  std::vector<double> products_;  // sum of A'PA, upper triangle
-  std::vector<double> sums_;      // sum of A'Pl
-  double lPl_ = 0.0;
+  std::int32_t width_ = 0;   // of all blocks
+  std::int32_t stride_ = 0;  // the same, rounded up to a multiple of 8
+  ImageSums sums_;
 };
 
 }  // namespace vorn

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <utility>
+
+#include "base/workers.h"
 
 namespace vorn {
 namespace {
@@ -10,16 +13,28 @@ namespace {
 // Room that the columns of one point take in a piece: 3 x 8.
 constexpr std::size_t kColumns = 3 * static_cast<std::size_t>(kPieceWidth);
 
+// What the columns of the batches at work may take per worker [doubles]: a part of the cache.
+constexpr std::size_t kRoomPerWorker = std::size_t{1} << 18U;
+
 std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 std::size_t size_of_next(std::span<const std::int32_t> points) {
   return std::min(points.size(), place(kBatchPoints));
 }
 
+// Row and column of a place in a lower triangle, counted row by row.
+std::pair<std::size_t, std::size_t> pair_of(std::size_t k) {
+  auto row = static_cast<std::size_t>((std::sqrt(8.0 * static_cast<double>(k) + 1.0) - 1.0) / 2.0);
+  // The root may be rounded either way.
+  while (row * (row + 1) / 2 > k) --row;
+  while ((row + 1) * (row + 2) / 2 <= k) ++row;
+  return {row, k - row * (row + 1) / 2};
+}
+
 }  // namespace
 
 PointBatch::PointBatch(const NormalMatrix& normal, const ReducedMatrix& reduced)
-    : normal_(normal), reduced_(reduced), starts_(reduced.pieces().size(), 0) {
+    : normal_(normal), reduced_(reduced), batches_(1) {
   std::vector<std::uint64_t> bits_of(reduced.pieces().size(), 0);
   std::span<const std::int32_t> points = normal.point_order();
   for (; !points.empty(); points = points.subspan(size_of_next(points))) {
@@ -49,81 +64,155 @@ void PointBatch::list_pieces(std::span<const std::int32_t> points,
   num_met_.push_back(met.size());
 }
 
-// Goes to the batch that follows; returns its points.
-std::span<const std::int32_t> PointBatch::advance(std::size_t batch) {
+// Goes to the batch that follows.
+void PointBatch::advance(std::size_t number, Batch& batch) {
   const std::span<const std::int32_t> rest = normal_.point_order().subspan(start_.point);
-  const std::span<const std::int32_t> points = rest.first(size_of_next(rest));
-  running_ = std::span(met_).subspan(start_.met, num_met_[batch]);
-  start_.point += points.size();
-  start_.met += running_.size();
-  return points;
+  batch.points = rest.first(size_of_next(rest));
+  batch.met = std::span(met_).subspan(start_.met, num_met_[number]);
+  start_.point += batch.points.size();
+  start_.met += batch.met.size();
 }
+
+// ---- elimination -------------------------------------------------------------------------------
 
 bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
   start_.clear();
-  for (std::size_t batch = 0; batch < num_met_.size(); ++batch) {
-    if (!line_up_next(advance(batch), diagonal, forward)) return false;
-    kernel_.subtract_batch(reduced_.tiles.tiles(), reduced_.tiles.num_tiles(),
-                           reduced_.tiles.tile_size(), pieces_.data(),
-                           static_cast<std::int32_t>(pieces_.size()));
+  places_.resize(std::max(places_.size(), workers().count()));
+  for (std::size_t next = 0; next < num_met_.size();) {
+    const std::size_t count = take_batches(next);
+    const std::span<Batch> batches = std::span(batches_).first(count);
+    next += count;
+    workers().run(count, [&](std::size_t k, std::size_t worker) {
+      batches[k].positive = line_up_all(batches[k], places_[worker], diagonal, forward);
+    });
+    if (!std::all_of(batches.begin(), batches.end(), [](const Batch& b) { return b.positive; })) {
+      return false;
+    }
+    find_tile_rows(batches);
+    // The right-hand side first, then the tiles.
+    const std::size_t first = forward == nullptr ? 0 : 1;
+    const std::size_t num_tiles = tile_rows_.size() * (tile_rows_.size() + 1) / 2;
+    workers().run(first + num_tiles, [&](std::size_t k, std::size_t) {
+      if (k < first) return subtract_rhs(batches, forward->reduced);
+      const auto [row, column] = pair_of(k - first);
+      subtract(batches, row, column);
+    });
   }
   return true;
 }
 
-// The columns of all points of the running batch.
-bool PointBatch::line_up_next(std::span<const std::int32_t> points, double* diagonal,
-                              const ForwardPass* forward) {
-  make_room();
-  for (const std::int32_t point : points) {
-    if (factor_.factorise(normal_.diagonal(point)) != 0) return false;
+// Takes the batches that follow, as many as are worked at together; returns their number.
+std::size_t PointBatch::take_batches(std::size_t first) {
+  const std::size_t num_workers = workers().count();
+  const std::size_t room = num_workers == 1 ? 0 : num_workers * kRoomPerWorker;
+  std::size_t count = 0;
+  std::size_t taken = 0;
+  do {
+    if (count == batches_.size()) batches_.emplace_back();
+    Batch& batch = batches_[count];
+    advance(first + count++, batch);
+    for (const Met& one : batch.met) taken += kColumns * place(std::popcount(one.points));
+  } while (taken < room && first + count < num_met_.size());
+  return count;
+}
+
+// The columns of all points of a batch. False when a pivot is not greater than 0.
+bool PointBatch::line_up_all(Batch& batch, Places& places, double* diagonal,
+                             const ForwardPass* forward) const {
+  make_room(batch, places);
+  PointFactor factor;
+  for (std::size_t k = 0; k < batch.points.size(); ++k) {
+    const std::int32_t point = batch.points[k];
+    const std::size_t at = place(3 * point);
+    if (factor.factorise(normal_.diagonal(point)) != 0) return false;
     if (diagonal != nullptr) {
-      diagonal[place(3 * point)] = factor_.l00();
-      diagonal[place(3 * point + 1)] = factor_.l11();
-      diagonal[place(3 * point + 2)] = factor_.l22();
+      diagonal[at] = factor.l00();
+      diagonal[at + 1] = factor.l11();
+      diagonal[at + 2] = factor.l22();
     }
-    line_up(point, forward);
+    if (forward != nullptr) {
+      std::copy_n(forward->b + at, 3, batch.y[k]);
+      factor.forward(batch.y[k]);
+      std::copy_n(batch.y[k], 3, forward->y + at);
+    }
+    line_up(factor, point, batch.columns.data(), places);
   }
   return true;
 }
 
 // Makes room for the columns of the pieces.
-void PointBatch::make_room() {
-  pieces_.clear();
+void PointBatch::make_room(Batch& batch, Places& places) const {
+  places.resize(reduced_.pieces().size());
+  batch.pieces.clear();
   std::size_t count = 0;
-  for (const Met& one : running_) {
+  for (const Met& one : batch.met) {
     const TilePiece& at = reduced_.pieces()[place(one.piece)];
-    pieces_.push_back({one.points, nullptr, at.tile, at.offset, at.width});
-    starts_[place(one.piece)] = count;
+    batch.pieces.push_back({one.points, nullptr, at.tile, at.offset, at.width});
+    places[place(one.piece)] = count;
     count += kColumns * place(std::popcount(one.points));
   }
-  if (count > columns_.size()) columns_.resize(count);
-  for (std::size_t k = 0; k < pieces_.size(); ++k) {
-    pieces_[k].v = columns_.data() + starts_[place(running_[k].piece)];
+  if (count > batch.columns.size()) batch.columns.resize(count);
+  for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
+    batch.pieces[k].v = batch.columns.data() + places[place(batch.met[k].piece)];
   }
 }
 
-// Puts the columns of the point that has just been factorised where its pieces have their room; the
-// points come in the order of their bits. V = L^-1 N_pr, y = L^-1 b_p, b_r -= V'y.
-void PointBatch::line_up(std::int32_t point, const ForwardPass* forward) {
-  double y[3] = {0.0, 0.0, 0.0};
-  if (forward != nullptr) {
-    std::copy_n(forward->b + place(3 * point), 3, y);
-    factor_.forward(y);
-    std::copy_n(y, 3, forward->y + place(3 * point));
-  }
+// Puts the columns of a point where its pieces have their room; the points come in the order of
+// their bits. V = L^-1 N_pr.
+void PointBatch::line_up(const PointFactor& factor, std::int32_t point, double* columns,
+                         Places& places) const {
   for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
     const double* const n = normal_.coupling(point, at);
     const std::int32_t stride = normal_.block_width(at.block);
     const std::int32_t first = reduced_.first_piece(at.block);
     for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
       const TilePiece& of = reduced_.pieces()[place(piece)];
-      double* const v = columns_.data() + starts_[place(piece)];
-      starts_[place(piece)] += kColumns;
-      double* const rhs =
-          forward == nullptr
-              ? nullptr
-              : forward->reduced + place(of.tile * reduced_.tiles.tile_size() + of.offset);
-      kernel_.divide_piece(factor_.packed(), n + of.column, stride, of.width, v, y, rhs);
+      double* const v = columns + places[place(piece)];
+      places[place(piece)] += kColumns;
+      kernel_.divide_piece(factor.packed(), n + of.column, stride, of.width, v);
+    }
+  }
+}
+
+// Finds the tile rows that the batches meet, and where each batch has its pieces of them.
+void PointBatch::find_tile_rows(std::span<Batch> batches) {
+  tile_rows_.clear();
+  for (const Batch& batch : batches) {
+    for (const BatchPiece& piece : batch.pieces) tile_rows_.push_back(piece.tile);
+  }
+  std::sort(tile_rows_.begin(), tile_rows_.end());
+  tile_rows_.erase(std::unique(tile_rows_.begin(), tile_rows_.end()), tile_rows_.end());
+  for (Batch& batch : batches) {
+    batch.in_tile_row.assign(tile_rows_.size(), {});
+    const BatchPiece* piece = batch.pieces.data();
+    const BatchPiece* const end = piece + batch.pieces.size();
+    for (std::size_t row = 0; row < tile_rows_.size(); ++row) {
+      TilePieces& in_row = batch.in_tile_row[row];
+      in_row.begin = piece;
+      while (piece != end && piece->tile == tile_rows_[row]) ++piece;
+      in_row.end = piece;
+    }
+  }
+}
+
+// S -= V'V in the tile where two of the tile rows meet.
+void PointBatch::subtract(std::span<const Batch> batches, std::size_t row,
+                          std::size_t column) const {
+  double* const tile = reduced_.tiles.tile(tile_rows_[row], tile_rows_[column]);
+  // Pieces without a common point may meet where there is no tile.
+  if (tile == nullptr) return;
+  for (const Batch& batch : batches) {
+    kernel_.subtract_pairs(tile, reduced_.tiles.tile_size(), batch.in_tile_row[row],
+                           batch.in_tile_row[column]);
+  }
+}
+
+// b_r -= V'y.
+void PointBatch::subtract_rhs(std::span<const Batch> batches, double* rhs) const {
+  const std::int32_t size = reduced_.tiles.tile_size();
+  for (const Batch& batch : batches) {
+    for (const BatchPiece& piece : batch.pieces) {
+      kernel_.subtract_rhs(rhs + place(piece.tile * size + piece.offset), piece, batch.y[0]);
     }
   }
 }
@@ -131,18 +220,24 @@ void PointBatch::line_up(std::int32_t point, const ForwardPass* forward) {
 // ---- the way back ------------------------------------------------------------------------------
 
 // U = V Z of the batch that follows; returns its points.
-std::span<const std::int32_t> PointBatch::multiply_next(const TileMatrix& z, std::size_t batch) {
-  const std::span<const std::int32_t> points = advance(batch);
-  (void)line_up_next(points, nullptr, nullptr);  // the pivots passed when N was factorised
-  products_.assign(columns_.size(), 0.0);
-  for (BatchPiece& piece : pieces_) piece.u = products_.data() + (piece.v - columns_.data());
-  kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), pieces_.data(),
-                         static_cast<std::int32_t>(pieces_.size()));
-  // The points are taken out in the order in which they were lined up.
-  for (std::size_t k = 0; k < pieces_.size(); ++k) {
-    starts_[place(running_[k].piece)] = static_cast<std::size_t>(pieces_[k].v - columns_.data());
+std::span<const std::int32_t> PointBatch::multiply_next(const TileMatrix& z, std::size_t number) {
+  places_.resize(std::max(places_.size(), std::size_t{1}));
+  Batch& batch = batches_.front();
+  Places& places = places_.front();
+  advance(number, batch);
+  (void)line_up_all(batch, places, nullptr, nullptr);  // the pivots passed when N was factorised
+  products_.assign(batch.columns.size(), 0.0);
+  for (BatchPiece& piece : batch.pieces) {
+    piece.u = products_.data() + (piece.v - batch.columns.data());
   }
-  return points;
+  kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), batch.pieces.data(),
+                         static_cast<std::int32_t>(batch.pieces.size()));
+  // The points are taken out in the order in which they were lined up.
+  for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
+    places[place(batch.met[k].piece)] =
+        static_cast<std::size_t>(batch.pieces[k].v - batch.columns.data());
+  }
+  return batch.points;
 }
 
 PointBatch::Product PointBatch::take_out(std::int32_t point) {
@@ -151,16 +246,17 @@ PointBatch::Product PointBatch::take_out(std::int32_t point) {
   taken_out_.resize(std::max(taken_out_.size(), 6 * width));
   double* const v = taken_out_.data();
   double* const u = v + 3 * width;
+  Places& places = places_.front();
+  const double* const columns = batches_.front().columns.data();
   for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
     const std::int32_t first = reduced_.first_piece(at.block);
     for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
       const TilePiece& of = reduced_.pieces()[place(piece)];
-      const std::size_t from =
-          std::exchange(starts_[place(piece)], starts_[place(piece)] + kColumns);
+      const std::size_t from = std::exchange(places[place(piece)], places[place(piece)] + kColumns);
       const std::size_t to = place(at.start / 3 + of.column);
       for (std::size_t r = 0; r < 3; ++r) {
         const std::size_t row = from + r * place(kPieceWidth);
-        std::copy_n(columns_.data() + row, of.width, v + r * width + to);
+        std::copy_n(columns + row, of.width, v + r * width + to);
         std::copy_n(products_.data() + row, of.width, u + r * width + to);
       }
     }

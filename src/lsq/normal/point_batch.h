@@ -22,7 +22,8 @@ struct ForwardPass {
 
 // The points of a matrix on their way to the reduced matrix and back, up to 64 at once. Their
 // columns V = L^-1 N_pr are lined up by the pieces of the reduced matrix that they meet, so that
-// every pair of pieces is met once with all points that it has in common.
+// every pair of pieces is met once with all points that it has in common. Several workers line up a
+// batch each and then subtract in a tile each, batch after batch, which is the order of one worker.
 class PointBatch {
  public:
   PointBatch(const NormalMatrix& normal, const ReducedMatrix& reduced);
@@ -62,26 +63,43 @@ class PointBatch {
     void clear() { *this = {}; }
   };
 
+  // A batch with its columns.
+  struct Batch {
+    std::span<const std::int32_t> points;
+    std::span<const Met> met;
+    std::vector<BatchPiece> pieces;
+    std::vector<double> columns;
+    double y[kBatchPoints][3];            // L^-1 b_p of the points
+    std::vector<TilePieces> in_tile_row;  // for each tile row that the batches at work meet
+    bool positive = false;                // all pivots are
+  };
+  // Where the next point's columns go, for all pieces of the reduced matrix.
+  using Places = std::vector<std::size_t>;
+
   void list_pieces(std::span<const std::int32_t> points, std::vector<std::uint64_t>& bits_of);
-  std::span<const std::int32_t> advance(std::size_t batch);
-  [[nodiscard]] bool line_up_next(std::span<const std::int32_t> points, double* diagonal,
-                                  const ForwardPass* forward);
-  void make_room();
-  void line_up(std::int32_t point, const ForwardPass* forward);
-  std::span<const std::int32_t> multiply_next(const TileMatrix& z, std::size_t batch);
+  void advance(std::size_t number, Batch& batch);
+  std::size_t take_batches(std::size_t first);
+  [[nodiscard]] bool line_up_all(Batch& batch, Places& places, double* diagonal,
+                                 const ForwardPass* forward) const;
+  void make_room(Batch& batch, Places& places) const;
+  void line_up(const PointFactor& factor, std::int32_t point, double* columns,
+               Places& places) const;
+  void find_tile_rows(std::span<Batch> batches);
+  void subtract(std::span<const Batch> batches, std::size_t row, std::size_t column) const;
+  void subtract_rhs(std::span<const Batch> batches, double* rhs) const;
+  std::span<const std::int32_t> multiply_next(const TileMatrix& z, std::size_t number);
   Product take_out(std::int32_t point);
 
   const Kernels& kernel_ = kernels();
   const NormalMatrix& normal_;
   const ReducedMatrix& reduced_;
-  PointFactor factor_;
   std::vector<Met> met_;  // by all batches
   std::vector<std::size_t> num_met_;
-  std::vector<std::size_t> starts_;  // of all pieces: where the next point's columns go
-  std::vector<BatchPiece> pieces_;   // of the running batch
-  std::vector<double> columns_;
   Start start_;
-  std::span<const Met> running_;   // what the running batch meets
+  std::vector<Batch> batches_;           // at work
+  std::vector<Places> places_;           // of all workers
+  std::vector<std::int32_t> tile_rows_;  // that the batches at work meet, ascending
+  PointFactor factor_;
   std::vector<double> products_;   // U of the running batch, laid out as the columns
   std::vector<double> taken_out_;  // V and U of one point
 };

@@ -26,6 +26,7 @@
 #include <algorithm>
 #include <span>
 
+#include "base/workers.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/normal/point_factor.h"
 
@@ -192,13 +193,20 @@ void PointElimination::substitute_back(std::vector<double>& reduced, Vector& x) 
     std::copy_n(reduced.data() + reduced_.start(k), normal_.block_width(k),
                 x.data() + normal_.block_index(k));
   }
+  constexpr std::size_t kGrain = 512;
+  for_each_range(
+      normal_.point_order().size(), kGrain,
+      [&](std::size_t begin, std::size_t end, std::size_t) { substitute_points(begin, end, x); });
+}
+
+// The points that stand at [begin, end) of the order, whose blocks are known.
+void PointElimination::substitute_points(std::size_t begin, std::size_t end, Vector& x) const {
   const Kernels& kernel = kernels();
-  const std::span<const std::int32_t> order = normal_.point_order();
   std::vector<BlockProduct> products;
   PointFactor factor;
-  for (std::size_t k = 0; k < order.size(); ++k) {
+  for (std::size_t k = begin; k < end; ++k) {
     normal_.prefetch_point(k + 2);
-    const std::int32_t i = order[k];
+    const std::int32_t i = normal_.point_order()[k];
     (void)factor.factorise(normal_.diagonal(i));  // passed when N was factorised
     products.clear();
     for (const NormalMatrix::PointBlock& at : normal_.blocks_of(i)) {

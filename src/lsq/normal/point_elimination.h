@@ -38,6 +38,7 @@ class PointElimination : public NormalFactor {
   std::int32_t failing_unknown(std::int32_t row) const;
   std::vector<double> reduced_rhs(const Vector& b) const;
   void substitute_back(std::vector<double>& reduced, Vector& x) const;
+  void substitute_points(std::size_t begin, std::size_t end, Vector& x) const;
 
   ReducedMatrix reduced_;              // S, then its factor
   std::unique_ptr<PointBatch> batch_;  // working memory of all factorisations

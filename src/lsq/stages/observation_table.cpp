@@ -3,12 +3,21 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/workers.h"
 #include "text/text_writer.h"
 
 namespace vorn {
 namespace {
 
 constexpr auto kBatch = static_cast<std::size_t>(kBatchPoints);
+
+// Observed points of a project that is one chunk, of a chunk otherwise, and of each image of a
+// chunk in the mean: sums of few are not worth adding up.
+constexpr std::size_t kOneChunk = 32768;
+constexpr std::size_t kFewest = 4096;
+constexpr std::size_t kFewestPerImage = 64;
+
+std::size_t index_of(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 std::size_t number_of(const ObjectPoint& point) {
   return static_cast<std::size_t>(point.index / 3);
@@ -97,7 +106,7 @@ class ObservationTable::Sorter {
       const std::size_t rank = ranks_[number_of(*object_point)];
       Room& room = rooms_[rank / kBatch];
       if (std::exchange(room.last_image, number) != number) {
-        table_.segments_[room.segments++] = {number, 0};
+        table_.segments_[room.segments++] = {number, 0, 0};
       }
       ++table_.segments_[room.segments - 1].count;
       table_.observations_[room.observations++] = observation_of(point, *image.camera);
@@ -129,6 +138,42 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
     points_.push_back({by_number[static_cast<std::size_t>(number)], normal.point_rows(number)});
   }
   Sorter(*this, images, object_points).sort(normal);
+  find_chunks();
+  takes_packs_ = std::all_of(images_.begin(), images_.end(),
+                             [](const auto& image) { return image->equations.takes_packs(); });
+}
+
+void ObservationTable::find_chunks() {
+  std::vector<std::int32_t> place_in_chunk(images_.size(), -1);
+  Chunk next{0, 0, 0, 0, {}};
+  const bool one_chunk = observations_.size() < kOneChunk;
+  const auto close = [&] {
+    Chunk& chunk = chunks_.emplace_back(next);
+    for (const std::int32_t image : chunk.images) place_in_chunk[index_of(image)] = -1;
+    next.images.clear();
+  };
+  Chunk end = next;
+  for (const std::int32_t num_segments : num_segments_) {
+    for (std::int32_t left = num_segments; left > 0; --left) {
+      Segment& segment = segments_[end.segment++];
+      std::int32_t& place = place_in_chunk[index_of(segment.image)];
+      if (place < 0) {
+        place = static_cast<std::int32_t>(next.images.size());
+        next.images.push_back(segment.image);
+      }
+      segment.place = place;
+      const auto count = index_of(segment.count);
+      end.observation += count;
+      end.place += count * (1 + images_[index_of(segment.image)]->normals.blocks().size());
+    }
+    ++end.batch;
+    const std::size_t enough = std::max(kFewest, kFewestPerImage * next.images.size());
+    if (one_chunk || end.observation - next.observation < enough) continue;
+    close();
+    next = end;
+  }
+  if (end.batch > next.batch) close();
+  chunks_.push_back(end);
 }
 
 // ---- adding up ---------------------------------------------------------------------------------
@@ -142,35 +187,27 @@ void ObservationTable::load(std::span<const Point> points, Batch& batch, const V
   }
 }
 
+std::span<const ObservationTable::Point> ObservationTable::points_of_batch(
+    std::size_t batch) const {
+  const std::size_t from = std::min(batch * kBatch, points_.size());
+  return std::span(points_).subspan(from, std::min(kBatch, points_.size() - from));
+}
+
 bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count) {
   normal.zero_reduced();
   for (const auto& image : images_) image->normals.start();
-  Batch batch;
-  Next next{observations_.data(), places_.data()};
-  const Segment* segment = segments_.data();
-  std::size_t first = 0;
-  for (const std::int32_t num_segments : num_segments_) {
-    const auto points_from = [this](std::size_t from) {
-      from = std::min(from, points_.size());
-      return std::span(points_).subspan(from, std::min(kBatch, points_.size() - from));
-    };
-    const std::span<const Point> points = points_from(first);
-    // Object points lie far apart: those of the next batch are asked for.
-    for (const Point& later : points_from(first + kBatch)) {
-      __builtin_prefetch(&later.object_point->index);
-      __builtin_prefetch(&later.object_point->xyz);
-      __builtin_prefetch(&later.object_point->xyz[2]);
+  // Equations that are not formed in packs have their working memory at the image.
+  const std::size_t at_once = takes_packs_ ? 2 * workers().count() : 1;
+  work_.resize(std::min(at_once, chunks_.size()));
+  for (std::size_t first = 0; first + 1 < chunks_.size(); first += work_.size()) {
+    const std::size_t num_chunks = std::min(work_.size(), chunks_.size() - 1 - first);
+    workers().run(num_chunks, [&](std::size_t k, std::size_t) {
+      work_[k].formed = add(chunks_[first + k], work_[k], normal, rhs);
+    });
+    for (std::size_t k = 0; k < num_chunks; ++k) {
+      if (!work_[k].formed) return false;
     }
-    load(points, batch, rhs);
-    normal.zero_points(static_cast<std::int32_t>(first), static_cast<std::int32_t>(points.size()));
-    first += points.size();
-    for (const Segment* const end = segment + num_segments; segment != end; ++segment) {
-      const bool packed =
-          images_[static_cast<std::size_t>(segment->image)]->equations.takes_packs();
-      if (!(packed ? add_packed(*segment, batch, next, rhs) : add(*segment, batch, next, rhs))) {
-        return false;
-      }
-    }
+    add_sums(first, num_chunks);
   }
   for (const auto& image : images_) image->normals.finish(rhs, lPl);
   count += 2 * static_cast<std::int32_t>(observations_.size());
@@ -180,48 +217,95 @@ bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::
   return true;
 }
 
+// Adds the sums of the chunks that were worked at to the images, each of which is one worker's.
+void ObservationTable::add_sums(std::size_t first, std::size_t count) {
+  const std::size_t num_parts = workers().count();
+  workers().run(num_parts, [&](std::size_t part, std::size_t) {
+    for (std::size_t k = 0; k < count; ++k) {
+      const std::vector<std::int32_t>& images = chunks_[first + k].images;
+      for (std::size_t i = 0; i < images.size(); ++i) {
+        const std::size_t image = index_of(images[i]);
+        if (image % num_parts == part) images_[image]->normals.add(work_[k].sums[i]);
+      }
+    }
+  });
+}
+
+// One chunk, batch by batch.
+bool ObservationTable::add(const Chunk& chunk, Work& work, NormalMatrix& normal,
+                           Vector& rhs) const {
+  const Chunk& end = *(&chunk + 1);
+  work.sums.resize(std::max(work.sums.size(), chunk.images.size()));
+  for (std::size_t i = 0; i < chunk.images.size(); ++i) {
+    images_[index_of(chunk.images[i])]->normals.start(work.sums[i]);
+  }
+  work.next = {observations_.data() + chunk.observation, places_.data() + chunk.place};
+  const Segment* segment = segments_.data() + chunk.segment;
+  for (std::size_t number = chunk.batch; number < end.batch; ++number) {
+    // Object points lie far apart: those of the next batch are asked for.
+    for (const Point& later : points_of_batch(number + 1)) {
+      __builtin_prefetch(&later.object_point->index);
+      __builtin_prefetch(&later.object_point->xyz);
+      __builtin_prefetch(&later.object_point->xyz[2]);
+    }
+    const std::span<const Point> points = points_of_batch(number);
+    load(points, work.batch, rhs);
+    normal.zero_points(static_cast<std::int32_t>(number * kBatch),
+                       static_cast<std::int32_t>(points.size()));
+    for (std::int32_t left = num_segments_[number]; left > 0; --left, ++segment) {
+      const bool packed = images_[index_of(segment->image)]->equations.takes_packs();
+      if (!(packed ? add_packed(*segment, work, rhs) : add(*segment, work, rhs))) return false;
+    }
+  }
+  return true;
+}
+
 ObservationTable::Next ObservationTable::after(const Next& next, const Image& image) {
   return {next.observation + 1, next.places + 1 + image.normals.blocks().size()};
 }
 
-bool ObservationTable::add(const Segment& segment, const Batch& batch, Next& next, Vector& rhs) {
-  Image& image = *images_[static_cast<std::size_t>(segment.image)];
+bool ObservationTable::add(const Segment& segment, Work& work, Vector& rhs) const {
+  Image& image = *images_[index_of(segment.image)];
+  const Batch& batch = work.batch;
+  Next& next = work.next;
   for (std::int32_t left = segment.count; left > 0; --left) {
-    const auto k = static_cast<std::size_t>(*next.places);
+    const std::size_t k = index_of(*next.places);
     const EquationTarget target{batch.points[k].rows, next.places + 1, batch.index[k]};
     // The images print what there is to print, and each message once.
     if (image.equations.is_singular_at(batch.xyz[k])) return false;
-    if (image.equations.linearise(*next.observation, batch.xyz[k], equation_) !=
+    if (image.equations.linearise(*next.observation, batch.xyz[k], work.equation) !=
         ObservationEquations::Outcome::formed) {
       return false;
     }
-    image.normals.add(target, equation_, rhs);
+    image.normals.add(target, work.equation, rhs, work.sums[index_of(segment.place)]);
     next = after(next, image);
   }
   return true;
 }
 
-bool ObservationTable::add_packed(const Segment& segment, const Batch& batch, Next& next,
-                                  Vector& rhs) {
-  Image& image = *images_[static_cast<std::size_t>(segment.image)];
+bool ObservationTable::add_packed(const Segment& segment, Work& work, Vector& rhs) const {
+  const Image& image = *images_[index_of(segment.image)];
+  const Batch& batch = work.batch;
+  Next& next = work.next;
+  PackedEquations& packed = work.packed;
   PackPair observed;
   Vec3Of<Pack> object_points;
-  for (std::int32_t left = segment.count; left > 0; left -= packed_.count) {
-    packed_.count = std::min(left, Pack::kSize);
+  for (std::int32_t left = segment.count; left > 0; left -= packed.count) {
+    packed.count = std::min(left, Pack::kSize);
     for (std::int32_t lane = 0; lane < Pack::kSize; ++lane) {
-      const auto k = static_cast<std::size_t>(*next.places);
+      const std::size_t k = index_of(*next.places);
       for (std::size_t i = 0; i < 2; ++i) {
         observed[i].set(lane, next.observation->xy[i]);
-        packed_.cofactors[i].set(lane, next.observation->cofactors[i]);
+        packed.cofactors[i].set(lane, next.observation->cofactors[i]);
       }
       for (std::size_t i = 0; i < 3; ++i) object_points[i].set(lane, batch.xyz[k][i]);
-      packed_.targets[lane] = {batch.points[k].rows, next.places + 1, batch.index[k]};
+      packed.targets[lane] = {batch.points[k].rows, next.places + 1, batch.index[k]};
       // The last point serves the lanes that are left over, too.
-      if (lane < packed_.count - 1) next = after(next, image);
+      if (lane < packed.count - 1) next = after(next, image);
     }
     next = after(next, image);
-    if (!image.equations.linearise(observed, object_points, packed_)) return false;
-    if (!image.normals.add(packed_, rhs)) return false;
+    if (!image.equations.linearise(observed, object_points, packed)) return false;
+    if (!image.normals.add(packed, rhs, work.sums[index_of(segment.place)])) return false;
   }
   return true;
 }

@@ -35,7 +35,16 @@ class ObservationTable {
   // Observations of one image within a batch.
   struct Segment {
     std::int32_t image;
+    std::int32_t place;  // of the image among those of the chunk
     std::int32_t count;
+  };
+  // Consecutive batches: where they begin, and the images that they meet.
+  struct Chunk {
+    std::size_t batch;
+    std::size_t segment;
+    std::size_t observation;
+    std::size_t place;
+    std::vector<std::int32_t> images;
   };
   struct Point {
     const ObjectPoint* object_point;
@@ -60,12 +69,25 @@ class ObservationTable {
     const Observation* observation;
     const std::int32_t* places;
   };
+  // A chunk that is worked at.
+  struct Work {
+    std::vector<ImageSums> sums;  // of the chunk's images
+    Next next;
+    Batch batch;
+    PointEquation equation;
+    PackedEquations packed;
+    bool formed = false;
+  };
   class Sorter;
 
   static Next after(const Next& next, const Image& image);
   static void load(std::span<const Point> points, Batch& batch, const Vector& rhs);
-  bool add(const Segment& segment, const Batch& batch, Next& next, Vector& rhs);
-  bool add_packed(const Segment& segment, const Batch& batch, Next& next, Vector& rhs);
+  std::span<const Point> points_of_batch(std::size_t batch) const;
+  void find_chunks();
+  bool add(const Chunk& chunk, Work& work, NormalMatrix& normal, Vector& rhs) const;
+  bool add(const Segment& segment, Work& work, Vector& rhs) const;
+  bool add_packed(const Segment& segment, Work& work, Vector& rhs) const;
+  void add_sums(std::size_t first, std::size_t count);
 
   std::vector<std::unique_ptr<Image>> images_;
   std::vector<Point> points_;               // in the order of the normal matrix
@@ -76,8 +98,9 @@ class ObservationTable {
   // within the coupling of the point.
   std::vector<std::int32_t> places_;
   std::vector<const ImagePoint*> unresolved_;  // without object point, in the order of the images
-  PointEquation equation_;                     // working memory
-  PackedEquations packed_;
+  std::vector<Chunk> chunks_;                  // a last one marks the end
+  std::vector<Work> work_;
+  bool takes_packs_ = true;  // all images do
 };
 
 }  // namespace vorn

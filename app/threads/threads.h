@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+
+namespace vorn::app {
+
+// Whether the command was built with a runtime for threads (OpenMP).
+bool has_threads();
+// The cores that this process may use; 1 without threads.
+std::size_t available_cores();
+// From now on adjustments are worked at by so many threads, the caller among them. More than one
+// needs `has_threads`.
+void use_threads(std::size_t count);
+
+}  // namespace vorn::app

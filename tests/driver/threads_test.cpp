@@ -1,0 +1,79 @@
+// Whole projects, worked at by one and by several threads.
+
+#include "app/threads/threads.h"
+
+#include <filesystem>
+#include <map>
+#include <new>
+
+#include "base/workers.h"
+#include "support/project_test.h"
+#include "support/text_compare.h"
+#include "support/thread_team.h"
+
+namespace vorn {
+namespace {
+
+using test::SyntheticSpec;
+
+// All files of a run and what it prints, without times.
+using Files = std::map<std::string, std::string>;
+
+Files run(const SyntheticSpec& spec) {
+  const test::TempDir dir;
+  make_synthetic_project(spec).write(dir);
+  ls_params() = LSParams();
+  const test::BundleRun run = test::run_bundle(dir.path("project.ctl"), 1);
+  EXPECT_EQ(run.result, 1) << run.output;
+  Files files = {{"standard output", run.output}, {"error stream", run.errors}};
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    files[entry.path().filename().string()] = test::without_times(test::file_text(entry.path()));
+  }
+  return files;
+}
+
+class Threads : public testing::TestWithParam<SyntheticSpec> {};
+
+TEST_P(Threads, EndWithTheSameBytes) {
+  const Files alone = run(GetParam());
+  for (const std::size_t count : {2U, 3U, 7U}) {
+    const test::ThreadTeam team(count);
+    EXPECT_EQ(run(GetParam()), alone) << count << " threads";
+  }
+}
+
+// Several chunks of observations and batches of points; many images, so that there are several
+// tiles; types of orientation that are not taken in packs.
+INSTANTIATE_TEST_SUITE_P(
+    Projects, Threads,
+    testing::Values(
+        SyntheticSpec{.ap_sets = {"p12"}, .images = 24, .points = 1500},
+        SyntheticSpec{.cameras = {"camera-frame", "camera-ccd"},
+                      .orientations = {"ext-ori-pok-rot", "ext-ori-quaternion"},
+                      .ap_sets = {"gap"},
+                      .images = 60,
+                      .points = 130},
+        SyntheticSpec{.cameras = {"camera-pushbroom"}, .images = 9, .points = 150, .triples = 1}));
+
+// The program's own threads: every part once, and exceptions come out.
+TEST(Workers, DoEveryPartOnceAndHandExceptionsOver) {
+  for (const std::size_t count : {1U, 2U, 5U}) {
+    if (count > 1 && !app::has_threads()) continue;
+    app::use_threads(count);
+    EXPECT_EQ(workers().count(), count);
+    std::vector<int> done(1000, 0);
+    for_each_range(done.size(), 7, [&](std::size_t begin, std::size_t end, std::size_t worker) {
+      EXPECT_LT(worker, count);
+      for (std::size_t k = begin; k < end; ++k) ++done[k];
+    });
+    EXPECT_EQ(done, std::vector<int>(1000, 1));
+    const auto run_out = [](std::size_t k, std::size_t) {
+      if (k == 60) throw std::bad_alloc();
+    };
+    EXPECT_THROW(workers().run(100, run_out), std::bad_alloc) << count;
+  }
+  app::use_threads(1);
+}
+
+}  // namespace
+}  // namespace vorn
