@@ -5,20 +5,22 @@ include(CMakePackageConfigHelpers)
 
 # Header, library and, on Windows, the import library and the list of exports, from which any other
 # linker can make one of its own.
-install(TARGETS vorn EXPORT VornTargets
+install(TARGETS vorn vorn_session EXPORT VornTargets
   RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(FILES "${PROJECT_SOURCE_DIR}/include/vorn/vorn.h"
+  "${PROJECT_SOURCE_DIR}/include/vorn/session.h"
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/vorn")
 if(WIN32)
-  install(FILES "${PROJECT_SOURCE_DIR}/cmake/vorn.def" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+  install(FILES "${PROJECT_SOURCE_DIR}/cmake/vorn.def"
+    "${PROJECT_SOURCE_DIR}/cmake/vorn_session.def" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 endif()
 if(TARGET vorn_command)
   install(TARGETS vorn_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
-# find_package(Vorn) gives the target Vorn::vorn.
+# find_package(Vorn) gives the targets Vorn::vorn and Vorn::vorn_session.
 set(vorn_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Vorn")
 install(EXPORT VornTargets NAMESPACE Vorn:: DESTINATION "${vorn_package_dir}")
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/VornConfig.cmake.in"
@@ -33,8 +35,11 @@ cmake_path(SET vorn_pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
   BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${vorn_pkgconfig_dir}"
   OUTPUT_VARIABLE vorn_prefix_from_pkgconfig)
-configure_file("${PROJECT_SOURCE_DIR}/packaging/vorn.pc.in" "${PROJECT_BINARY_DIR}/vorn.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/vorn.pc" DESTINATION "${vorn_pkgconfig_dir}")
+foreach(library IN ITEMS vorn vorn_session)
+  configure_file("${PROJECT_SOURCE_DIR}/packaging/${library}.pc.in"
+    "${PROJECT_BINARY_DIR}/${library}.pc" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${library}.pc" DESTINATION "${vorn_pkgconfig_dir}")
+endforeach()
 
 if(TARGET vorn_command AND NOT CMAKE_CROSSCOMPILING)
   install(FILES "${PROJECT_BINARY_DIR}/vorn.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
@@ -55,7 +60,7 @@ install(CODE "
   set(vorn_doc_dir \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
   set(vorn_include_from_doc \"${vorn_include_from_doc}\")")
 install(CODE [[
-  foreach(page IN ITEMS README.md docs/hosting.md)
+  foreach(page IN ITEMS README.md docs/hosting.md docs/session.md)
     file(READ "${vorn_doc_dir}/${page}" text)
     string(REPLACE "](include/" "](${vorn_include_from_doc}/" text "${text}")
     string(REPLACE "](../include/" "](../${vorn_include_from_doc}/" text "${text}")

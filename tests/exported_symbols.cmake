@@ -1,5 +1,6 @@
-# cmake -D LIBRARY=... -D NM=... -D OBJDUMP=... -P exported_symbols.cmake
-# Fails unless the shared library exports the two entry points, undecorated, and nothing else.
+# cmake -D LIBRARY=... -D HEADER=... -D NM=... -D OBJDUMP=... -P exported_symbols.cmake
+# Fails unless the shared library exports the functions that its header declares, undecorated, and
+# nothing else.
 
 if(LIBRARY MATCHES "\\.dll$")
   execute_process(COMMAND "${OBJDUMP}" -p "${LIBRARY}"
@@ -17,7 +18,11 @@ endif()
 
 list(TRANSFORM symbols STRIP)
 list(SORT symbols)
-if(NOT symbols STREQUAL "VornBundle;VornScanBundle")
-  message(FATAL_ERROR "${LIBRARY} exports: ${symbols}\nwanted: VornBundle;VornScanBundle")
+file(READ "${HEADER}" header)
+string(REGEX MATCHALL "\n(int32_t|const char\\*) [A-Za-z_]+\\(" wanted "${header}")
+list(TRANSFORM wanted REPLACE "\n(int32_t|const char\\*) ([A-Za-z_]+)\\(" "\\2")
+list(SORT wanted)
+if(NOT wanted OR NOT symbols STREQUAL wanted)
+  message(FATAL_ERROR "${LIBRARY} exports: ${symbols}\nwanted: ${wanted}")
 endif()
 message(STATUS "${LIBRARY} exports ${symbols}")

@@ -14,24 +14,10 @@ namespace {
 namespace fs = std::filesystem;
 
 // From the bottom up: a folder includes itself and those before it.
-const std::vector<std::string> kLayers = {"base",
-                                          "text",
-                                          "lsq/linalg",
-                                          "lsq/normal",
-                                          "lsq",
-                                          "geometry",
-                                          "sensors",
-                                          "calibration",
-                                          "lsq/stages",
-                                          "report",
-                                          "quality",
-                                          "driver",
-                                          "check",
-                                          "app/threads",
-                                          "app/exchange",
-                                          "app/json",
-                                          "app/report_page",
-                                          "app"};
+const std::vector<std::string> kLayers = {
+    "base",        "text",         "lsq/linalg", "lsq/normal",      "lsq",    "geometry", "sensors",
+    "calibration", "lsq/stages",   "report",     "quality",         "driver", "check",    "session",
+    "app/threads", "app/exchange", "app/json",   "app/report_page", "app"};
 
 // Knots: headers cut them by forward declarations, sources tie them again. A source of the layer
 // may include the header although it lies above.
@@ -64,15 +50,15 @@ TEST(Layering, SourcesIncludeDownwards) {
   const fs::path source_dir = VORN_SOURCE_DIR;
   const std::string start = "#include \"";
   int upwards = 0;
-  for (const fs::path& folder : {source_dir / "src", source_dir / "app"}) {
-    const fs::path root = folder == source_dir / "app" ? source_dir : folder;
+  for (const fs::path& folder : {source_dir / "src", source_dir / "app", source_dir / "session"}) {
+    const fs::path root = folder == source_dir / "src" ? folder : source_dir;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
       const fs::path file = fs::relative(entry.path(), root);
       std::ifstream in(entry.path());
       for (std::string line; std::getline(in, line);) {
         if (!line.starts_with(start)) continue;
         const std::string header = line.substr(start.size(), line.rfind('"') - start.size());
-        if (header == "vorn/vorn.h" || header.find('/') == std::string::npos) continue;
+        if (header.starts_with("vorn/") || header.find('/') == std::string::npos) continue;
         EXPECT_TRUE(may_include(file, header)) << file.generic_string() << " includes " << header;
         upwards += may_include(header, file.generic_string()) ? 0 : 1;
       }

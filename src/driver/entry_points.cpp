@@ -1,36 +1,11 @@
-#include <atomic>
 #include <cstdio>
 #include <string>
 
 #include "base/floating_point_state.h"
 #include "driver/run.h"
+#include "driver/run_permit.h"
 #include "text/text_writer.h"
 #include "vorn/vorn.h"
-
-namespace vorn {
-namespace {
-
-// Set while a run is under way: the current directory, the least-squares parameters and the console
-// belong to the process, so a second run would mix its files with those of the first.
-std::atomic_flag run_under_way;
-
-// The one run of this process, if it could be had.
-class RunPermit {
- public:
-  RunPermit() : granted_(!run_under_way.test_and_set(std::memory_order_acquire)) {}
-  ~RunPermit() {
-    if (granted_) run_under_way.clear(std::memory_order_release);
-  }
-  RunPermit(const RunPermit&) = delete;
-  RunPermit& operator=(const RunPermit&) = delete;
-  [[nodiscard]] bool granted() const { return granted_; }
-
- private:
-  bool granted_;
-};
-
-}  // namespace
-}  // namespace vorn
 
 extern "C" {
 

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
+#include <memory>
+#include <utility>
 
 #include "driver/bundle_project.h"
 #include "driver/output_guard.h"
@@ -210,6 +212,15 @@ void look_into_failure(const Run& run, BundleProject& project, TextWriter& repor
   if (has_normal_equations(project)) tell_diagnosis(run.request, project, false);
 }
 
+// Gives the project away, without those who are gone after the run.
+void hand_over(std::unique_ptr<BundleProject> project, const RunRequest& request) {
+  project->outputs = nullptr;
+  project->on_reading = nullptr;
+  project->on_iteration = nullptr;
+  project->findings = nullptr;
+  request.take(std::move(project));
+}
+
 // Reads, adjusts and reports.
 void run_stages(const RunRequest& request, const PathParts& parts, const std::string& control_path,
                 OutputFiles& outputs, RunSummary& summary) {
@@ -222,7 +233,8 @@ void run_stages(const RunRequest& request, const PathParts& parts, const std::st
 
   RunWatch watch(request.observer, request.max_report_bytes, request.diagnose);
   const Run run{request, summary, outputs, watch};
-  BundleProject project;
+  auto owned = std::make_unique<BundleProject>();
+  BundleProject& project = *owned;
   project.outputs = &outputs;
   watch.attach(project, streams.report);
   project.settings = request.settings;
@@ -236,6 +248,7 @@ void run_stages(const RunRequest& request, const PathParts& parts, const std::st
   if (summary.result != 1 && summary.ending.non_finite.iteration == 0) {
     look_into_failure(run, project, streams.report);
   }
+  if (summary.result == 1 && request.take) hand_over(std::move(owned), request);
 }
 
 void print_failures(const std::vector<OutputFailure>& failures) {

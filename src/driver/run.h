@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,8 @@ struct RunRequest {
   // Where given, sees the project after a completed adjustment, just before it is destroyed. All
   // files are written and closed by then; it is not called when that failed.
   std::function<void(BundleProject&)> inspect = nullptr;
+  // Where given, gets the project after a completed adjustment when everything else is done.
+  std::function<void(std::unique_ptr<BundleProject>)> take = nullptr;
   // Where given, hears what is wrong with a network whose iterations failed, or whose normal
   // equations could be solved by rounding only. It takes a diagnosis, at the approximate values.
   std::function<void(const Diagnosis&)> hear_diagnosis = nullptr;

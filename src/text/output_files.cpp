@@ -165,6 +165,7 @@ TextWriter& OutputFiles::open(const std::string& path, const std::string& kept_a
     if (!file.writer.open(path)) fail(file, file.writer.error());
     return file.writer;
   }
+  if (mode_ == OutputMode::discarded) return file.writer;
   file.temporary = temporary_name(path, files_.size());
   // A signal that comes from here on finds the file.
   Temporary& known = temporaries[num_temporaries];

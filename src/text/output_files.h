@@ -15,6 +15,8 @@ enum class OutputMode {
   // They are written beside their names and take them when all of them are complete: whoever reads
   // them finds either all of the old ones or all of the new ones.
   replaced,
+  // There are none: what is written is discarded.
+  discarded,
 };
 
 // A file that is not complete, and why.
@@ -40,6 +42,7 @@ class OutputFiles {
   // written and counts as a failure. `kept_as`, where given, is the name under which an abandoned
   // file stays.
   TextWriter& open(const std::string& path, const std::string& kept_as = {});
+  [[nodiscard]] OutputMode mode() const { return mode_; }
   // Ends one of the files: nothing more will be written to it.
   void finish(TextWriter& file);
   // Ends all files and, when each is complete, replaces the old ones. False when one is not; in

@@ -111,7 +111,7 @@ void write_vector(TextWriter& out, const Vector& v) {
 template <class Write>
 void write_file(OutputFiles& files, const std::string& name, std::string_view failure,
                 Write write) {
-  if (name == "none") return;
+  if (name == "none" || files.mode() == OutputMode::discarded) return;
   TextWriter& out = files.open(name);
   if (!out.is_open()) {
     standard_output() << failure;

@@ -1,0 +1,188 @@
+// The session library, called as from C.
+
+#include "vorn/session.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/project_test.h"
+
+namespace vorn {
+namespace {
+
+using Numbers = std::vector<double>;
+
+class SessionTest : public test::ProjectTest {
+ protected:
+  SessionTest() {
+    EXPECT_EQ(vorn_session_open(control_file_.c_str(), &session_), VORN_OK);
+    set("files", 0);
+  }
+  ~SessionTest() override { EXPECT_EQ(vorn_session_close(session_), VORN_OK); }
+
+  void set(const char* name, double value) {
+    EXPECT_EQ(vorn_session_set_number(session_, name, value), VORN_OK) << name;
+  }
+  Numbers numbers(const char* table, const char* column) {
+    std::int64_t rows = 0;
+    EXPECT_EQ(vorn_session_count_rows(session_, table, &rows), VORN_OK) << table;
+    Numbers values(static_cast<std::size_t>(rows));
+    EXPECT_EQ(vorn_session_numbers(session_, table, column, values.data(), rows, nullptr), VORN_OK)
+        << table << '.' << column << ": " << vorn_session_error(session_);
+    return values;
+  }
+  double statistic(const char* name) {
+    double value = 0.0;
+    EXPECT_EQ(vorn_session_statistic(session_, name, &value), VORN_OK) << name;
+    return value;
+  }
+
+  vorn_session* session_ = nullptr;
+};
+
+TEST_F(SessionTest, GivesTheResultsOfTheAdjustment) {
+  const std::string here = std::filesystem::current_path();
+  ASSERT_EQ(vorn_session_run(session_), VORN_OK) << vorn_session_error(session_);
+  EXPECT_EQ(std::filesystem::current_path(), here);
+  EXPECT_FALSE(dir_.has("project.out")) << "no files were asked for";
+  // Truth comes back within its standard deviations.
+  std::int64_t count = 0;
+  ASSERT_EQ(vorn_session_texts(session_, "points", "id", nullptr, 0, &count), VORN_ERROR_SIZE);
+  std::vector<const char*> ids(static_cast<std::size_t>(count));
+  ASSERT_EQ(vorn_session_texts(session_, "points", "id", ids.data(), count, nullptr), VORN_OK);
+  const Numbers x = numbers("points", "x");
+  const Numbers sd = numbers("points", "sd_x");
+  ASSERT_EQ(x.size(), 8u);
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    EXPECT_GT(sd[i], 0.0);
+    EXPECT_LT(std::fabs(x[i] - project_.truth.at(ids[i])[0]), 5.0 * sd[i]) << ids[i];
+  }
+  // The whole is the sum of its parts.
+  double squares = 0.0;
+  for (const double v : numbers("image_points", "vx")) squares += v * v;
+  EXPECT_NEAR(std::sqrt(squares / statistic("image_points")), statistic("rms_vx"), 1e-15);
+  EXPECT_EQ(numbers("iterations", "sigma0").size(),
+            static_cast<std::size_t>(statistic("iterations")));
+  EXPECT_EQ(statistic("converged"), 1.0);
+  const Numbers r = numbers("orientations", "r11");
+  EXPECT_EQ(r.size(), 3u);
+  // Every column of every table can be read, in its kind and in no other.
+  std::int32_t tables = 0;
+  ASSERT_EQ(vorn_session_count_tables(session_, &tables), VORN_OK);
+  for (std::int32_t t = 0; t < tables; ++t) {
+    const char* table = nullptr;
+    ASSERT_EQ(vorn_session_table_name(session_, t, &table), VORN_OK);
+    std::int32_t columns = 0;
+    ASSERT_EQ(vorn_session_count_columns(session_, table, &columns), VORN_OK);
+    for (std::int32_t c = 0; c < columns; ++c) {
+      const char* name = nullptr;
+      const char* unit = nullptr;
+      ASSERT_EQ(vorn_session_column(session_, table, c, &name, &unit), VORN_OK);
+      const bool text = std::string(unit) == "id" || std::string(unit) == "text";
+      double number = 0.0;
+      const char* word = nullptr;
+      const auto other = text ? vorn_session_numbers(session_, table, name, &number, 0, nullptr)
+                              : vorn_session_texts(session_, table, name, &word, 0, nullptr);
+      EXPECT_EQ(other, VORN_ERROR_TYPE) << table << '.' << name;
+      if (!text) numbers(table, name);
+    }
+  }
+}
+
+TEST_F(SessionTest, RunsOneAfterAnotherWithItsOwnSettings) {
+  ASSERT_EQ(vorn_session_run(session_), VORN_OK);
+  const double sigma0 = statistic("sigma0_posterior");
+  set("max_iterations", 1);
+  set("quality", 0);
+  EXPECT_EQ(vorn_session_run(session_), VORN_NOT_CONVERGED);
+  double value = 0.0;
+  EXPECT_EQ(vorn_session_numbers(session_, "points", "sd_x", &value, 1, nullptr),
+            VORN_ERROR_ARGUMENT);
+  vorn_session* other = nullptr;
+  ASSERT_EQ(vorn_session_open(control_file_.c_str(), &other), VORN_OK);
+  EXPECT_EQ(vorn_session_run(other), VORN_OK) << "no setting reaches another session";
+  EXPECT_EQ(vorn_session_statistic(other, "sigma0_posterior", &value), VORN_OK);
+  EXPECT_EQ(value, sigma0);
+  EXPECT_TRUE(dir_.has("project.ext"));
+  EXPECT_EQ(statistic("iterations"), 1.0) << "its results stay";
+  EXPECT_EQ(vorn_session_close(other), VORN_OK);
+}
+
+TEST_F(SessionTest, ObeysItsObserver) {
+  struct Watch {
+    vorn_session* session;
+    std::int32_t answer;
+    int iterations = 0;
+  };
+  const vorn_observer observer = [](const vorn_event* event, void* user) -> std::int32_t {
+    auto& watch = *static_cast<Watch*>(user);
+    EXPECT_EQ(vorn_session_run(watch.session), VORN_ERROR_ORDER);
+    EXPECT_EQ(vorn_session_close(watch.session), VORN_ERROR_ORDER);
+    if (event->kind != VORN_EVENT_ITERATION) return VORN_CONTINUE;
+    ++watch.iterations;
+    return watch.answer;
+  };
+  const std::pair<std::int32_t, std::int32_t> kCases[] = {
+      {VORN_CONTINUE, VORN_OK}, {VORN_FINISH, VORN_NOT_CONVERGED}, {VORN_STOP, VORN_ERROR_STOPPED}};
+  for (const auto& [answer, status] : kCases) {
+    Watch watch{session_, answer};
+    ASSERT_EQ(vorn_session_set_observer(session_, observer, &watch), VORN_OK);
+    EXPECT_EQ(vorn_session_run(session_), status);
+    EXPECT_EQ(watch.iterations == 1, answer != VORN_CONTINUE);
+    std::int32_t tables = 0;
+    EXPECT_EQ(vorn_session_count_tables(session_, &tables),
+              status < 0 ? VORN_ERROR_ORDER : VORN_OK);
+  }
+}
+
+TEST_F(SessionTest, SaysWhatIsWrong) {
+  const auto finding_codes = [this] {
+    std::string codes;
+    std::int64_t count = 0;
+    EXPECT_EQ(vorn_session_count_findings(session_, &count), VORN_OK);
+    for (std::int64_t i = 0; i < count; ++i) {
+      vorn_finding finding;
+      EXPECT_EQ(vorn_session_finding(session_, i, &finding), VORN_OK);
+      codes += std::string(finding.severity) + ' ' + finding.code + ' ' + finding.file + '\n';
+    }
+    vorn_finding finding;
+    EXPECT_EQ(vorn_session_finding(session_, count, &finding), VORN_ERROR_RANGE);
+    return codes;
+  };
+  vorn_session* none = session_;
+  EXPECT_EQ(vorn_session_open(dir_.path("nothing").c_str(), &none), VORN_ERROR_FILE);
+  EXPECT_EQ(none, nullptr);
+  EXPECT_THAT(vorn_session_error(nullptr), testing::HasSubstr("nothing"));
+  EXPECT_EQ(vorn_session_run(nullptr), VORN_ERROR_NULL);
+  EXPECT_EQ(vorn_session_messages(nullptr), nullptr);
+  double value = 0.0;
+  EXPECT_EQ(vorn_session_statistic(session_, "redundancy", &value), VORN_ERROR_ORDER);
+  for (const double bad : {-2.0, 1.5, std::nan("")}) {
+    EXPECT_EQ(vorn_session_set_number(session_, "max_iterations", bad), VORN_ERROR_ARGUMENT);
+  }
+  EXPECT_EQ(vorn_session_set_number(session_, "nonsense", 1), VORN_ERROR_ARGUMENT);
+  EXPECT_EQ(vorn_session_set_text(session_, "robust", "nonsense"), VORN_ERROR_ARGUMENT);
+
+  dir_.write("crds.txt", "i1 1 p1 0,5 0 1 1");
+  EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_DATA);
+  EXPECT_THAT(finding_codes(), testing::HasSubstr("error number-expected crds.txt"));
+  EXPECT_THAT(vorn_session_messages(session_), testing::HasSubstr("ERROR: Reading"));
+  EXPECT_EQ(vorn_session_check(session_), VORN_OK);
+  EXPECT_THAT(finding_codes(), testing::HasSubstr("error number-expected crds.txt"));
+  project_.write(dir_);
+  EXPECT_EQ(vorn_session_run(session_), VORN_OK);
+  EXPECT_EQ(std::string(vorn_session_error(session_)).empty(), false) << "the last reason stays";
+  // Results that cannot be replaced.
+  set("files", 1);
+  std::filesystem::create_directory(dir_.path("project.ext"));
+  EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_FILE);
+  EXPECT_THAT(vorn_session_error(session_), testing::HasSubstr("project.ext"));
+}
+
+}  // namespace
+}  // namespace vorn
