@@ -37,11 +37,15 @@ class BuildWithCMake(build_ext):
         if shutil.which("cmake") is None:
             raise SystemExit("vorn: CMake is needed to build this package (Debian: cmake)")
         target = pathlib.Path(self.get_ext_fullpath(ext.name)).resolve()
+        # VORN_PYTHON_BUILD names a folder where the objects of an earlier build are.
         build = pathlib.Path(os.environ.get("VORN_PYTHON_BUILD") or self.build_temp).resolve()
         build.mkdir(parents=True, exist_ok=True)
+        # A build that is there already keeps its settings.
+        settings = [] if (build / "CMakeCache.txt").exists() else [
+            "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG",
+            "-DVORN_BUILD_APP=OFF", "-DVORN_BUILD_TESTS=OFF"]
         self.run_cmake(
-            ["-S", str(SOURCE), "-B", str(build), "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG",
-             "-DVORN_BUILD_PYTHON=ON", "-DVORN_BUILD_APP=OFF", "-DVORN_BUILD_TESTS=OFF",
+            ["-S", str(SOURCE), "-B", str(build), *settings, "-DVORN_BUILD_PYTHON=ON",
              f"-DPYTHON_EXECUTABLE={sys.executable}", *pybind11_hint()])
         self.run_cmake(["--build", str(build), "--target", "vorn_python",
                         "--parallel", str(os.cpu_count() or 1)])
