@@ -19,7 +19,7 @@ from svg_drawing import Drawing, number
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 GRID = 7
-DIGITAL = ("28.0", "36.0 24.0")  # focal length and format [mm]
+DIGITAL = ("28.0", "36.0 24.0")  # principal distance and format [mm]
 AERIAL = ("153.0", "230.0 230.0")
 WIDTH_P12, WIDTH_P44 = "110.0", "110.0"  # grid width b [mm]
 

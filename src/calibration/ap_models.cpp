@@ -168,186 +168,229 @@ void put_decentering(Terms& terms, const Vec3Of<T>& p) {
   terms.put(xy2, x * x + 3 * y * y);
 }
 
-}  // namespace
-
 // ---- terms of the models ------------------------------------------------------------------------
 
-template <class Terms, class T>
-void APSetGAP::put(Terms& terms, const Vec3Of<T>& point) const {
-  const T x = point[0];
-  const T y = point[1];
-  put_inner_orientation(terms, point);
-  terms.put(-x, 0.0);
-  terms.put(y, x);
-  put_radial(terms, point);
-  put_decentering(terms, point);
-}
+// Each model puts the derivatives of (dx, dy), one parameter after the other, into the rows of a
+// derivative block or into the correction; for one point or for a pack of points. Below, (x, y, z)
+// is the reduced image point [m], z = -c, and r2 = x^2 + y^2; dx and dy are the corrections of the
+// image coordinates.
 
-template <class Terms, class T>
-void APSetAustralis::put(Terms& terms, const Vec3Of<T>& point) const {
-  const T x = point[0];
-  const T y = point[1];
-  const T r2 = x * x + y * y;
-  put_inner_orientation(terms, point);
-  put_radial(terms, point);
-  terms.put(r2 + 2 * x * x, 2 * x * y);
-  terms.put(2 * x * y, r2 + 2 * y * y);
-  terms.put(x, 0.0);
-  terms.put(y, 0.0);
-}
+// Inner orientation and the common distortions:
+//   dx = dxp - dc x/z - sx x + a1 y + x (K1 r2 + K2 r2^2 + K3 r2^3) + P1 (3x^2 + y^2) + 2 P2 xy
+//   dy = dyp - dc y/z        + a1 x + y (K1 r2 + K2 r2^2 + K3 r2^3) + 2 P1 xy + P2 (x^2 + 3y^2)
+struct GAP {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    const T x = point[0];
+    const T y = point[1];
+    put_inner_orientation(terms, point);
+    terms.put(-x, 0.0);
+    terms.put(y, x);
+    put_radial(terms, point);
+    put_decentering(terms, point);
+  }
+};
 
-template <class Terms, class T>
-void APSetIO::put(Terms& terms, const Vec3Of<T>& point) const {
-  put_inner_orientation(terms, point);
-}
+// The same effects in the Australis convention:
+//   dx = dxp - dc x/z + x (K1 r2 + K2 r2^2 + K3 r2^3) + P1 (r2 + 2x^2) + 2 P2 xy + b1 x + b2 y
+//   dy = dyp - dc y/z + y (K1 r2 + K2 r2^2 + K3 r2^3) + 2 P1 xy + P2 (r2 + 2y^2)
+struct Australis {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    const T x = point[0];
+    const T y = point[1];
+    const T r2 = x * x + y * y;
+    put_inner_orientation(terms, point);
+    put_radial(terms, point);
+    terms.put(r2 + 2 * x * x, 2 * x * y);
+    terms.put(2 * x * y, r2 + 2 * y * y);
+    terms.put(x, 0.0);
+    terms.put(y, 0.0);
+  }
+};
 
-template <class Terms, class T>
-void APSetRadial::put(Terms& terms, const Vec3Of<T>& point) const {
-  put_radial(terms, point);
-}
+// dx = dxp - dc x/z,  dy = dyp - dc y/z
+struct InnerOrientation {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    put_inner_orientation(terms, point);
+  }
+};
 
-template <class Terms, class T>
-void APSetDecentering::put(Terms& terms, const Vec3Of<T>& point) const {
-  put_decentering(terms, point);
-}
+// (dx, dy) = (x, y) (K1 r2 + K2 r2^2 + K3 r2^3)
+struct Radial {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    put_radial(terms, point);
+  }
+};
 
-template <class Terms, class T>
-void APSetInPlane::put(Terms& terms, const Vec3Of<T>& point) const {
-  const T x = point[0];
-  const T y = point[1];
-  const T xy = x * y;
-  for (const T& dx : {x, y, xy, y * y, x * xy, xy * y, xy * xy}) terms.put(dx, 0.0);
-  for (const T& dy : {xy, x * x, x * xy, xy * y, xy * xy}) terms.put(0.0, dy);
-}
+// dx = P1 (3x^2 + y^2) + 2 P2 xy,  dy = 2 P1 xy + P2 (x^2 + 3y^2)
+struct Decentering {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    put_decentering(terms, point);
+  }
+};
 
-template <class Terms, class T>
-void APSetOutOfPlane::put(Terms& terms, const Vec3Of<T>& point) const {
-  const auto& [x, y, z] = point;
-  const T u = x / z;
-  const T v = y / z;
-  const T x2 = x * x;
-  const T y2 = y * y;
-  for (const T& term : {x2 - y2, x2 * y2, x2 * x2 - y2 * y2}) terms.put(term * u, term * v);
-}
+// dx = a1 x + a2 y + a3 xy + a4 y^2 + a5 x^2y + a6 xy^2 + a7 x^2y^2
+// dy = a8 xy + a9 x^2 + a10 x^2y + a11 xy^2 + a12 x^2y^2
+struct InPlane {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    const T x = point[0];
+    const T y = point[1];
+    const T xy = x * y;
+    for (const T& dx : {x, y, xy, y * y, x * xy, xy * y, xy * xy}) terms.put(dx, 0.0);
+    for (const T& dy : {xy, x * x, x * xy, xy * y, xy * xy}) terms.put(0.0, dy);
+  }
+};
 
-template <class Terms, class T>
-void APSetP12::put(Terms& terms, const Vec3Of<T>& point) const {
-  const T x = point[0];
-  const T y = point[1];
-  const double k = 0.6666666666666666 * (grid_width * grid_width);
-  const T X = x * x - k;
-  const T Y = y * y - k;
-  terms.put(x, -y);
-  terms.put(y, x);
-  terms.put(-2 * X, x * y);
-  terms.put(x * y, -2 * Y);
-  terms.put(Y, 0.0);
-  terms.put(0.0, X);
-  terms.put(x * Y, 0.0);
-  terms.put(0.0, y * X);
-  terms.put(y * X, 0.0);
-  terms.put(0.0, x * Y);
-  terms.put(X * Y, 0.0);
-  terms.put(0.0, X * Y);
-}
+// (dx, dy) = (x, y)/z (a13 (x^2 - y^2) + a14 x^2y^2 + a15 (x^4 - y^4))
+struct OutOfPlane {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSet&) {
+    const auto& [x, y, z] = point;
+    const T u = x / z;
+    const T v = y / z;
+    const T x2 = x * x;
+    const T y2 = y * y;
+    for (const T& term : {x2 - y2, x2 * y2, x2 * x2 - y2 * y2}) terms.put(term * u, term * v);
+  }
+};
 
+// Polynomials orthogonal over a grid of 3 x 3 points (Ebner, 1976).
+struct P12 {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSetP& set) {
+    const T x = point[0];
+    const T y = point[1];
+    const double k = 0.6666666666666666 * (set.grid_width * set.grid_width);
+    const T X = x * x - k;
+    const T Y = y * y - k;
+    terms.put(x, -y);
+    terms.put(y, x);
+    terms.put(-2 * X, x * y);
+    terms.put(x * y, -2 * Y);
+    terms.put(Y, 0.0);
+    terms.put(0.0, X);
+    terms.put(x * Y, 0.0);
+    terms.put(0.0, y * X);
+    terms.put(y * X, 0.0);
+    terms.put(0.0, x * Y);
+    terms.put(X * Y, 0.0);
+    terms.put(0.0, X * Y);
+  }
+};
+
+// Polynomials orthogonal over a grid of 5 x 5 points (Gruen, 1978).
 // Auxiliary polynomials of degree 2 to 4, orthogonal over the grid:
 //   X = x^2 - b^2/2,  A = x^2 - 0.85 b^2,  U = x^2 (x^2 - 31/28 b^2) + 9/70 b^4
 // and Y, B, V likewise.
-template <class Terms, class T>
-void APSetP44::put(Terms& terms, const Vec3Of<T>& point) const {
-  constexpr double kFactor = -10.0 / 7.0;
-  const T x = point[0];
-  const T y = point[1];
-  const T xy = x * y;
-  const double b2 = grid_width * grid_width;
-  const double q = 31.0 / 28.0 * b2;
-  const double t = 9.0 / 70.0 * (b2 * b2);
-  const T X = x * x - b2 / 2;
-  const T Y = y * y - b2 / 2;
-  const T A = x * x - 0.85 * b2;
-  const T B = y * y - 0.85 * b2;
-  const T U = x * x * (x * x - q) + t;
-  const T V = y * y * (y * y - q) + t;
-  terms.put(x, -y);
-  terms.put(y, x);
-  terms.put(xy, kFactor * Y);
-  terms.put(Y, 0.0);
-  terms.put(0.0, X);
-  terms.put(kFactor * X, xy);
-  terms.put_on_both({x * A, y * X, x * Y, y * B});
-  terms.put_on_both({U, xy * A, X * Y, xy * B, V});
-  terms.put_on_both({y * U, x * Y * A, y * X * B, x * V});
-  terms.put_on_both({Y * U, xy * A * B, X * V});
-  terms.put_on_both({y * B * U, x * A * V});
-  terms.put_on_both({U * V});
-}
+struct P44 {
+  template <class Terms, class T>
+  static void put(Terms& terms, const Vec3Of<T>& point, const APSetP& set) {
+    constexpr double kFactor = -10.0 / 7.0;
+    const T x = point[0];
+    const T y = point[1];
+    const T xy = x * y;
+    const double b2 = set.grid_width * set.grid_width;
+    const double q = 31.0 / 28.0 * b2;
+    const double t = 9.0 / 70.0 * (b2 * b2);
+    const T X = x * x - b2 / 2;
+    const T Y = y * y - b2 / 2;
+    const T A = x * x - 0.85 * b2;
+    const T B = y * y - 0.85 * b2;
+    const T U = x * x * (x * x - q) + t;
+    const T V = y * y * (y * y - q) + t;
+    terms.put(x, -y);
+    terms.put(y, x);
+    terms.put(xy, kFactor * Y);
+    terms.put(Y, 0.0);
+    terms.put(0.0, X);
+    terms.put(kFactor * X, xy);
+    terms.put_on_both({x * A, y * X, x * Y, y * B});
+    terms.put_on_both({U, xy * A, X * Y, xy * B, V});
+    terms.put_on_both({y * U, x * Y * A, y * X * B, x * V});
+    terms.put_on_both({Y * U, xy * A * B, X * V});
+    terms.put_on_both({y * B * U, x * A * V});
+    terms.put_on_both({U * V});
+  }
+};
 
 // ---- what follows from the terms ---------------------------------------------------------------
 
-template <class Model, class Base>
-void APSetOf<Model, Base>::get_derivs(const Vec3& point, DesignBlock& block) const {
-  block.a.resize(2, this->num_ap());
-  block.index = this->index;
-  Rows<double> rows({block.a[0], block.a[1]});
-  model().put(rows, point);
-}
+template <const APModel& kModel, class Model, class Base>
+class APSetOf final : public Base {
+ public:
+  APSetOf() : Base(kModel) {}
 
-template <class Model, class Base>
-Pair APSetOf<Model, Base>::get_correction(const Vec3& point) const {
-  Sum<double> sum(*this);
-  model().put(sum, point);
-  return sum.total();
-}
+  void get_derivs(const Vec3& point, DesignBlock& block) const override {
+    block.a.resize(2, this->num_ap());
+    block.index = this->index;
+    Rows<double> rows({block.a[0], block.a[1]});
+    Model::put(rows, point, *this);
+  }
+  Pair get_correction(const Vec3& point) const override {
+    Sum<double> sum(*this);
+    Model::put(sum, point, *this);
+    return sum.total();
+  }
+  void get_packed_derivs(const Vec3Of<Pack>& point, const RowPair<Pack>& rows) const override {
+    Rows<Pack> to(rows);
+    Model::put(to, point, *this);
+  }
+  PackPair get_packed_correction(const Vec3Of<Pack>& point) const override {
+    Sum<Pack> sum(*this);
+    Model::put(sum, point, *this);
+    return sum.total();
+  }
+  void linearise(const Vec3& point, const RowPair<double>& rows,
+                 std::array<Dual<double>, 2>& sum) const override {
+    linearise_at(point, rows, sum);
+  }
+  void linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
+                 std::array<Dual<Pack>, 2>& sum) const override {
+    linearise_at(point, rows, sum);
+  }
 
-template <class Model, class Base>
-void APSetOf<Model, Base>::get_packed_derivs(const Vec3Of<Pack>& point,
-                                             const RowPair<Pack>& rows) const {
-  Rows<Pack> to(rows);
-  model().put(to, point);
-}
-
-template <class Model, class Base>
-PackPair APSetOf<Model, Base>::get_packed_correction(const Vec3Of<Pack>& point) const {
-  Sum<Pack> sum(*this);
-  model().put(sum, point);
-  return sum.total();
-}
-
-template <class Model, class Base>
-template <class T>
-void APSetOf<Model, Base>::linearise_at(const Vec3Of<T>& point, const RowPair<T>& rows,
-                                        std::array<Dual<T>, 2>& sum) const {
-  Linearised<T> terms(*this, rows, sum);
-  const Dual<T> x(point[0], 1.0, 0.0);
-  const Dual<T> y(point[1], 0.0, 1.0);
-  const Dual<T> z(point[2], 0.0, 0.0);
-  model().put(terms, Vec3Of<Dual<T>>{x, y, z});
-}
-
-template <class Model, class Base>
-void APSetOf<Model, Base>::linearise(const Vec3& point, const RowPair<double>& rows,
-                                     std::array<Dual<double>, 2>& sum) const {
-  linearise_at(point, rows, sum);
-}
-
-template <class Model, class Base>
-void APSetOf<Model, Base>::linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
-                                     std::array<Dual<Pack>, 2>& sum) const {
-  linearise_at(point, rows, sum);
-}
+ private:
+  template <class T>
+  void linearise_at(const Vec3Of<T>& point, const RowPair<T>& rows,
+                    std::array<Dual<T>, 2>& sum) const {
+    Linearised<T> terms(*this, rows, sum);
+    const Dual<T> x(point[0], 1.0, 0.0);
+    const Dual<T> y(point[1], 0.0, 1.0);
+    const Dual<T> z(point[2], 0.0, 0.0);
+    Model::put(terms, Vec3Of<Dual<T>>{x, y, z}, *this);
+  }
+};
 
 // ---- the models --------------------------------------------------------------------------------
 
-APSetGAP::APSetGAP() : APSetOf(kGAP) {}
-APSetAustralis::APSetAustralis() : APSetOf(kAustralis) {}
-APSetIO::APSetIO() : APSetOf(kIO) {}
-APSetRadial::APSetRadial() : APSetOf(kRadial) {}
-APSetDecentering::APSetDecentering() : APSetOf(kDecentering) {}
-APSetInPlane::APSetInPlane() : APSetOf(kInPlane) {}
-APSetOutOfPlane::APSetOutOfPlane() : APSetOf(kOutOfPlane) {}
-APSetP12::APSetP12() : APSetOf(kP12) {}
-APSetP44::APSetP44() : APSetOf(kP44) {}
+struct ModelRow {
+  Keyword keyword;
+  std::unique_ptr<APSet> (*make)();
+};
+
+template <const APModel& kModel, class Model, class Base = APSet>
+std::unique_ptr<APSet> make() {
+  return std::make_unique<APSetOf<kModel, Model, Base>>();
+}
+
+constexpr ModelRow kModels[] = {
+    {Keyword::gap, make<kGAP, GAP>},
+    {Keyword::australis, make<kAustralis, Australis>},
+    {Keyword::p12, make<kP12, P12, APSetP>},
+    {Keyword::p44, make<kP44, P44, APSetP>},
+    {Keyword::inner_or, make<kIO, InnerOrientation>},
+    {Keyword::radial_dist, make<kRadial, Radial>},
+    {Keyword::decentering_dist, make<kDecentering, Decentering>},
+    {Keyword::in_plane_dist, make<kInPlane, InPlane>},
+    {Keyword::out_of_plane_dist, make<kOutOfPlane, OutOfPlane>},
+};
+
+}  // namespace
 
 int APSetP::read(TokenReader& in) {
   if (!read_ids(in)) return -1;
@@ -370,28 +413,10 @@ void APSetP::print(TextWriter& out) const {
 }
 
 std::unique_ptr<APSet> make_ap_set(Keyword keyword) {
-  switch (keyword) {
-    case Keyword::gap:
-      return std::make_unique<APSetGAP>();
-    case Keyword::australis:
-      return std::make_unique<APSetAustralis>();
-    case Keyword::p12:
-      return std::make_unique<APSetP12>();
-    case Keyword::p44:
-      return std::make_unique<APSetP44>();
-    case Keyword::inner_or:
-      return std::make_unique<APSetIO>();
-    case Keyword::radial_dist:
-      return std::make_unique<APSetRadial>();
-    case Keyword::decentering_dist:
-      return std::make_unique<APSetDecentering>();
-    case Keyword::in_plane_dist:
-      return std::make_unique<APSetInPlane>();
-    case Keyword::out_of_plane_dist:
-      return std::make_unique<APSetOutOfPlane>();
-    default:
-      return nullptr;
+  for (const ModelRow& row : kModels) {
+    if (row.keyword == keyword) return row.make();
   }
+  return nullptr;
 }
 
 }  // namespace vorn

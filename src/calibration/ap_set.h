@@ -51,38 +51,37 @@ class APSet : public AdjObject {
 
   // Reads the record body behind the type keyword. 1, or -1 when not even the identifier can be
   // read; numbers that are missing are 0.
-  virtual int read(TokenReader& in);  // 12
+  [[nodiscard]] virtual int read(TokenReader& in);
   // Writes the set in the layout of the AP-set file.
-  virtual void write(TextWriter& out) const;  // 13
+  virtual void write(TextWriter& out) const;
   // Writes the report listing.
-  virtual void print(TextWriter& out) const;  // 14
+  virtual void print(TextWriter& out) const;
   // Derivatives of (dx, dy) with respect to the parameters at a reduced point, 2xn, and the set's
   // index.
-  virtual void get_derivs(const Vec3& point, DesignBlock& block) const = 0;  // 15
+  virtual void get_derivs(const Vec3& point, DesignBlock& block) const = 0;
   // A slot without meaning: says so on the error stream.
-  virtual void reserved_op();  // 16
+  virtual void reserved_op();
   // Prints the set's effects on image coordinates over a grid of the camera's format, [mm] and
   // [um]. The third coordinate of the grid is +c, where measured points have -c. A missing camera
   // is reported on standard output, and no grid is printed then; nor is one of more than a million
   // points.
   virtual void print_grid_effects(TextWriter& out, const Options& options,
-                                  const OwnedList<Camera>& cameras) const;  // 17
+                                  const OwnedList<Camera>& cameras) const;
 
   // Binds the set to the camera it names. 1, or -1 with a message on standard output.
-  int bind_to_camera(const OwnedList<Camera>& cameras);
+  [[nodiscard]] int bind_to_camera(const OwnedList<Camera>& cameras);
   // Correction (dx, dy) [m] at a reduced image point: the derivatives times the parameters. The
   // models sum it up without forming the derivatives.
-  virtual Pair get_correction(const Vec3& point) const;  // 18
+  virtual Pair get_correction(const Vec3& point) const;
   // Both for eight points side by side.
-  virtual void get_packed_derivs(const Vec3Of<Pack>& point,
-                                 const RowPair<Pack>& rows) const = 0;          // 19
-  virtual PackPair get_packed_correction(const Vec3Of<Pack>& point) const = 0;  // 20
+  virtual void get_packed_derivs(const Vec3Of<Pack>& point, const RowPair<Pack>& rows) const = 0;
+  virtual PackPair get_packed_correction(const Vec3Of<Pack>& point) const = 0;
   // All of it at an ideal image point: the derivatives with respect to the parameters into two
   // rows, and the correction, with its derivatives with respect to x and y, added to `sum`.
   virtual void linearise(const Vec3& point, const RowPair<double>& rows,
-                         std::array<Dual<double>, 2>& sum) const = 0;  // 21
+                         std::array<Dual<double>, 2>& sum) const = 0;
   virtual void linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
-                         std::array<Dual<Pack>, 2>& sum) const = 0;  // 22
+                         std::array<Dual<Pack>, 2>& sum) const = 0;
   // The correction from those parameters k only whose character mask[k] is '1'.
   Pair get_correction_masked(const Vec3& point, std::string_view mask) const;
 
@@ -97,7 +96,7 @@ class APSet : public AdjObject {
 
  protected:
   // The parts between which the grid models have their grid width.
-  bool read_ids(TokenReader& in);
+  [[nodiscard]] bool read_ids(TokenReader& in);
   void read_params(TokenReader& in);
   void write_ids(TextWriter& out) const;
   void write_params(TextWriter& out) const;
@@ -114,6 +113,6 @@ class APSet : public AdjObject {
 
 // Reads an AP-set file into the list. A set whose identifier is listed already takes the place of
 // the older one, with a message. 1, also for an empty file; -1 with a message on standard output.
-int read_ap_set_file(TokenReader& in, OwnedList<APSet>& sets);
+[[nodiscard]] int read_ap_set_file(TokenReader& in, OwnedList<APSet>& sets);
 
 }  // namespace vorn

@@ -53,9 +53,9 @@ class PosCorrection : public AdjObject {
 
   // Reads the record body behind the identifier: orientations up to "stop-dep", reference time,
   // polynomial. Always 1; what cannot be read stays empty or 0.
-  int read(TokenReader& in);
+  [[nodiscard]] int read(TokenReader& in);
   // Hands the correction to every orientation it lists. 1, or -1 with a message on standard output.
-  int bind_to_eos(const OwnedList<ImageGeometry>& geometries);
+  [[nodiscard]] int bind_to_eos(const OwnedList<ImageGeometry>& geometries);
   // Offset at time t.
   Vec3 value_at(double t) const { return polynomial.value_at(t - t0); }
   // Derivatives of image coordinates at time t, from columns 0 to 2 of the orientation's block.
@@ -75,8 +75,8 @@ class AttCorrection : public AdjObject {
   void init_params() override { polynomial.init_params(*this); }
 
   // As for position corrections.
-  int read(TokenReader& in);
-  int bind_to_eos(const OwnedList<ImageGeometry>& geometries);
+  [[nodiscard]] int read(TokenReader& in);
+  [[nodiscard]] int bind_to_eos(const OwnedList<ImageGeometry>& geometries);
   Vec3 value_at(double t) const { return polynomial.value_at(t - t0); }
   // Derivatives of image coordinates at time t, from columns 3 to 5 of the orientation's block.
   void get_derivs(double t, const DesignBlock& eo_block, DesignBlock& block) const;
@@ -89,7 +89,7 @@ class AttCorrection : public AdjObject {
 // Read a file of corrections into the list. A correction whose identifier is listed already takes
 // the place of the older one, with a message on standard output. 1, also for an empty file; -1 with
 // a message.
-int read_pos_correction_file(TokenReader& in, OwnedList<PosCorrection>& list);
-int read_att_correction_file(TokenReader& in, OwnedList<AttCorrection>& list);
+[[nodiscard]] int read_pos_correction_file(TokenReader& in, OwnedList<PosCorrection>& list);
+[[nodiscard]] int read_att_correction_file(TokenReader& in, OwnedList<AttCorrection>& list);
 
 }  // namespace vorn

@@ -83,7 +83,8 @@ double residual(const StartRay& ray, const Reading& reading) {
   const ImageGeometry& geometry = *reading.geometry(*ray.image);
   const Vec3 object = reading.object(*ray.object);
   Vec3 image{0.0, 0.0, -camera.c * reading.c_factor};
-  geometry.projection(object, image);
+  // Where it fails, the residual is not finite.
+  static_cast<void>(geometry.projection(object, image));
   const Pair computed = camera.camera_to_image(image);
   const Pair measured = reading.measured(ray);
   const double distance = std::hypot(measured[0] - computed[0], measured[1] - computed[1]);

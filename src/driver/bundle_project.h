@@ -54,12 +54,12 @@ class BundleProject {
   BundleProject& operator=(const BundleProject&) = delete;
 
   // Reads the data files that the control file names. 1 or -1 (driver/control_file.cpp).
-  int read_control_file(TokenReader& in);
+  [[nodiscard]] int read_control_file(TokenReader& in);
 
   // Prepares the adjustment. 1 or -1 (lsq/stages/initialisation.cpp).
-  int initialise(TextWriter& report);
+  [[nodiscard]] int initialise(TextWriter& report);
   // Runs the iterations. 1 or -1 (lsq/stages/iteration.cpp).
-  int iterate(TextWriter& report);
+  [[nodiscard]] int iterate(TextWriter& report);
 
   // Makes sure that every measured point exists as an object point (lsq/stages/intersection.cpp).
   // Here and below, a null stream means to work silently.

@@ -11,6 +11,6 @@ namespace vorn {
 // exterior orientation, the angle unit and the standard deviations of all records. A geometry whose
 // station is listed already takes the place of the older one, with a message on standard output. 1,
 // or -1 with messages on standard output; what was read before a failure stays.
-int read_eo_file(TokenReader& in, OwnedList<ImageGeometry>& geometries);
+[[nodiscard]] int read_eo_file(TokenReader& in, OwnedList<ImageGeometry>& geometries);
 
 }  // namespace vorn

@@ -66,12 +66,12 @@ class ExtOrientation : public ImageGeometry {
 
   // Fills the rotation columns of the geometry's block and, where an attitude correction applies,
   // its block.
-  virtual void get_rotation_derivs(DesignBlock& geometry, DesignBlock& att) const;  // 22
-  virtual RotationParams params_from_matrix(const Mat3& r) const = 0;               // 23
-  virtual Mat3 matrix_from_params(const RotationParams& params) const = 0;          // 24
+  virtual void get_rotation_derivs(DesignBlock& geometry, DesignBlock& att) const;
+  virtual RotationParams params_from_matrix(const Mat3& r) const = 0;
+  virtual Mat3 matrix_from_params(const RotationParams& params) const = 0;
   // Fills columns 3 and following of the geometry's 2xn block for the point of the running
   // `get_derivs`.
-  virtual void get_rot_param_derivs(Matrix& a) const = 0;  // 25
+  virtual void get_rot_param_derivs(Matrix& a) const = 0;
 
   // Corrections that apply to this orientation; not owned. A quaternion orientation keeps an
   // attitude correction without using it.
@@ -134,7 +134,7 @@ class ExtOrientation : public ImageGeometry {
   const PointState<double>& point() const { return point_; }
   // As get_rot_param_derivs for eight points.
   virtual void get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                           const RowPair<Pack>& a) const = 0;  // 26
+                                           const RowPair<Pack>& a) const = 0;
 
  private:
   void print_matrix(TextWriter& out) const;

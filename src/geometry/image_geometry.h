@@ -35,26 +35,26 @@ class ImageGeometry : public AdjObject {
 
   // Reads the record after its type keyword. 1, or -1 with a message on standard output; values
   // read before a failure stay.
-  virtual int read(TokenReader& in);  // 12
+  [[nodiscard]] virtual int read(TokenReader& in);
   // Writes the record of the orientation result file, type keyword included.
-  virtual void write(TextWriter& out) const;  // 13
+  virtual void write(TextWriter& out) const;
   // Writes the report block.
-  virtual void print(TextWriter& out) const;  // 14
+  virtual void print(TextWriter& out) const;
   // Image coordinates of an object point: image[2] is input, image[0] and image[1] are results.
-  virtual bool projection(const Vec3& object_point, Vec3& image) const = 0;  // 15
+  [[nodiscard]] virtual bool projection(const Vec3& object_point, Vec3& image) const = 0;
   // Intersects the rays of two images; `gap` is the distance between the rays.
-  virtual bool intersection(const ImageGeometry& other, const Vec3& image_this,
-                            const Vec3& image_other, Vec3& object_point,
-                            double& gap) const = 0;  // 16
+  [[nodiscard]] virtual bool intersection(const ImageGeometry& other, const Vec3& image_this,
+                                          const Vec3& image_other, Vec3& object_point,
+                                          double& gap) const = 0;
   // Fills the design blocks of one image point. image[2] is z.
-  virtual bool get_derivs(const Vec3& image, const Vec3& object_point,
-                          PointDerivs& derivs) = 0;  // 17
+  [[nodiscard]] virtual bool get_derivs(const Vec3& image, const Vec3& object_point,
+                                        PointDerivs& derivs) = 0;
   // Not implemented by any geometry: says so on standard output and returns true.
-  virtual bool calc_approx();  // 18
+  virtual bool calc_approx();
   // Recomputes what follows from the parameter values.
-  virtual void update() {}                                   // 19
-  virtual bool has_pos_correction() const { return false; }  // 20
-  virtual bool has_att_correction() const { return false; }  // 21
+  virtual void update() {}
+  virtual bool has_pos_correction() const { return false; }
+  virtual bool has_att_correction() const { return false; }
 
   std::int32_t num_values() const { return num_values_; }
   double& value(std::int32_t k) { return values_[static_cast<std::size_t>(k)]; }

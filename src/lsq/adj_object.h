@@ -43,26 +43,26 @@ class AdjObject {
   AdjObject(const AdjObject&) = delete;
   AdjObject& operator=(const AdjObject&) = delete;
 
-  virtual ~AdjObject() = default;  // 0
+  virtual ~AdjObject() = default;
   // Number of condition equations that the object adds to the normal equations.
-  virtual std::int32_t get_num_constraints() const { return 0; }  // 1
+  virtual std::int32_t get_num_constraints() const { return 0; }
   // Adds the condition equations to the normal matrix, the right-hand side and l'Pl.
-  virtual void add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const;  // 2
-  virtual std::string_view get_type_name() const { return "undefined"; }               // 3
-  virtual std::string_view get_keyword() const { return "undef"; }                     // 4
-  virtual std::string get_param_name(std::int32_t i) const;                            // 5
+  virtual void add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const;
+  virtual std::string_view get_type_name() const { return "undefined"; }
+  virtual std::string_view get_keyword() const { return "undef"; }
+  virtual std::string get_param_name(std::int32_t i) const;
   // Makes the parameter records from the object's own values and standard deviations.
-  virtual void init_params() {}  // 6
+  virtual void init_params() {}
   // Listings: corrections of one iteration; results; results with significance test.
-  virtual void print_changes(TextWriter& out, const Vector& corrections) const;  // 7
-  virtual void print_results(TextWriter& out) const;                             // 8
-  virtual void print_significance(TextWriter& out) const;                        // 9
+  virtual void print_changes(TextWriter& out, const Vector& corrections) const;
+  virtual void print_results(TextWriter& out) const;
+  virtual void print_significance(TextWriter& out) const;
   // Number of the first parameter whose absolute correction exceeds its convergence limit, or -1.
-  virtual std::int32_t check_convergence(const Vector& corrections) const;  // 10
+  virtual std::int32_t check_convergence(const Vector& corrections) const;
   // Adds the absolute corrections of the parameters that are not eliminated to `sum`, their number
   // to `count`.
   virtual void sum_abs_corrections(const Vector& corrections, double& sum,
-                                   std::int32_t& count) const;  // 11
+                                   std::int32_t& count) const;
 
   std::uint32_t num_params() const { return num_params_; }
   const ParamRecord& param(std::int32_t k) const { return params_[static_cast<std::size_t>(k)]; }

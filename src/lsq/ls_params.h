@@ -47,7 +47,7 @@ struct LSParams {
 
   // Reads a least-squares parameters file. 1 on success; -1 with a message on standard output.
   // Fields read before a failure keep their new values.
-  int read(TokenReader& in);
+  [[nodiscard]] int read(TokenReader& in);
   // Writes the block "Least-squares parameters/options".
   void print(TextWriter& out) const;
 };

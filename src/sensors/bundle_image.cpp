@@ -8,7 +8,8 @@ namespace vorn {
 
 Pair BundleImage::object_to_image(const Vec3& object_point) const {
   Vec3 image{0.0, 0.0, -camera->c};
-  geometry->projection(object_point, image);
+  // A projection that fails leaves what it could form.
+  static_cast<void>(geometry->projection(object_point, image));
   return camera->camera_to_image(image);
 }
 

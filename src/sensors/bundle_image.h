@@ -24,19 +24,20 @@ class BundleImage {
   BundleImage(const BundleImage&) = delete;
   BundleImage& operator=(const BundleImage&) = delete;
 
-  virtual ~BundleImage() = default;                                   // 0
-  virtual std::string_view get_type_name() const { return "frame"; }  // 1
+  virtual ~BundleImage() = default;
+  virtual std::string_view get_type_name() const { return "frame"; }
   // Image coordinates [m] of an object point, additional parameters included.
-  virtual Pair object_to_image(const Vec3& object_point) const;  // 2
+  virtual Pair object_to_image(const Vec3& object_point) const;
   // Not implemented: says so on standard output and returns -1.
-  virtual int image_to_object() const;        // 3
-  virtual bool calc_approx_geometry() const;  // 4
+  virtual int image_to_object() const;
+  virtual bool calc_approx_geometry() const;
   // Adds the observation equations of all points. Points without an object point are reported on
   // standard output and passed over; `count` grows by 2 per point. 1, or -1 with a message on
   // standard output when the equations of a point cannot be formed. Large projects add the same
   // equations in another order: see ObservationTable (lsq/stages/image_observations.cpp).
-  virtual int add_observations(const OwnedList<ObjectPoint>& object_points, NormalMatrix& normal,
-                               Vector& rhs, double& lPl, std::int32_t& count) const;  // 5
+  [[nodiscard]] virtual int add_observations(const OwnedList<ObjectPoint>& object_points,
+                                             NormalMatrix& normal, Vector& rhs, double& lPl,
+                                             std::int32_t& count) const;
 
   bool has_point(std::string_view point_id) const { return points.find(point_id) != nullptr; }
   std::int32_t index_of_point(std::string_view point_id) const { return points.slot_of(point_id); }
@@ -47,9 +48,9 @@ class BundleImage {
   bool insert_point(std::unique_ptr<ImagePoint> point);
 
   // Reads one record behind its keyword and binds the camera. 1 or -1.
-  int read(TokenReader& in, const OwnedList<Camera>& cameras);
+  [[nodiscard]] int read(TokenReader& in, const OwnedList<Camera>& cameras);
   // Binds the image geometry that the image names and marks it as used; false when there is none.
-  bool attach_geometry(const OwnedList<ImageGeometry>& geometries);
+  [[nodiscard]] bool attach_geometry(const OwnedList<ImageGeometry>& geometries);
 
   OwnedList<ImagePoint> points;
   std::string id;
@@ -61,9 +62,9 @@ class BundleImage {
 };
 
 // Reads an image file into the list. 1, or -1 with a message on standard output.
-int read_image_file(TokenReader& in, OwnedList<BundleImage>& images,
-                    const OwnedList<Camera>& cameras);
+[[nodiscard]] int read_image_file(TokenReader& in, OwnedList<BundleImage>& images,
+                                  const OwnedList<Camera>& cameras);
 // Reads an image-coordinates file into the images. 1, or -1 with a message on standard output.
-int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images);
+[[nodiscard]] int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images);
 
 }  // namespace vorn

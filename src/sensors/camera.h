@@ -21,30 +21,31 @@ class BundleImage;
 using Pair = std::array<double, 2>;
 using PackPair = std::array<Pack, 2>;
 
-// Interior orientation of a frame camera and base of the camera family: focal length, principal
-// point, format, the additional-parameter sets bound to it, and its measuring coordinate system.
+// Interior orientation of a frame camera and base of the camera family: principal distance,
+// principal point, format, the additional-parameter sets bound to it, and its measuring coordinate
+// system.
 class Camera {
  public:
   Camera() = default;
   Camera(const Camera&) = delete;
   Camera& operator=(const Camera&) = delete;
 
-  virtual ~Camera() = default;  // 0
+  virtual ~Camera() = default;
   // Reads the record body of the camera file. 1, or -1 as soon as anything cannot be read.
-  virtual int read(TokenReader& in);                                          // 1
-  virtual void write(TextWriter& out) const;                                  // 2
-  virtual void print(TextWriter& out) const;                                  // 3
-  virtual std::string_view get_type_name() const { return "frame"; }          // 4
-  virtual std::string_view get_coord_system_name() const { return "image"; }  // 5
+  [[nodiscard]] virtual int read(TokenReader& in);
+  virtual void write(TextWriter& out) const;
+  virtual void print(TextWriter& out) const;
+  virtual std::string_view get_type_name() const { return "frame"; }
+  virtual std::string_view get_coord_system_name() const { return "image"; }
   // Measured pair to image coordinates [m] and back.
-  virtual Pair pixel_to_image(const Pair& measured) const { return measured; }  // 6
-  virtual Pair image_to_pixel(const Pair& image) const { return image; }        // 7
+  virtual Pair pixel_to_image(const Pair& measured) const { return measured; }
+  virtual Pair image_to_pixel(const Pair& image) const { return image; }
   // Standard deviations of a measured pair in image units [m].
-  virtual Pair sdev_to_image(const Pair& sdev) const { return sdev; }  // 8
+  virtual Pair sdev_to_image(const Pair& sdev) const { return sdev; }
   // Reads one image's block of image coordinates behind the image identifier.
-  virtual bool read_image_coords(TokenReader& in, BundleImage& image) const;         // 9
-  virtual void write_image_coords(TextWriter& out, const BundleImage& image) const;  // 10
-  virtual void print_image_coords(TextWriter& out, const BundleImage& image) const;  // 11
+  [[nodiscard]] virtual bool read_image_coords(TokenReader& in, BundleImage& image) const;
+  virtual void write_image_coords(TextWriter& out, const BundleImage& image) const;
+  virtual void print_image_coords(TextWriter& out, const BundleImage& image) const;
 
   // Sum of the corrections (dx, dy) of all sets at a reduced image point.
   Pair get_corrections(const Vec3& point) const;
@@ -65,7 +66,7 @@ class Camera {
 
   std::string id;
   std::string comment;
-  double c = 1.0;   // focal length [m]
+  double c = 1.0;   // principal distance [m]
   double xp = 0.0;  // principal point [m]
   double yp = 0.0;
   double sx = 1.0;  // image format, width and height [m]
@@ -76,7 +77,7 @@ class Camera {
  protected:
   // Reads what the records of all types begin with: identifier, comment, c and principal point
   // [mm].
-  bool read_head(TokenReader& in);
+  [[nodiscard]] bool read_head(TokenReader& in);
   // Writes the lines that the records of the result file begin with, format included.
   void write_head(TextWriter& out, std::string_view keyword) const;
   // Prints the points under a column header, their values multiplied by `factor`.
@@ -96,6 +97,6 @@ class Camera {
 
 // Reads a camera file into the list. 1, also for an empty file; -1 with a message on standard
 // output.
-int read_camera_file(TokenReader& in, OwnedList<Camera>& cameras);
+[[nodiscard]] int read_camera_file(TokenReader& in, OwnedList<Camera>& cameras);
 
 }  // namespace vorn

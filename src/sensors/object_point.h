@@ -60,8 +60,8 @@ inline ObjectPoint* object_point_of(const ImagePoint& point, const OwnedList<Obj
 }
 
 // Reads an object-coordinates file. 1, or -1 with a message on standard output.
-int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points);
+[[nodiscard]] int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points);
 // Reads a control-support file and applies it to the points. 1, or -1 with a message.
-int read_ctrl_supp(TokenReader& in, OwnedList<ObjectPoint>& points);
+[[nodiscard]] int read_ctrl_supp(TokenReader& in, OwnedList<ObjectPoint>& points);
 
 }  // namespace vorn

@@ -53,7 +53,7 @@ class FileText {
  public:
   // Reads the file. False when it cannot be opened or read or is no file: directories, pipes and
   // sockets are none. A character device is read up to a limit, so that an endless one ends.
-  bool load(const std::string& path);
+  [[nodiscard]] bool load(const std::string& path);
   std::string_view view() const { return {data_.get(), size_}; }
 
  private:

@@ -88,13 +88,13 @@ void list_geometries_and_sets(BundleProject& project) {
   const ImageGeometry* previous = nullptr;
   for (ImageGeometry& geometry : project.image_geometries) {
     geometry.update();
-    geometry.projection(point, image);
-    geometry.get_derivs(image, point, derivs);
+    static_cast<void>(geometry.projection(point, image));
+    static_cast<void>(geometry.get_derivs(image, point, derivs));
     if (previous != nullptr) geometry.intersection(*previous, image, image, point, gap);
     previous = &geometry;
   }
   for (APSet& set : project.ap_sets) {
-    set.bind_to_camera(project.cameras);
+    static_cast<void>(set.bind_to_camera(project.cameras));
     set.print_grid_effects(standard_output(), project.options, project.cameras);
   }
 }
@@ -109,7 +109,7 @@ bool fuzz(const Read& read, std::string_view text) {
       "camera-ccd c x 28 (0.1,-0.1) 6000 4000 6 6\n"
       "camera-ccd-tr t x 28 0 0 6000 4000 6 6\n"
       "camera-pushbroom p x 62 0 0 12000 6.5 6.5 29\n");
-  read_camera_file(cameras, project.cameras);
+  require(read_camera_file(cameras, project.cameras) == 1, "what a target begins with is read");
   TokenReader in(text);
   const int result = read(project, in);
   require(result == 1 || result == -1, "a reader gives 1 or -1");
@@ -144,14 +144,14 @@ bool fuzz_control(std::string_view text) {
 
 int read_crds(BundleProject& p, TokenReader& in) {
   TokenReader images("image-frame 1 1 f image-frame 2 2 c image-frame 3 3 t image-frame 4 4 p");
-  read_image_file(images, p.images, p.cameras);
+  require(read_image_file(images, p.images, p.cameras) == 1, "what a target begins with is read");
   return read_image_crds_file(in, p.images);
 }
 
 int read_roles(BundleProject& p, TokenReader& in) {
   TokenReader points(
       "indiv-sdev a 1 2 3 .1 .1 .1 b 1 2 3 1e31 1e31 1e31 c 1 2 3 1e-31 1e-31 1e-31");
-  read_obj_crds(points, p.object_points);
+  require(read_obj_crds(points, p.object_points) == 1, "what a target begins with is read");
   return read_ctrl_supp(in, p.object_points);
 }
 

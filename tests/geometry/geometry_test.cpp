@@ -135,8 +135,8 @@ TEST(ImageGeometry, IntersectionOfRays) {
   const Vec3 truth = {3, -2, 7};
   Vec3 image{};
   Vec3 image_other{};
-  pmf->projection(truth, image);
-  other->projection(truth, image_other);
+  EXPECT_TRUE(pmf->projection(truth, image));
+  EXPECT_TRUE(other->projection(truth, image_other));
   Vec3 point{};
   double gap = -1;
   EXPECT_TRUE(pmf->intersection(*other, image, image_other, point, gap));

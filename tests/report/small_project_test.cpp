@@ -43,11 +43,11 @@ class SmallProject : public testing::Test {
         "common-sdev 1e31 1e31 1e31 A .01 .02 0 B .03 .04 0 S 0 0 0 P 0 0 0 N 0 0 0 Q 0 0 0");
     TokenReader roles("S co xyz P co xy stop-dep");
     project_.image_geometries.append(std::make_unique<FlatGeometry>());
-    read_camera_file(cameras, project_.cameras);
-    read_image_file(images, project_.images, project_.cameras);
-    read_image_crds_file(coords, project_.images);
-    read_obj_crds(points, project_.object_points);
-    read_ctrl_supp(roles, project_.object_points);
+    EXPECT_EQ(read_camera_file(cameras, project_.cameras), 1);
+    EXPECT_EQ(read_image_file(images, project_.images, project_.cameras), 1);
+    EXPECT_EQ(read_image_crds_file(coords, project_.images), 1);
+    EXPECT_EQ(read_obj_crds(points, project_.object_points), 1);
+    EXPECT_EQ(read_ctrl_supp(roles, project_.object_points), 1);
     for (BundleImage& image : project_.images) {
       image.used = image.attach_geometry(project_.image_geometries);
     }

@@ -98,7 +98,7 @@ TEST(ObjectPoint, ControlSupportMarksComponents) {
     SCOPED_TRACE(c.record);
     OwnedList<ObjectPoint> points;
     TokenReader coords("common-sdev 1 1 1 a 1 2 3");
-    read_obj_crds(coords, points);
+    EXPECT_EQ(read_obj_crds(coords, points), 1);
     TokenReader in(c.record);
     EXPECT_EQ(read_ctrl_supp(in, points), 1);
     EXPECT_EQ(points[0]->std_devs, c.std_devs);

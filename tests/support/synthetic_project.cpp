@@ -1,5 +1,7 @@
 #include "support/synthetic_project.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -107,7 +109,7 @@ class Simulation {
       text += keyword + ' ' + name('k', i) + " simulated 50 0.1 -0.2" + kFormats.at(keyword);
     }
     TokenReader in(text);
-    read_camera_file(in, cameras_);
+    EXPECT_EQ(read_camera_file(in, cameras_), 1);
     add_file("camera", "camera.txt", text);
   }
 

@@ -32,8 +32,8 @@ Vec3 camera_vector(const Ray& ray) {
 // Intersection of two rays. Rays that the geometries reject leave zeros, which enter the means.
 Intersection intersect_pair(const Ray& a, const Ray& b) {
   Intersection result;
-  a.image->geometry->intersection(*b.image->geometry, camera_vector(a), camera_vector(b),
-                                  result.xyz, result.gap);
+  static_cast<void>(a.image->geometry->intersection(*b.image->geometry, camera_vector(a),
+                                                    camera_vector(b), result.xyz, result.gap));
   return result;
 }
 

@@ -157,7 +157,8 @@ void ObservationEquations::line_up(PointEquation& equation) const {
 
 Pair ObservationEquations::make_exact(const Vec3& object_point, PointEquation& equation) const {
   Vec3 ideal{0.0, 0.0, -image_.camera->c};
-  image_.geometry->projection(object_point, ideal);
+  // A projection that fails leaves what it could form.
+  static_cast<void>(image_.geometry->projection(object_point, ideal));
   double* const x = equation.rows.data();
   double* const y = x + equation.stride;
   const std::int32_t sets = image_.geometry->num_values();
@@ -216,7 +217,9 @@ void ObservationEquations::print_failure(Outcome outcome, const Vec3& object_poi
   if (outcome == Outcome::not_weighable) {
     standard_output() << "ERROR: Decomposition of weight matrix failed.\n";
   } else if (outcome == Outcome::not_derivable && orientation_ != nullptr) {
-    orientation_->get_derivs({0.0, 0.0, -image_.camera->c}, object_point, derivs_);
+    // Called for what it says when it fails, once more.
+    static_cast<void>(
+        orientation_->get_derivs({0.0, 0.0, -image_.camera->c}, object_point, derivs_));
   }
 }
 

@@ -29,7 +29,7 @@ class ObservationTable {
   // Image points without an object point are reported on standard output and passed over. False,
   // with nothing printed, when the equations of a point cannot be formed, or not silently; what was
   // added so far is of no use then.
-  bool add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count);
+  [[nodiscard]] bool add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count);
 
  private:
   // Observations of one image within a batch.
@@ -84,9 +84,9 @@ class ObservationTable {
   static void load(std::span<const Point> points, Batch& batch, const Vector& rhs);
   std::span<const Point> points_of_batch(std::size_t batch) const;
   void find_chunks();
-  bool add(const Chunk& chunk, Work& work, NormalMatrix& normal, Vector& rhs) const;
-  bool add(const Segment& segment, Work& work, Vector& rhs) const;
-  bool add_packed(const Segment& segment, Work& work, Vector& rhs) const;
+  [[nodiscard]] bool add(const Chunk& chunk, Work& work, NormalMatrix& normal, Vector& rhs) const;
+  [[nodiscard]] bool add(const Segment& segment, Work& work, Vector& rhs) const;
+  [[nodiscard]] bool add_packed(const Segment& segment, Work& work, Vector& rhs) const;
   void add_sums(std::size_t first, std::size_t count);
 
   std::vector<std::unique_ptr<Image>> images_;

@@ -26,7 +26,7 @@ void find_weighted_squares(const BundleProject& project, const Loss& loss,
 // Squared weighted misclosure of one image point [m^2].
 double weighted_square(const BundleImage& image, const ImagePoint& point, const Vec3& object_point);
 // Whether an object point lies in front of an image.
-bool is_in_front(const BundleImage& image, const Vec3& object_point);
+[[nodiscard]] bool is_in_front(const BundleImage& image, const Vec3& object_point);
 
 // Calls visit(image, image point, object point) for every image point with an object point, in the
 // order of `WeightedSquares::in_front`.
