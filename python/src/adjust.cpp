@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "app/threads/threads.h"
 #include "conversion.h"
 #include "driver/bundle_project.h"
 #include "driver/output_guard.h"
@@ -113,6 +114,7 @@ class AdjustRun {
     const std::vector<Exclusion> exclusions = exclusions_of(options_.exclusions);
     obstacles_ = find_obstacles({path_, options_.with_cameras, options_.allow_outside});
     if (!obstacles_.empty()) return;
+    app::use_threads(options_.threads > 0 ? options_.threads : app::available_cores());
     RunRequest request;
     request.path = path_;
     request.with_cameras = options_.with_cameras;
@@ -240,6 +242,7 @@ AdjustOptions options_of(const py::dict& from) {
   take(from, "cameras", options.with_cameras);
   take(from, "lenient", options.lenient);
   take(from, "allow_outside", options.allow_outside);
+  take(from, "threads", options.threads);
   return options;
 }
 

@@ -21,6 +21,7 @@ struct AdjustOptions {
   bool with_cameras = false;
   bool lenient = false;
   bool allow_outside = false;
+  std::size_t threads = 0;  // 0 for one per core
 };
 [[nodiscard]] AdjustOptions options_of(const pybind11::dict& from);
 

@@ -50,6 +50,18 @@ for _class in (AdditionalParameters, Adjustment, Camera, Error, Finding, Iterati
                Progress, Table):
     _class.__module__ = __name__
 
+# The threads of a process do not survive its fork, and nobody tells those who wait for them.
+_is_forked = False
+
+
+def _note_fork() -> None:
+    global _is_forked
+    _is_forked = True
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_note_fork)
+
 PathLike = Union[str, "os.PathLike[str]"]
 ProgressCallback = Callable[[Progress], Any]
 
@@ -71,6 +83,7 @@ def adjust(
     cameras: bool = False,
     lenient: bool = False,
     allow_outside: bool = False,
+    threads: int | None = None,
     progress: ProgressCallback | None = None,
 ) -> Adjustment:
     """Adjusts the project of a control file, writes its files, and returns everything.
@@ -102,6 +115,8 @@ def adjust(
         Adjusts also when words of the data files cannot be what they should.
     allow_outside
         Files of the normal equations may stand outside the project's folder.
+    threads
+        Number of threads that work at it; None: one per core. The results are the same.
     progress
         Is called with a `Progress` at each stage, during reading and writing, and after each
         iteration. When it returns False, the running iteration is the last one. What it raises ends
@@ -136,6 +151,7 @@ def adjust(
         cameras=cameras,
         lenient=lenient,
         allow_outside=allow_outside,
+        threads=threads,
     )
     path = _path(project)
     raw = _call(lambda: _core.adjust(path, options, _teller(progress)))
@@ -234,6 +250,7 @@ def export_project(
     keep_robust: bool = False,
     lenient: bool = False,
     allow_outside: bool = False,
+    threads: int | None = None,
     progress: ProgressCallback | None = None,
 ) -> str:
     """Adjusts a project and writes it in another format, as ``vorn export``. Returns the summary.
@@ -272,6 +289,7 @@ def export_project(
         keep_robust=keep_robust,
         lenient=lenient,
         allow_outside=allow_outside,
+        threads=threads,
     )
     raw = _call(lambda: _core.export_adjusted(path, options, run_options, _teller(progress)))
     _refuse_failure(raw)
@@ -289,11 +307,15 @@ def _run_options(
     datum: str = "given",
     datum_points: Iterable[str] | None = None,
     exclude: PathLike | None = None,
+    threads: int | None = None,
     **others: Any,
 ) -> dict[str, Any]:
+    if threads is not None and not 1 <= threads <= 1024:
+        raise Error("threads must be a number from 1 to 1024")
     if datum not in ("given", "inner"):
         raise Error(f"no datum '{datum}'; there are given, inner")
     options = {**others, "robust": robust or "", "inner_datum": datum == "inner"}
+    options["threads"] = 1 if _is_forked else threads or 0
     if datum_points is not None:
         if datum != "inner":
             raise Error('datum_points need datum="inner"')

@@ -153,6 +153,17 @@ class Callbacks(ProjectTest):
             vorn.adjust(self.block, progress=interrupt)
         self.assertTrue(vorn.adjust(self.block).converged)
 
+    def test_threads_give_the_same_results(self):
+        one = vorn.adjust(self.block, threads=1)
+        two = vorn.adjust(self.block, threads=2)
+        np.testing.assert_array_equal(one.point_coordinates, two.point_coordinates)
+        with self.assertRaisesRegex(vorn.Error, "from 1 to 1024"):
+            vorn.adjust(self.block, threads=0)
+        child = os.fork()
+        if child == 0:
+            os._exit(0 if vorn.adjust(self.block).sigma0 == two.sigma0 else 1)
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 0)
+
     def test_threads_take_turns(self):
         results = {}
 
