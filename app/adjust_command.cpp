@@ -19,7 +19,7 @@ class AdjustCommand final : public Command {
   ExitStatus run() override {
     if (!quality_.attach(project_)) return kFailed;
     const ExitStatus status = project_.run();
-    return quality_.finish(project_.summary) ? status : kFailed;
+    return quality_.finish(status, project_.summary);
   }
 
  private:

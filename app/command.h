@@ -10,7 +10,8 @@ enum ExitStatus : int {
   kSuccess = 0,        // for a run: completed and converged
   kFailed = 1,         // no results, or not all of them could be written
   kWrongUsage = 2,     // nothing was tried
-  kNotConverged = 3,   // completed: results are there, but the iterations ended too early
+  kNotConverged = 3,   // completed: results are there, but the iterations ended too early, or the
+                       // figures of quality that were asked for do not exist
   kInterrupted = 130,  // stopped by an interrupt; as shells show it
 };
 

@@ -71,7 +71,7 @@ ExitStatus run_command(std::vector<std::string> arguments) {
   parser.require_subcommand(1);
   parser.footer(
       "vorn PROJECT adjusts, too. Exit status: 0 converged, 1 failed, 2 wrong usage, 3 finished "
-      "without convergence.");
+      "without convergence or without the figures of quality that were asked for.");
   std::vector<std::unique_ptr<Command>> commands;
   std::vector<CLI::App*> parsers;
   for (const CommandRow& row : kCommands) {

@@ -27,10 +27,15 @@ void print_obstacle(const Obstacle& obstacle) {
   error_output() << "vorn: " << text_of(obstacle.kind) << ": " << obstacle.file << '\n';
 }
 
-void print_diagnosis(const RunSummary& summary, const Diagnosis& diagnosis) {
+void print_diagnosis(const RunSummary& summary, const RunRequest& request,
+                     const Diagnosis& diagnosis) {
   TextWriter& err = error_output();
   if (summary.result == 1) {
-    err << "\nvorn: rounding alone made this adjustment possible; its results are worth nothing:\n";
+    err << (request.settings.damped
+                ? "\nvorn: the observations do not determine this network: the minimum is one of "
+                  "many, and its\n  figures of quality do not exist:\n"
+                : "\nvorn: rounding alone made this adjustment possible; its results are worth "
+                  "nothing:\n");
   }
   print_findings(err, diagnosis);
 }
@@ -170,7 +175,7 @@ ExitStatus ProjectRun::adjust(ProgressView& view) {
     return kInterrupted;
   }
   print_ending(summary, request, quiet_ || progress_ == ProgressForm::json);
-  if (diagnosis) print_diagnosis(summary, *diagnosis);
+  if (diagnosis) print_diagnosis(summary, request, *diagnosis);
   return status_of(summary);
 }
 

@@ -3,9 +3,12 @@
 #include <cstddef>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <string_view>
 
+#include "app/diagnosis_text.h"
 #include "app/report_page/page.h"
+#include "driver/bundle_project.h"
 #include "driver/paths.h"
 #include "quality/diagnosis.h"
 #include "quality/result_findings.h"
@@ -159,33 +162,45 @@ bool QualityOutput::read_datum() {
 }
 
 void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
-  const bool doubtful = is_doubtful(project);
-  quality_request_.figures = needs_figures();
+  std::optional<Diagnosis> diagnosis;
+  if (is_doubtful(project)) diagnosis = diagnose_initially(project);
+  if (diagnosis && !diagnosis->condemns_results()) diagnosis.reset();
+  // Damped steps reach a minimum of a singular network, too; only its quality is undefined.
+  const bool condemned = diagnosis && (needs_figures() || !project.settings.damped);
+  quality_request_.figures = needs_figures() && !condemned;
   QualityResults results = find_quality(project, quality_request_);
   results.control_file = control_file_;
-  std::optional<Diagnosis> diagnosis;
-  if (needs_figures()) diagnosis = diagnose(project);
-  if (results.has_figures) {
-    add_result_findings(results, *diagnosis);
-    if (quality_) write_texts(results, outputs);
-  } else if (needs_figures()) {
+  if (condemned) {
+    results.status = RunStatus::failed;
+    results.message = failure_of(*diagnosis);
+  }
+  if (needs_figures() && !diagnosis) diagnosis = diagnose(project);
+  if (results.has_figures) add_result_findings(results, *diagnosis);
+  lacks_figures_ = needs_figures() && !results.has_figures;
+  if (lacks_figures_) {
     error_output() << "vorn: there are no figures of quality. " << results.message << '\n';
   }
   const Diagnosis* const found = diagnosis ? &*diagnosis : nullptr;
+  if (quality_) write_texts(results, *diagnosis, outputs);
   if (!page_.empty()) {
     const PageInput input{results, found, ending_of(results), {}, {}};
     write_file(outputs, page_, [&](TextWriter& out) { write_page(out, input); });
   }
-  if (!json_) return;
-  const Diagnosis initial = doubtful ? diagnose_initially(project) : Diagnosis{};
-  if (initial.has_errors()) {
-    write_failure(failure_of(initial), &initial, document(), outputs);
-  } else {
-    write_quality_document(results, found, document(), outputs);
-  }
+  if (json_) write_quality_document(results, found, document(), outputs);
 }
 
-void QualityOutput::write_texts(const QualityResults& results, OutputFiles& outputs) const {
+void QualityOutput::write_texts(const QualityResults& results, const Diagnosis& diagnosis,
+                                OutputFiles& outputs) const {
+  if (!results.has_figures) {
+    // Files of an earlier run would contradict the results that are there now.
+    for (const char* const extension : {".prec", ".rel"}) {
+      write_file(outputs, base_ + extension, [&](TextWriter& out) {
+        out << "There are no figures of quality. " << results.message << "\n\n";
+        print_findings(out, diagnosis);
+      });
+    }
+    return;
+  }
   write_file(outputs, base_ + ".prec", [&](TextWriter& out) { print_precision(out, results); });
   write_file(outputs, base_ + ".rel", [&](TextWriter& out) { print_reliability(out, results); });
   if (suggestions_.empty()) return;
@@ -201,7 +216,12 @@ void QualityOutput::write_failure(const std::string& message, const Diagnosis* d
   write_quality_document(results, diagnosis, files, outputs);
 }
 
-bool QualityOutput::finish(const RunSummary& summary) {
+ExitStatus QualityOutput::finish(ExitStatus status, const RunSummary& summary) {
+  if (!tell_failure(summary)) return kFailed;
+  return status == kSuccess && lacks_figures_ ? kNotConverged : status;
+}
+
+bool QualityOutput::tell_failure(const RunSummary& summary) const {
   if (!json_) return true;
   const DocumentFiles beside = failed_document();
   if (summary.result == 1) {

@@ -23,18 +23,21 @@ class QualityOutput {
   // Reads the lists that were named, and hooks the output into a run. False, with the reason on the
   // error stream, when a list cannot be read.
   [[nodiscard]] bool attach(ProjectRun& run);
-  // Called after the run: one that failed has a document, too, under a name of its own where the
-  // document of earlier results stands. False, with the reason on the error stream, when it cannot
-  // be written.
-  [[nodiscard]] bool finish(const RunSummary& summary);
+  // Called after the run with its exit status: one that failed has a document, too, under a name of
+  // its own where the document of earlier results stands. The exit status of the command: that of
+  // the run, unless the document cannot be written (the error stream says why) or figures that were
+  // asked for do not exist.
+  [[nodiscard]] ExitStatus finish(ExitStatus status, const RunSummary& summary);
 
  private:
   [[nodiscard]] bool read_datum();
+  [[nodiscard]] bool tell_failure(const RunSummary& summary) const;
   [[nodiscard]] DocumentFiles document() const;
   [[nodiscard]] DocumentFiles failed_document() const;
   [[nodiscard]] std::vector<std::string> paths() const;  // all that may be written
   void write(BundleProject& project, OutputFiles& outputs);
-  void write_texts(const QualityResults& results, OutputFiles& outputs) const;
+  void write_texts(const QualityResults& results, const Diagnosis& diagnosis,
+                   OutputFiles& outputs) const;
   void write_failure(const std::string& message, const Diagnosis* diagnosis,
                      const DocumentFiles& files, OutputFiles& outputs) const;
   [[nodiscard]] bool needs_figures() const { return quality_ || !page_.empty(); }
@@ -46,6 +49,7 @@ class QualityOutput {
   std::string datum_file_;
   std::string base_;          // path of the control file without extension
   std::string control_file_;  // its name
+  bool lacks_figures_ = false;
   bool quality_ = false;
   bool json_ = false;
   QualityRequest quality_request_;

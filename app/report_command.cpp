@@ -20,7 +20,7 @@ class ReportCommand final : public Command {
     quality_.ask_for_page(page_);
     if (!quality_.attach(project_)) return kFailed;
     const ExitStatus status = project_.run();
-    return quality_.finish(project_.summary) ? status : kFailed;
+    return quality_.finish(status, project_.summary);
   }
 
  private:

@@ -155,11 +155,11 @@ int adjust(const Run& run, BundleProject& project, TokenReader& control_file,
 
 bool has_normal_equations(const BundleProject& project) { return project.normal.size() > 0; }
 
-// A completed run is diagnosed only when nothing but rounding made it possible.
+// A completed run is diagnosed when its final normal equations are singular, or but for rounding.
 void tell_diagnosis(const RunRequest& request, BundleProject& project, bool completed) {
   if (!request.hear_diagnosis) return;
   const Diagnosis diagnosis = diagnose_initially(project);
-  if (!completed || diagnosis.has_errors()) request.hear_diagnosis(diagnosis);
+  if (!completed || diagnosis.condemns_results()) request.hear_diagnosis(diagnosis);
 }
 
 // Replaces earlier results and shows the adjusted project to whoever asked.

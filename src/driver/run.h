@@ -73,7 +73,8 @@ struct RunRequest {
   // Where given, gets the project after a completed adjustment when everything else is done.
   std::function<void(std::unique_ptr<BundleProject>)> take = nullptr;
   // Where given, hears what is wrong with a network whose iterations failed, or whose normal
-  // equations could be solved by rounding only. It takes a diagnosis, at the approximate values.
+  // equations are singular at the final values, or but for rounding; then before `inspect`. It
+  // takes a diagnosis, at the approximate values.
   std::function<void(const Diagnosis&)> hear_diagnosis = nullptr;
 };
 

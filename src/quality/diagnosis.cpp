@@ -140,6 +140,14 @@ Diagnosis diagnose(BundleProject& project) {
   return diagnosis;
 }
 
+bool Diagnosis::condemns_results() const {
+  const bool singular = !failed_at.object_type.empty();
+  return std::any_of(findings.begin(), findings.end(), [singular](const DiagnosisFinding& finding) {
+    return finding.severity == FindingSeverity::error &&
+           (singular || finding.code != "weak_intersection");
+  });
+}
+
 Diagnosis diagnose_initially(BundleProject& project) {
   std::vector<std::pair<double*, double>> values;
   for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
@@ -158,8 +166,8 @@ Diagnosis diagnose_initially(BundleProject& project) {
 
 bool is_doubtful(const BundleProject& project) {
   if (project.failed_unknown >= 0) return true;
-  // Rounding leaves up to some hundred times kSmallestPivotRatio where nothing should be.
-  constexpr double kDoubt = 1e3 * kSmallestPivotRatio;
+  // Rounding leaves up to some thousand times kSmallestPivotRatio where nothing should be.
+  constexpr double kDoubt = 1e5 * kSmallestPivotRatio;
   for (std::int32_t u = 0; u < project.markers.size(); ++u) {
     const double marker = project.markers[u];
     if (marker * marker < kDoubt * project.normal.at(u, u)) return true;

@@ -116,6 +116,9 @@ struct Diagnosis {
   bool has_errors() const {
     return !findings.empty() && findings.front().severity == FindingSeverity::error;
   }
+  // Whether nothing of an adjusted network can be relied on: an error says why the factorisation
+  // stopped, or concerns more than the point that it names.
+  [[nodiscard]] bool condemns_results() const;
 };
 
 // Diagnoses a project whose unknowns are registered and whose normal equations have their

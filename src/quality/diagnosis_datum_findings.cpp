@@ -92,6 +92,8 @@ std::string motions_in_words(const NetworkComponent& component) {
 
 constexpr double kOnLine = 1e-6;    // across by along a line: control on it
 constexpr double kNearLine = 0.01;  // the same, nearly so
+// Below this quotient the noise of the control decides how the network turns about its line.
+constexpr double kHardlyHeld = 1e-8;
 
 std::string_view code_of(const Holders& holders) {
   if (holders.points.empty() && holders.orientations.empty()) return "no_control";
@@ -154,23 +156,26 @@ void find_datum_defect(const NetworkPart& part, const NetworkComponent& componen
   finding.values = {{"smallest_quotient", component.quotients[0]}};
 }
 
-// Control that is not quite on a line holds the datum, but badly.
-void find_near_line(const NetworkPart& part, const NetworkComponent& component,
+// Control that is not quite on a line holds the datum badly, or but for its noise not at all.
+void find_near_line(const NetworkPart& part, const NetworkComponent& component, bool alone,
                     Diagnosis& diagnosis) {
   Holders holders = holders_of(part);
   if (!holders.orientations.empty() || holders.points.size() < 3) return;
   const double across = spread_of(holders.places).across();
   if (!(across < kNearLine)) return;
+  const bool useless = component.quotients[0] < kHardlyHeld;
   DiagnosisFinding& finding = diagnosis.findings.emplace_back();
   finding.code = "collinear_control";
-  finding.severity = FindingSeverity::warning;
+  finding.severity = useless ? FindingSeverity::error : FindingSeverity::warning;
   finding.component = component.component;
   finding.defect = 0;
-  finding.message = "The control (" + counted("object_point", ids_of(holders.points)) +
-                    ") is nearly on one line: the rotation about it is weak.";
+  finding.message = "The control (" + counted("object_point", ids_of(holders.points)) + ") of " +
+                    part_in_words(part, alone) + " is nearly on one line: " +
+                    (useless ? "nothing but its noise stops the rotation about it."
+                             : "the rotation about it is weak.");
   finding.objects = std::move(holders.points);
   finding.remedy = "Add a control point off the line.";
-  finding.values = {{"across_by_along", across}};
+  finding.values = {{"across_by_along", across}, {"smallest_quotient", component.quotients[0]}};
 }
 
 }  // namespace
@@ -185,7 +190,7 @@ void find_datum_defects(const Network& network, Diagnosis& diagnosis) {
       find_datum_defect(parts[p], component, alone, diagnosis);
       defective = true;
     } else {
-      find_near_line(parts[p], component, diagnosis);
+      find_near_line(parts[p], component, alone, diagnosis);
     }
   }
   if (parts.size() < 2) return;

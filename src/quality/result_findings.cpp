@@ -62,14 +62,27 @@ void add_correlation(const CorrelationResult& row, Diagnosis& diagnosis) {
   diagnosis.findings.push_back(std::move(finding));
 }
 
+// Whether the network itself was found not to tell a parameter from others.
+bool is_named(const Diagnosis& diagnosis, const Unknown& unknown) {
+  const DiagnosedItem item = item_of(unknown);
+  return std::any_of(diagnosis.findings.begin(), diagnosis.findings.end(),
+                     [&item](const DiagnosisFinding& finding) {
+                       return finding.code == "inseparable_parameters" &&
+                              std::find(finding.objects.begin(), finding.objects.end(), item) !=
+                                  finding.objects.end();
+                     });
+}
+
 void add_correlations(const QualityResults& results, Diagnosis& diagnosis) {
   std::size_t listed = 0;
+  const Diagnosis network = diagnosis;
   for (const CorrelationResult& row : results.correlations) {
     if (listed == kMaxPairs) return;
     const ObjectType type = object_type_of(*row.a.object);
     const bool other = is_ap(row.a) || type == ObjectType::orientation;
     const bool inseparable = std::fabs(row.r) >= kInseparableCorrelation;
     if (!is_ap(row.b) || !other || !(inseparable || is_ap(row.a))) continue;
+    if (inseparable && is_named(network, row.b)) continue;
     add_correlation(row, diagnosis);
     ++listed;
   }

@@ -60,6 +60,13 @@ States control_in(std::size_t points, const Words& sdevs) {
 }
 const Words kObserved = {"2e-5", "2e-5", "2e-5"};
 
+// Changes the height of an object point.
+void move_point(SyntheticProject& project, const std::string& id, double up) {
+  edit_lines(project, "obj.txt", [&](Words& words) {
+    if (words[0] == id) words[3] = std::to_string(std::stod(words[3]) + up);
+  });
+}
+
 // Keeps only some of the measurements.
 void keep_measured(SyntheticProject& project,
                    const std::function<bool(std::size_t image, std::size_t point)>& keep) {
@@ -192,6 +199,20 @@ const Network kDatumDefects[] = {
      {.control_on_line = true},
      [](SyntheticProject& p) { set_control(p, control_in(6, kObserved)); },
      {{"collinear_control", 1, "object_point:p1:"}}},
+    {"noisy_line",
+     {.control_on_line = true},
+     [](SyntheticProject& p) {
+       set_control(p, control_in(6, kObserved));
+       move_point(p, "p2", 1e-4);
+     },
+     {{"collinear_control", 0, "object_point:p1:", "nothing but its noise"}}},
+    {"near_line",
+     {.control_on_line = true},
+     [](SyntheticProject& p) {
+       set_control(p, control_in(6, kObserved));
+       move_point(p, "p2", 5e-3);
+     },
+     {{"collinear_control", 0, "object_point:p1:", "is weak", FindingSeverity::warning}}},
     {"plan",
      {},
      [](SyntheticProject& p) {
