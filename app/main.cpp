@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/command.h"
+#include "app/packed/packed.h"
 #include "app/signals.h"
 #include "driver/run.h"
 #include "text/file_system.h"
@@ -115,6 +116,7 @@ int main(int argc, char** argv) {
   using namespace vorn;
   app::occupy_standard_streams();
   app::handle_signals();
+  app::use_packed_files();
   standard_output().escape_controls();
   error_output().escape_controls();
   app::ExitStatus status = app::kFailed;

@@ -2,6 +2,7 @@
 
 #include "driver/control_file.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -170,7 +171,8 @@ class ReadingProgress {
 
  private:
   [[nodiscard]] bool tell(std::size_t bytes) const {
-    return project_.on_reading(total_ > 0.0 ? (done_ + static_cast<double>(bytes)) / total_ : 0.0);
+    return project_.on_reading(
+        total_ > 0.0 ? std::min(1.0, (done_ + static_cast<double>(bytes)) / total_) : 0.0);
   }
 
   const BundleProject& project_;
@@ -197,8 +199,13 @@ int BundleProject::read_control_file(TokenReader& in) {
     std::string_view name;
     // A missing name is one that cannot be opened.
     if (!in.need_word(name, "the name of a file")) name = {};
-    if (!file.load(std::string(name))) {
-      report_missing_file(in, name);
+    std::string complaint;
+    if (!file.load_data(std::string(name), complaint)) {
+      if (complaint.empty()) {
+        report_missing_file(in, name);
+      } else {
+        in.report(FindingCode::file_missing, name, quoted(name) + ": " + complaint);
+      }
       return reading_failed("ERROR: Cannot open input file: ", name, '\n');
     }
     if (const DataFileReader* const reader = find_reader(keyword)) {

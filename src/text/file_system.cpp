@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 #ifdef _WIN32
@@ -22,6 +23,11 @@
 
 namespace vorn {
 namespace {
+
+Unpacker*& brought_unpacker() {
+  static Unpacker* unpacker = nullptr;
+  return unpacker;
+}
 
 constexpr std::size_t kDeviceLimit = std::size_t{1} << 26U;
 constexpr int kFirstFreeDescriptor = 3;  // behind standard input, output and error stream
@@ -264,12 +270,7 @@ bool FileText::load(const std::string& path) {
   std::uint64_t wanted = std::max<std::uint64_t>(expected + 1, 4096);
   if (wanted > SIZE_MAX / 2) return false;
   for (;;) {
-    if (wanted > capacity_) {
-      auto larger = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(wanted));
-      std::copy_n(data_.get(), size_, larger.get());
-      data_ = std::move(larger);
-      capacity_ = static_cast<std::size_t>(wanted);
-    }
+    if (wanted > capacity_) grow(wanted);
     size_ += std::fread(data_.get() + size_, 1, capacity_ - size_, file.get());
     if (size_ < capacity_) return std::ferror(file.get()) == 0;
     if (!regular && size_ >= kDeviceLimit) return true;
@@ -277,5 +278,40 @@ bool FileText::load(const std::string& path) {
     if (wanted > SIZE_MAX / 2) return true;
   }
 }
+
+void FileText::Release::operator()(char* memory) const { std::free(memory); }
+
+// The system may enlarge a large block where it stands: a text of gigabytes is not held twice.
+void FileText::grow(std::uint64_t capacity) {
+  if (capacity > SIZE_MAX / 2) throw std::bad_alloc();
+  auto* const larger =
+      static_cast<char*>(std::realloc(data_.get(), static_cast<std::size_t>(capacity)));
+  if (larger == nullptr) throw std::bad_alloc();
+  static_cast<void>(data_.release());
+  data_.reset(larger);
+  capacity_ = static_cast<std::size_t>(capacity);
+}
+
+char* FileText::make_room(std::size_t size) {
+  const std::uint64_t wanted = std::uint64_t{size_} + size;
+  if (wanted > capacity_) grow(std::max(wanted, capacity_ + std::uint64_t{capacity_} / 2));
+  return data_.get() + size_;
+}
+
+bool FileText::load_data(const std::string& path, std::string& complaint) {
+  complaint.clear();
+  Unpacker* const unpacker = brought_unpacker();
+  if (unpacker == nullptr || !unpacker->takes(path)) return load(path);
+  size_ = 0;
+  if (file_kind(path) != FileKind::regular) return false;
+  const File file(open_file(path, "rb"));
+  if (!file) return false;
+  complaint = unpacker->unpack(path, file.get(), *this);
+  if (complaint.empty() && std::ferror(file.get()) != 0) complaint = "it cannot be read";
+  if (!complaint.empty()) size_ = 0;
+  return complaint.empty();
+}
+
+void use_unpacker(Unpacker* unpacker) { brought_unpacker() = unpacker; }
 
 }  // namespace vorn

@@ -54,12 +54,41 @@ class FileText {
   // Reads the file. False when it cannot be opened or read or is no file: directories, pipes and
   // sockets are none. A character device is read up to a limit, so that an endless one ends.
   [[nodiscard]] bool load(const std::string& path);
+  // The same for a data file, which may be one for an unpacker. What it has to say of a file that
+  // it cannot unpack stands in `complaint`.
+  [[nodiscard]] bool load_data(const std::string& path, std::string& complaint);
   std::string_view view() const { return {data_.get(), size_}; }
 
+  // For an unpacker: room for `size` more bytes behind the text; how many of them belong to it now.
+  // std::bad_alloc where there is no memory.
+  char* make_room(std::size_t size);
+  void add(std::size_t size) { size_ += size; }
+
  private:
-  std::unique_ptr<char[]> data_;
+  struct Release {
+    void operator()(char* memory) const;
+  };
+  void grow(std::uint64_t capacity);
+
+  std::unique_ptr<char[], Release> data_;
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;
 };
+
+// Unpacks data files while they are read. The library has none; a program may bring one.
+class Unpacker {
+ public:
+  Unpacker() = default;
+  virtual ~Unpacker() = default;
+  Unpacker(const Unpacker&) = delete;
+  Unpacker& operator=(const Unpacker&) = delete;
+
+  // Whether it is in charge of files of this name.
+  virtual bool takes(std::string_view path) const = 0;
+  // Appends the text of an open file; returns what is wrong with it, nothing for success.
+  virtual std::string unpack(std::string_view path, std::FILE* file, FileText& text) = 0;
+};
+// From now on this one is asked; null stands for nobody. It outlives what it is asked for.
+void use_unpacker(Unpacker* unpacker);
 
 }  // namespace vorn

@@ -19,12 +19,14 @@ class ThreadTeam final : public Workers {
   std::size_t count() const override { return count_; }
   void run(std::size_t num_parts, const Part& part) override {
     std::atomic<std::size_t> next = 0;
+    const auto work = [&](std::size_t worker) {
+      for (std::size_t k = next++; k < num_parts; k = next++) part(k, worker);
+    };
     std::vector<std::thread> threads;
-    for (std::size_t worker = 0; worker < std::min(count_, num_parts); ++worker) {
-      threads.emplace_back([&, worker] {
-        for (std::size_t k = next++; k < num_parts; k = next++) part(k, worker);
-      });
-    }
+    // The caller is the last worker, and the only one where there is nothing to share.
+    const std::size_t others = num_parts == 0 ? 0 : std::min(count_, num_parts) - 1;
+    for (std::size_t worker = 0; worker < others; ++worker) threads.emplace_back(work, worker);
+    work(others);
     for (std::thread& thread : threads) thread.join();
   }
 
