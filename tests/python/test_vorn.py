@@ -145,6 +145,10 @@ class Callbacks(ProjectTest):
             vorn.adjust(self.block, progress=lambda event: vorn.check(self.block))
 
     def test_an_interrupt_ends_the_run(self):
+        # Whoever starts the tests in the background leaves interrupts ignored.
+        before = signal.signal(signal.SIGINT, signal.default_int_handler)
+        self.addCleanup(signal.signal, signal.SIGINT, before)
+
         def interrupt(event):
             if event.iteration:
                 signal.raise_signal(signal.SIGINT)
