@@ -3,9 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
 #include <limits>
+#include <string>
+#include <vector>
 
 #include "driver/bundle_project.h"
+#include "report/point_analysis.h"
 #include "support/captured_output.h"
 
 namespace vorn {
@@ -92,6 +97,70 @@ TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
     EXPECT_THAT(section(), HasSubstr(" m^2   undefined, no redundancy!\nRedundancy :   " +
                                      std::to_string(redundancy) + "\n\n"));
   }
+}
+
+// Points that go take their rays along: images may not keep pointers to them.
+TEST_F(SmallProject, ForgetsWhatItRemoves) {
+  for (const BundleImage& image : project_.images) {
+    for (ImagePoint& point : image.points) {
+      point.object_point = project_.object_points.find(point.id);
+    }
+  }
+  for (ObjectPoint& point : project_.object_points) point.used = point.id == "A";
+  for (BundleImage& image : project_.images) image.used = image.id != "I4";
+  project_.cameras.find("C")->used = true;
+  const std::string section = written_text([&](TextWriter& out) { project_.clean_up(&out); });
+  EXPECT_THAT(section, HasSubstr("  - images            : 1\n"));
+  EXPECT_THAT(section, HasSubstr("  - object points     : 5\n"));
+  EXPECT_EQ(project_.object_points.count(), 1);
+  EXPECT_EQ(project_.images.find("I4"), nullptr);
+  for (const BundleImage& image : project_.images) {
+    for (const ImagePoint& point : image.points) EXPECT_EQ(point.object_point, nullptr);
+  }
+  std::vector<std::string> removed;
+  for (const Removal& removal : project_.removed_objects) {
+    EXPECT_EQ(removal.reason, RemovalReason::unused);
+    removed.push_back(std::string(removal.kind) + " " + removal.id);
+  }
+  EXPECT_THAT(removed, testing::ElementsAre("image I4", "object point B", "object point S",
+                                            "object point P", "object point N", "object point Q"));
+}
+
+// Signs, extremes and means of what was read against what was adjusted, and which components count.
+TEST(PointDifferences, OfCheckAndControlPoints) {
+  OwnedList<ObjectPoint> points;
+  TokenReader coords(
+      "indiv-sdev A 1 2 3 0.1 0.1 1e31 B 10 20 30 0.1 1e-31 0.1 C 5 5 5 0.1 0.1 0.1 "
+      "D 6 6 6 0.1 0.1 0.1 E 7 7 7 1e31 1e31 1e31");
+  TokenReader roles("C ch xy D ch z stop-dep");
+  ASSERT_EQ(read_obj_crds(coords, points), 1);
+  ASSERT_EQ(read_ctrl_supp(roles, points), 1);
+  for (ObjectPoint& point : points) point.init_params();
+  points.find("A")->xyz = {1.5, 1.75, 9.0};
+  points.find("B")->xyz = {9.0, 99.0, 30.125};
+  points.find("C")->xyz = {5.25, 4.0, 8.0};
+  points.find("D")->xyz = {9.0, 9.0, 4.5};
+  const PointDifferences residuals = compute_control_residuals(points);
+  ASSERT_EQ(residuals.points.size(), 2U);
+  EXPECT_EQ(residuals.points[0].compared, (std::array<bool, 3>{true, true, false}));
+  EXPECT_EQ(residuals.points[1].compared, (std::array<bool, 3>{true, false, true}));
+  const auto& [x, y, z] = residuals.statistics;
+  EXPECT_EQ(x.count, 2);
+  EXPECT_EQ(x.max, 1.0);  // of a negative one
+  EXPECT_EQ(x.mean(), -0.25);
+  EXPECT_EQ(x.rms(), std::sqrt(0.625));
+  EXPECT_EQ(y.count, 1);
+  EXPECT_EQ(y.mean(), -0.25);
+  EXPECT_EQ(z.mean(), 0.125);
+  const PointDifferences differences = compute_check_differences(points);
+  ASSERT_EQ(differences.points.size(), 2U);
+  EXPECT_EQ(differences.points[0].point->id, "C");
+  EXPECT_EQ(differences.points[0].compared, (std::array<bool, 3>{true, true, false}));
+  EXPECT_EQ(differences.points[0].difference[0], -0.25);
+  EXPECT_EQ(differences.points[0].difference[1], 1.0);
+  EXPECT_EQ(differences.points[1].compared, (std::array<bool, 3>{false, false, true}));
+  EXPECT_EQ(differences.statistics[2].mean(), 1.5);
+  EXPECT_EQ(DifferenceStatistics().rms(), 0.0);
 }
 
 }  // namespace
