@@ -37,5 +37,8 @@ std::unique_ptr<Command> make_report_command();
 std::unique_ptr<Command> make_import_command();
 std::unique_ptr<Command> make_export_command();
 std::unique_ptr<Command> make_check_command();
+std::unique_ptr<Command> make_new_command();
+std::unique_ptr<Command> make_diff_command();
+std::unique_ptr<Command> make_simulate_command();
 
 }  // namespace vorn::app

@@ -35,6 +35,11 @@ constexpr CommandRow kCommands[] = {
     {"check", "Look a project through without adjusting it", make_check_command},
     {"report", "Adjust a project; write a page with charts and tables of everything",
      make_report_command},
+    {"new", "Make a commented project of a camera and tables of measurements", make_new_command},
+    {"diff", "Adjust two projects; compare their results in units of their sigmas",
+     make_diff_command},
+    {"simulate", "Tell what precision a project can expect; write copies with simulated noise",
+     make_simulate_command},
     {"import", "Make a project of a reconstruction of another program", make_import_command},
     {"export", "Adjust a project; write it in the format of another program", make_export_command},
 };
