@@ -1,5 +1,6 @@
 // vorn report: one run of a project, and its page.
 
+#include "app/estimation_options.h"
 #include "app/project_run.h"
 #include "app/quality_output.h"
 #include "app/report_page/page.h"
@@ -15,6 +16,7 @@ class ReportCommand final : public Command {
         ->type_name("REPORT.html")
         ->check(can_write_pages)
         ->required();
+    define_estimation_options(parser, project_.request.settings);
   }
   ExitStatus run() override {
     quality_.ask_for_page(page_);
