@@ -177,10 +177,10 @@ Pair APSet::get_correction_masked(const Vec3& point, std::string_view mask) cons
 }
 
 bool APSet::read_ids(TokenReader& in) {
-  if (!in.need_word(id, "the identifier")) return false;
+  if (!in.need_name(id, "the identifier")) return false;
   in.begin_object("ap-set", this);
   // A set without a camera is found out when it is bound.
-  if (in.need_word(camera_id, "the camera")) in.remember(&camera_id, in.last_word());
+  if (in.need_name(camera_id, "the camera")) in.remember(&camera_id, in.last_word());
   return true;
 }
 

@@ -8,33 +8,39 @@
 namespace vorn {
 
 int read_ap_set_file(TokenReader& in, OwnedList<APSet>& sets) {
-  return read_records(in, EndWords::keyword, [&](std::string_view word) {
-    in.begin_record({"ap-set"});
-    std::unique_ptr<APSet> set = make_ap_set(lookup_keyword(word));
-    if (!set) {
-      constexpr std::array<std::string_view, 9> kModels = {"gap",
-                                                           "australis",
-                                                           "p12",
-                                                           "p44",
-                                                           "inner-or",
-                                                           "radial-dist",
-                                                           "decentering-dist",
-                                                           "in-plane-dist",
-                                                           "out-of-plane-dist"};
-      report_unknown_word(in, word, "model of additional parameters", kModels);
-      return reading_failed("ERROR: Read AP set: Unknown type: ", word, '\n');
-    }
-    if (set->read(in) != 1) {
-      return reading_failed("ERROR: Read AP set ", set->id, " failed.\n");
-    }
-    const APSet& stored = *set;
-    const APSet* const earlier = in.listens() ? sets.find(stored.id) : nullptr;
-    if (earlier != nullptr) report_duplicate(in, earlier, "the later one counts");
-    if (sets.put(std::move(set))) {
-      standard_output() << "ATTENTION: AP set " << stored.id << " was replaced.\n";
-    }
-    return 1;
-  });
+  return read_records(
+      in, EndWords::keyword,
+      [&](std::string_view word) {
+        in.begin_record({"ap-set"});
+        std::unique_ptr<APSet> set = make_ap_set(lookup_keyword(word));
+        if (!set) {
+          constexpr std::array<std::string_view, 9> kModels = {"gap",
+                                                               "australis",
+                                                               "p12",
+                                                               "p44",
+                                                               "inner-or",
+                                                               "radial-dist",
+                                                               "decentering-dist",
+                                                               "in-plane-dist",
+                                                               "out-of-plane-dist"};
+          report_unknown_word(in, word, "model of additional parameters", kModels);
+          return reading_failed("ERROR: Read AP set: Unknown type: ", word, '\n');
+        }
+        // A set that ends too early is filled with zeros; those who look for mistakes go on behind
+        // it.
+        const bool read = set->read(in) == 1;
+        if (!read || (in.goes_on() && in.failed())) {
+          return reading_failed("ERROR: Read AP set ", set->id, " failed.\n");
+        }
+        const APSet& stored = *set;
+        const APSet* const earlier = in.listens() ? sets.find(stored.id) : nullptr;
+        if (earlier != nullptr) report_duplicate(in, earlier, "the later one counts");
+        if (sets.put(std::move(set))) {
+          standard_output() << "ATTENTION: AP set " << stored.id << " was replaced.\n";
+        }
+        return 1;
+      },
+      begins_with_keyword);
 }
 
 }  // namespace vorn

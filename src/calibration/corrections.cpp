@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "geometry/ext_orientation.h"
 #include "lsq/param_reading.h"
@@ -21,18 +24,37 @@ std::string component_name(std::string_view prefix, std::string_view suffix, std
   return name;
 }
 
+void report_no_end(TokenReader& in, std::string_view word) {
+  in.report(FindingCode::end_missing, word,
+            "the list of orientations of " + describe(in.subject()) + " has no end word",
+            "end it with \"stop-dep\"");
+}
+
+// A list without an end word swallows what follows it: a time, a count, and as many pairs as the
+// count says.
+void report_swallowed(TokenReader& in, std::span<const std::string_view> words) {
+  if (!in.listens()) return;
+  constexpr std::size_t kWordsPerTriple = 6;
+  constexpr std::size_t kMostTriples = 20;
+  for (std::size_t triples = 1; triples <= kMostTriples; ++triples) {
+    const std::size_t tail = 2 + kWordsPerTriple * triples;
+    if (tail > words.size()) return;
+    const std::size_t at = words.size() - tail;
+    if (words[at + 1] == std::to_string(triples)) return report_no_end(in, words[at]);
+  }
+}
+
 template <class Correction>
 int read_body(TokenReader& in, Correction& correction) {
   std::string_view eo_id;
+  std::vector<std::string_view> words;
   while (in.read_word(eo_id) && !is_end_word(eo_id, EndWords::keyword)) {
+    if (in.listens()) words.push_back(eo_id);
     in.remember(&correction, eo_id, correction.eo_ids.size() + 1);
     correction.eo_ids.emplace_back(eo_id);
   }
-  if (in.failed()) {
-    in.report(FindingCode::end_missing, in.end_of_words(),
-              "the list of orientations of " + describe(in.subject()) + " has no end word",
-              "end it with \"stop-dep\"");
-  }
+  report_swallowed(in, words);
+  if (in.failed()) report_no_end(in, in.end_of_words());
   in.read(correction.t0, {"the reference time"});
   correction.polynomial.read(in, correction);
   return 1;

@@ -3,7 +3,9 @@
 #include "driver/control_file.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -101,22 +103,55 @@ void report_missing_file(TokenReader& in, std::string_view name) {
             suggestion(file, known));
 }
 
-// A keyword that names records of other files: its file is opened and not read.
-void report_unused_file(TokenReader& in, std::string_view keyword) {
-  if (!in.listens()) return;
+std::vector<std::string_view> data_file_keywords() {
   std::vector<std::string_view> known;
   for (const std::string_view name : all_keywords()) {
     if (find_reader(lookup_keyword(name)) != nullptr) known.push_back(name);
   }
-  std::string help = suggestion(keyword, known);
+  return known;
+}
+
+// Only for findings: the file behind a word of the control file could not be read, so that names
+// that lead nowhere in its lists follow from that. A word that is no keyword may mean any of them.
+void lists_lack_something(TokenReader& in, std::string_view word) {
+  if (!in.listens()) return;
+  for (const std::string_view keyword : data_file_keywords()) {
+    if (word == keyword || !is_keyword(word)) in.listener()->incomplete.emplace(keyword);
+  }
+}
+
+// A keyword that names records of other files: its file is opened and not read.
+void report_unused_file(TokenReader& in, std::string_view keyword) {
+  if (!in.listens()) return;
+  std::string help = suggestion(keyword, data_file_keywords());
   in.report(FindingCode::keyword_unknown, keyword,
             "the file of the keyword " + quoted(keyword) + " is not used", std::move(help));
 }
 
 // What nobody noticed in the part of a file that was read, and behind it.
-void check_text(TokenReader& in, bool complete) {
+void check_text(TokenReader& in, bool complete, const BeginsRecord& begins_record = {}) {
   report_invisible(in);
-  if (complete) report_rest(in);
+  if (complete) report_rest(in, begins_record);
+}
+
+// A file without a word in which a list was expected.
+bool report_empty_file(TokenReader& in, Keyword keyword) {
+  constexpr std::array kLists = {Keyword::camera, Keyword::ap_set, Keyword::pos_cor,
+                                 Keyword::att_cor};
+  if (!in.listens() || !in.only_blanks_left() ||
+      std::find(kLists.begin(), kLists.end(), keyword) == kLists.end()) {
+    return false;
+  }
+  in.report(FindingCode::value_missing, in.rest().substr(0, 0), "the file is empty");
+  return in.goes_on();
+}
+
+// Records of images and their measurements, told by names that the project knows.
+bool begins_image_record(const BundleProject& project, std::span<const std::string_view> words) {
+  if (words.size() == 4 && lookup_keyword(words[0]) == Keyword::image_frame) {
+    return project.cameras.find(words[3]) != nullptr;
+  }
+  return words.size() == 2 && project.images.find(words[0]) != nullptr;
 }
 
 void report_empty_project(TokenReader& in, const BundleProject& project) {
@@ -188,12 +223,13 @@ bool is_data_file_keyword(Keyword keyword) { return find_reader(keyword) != null
 int BundleProject::read_control_file(TokenReader& in) {
   // A keyword without a reader leaves the status as the data file before it left it.
   int status = -1;
+  bool no_images = false;
   FileText file;
   ReadingProgress progress(*this, in.rest());
-  const int result = read_records(in, EndWords::keyword, [&](std::string_view word) {
+  const auto read_file = [&](std::string_view word) {
     const Keyword keyword = lookup_keyword(word);
     if (keyword == Keyword::none) {
-      report_unknown_word(in, word, "keyword", all_keywords());
+      report_unknown_word(in, word, "keyword", data_file_keywords());
       return reading_failed("ERROR: Unknown keyword: '", word, "'\n");
     }
     std::string_view name;
@@ -201,6 +237,11 @@ int BundleProject::read_control_file(TokenReader& in) {
     if (!in.need_word(name, "the name of a file")) name = {};
     std::string complaint;
     if (!file.load_data(std::string(name), complaint)) {
+      if (is_keyword(name)) {
+        in.report(FindingCode::value_missing, name,
+                  "the name of a file is missing before " + quoted(name));
+        in.fail();
+      }
       if (complaint.empty()) {
         report_missing_file(in, name);
       } else {
@@ -212,17 +253,29 @@ int BundleProject::read_control_file(TokenReader& in) {
       const bool unreadable = report_utf16(file.view(), name, in.listener());
       TokenReader data(file.view(), name, unreadable ? nullptr : in.listener());
       progress.follow(data);
+      const bool empty = report_empty_file(data, keyword);
       status = reader->read(data, *this);
-      check_text(data, status == 1);
+      if (data.passed_over() || empty) status = -1;
+      // Their measurements lead nowhere then: the project is empty.
+      no_images = no_images || (keyword == Keyword::image && status == 1 && images.count() == 0);
+      if (no_images) lists_lack_something(in, word);
+      check_text(data, status == 1, [this](std::span<const std::string_view> words) {
+        return begins_image_record(*this, words);
+      });
       if (status != 1) standard_output() << reader->failure;
     } else {
       report_unused_file(in, word);
     }
     if (!progress.finish(file.view())) return -1;
     return status == 1 ? 1 : reading_failed("ERROR: Reading input file failed: ", name, '\n');
+  };
+  const int result = read_records(in, EndWords::keyword, [&](std::string_view word) {
+    const int read = read_file(word);
+    if (read != 1) lists_lack_something(in, word);
+    return read;
   });
   check_text(in, result == 1);
-  if (result == 1) report_empty_project(in, *this);
+  if (result == 1 || no_images) report_empty_project(in, *this);
   return result;
 }
 

@@ -3,6 +3,8 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "text/text_checks.h"
+
 namespace vorn {
 namespace {
 
@@ -13,7 +15,7 @@ void read_field(TokenReader& in, std::int32_t& field, std::string_view name) {
 }
 void read_field(TokenReader& in, std::string& field, std::string_view name) {
   // The group's state is tested behind its last field.
-  if (!in.need_word(field, name)) return;
+  if (!in.need_name(field, name)) return;
 }
 
 template <class T>
@@ -40,6 +42,16 @@ void print_switch(TextWriter& out, std::string_view label, bool value) {
 
 bool Options::read_fields(TokenReader& in, std::string_view& failure) {
   in.begin_record({"options"});
+  constexpr std::size_t kNumbers = 14;
+  constexpr std::size_t kFiles = 4;
+  report_few_numbers(in, kNumbers, "params", [&](std::string_view word) {
+    // The names of files, none of which is a number.
+    const std::string_view rest = in.rest();
+    TokenReader names(rest.substr(static_cast<std::size_t>(word.data() - rest.data())));
+    std::size_t count = 0;
+    while (count < kFiles && names.read_word(word) && !is_number(word)) ++count;
+    return count == kFiles;
+  });
   return read_group<bool>(in, {{&single_ray, "the single-ray option"}},
                           "Reading single-ray option failed.\n", failure) &&
          read_group<bool>(in,

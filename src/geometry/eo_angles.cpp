@@ -57,7 +57,7 @@ void EOAngles::update() {
 // ---- files and listings ------------------------------------------------------------------------
 
 int EOAngles::read(TokenReader& in) {
-  if (!in.need_word(id, "the station")) return reading_failed("ERROR: Reading ID failed.\n");
+  if (!in.need_name(id, "the station")) return reading_failed("ERROR: Reading ID failed.\n");
   in.begin_object("image-geometry", this);
   std::string_view abbreviation;
   if (!in.need_word(abbreviation, "the angle unit")) {

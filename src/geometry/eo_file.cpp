@@ -15,6 +15,7 @@
 #include "lsq/ls_params.h"
 #include "lsq/param_reading.h"
 #include "text/records.h"
+#include "text/text_checks.h"
 
 namespace vorn {
 namespace {
@@ -66,19 +67,22 @@ void store(TokenReader& in, OwnedList<ImageGeometry>& geometries,
 }
 
 int read_individual(TokenReader& in, OwnedList<ImageGeometry>& geometries) {
-  return read_records(in, EndWords::keyword, [&](std::string_view word) {
-    in.begin_record({"image-geometry"});
-    std::unique_ptr<ImageGeometry> geometry = make_geometry(lookup_keyword(word));
-    if (!geometry) {
-      report_unknown_word(in, word, "type of image geometry", kTypes);
-      return reading_failed("ERROR: Unknown type of image geometry: ", word, '\n');
-    }
-    if (geometry->read(in) != 1) {
-      return reading_failed("ERROR: Reading exterior orientation failed.\n");
-    }
-    store(in, geometries, std::move(geometry), "EO");
-    return 1;
-  });
+  return read_records(
+      in, EndWords::keyword,
+      [&](std::string_view word) {
+        in.begin_record({"image-geometry"});
+        std::unique_ptr<ImageGeometry> geometry = make_geometry(lookup_keyword(word));
+        if (!geometry) {
+          report_unknown_word(in, word, "type of image geometry", kTypes);
+          return reading_failed("ERROR: Unknown type of image geometry: ", word, '\n');
+        }
+        if (geometry->read(in) != 1) {
+          return reading_failed("ERROR: Reading exterior orientation failed.\n");
+        }
+        store(in, geometries, std::move(geometry), "EO");
+        return 1;
+      },
+      begins_with_keyword);
 }
 
 // What all records of the common layout share.
@@ -190,14 +194,18 @@ int read_record(TokenReader& in, const CommonHeader& header, ExtOrientation& geo
 int read_common(TokenReader& in, OwnedList<ImageGeometry>& geometries) {
   CommonHeader header;
   if (read_header(in, header) != 1) return -1;
-  return read_records(in, EndWords::keyword_or_minus_one, [&](std::string_view id) {
+  const std::size_t words_per_record = (header.has_time ? 5U : 4U) + (header.has_matrix ? 9U : 3U);
+  report_broken_lines(in, words_per_record, "image geometry",
+                      [](std::string_view) { return false; });
+  const auto read_one = [&](std::string_view id) {
     std::unique_ptr<ExtOrientation> geometry = make_ext_orientation(header.type);
     geometry->id = id;
     in.begin_object("image-geometry", geometry.get());
     if (read_record(in, header, *geometry) != 1) return -1;
     store(in, geometries, std::move(geometry), "Exterior orientation");
     return 1;
-  });
+  };
+  return read_records(in, EndWords::keyword_or_minus_one, read_one, words_per_record);
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ std::string ExtOrientation::param_name(std::int32_t i,
 // ---- files -------------------------------------------------------------------------------------
 
 int ExtOrientation::read(TokenReader& in) {
-  if (!in.need_word(id, "the station")) return reading_failed("ERROR: Reading ID failed.\n");
+  if (!in.need_name(id, "the station")) return reading_failed("ERROR: Reading ID failed.\n");
   in.begin_object("image-geometry", this);
   if (read_exposure_and_centre(in) != 1) return -1;
   if (!read_rotation(in)) return reading_failed("ERROR: Reading rotation parameters failed.\n");

@@ -40,7 +40,7 @@ std::int32_t ImageGeometry::check_convergence(const Vector& corrections) const {
 }
 
 int ImageGeometry::read(TokenReader& in) {
-  if (!in.need_word(id, "the station")) {
+  if (!in.need_name(id, "the station")) {
     return reading_failed("ERROR: Reading station ID failed.\n");
   }
   in.begin_object("image-geometry", this);

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "text/records.h"
+#include "text/text_checks.h"
 
 namespace vorn {
 namespace {
@@ -15,6 +16,7 @@ constexpr double kMicrometresPerMetre = 1e6;
 
 void read_iteration_settings(TokenReader& in, LSParams& settings) {
   in.read(settings.sigma0_apriori, {"sigma 0 a priori", Range::positive});
+  in.remember(&settings, in.last_word(), place_of::kSigma0);
   in.read(settings.max_iterations, {"the maximum number of iterations", Range::not_negative});
   in.read(settings.check_points, {"the convergence switch of object points"});
   in.read(settings.check_position, {"the convergence switch of perspective centres"});
@@ -33,6 +35,7 @@ void read_iteration_settings(TokenReader& in, LSParams& settings) {
 bool read_std_dev_limits(TokenReader& in, LSParams& settings, std::string_view& failure) {
   in.read(settings.smin, {"smin", Range::not_negative});
   in.read(settings.smax, {"smax", Range::not_negative});
+  const std::string_view smax_word = in.last_word();
   in.read(settings.sminu, {"sminu", Range::not_negative});
   const std::string_view sminu_word = in.last_word();
   in.read(settings.smaxu, {"smaxu", Range::not_negative});
@@ -43,6 +46,9 @@ bool read_std_dev_limits(TokenReader& in, LSParams& settings, std::string_view& 
     return false;
   }
   const bool numbers = in.ok();  // what is wrong with the others was reported
+  if (numbers && !(settings.smin <= settings.smax)) {
+    in.report(FindingCode::value_range, smax_word, "smax must not be less than smin", {}, "smax");
+  }
   if (!(settings.sminu < settings.smin)) {
     failure = "ERROR: sminu must be less than smin.\n";
     if (numbers) {
@@ -62,7 +68,7 @@ bool read_std_dev_limits(TokenReader& in, LSParams& settings, std::string_view& 
 }
 
 void read_weights_and_limits(TokenReader& in, LSParams& settings) {
-  in.read(settings.weight_suppression, {"the weight of suppression", Range::not_negative});
+  in.read(settings.weight_suppression, {"the weight of suppression", Range::positive});
   in.read(settings.weight_constraints, {"the weight of constraints", Range::not_negative});
   in.read(settings.correlation_limit, {"the limit of correlations"});
   in.read(settings.increment_points, {"the increment of object points"});
@@ -84,6 +90,10 @@ LSParams& ls_params() {
 
 int LSParams::read(TokenReader& in) {
   in.begin_record({"ls-params"});
+  constexpr std::size_t kNumbers = 22;
+  report_few_numbers(in, kNumbers, "ls-params", [](std::string_view word) {
+    return UnitLength().set(word) || word == kInterfaces[0];
+  });
   read_iteration_settings(in, *this);
   std::string_view failure;
   if (!read_std_dev_limits(in, *this, failure)) return reading_failed(failure);

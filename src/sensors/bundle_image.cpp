@@ -36,15 +36,15 @@ bool BundleImage::insert_point(std::unique_ptr<ImagePoint> point) {
 }
 
 int BundleImage::read(TokenReader& in, const OwnedList<Camera>& cameras) {
-  if (!in.need_word(id, "the identifier")) return -1;
+  if (!in.need_name(id, "the identifier")) return -1;
   in.begin_object("image", this);
-  if (!in.need_word(geometry_id, "the image geometry")) return -1;
+  if (!in.need_name(geometry_id, "the image geometry")) return -1;
   in.remember(&geometry_id, in.last_word());
-  if (!in.need_word(camera_id, "the camera")) return -1;
+  if (!in.need_name(camera_id, "the camera")) return -1;
   in.remember(&camera_id, in.last_word());
   camera = cameras.find(camera_id);
   if (camera == nullptr) {
-    report_unknown_reference(in, in.last_word(), "a camera", cameras);
+    report_unknown_reference(in, in.last_word(), "camera", "camera", cameras);
     return reading_failed("ERROR: Attach camera ", camera_id, " for image ", id, " not failed.\n");
   }
   camera->used = true;

@@ -14,10 +14,12 @@ constexpr NumberFormat kFileLength = fixed(6, 12);
 }  // namespace
 
 bool Camera::read_head(TokenReader& in) {
-  if (!in.need_word(id, "the identifier")) return false;
+  if (!in.need_name(id, "the identifier")) return false;
   in.begin_object("camera", this);
-  if (!in.need_word(comment, "the comment")) return false;
-  if (!in.read(c, {"c", Range::positive}) || !in.read_pair(xp, yp, {{"xp"}, {"yp"}})) return false;
+  if (!in.need_name(comment, "the comment")) return false;
+  if (!in.read(c, {"c", Range::positive})) return false;
+  in.remember(this, in.last_word(), place_of::kDistance);
+  if (!in.read_pair(xp, yp, {{"xp"}, {"yp"}})) return false;
   c *= 0.001;
   xp *= 0.001;
   yp *= 0.001;

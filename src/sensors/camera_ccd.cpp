@@ -16,7 +16,9 @@ constexpr NumberFormat kFileSpacing = fixed(3, 6);
 int CameraCCD::read(TokenReader& in) {
   if (!read_head(in)) return -1;
   if (!in.read(nc, {"nc", Range::positive}) || !in.read(nr, {"nr", Range::positive})) return -1;
-  if (!in.read(pc, {"pc", Range::positive}) || !in.read(pr, {"pr", Range::positive})) return -1;
+  if (!in.read(pc, {"pc", Range::positive})) return -1;
+  in.remember(this, in.last_word(), place_of::kPixelSize);
+  if (!in.read(pr, {"pr", Range::positive})) return -1;
   pc *= 1e-6;
   pr *= 1e-6;
   c0 = array_centre(nc);

@@ -33,23 +33,26 @@ std::unique_ptr<Camera> make_camera(Keyword keyword) {
 }  // namespace
 
 int read_camera_file(TokenReader& in, OwnedList<Camera>& cameras) {
-  return read_records(in, EndWords::keyword, [&](std::string_view word) {
-    std::unique_ptr<Camera> camera = make_camera(lookup_keyword(word));
-    in.begin_record({"camera"});
-    if (!camera) {
-      report_unknown_word(in, word, "camera type", kCameraTypes);
-      return reading_failed("ERROR: Unknown camera type: ", word, '\n');
-    }
-    if (camera->read(in) != 1) {
-      return reading_failed("ERROR: Reading camera ", camera->id, " failed.\n");
-    }
-    // Only one and the same object would count as present already, and each record makes a new one:
-    // records with equal identifiers all stay, and look-ups find the first.
-    const Camera* const earlier = in.listens() ? cameras.find(camera->id) : nullptr;
-    if (earlier != nullptr) report_duplicate(in, earlier, "the first one counts");
-    cameras.append(std::move(camera));
-    return 1;
-  });
+  return read_records(
+      in, EndWords::keyword,
+      [&](std::string_view word) {
+        std::unique_ptr<Camera> camera = make_camera(lookup_keyword(word));
+        in.begin_record({"camera"});
+        if (!camera) {
+          report_unknown_word(in, word, "camera type", kCameraTypes);
+          return reading_failed("ERROR: Unknown camera type: ", word, '\n');
+        }
+        if (camera->read(in) != 1) {
+          return reading_failed("ERROR: Reading camera ", camera->id, " failed.\n");
+        }
+        // Only one and the same object would count as present already, and each record makes a new
+        // one: records with equal identifiers all stay, and look-ups find the first.
+        const Camera* const earlier = in.listens() ? cameras.find(camera->id) : nullptr;
+        if (earlier != nullptr) report_duplicate(in, earlier, "the first one counts");
+        cameras.append(std::move(camera));
+        return 1;
+      },
+      begins_with_keyword);
 }
 
 }  // namespace vorn

@@ -14,7 +14,9 @@ constexpr NumberFormat kLength = fixed(3, 10);
 int PBCamera::read(TokenReader& in) {
   if (!read_head(in)) return -1;
   if (!in.read(nc, {"nc", Range::positive})) return -1;
-  if (!in.read(pc, {"pc", Range::positive}) || !in.read(pr, {"pr", Range::positive})) return -1;
+  if (!in.read(pc, {"pc", Range::positive})) return -1;
+  in.remember(this, in.last_word(), place_of::kPixelSize);
+  if (!in.read(pr, {"pr", Range::positive})) return -1;
   pc *= 1e-6;
   pr *= 1e-6;
   // The line position is optional: a record that lacks it keeps 0, and the file ends with it.

@@ -19,6 +19,7 @@ constexpr NumberFormat kStdDev = fixed(4, 8);
 constexpr NumberFormat kFactor = general();
 constexpr int kIdWidth = 8;
 
+constexpr std::size_t kWordsPerPoint = 5;
 constexpr Quantity kPoint[] = {{"x"}, {"y"}};
 constexpr Quantity kPointStdDevs[] = {{"sx", Range::positive}, {"sy", Range::positive}};
 
@@ -44,6 +45,29 @@ void report_repeated_point(TokenReader& in, const char* block, int number) {
             "keep one of the two records");
 }
 
+// The head of a block stands alone in its line, and the next line is a whole point: true when the
+// point is to be read, since the listener wants more.
+bool report_missing_factor(TokenReader& in) {
+  if (!in.listens()) return false;
+  const std::string_view rest = in.rest();
+  const std::size_t end = rest.find('\n');
+  if (end == std::string_view::npos || rest.substr(0, end).find_first_not_of(" \t\r") < end)
+    return false;
+  TokenReader next(rest.substr(end, rest.find('\n', end + 1) - end));
+  std::string_view word;
+  std::string_view first;
+  std::size_t count = 0;
+  while (next.read_word(word)) {
+    if (count++ == 0) first = word;
+  }
+  if (count != kWordsPerPoint) return false;
+  in.report(FindingCode::value_missing, first,
+            "the scale factor of " + describe(in.subject()) + " is missing before " + quoted(first),
+            "write it behind the identifier of the image: 0.001 for mm, 1 for pixels");
+  if (in.goes_on()) in.pass_over_record();
+  return in.goes_on();
+}
+
 void put_point(TextWriter& out, const ImagePoint& point, double factor) {
   out << right_aligned(point.id, kIdWidth) << ' ' << kCoordinate(point.x * factor) << ' '
       << kCoordinate(point.y * factor) << ' ' << kStdDev(point.sx * factor) << ' '
@@ -56,12 +80,15 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
   double factor = 1.0;
   const std::string_view image_word = in.last_word();
   in.begin_record({"image", image_word});
-  if (!in.read(factor, {"the scale factor", Range::positive})) return false;
+  in.remember(&image, image_word, place_of::kMeasurements);
+  const bool read_on = report_missing_factor(in);
+  if (!read_on && !in.read(factor, {"the scale factor", Range::positive})) return false;
   const char* const block = in.rest().data();
   int repeated = 0;
   const auto read_point = [&](std::string_view point_id) {
     in.begin_record({"image-point", point_id, image_word});
     auto point = std::make_unique<ImagePoint>();
+    in.remember(point.get(), point_id);
     point->id = point_id;
     if (!in.read_pair(point->x, point->y, kPoint)) return -1;
     if (!in.read_pair(point->sx, point->sy, kPointStdDevs)) return -1;
@@ -73,7 +100,7 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
     if (!added && in.listens()) report_repeated_point(in, block, repeated++);
     return 1;
   };
-  return read_records(in, EndWords::keyword_or_minus_one, read_point) == 1;
+  return read_records(in, EndWords::keyword_or_minus_one, read_point, kWordsPerPoint) == 1;
 }
 
 void Camera::write_image_coords(TextWriter& out, const BundleImage& image) const {

@@ -6,51 +6,83 @@
 #include <utility>
 
 #include "sensors/bundle_image.h"
+#include "sensors/camera.h"
 #include "text/records.h"
 #include "text/text_checks.h"
 
 namespace vorn {
 
+namespace {
+
+constexpr std::size_t kWordsPerHead = 2;  // of a block: the image and the scale factor
+constexpr std::size_t kWordsPerPoint = 5;
+
+// Behind the name of an image that does not exist, when the listener wants what follows: passes
+// over the block, or reads it for its mistakes where images are known to be lacking.
+bool pass_over_block(TokenReader& in, std::string_view image_id) {
+  if (!in.goes_on()) return false;
+  in.pass_over_record();
+  if (!has_reason_to_report(in, "image")) {
+    report_broken_lines(in, kWordsPerPoint, "point", [](std::string_view) { return false; });
+    BundleImage unknown;
+    unknown.id = image_id;
+    return Camera().read_image_coords(in, unknown);
+  }
+  std::string_view word;
+  while (in.read_word(word) && !is_end_word(word, EndWords::keyword_or_minus_one)) {
+  }
+  return true;
+}
+
+}  // namespace
+
 int read_image_file(TokenReader& in, OwnedList<BundleImage>& images,
                     const OwnedList<Camera>& cameras) {
-  return read_records(in, EndWords::keyword, [&](std::string_view word) {
-    in.begin_record({"image"});
-    if (lookup_keyword(word) != Keyword::image_frame) {
-      constexpr std::array<std::string_view, 1> kImageTypes = {"image-frame"};
-      report_unknown_word(in, word, "image type", kImageTypes);
-      return reading_failed("ERROR: Unknown image type: ", word, '\n');
-    }
-    auto image = std::make_unique<BundleImage>();
-    if (image->read(in, cameras) != 1) {
-      return reading_failed("ERROR: Reading image ", image->id, " failed.\n");
-    }
-    // As with cameras, records with equal identifiers all stay, and look-ups find the first.
-    const BundleImage* const earlier = in.listens() ? images.find(image->id) : nullptr;
-    if (earlier != nullptr) {
-      report_duplicate(in, earlier, "measurements go to the first one");
-    }
-    images.append(std::move(image));
-    return 1;
-  });
+  return read_records(
+      in, EndWords::keyword,
+      [&](std::string_view word) {
+        in.begin_record({"image"});
+        if (lookup_keyword(word) != Keyword::image_frame) {
+          constexpr std::array<std::string_view, 1> kImageTypes = {"image-frame"};
+          report_unknown_word(in, word, "image type", kImageTypes);
+          return reading_failed("ERROR: Unknown image type: ", word, '\n');
+        }
+        auto image = std::make_unique<BundleImage>();
+        if (image->read(in, cameras) != 1) {
+          return reading_failed("ERROR: Reading image ", image->id, " failed.\n");
+        }
+        // As with cameras, records with equal identifiers all stay, and look-ups find the first.
+        const BundleImage* const earlier = in.listens() ? images.find(image->id) : nullptr;
+        if (earlier != nullptr) {
+          report_duplicate(in, earlier, "measurements go to the first one");
+        }
+        images.append(std::move(image));
+        return 1;
+      },
+      begins_with_keyword);
 }
 
 int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images) {
-  return read_records(in, EndWords::keyword_or_minus_one, [&](std::string_view word) {
+  const auto begins_block = [&](std::string_view id) { return images.find(id) != nullptr; };
+  const auto read_block = [&](std::string_view word) {
     BundleImage* const image = images.find(word);
+    in.begin_record({"image", word});
     if (image == nullptr) {
-      in.begin_record({"image", word});
-      report_unknown_reference(in, word, "an image", images);
+      report_unknown_reference(in, word, "image", "image", images);
+      if (pass_over_block(in, word)) return 1;
       return reading_failed("ERROR: BundleImage ", word, " not found.\n");
     }
-    constexpr std::size_t kWordsPerPoint = 5;
-    in.begin_record({"image", word});
-    report_broken_lines(in, kWordsPerPoint, "point",
-                        [&](std::string_view id) { return images.find(id) != nullptr; });
+    report_broken_lines(in, kWordsPerPoint, "point", begins_block);
     if (!image->camera->read_image_coords(in, *image)) {
       return reading_failed("ERROR: BundleImage ", word, " read image coords. failed.\n");
     }
     return 1;
-  });
+  };
+  return read_records(in, EndWords::keyword_or_minus_one, read_block,
+                      [&](std::string_view record, std::string_view next) {
+                        return begins_block(next) ||
+                               may_begin_record(in, record, next, kWordsPerHead);
+                      });
 }
 
 }  // namespace vorn

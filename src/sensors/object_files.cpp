@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <unordered_set>
 #include <utility>
 
 #include "sensors/object_point.h"
@@ -48,14 +49,18 @@ bool parse_point_type(std::string_view word, PointType& type) {
   return true;
 }
 
+void report_no_end(TokenReader& in, std::string_view word) {
+  in.report(FindingCode::end_missing, word, "the file has no end word", "end it with \"stop-dep\"");
+}
+
 // Reads one control-support record with the comment lines before it. Where the input ends in place
 // of a record, the record has an empty identifier, which no point carries.
-RecordResult read_control_support(TokenReader& in, ControlSupport& record) {
+RecordResult read_control_support(TokenReader& in, const OwnedList<ObjectPoint>& points,
+                                  ControlSupport& record) {
   char first = 0;
   while (in.peek_char(first) && first == '#') in.skip_line();
   if (in.failed()) {
-    in.report(FindingCode::end_missing, in.end_of_words(), "the file has no end word",
-              "end it with \"stop-dep\"");
+    report_no_end(in, in.end_of_words());
     return RecordResult::record;
   }
   std::string_view word;
@@ -72,7 +77,13 @@ RecordResult read_control_support(TokenReader& in, ControlSupport& record) {
     return RecordResult::failure;
   }
   if (!parse_point_type(word, record.type)) {
-    report_unknown_word(in, word, "role", kRoles);
+    const bool ended = in.rest().find(kEndWord) != std::string_view::npos;
+    if (!ended && points.find(record.id) == nullptr) {
+      report_no_end(in, in.subject().id);
+      in.skip_rest();
+    } else {
+      report_unknown_word(in, word, "role", kRoles);
+    }
     standard_output() << "ERROR: Invalid object point type: " << word << '\n';
     return RecordResult::failure;
   }
@@ -103,8 +114,9 @@ int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points) {
     return reading_failed("ERROR: Reading common std. dev. failed.\n");
   }
   in.begin_record({"object-point"});
-  report_broken_lines(in, common ? 4 : 7, "point", [](std::string_view) { return false; });
-  return read_records(in, EndWords::keyword_or_minus_one, [&](std::string_view id) {
+  const std::size_t words_per_record = common ? 4 : 7;
+  report_broken_lines(in, words_per_record, "point", [](std::string_view) { return false; });
+  const auto read_point = [&](std::string_view id) {
     in.begin_record({"object-point", id});
     double xyz[3];
     if (!in.read_triple(xyz, kCoordinates)) {
@@ -119,20 +131,34 @@ int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points) {
     point.has_coords = true;
     point.classify();
     return 1;
-  });
+  };
+  return read_records(in, EndWords::keyword_or_minus_one, read_point, words_per_record);
 }
 
 int read_ctrl_supp(TokenReader& in, OwnedList<ObjectPoint>& points) {
+  std::unordered_set<const ObjectPoint*> seen;
   for (;;) {
     ControlSupport record;
-    const RecordResult result = read_control_support(in, record);
+    const RecordResult result = read_control_support(in, points, record);
     if (result == RecordResult::end_of_file) return 1;
+    const std::string_view record_word = in.subject().id;
+    const auto resumes = [&] {
+      return in.resume(record_word, [](std::string_view) { return true; });
+    };
     if (result == RecordResult::failure) {
+      if (resumes()) continue;
       return reading_failed("ERROR: Set std. dev. from CS failed.\n");
     }
     ObjectPoint* const point = points.find(record.id);
+    if (point != nullptr && in.listens()) {
+      if (!seen.insert(point).second) {
+        report_duplicate(in, point, "the later role holds", place_of::kRole);
+      }
+      in.remember(point, record_word, place_of::kRole);
+    }
     if (point == nullptr) {
-      report_unknown_reference(in, in.subject().id, "an object point", points);
+      report_unknown_reference(in, record_word, "object point", "obj-crds", points);
+      if (resumes()) continue;
       return reading_failed("ERROR: Object point ID ", record.id, " not exist.\n");
     }
     if (point->set_from_cs(record) != 1) {

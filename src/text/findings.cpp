@@ -99,6 +99,11 @@ void FindingList::add(Finding finding) {
   if (++alike_[{finding.code, finding.file}] <= kMaxAlike) kept_.push_back(std::move(finding));
 }
 
+bool FindingList::only_counts(FindingCode code, std::string_view file) const {
+  const auto found = alike_.find({code, printable(file)});
+  return found != alike_.end() && found->second >= kMaxAlike;
+}
+
 std::vector<Finding> FindingList::findings() const {
   std::vector<Finding> result = kept_;
   std::map<std::pair<FindingCode, std::string>, std::size_t> met;

@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -77,6 +79,17 @@ struct Place {
   std::int32_t column = 0;
 };
 
+// Which word of an object a place is that of: its identifier, or another one worth pointing at.
+namespace place_of {
+inline constexpr std::size_t kIdentifier = 0;
+inline constexpr std::size_t kMeasurements = 1;  // of an image: its block of image coordinates
+inline constexpr std::size_t kRole = 1;          // of an object point: its control-support record
+inline constexpr std::size_t kDistance = 1;      // of a camera: c
+inline constexpr std::size_t kPixelSize = 2;     // of a camera
+inline constexpr std::size_t kSigma0 = 1;        // of the least-squares parameters
+inline constexpr std::size_t kFirstFile = 1;     // of the options: files of the normal equations
+}  // namespace place_of
+
 // Where the objects of a project were read. An entry is one append, so that a large project costs
 // nothing worth mentioning; the order for looking up is made when it is needed.
 class RecordPlaces {
@@ -103,7 +116,7 @@ class RecordPlaces {
 };
 
 // Receives findings. Readers without a listener do not look for any; what they accept, refuse and
-// print is the same with and without one.
+// print is the same with and without one, unless it asks them to go on behind mistakes.
 class FindingListener {
  public:
   FindingListener() = default;
@@ -112,8 +125,17 @@ class FindingListener {
   virtual ~FindingListener() = default;
 
   virtual void add(Finding finding) = 0;
+  // Whether findings of this kind in this file are counted only, so that their words are not worth
+  // the search.
+  virtual bool only_counts(FindingCode /*code*/, std::string_view /*file*/) const { return false; }
 
   RecordPlaces places;
+  // Readers take up what follows a word or record that they cannot read, to find more. They fail in
+  // the end all the same.
+  bool goes_on = false;
+  // Keywords of the lists that are known to lack something: a name that leads nowhere in them is no
+  // finding of its own.
+  std::set<std::string, std::less<>> incomplete;
 };
 
 // Keeps findings in the order in which they come. Of one code in one file it keeps the first ten
@@ -123,6 +145,7 @@ class FindingList : public FindingListener {
   static constexpr std::size_t kMaxAlike = 10;
 
   void add(Finding finding) override;
+  bool only_counts(FindingCode code, std::string_view file) const override;
   // The findings kept. Where others like it were counted only, the tenth one says how many.
   std::vector<Finding> findings() const;
   // Number of findings kept of a severity.

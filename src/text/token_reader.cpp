@@ -192,18 +192,25 @@ bool TokenReader::read_word(std::string& word) {
 bool TokenReader::need_word(std::string_view& word, std::string_view what) {
   if (!begin(what)) return false;
   const bool found = read_word(word);
-  if (listener_ != nullptr && word == kEndWord) {
-    report(FindingCode::value_missing, word,
-           "expected " + describe(subject_, what) + ", found " + quoted(word), {}, what);
-  }
-  return found;
+  return word == kEndWord ? !misses_word(word, what) && found : found;
 }
 
-bool TokenReader::need_word(std::string& word, std::string_view what) {
-  std::string_view view;
-  if (!need_word(view, what)) return false;
-  word.assign(view);
+bool TokenReader::need_name(std::string& name, std::string_view what) {
+  std::string_view word;
+  if (!need_word(word, what)) return false;
+  // Keywords without a hyphen may be meant as names.
+  const bool keyword = word != kEndWord && word.find('-') != std::string_view::npos;
+  if (keyword && is_structural(word) && misses_word(word, what)) return false;
+  name.assign(word);
   return true;
+}
+
+bool TokenReader::misses_word(std::string_view found, std::string_view what) {
+  if (listener_ == nullptr) return false;
+  report(FindingCode::value_missing, found,
+         "expected " + describe(subject_, what) + ", found " + quoted(found), {}, what);
+  failed_ = failed_ || listener_->goes_on;
+  return listener_->goes_on;
 }
 
 void TokenReader::scan_double(double& value) noexcept {
@@ -310,6 +317,11 @@ void TokenReader::pass_mark() {
 void TokenReader::skip_line() noexcept {
   while (pos_ != end_ && *pos_ != '\n') ++pos_;
   if (pos_ != end_) ++pos_;
+}
+
+void TokenReader::skip_rest() noexcept {
+  pos_ = token_ = end_;
+  at_end_ = failed_ = true;
 }
 
 bool TokenReader::read_pair(double& first, double& second, const Quantity (&what)[2]) {
@@ -461,6 +473,34 @@ void TokenReader::report_no_value(std::string_view word, const Quantity& what, K
          std::move(message), number_help(word), what.name);
 }
 
+void TokenReader::pass_over_number() noexcept {
+  if (!goes_on()) return;
+  passed_over_ = true;
+  const std::string_view word = word_around(token_);
+  const std::size_t digit = word.find_first_of("0123456789");
+  if (digit > 1 || (digit == 1 && word.find_first_of("+-.") != 0)) return;
+  pos_ = word.data() + word.size();
+  at_end_ = pos_ == end_;
+  failed_ = false;
+}
+
+bool TokenReader::resume(std::string_view record,
+                         const std::function<bool(std::string_view)>& begins_record) {
+  if (!goes_on()) return false;
+  passed_over_ = true;
+  if (record.data() == nullptr) return false;
+  const char* const from = failed_ ? token_ : pos_;
+  const char* at = record.data();
+  do {
+    at = std::find(at, end_, '\n');
+    while (at != end_ && is_blank(*at)) ++at;
+    if (at == end_) return false;
+  } while (at < from || !begins_record(word_around(at)));
+  pos_ = token_ = at;
+  at_end_ = failed_ = false;
+  return true;
+}
+
 void TokenReader::check_range(double value, const Quantity& what) {
   const bool possible = what.range == Range::any || value > 0.0 ||
                         (what.range == Range::not_negative && value == 0.0);
@@ -475,6 +515,7 @@ void TokenReader::check_value(double value, const Quantity& what, Kind kind) {
   const bool rest_of_word = !at_end_ && !is_blank(*pos_);
   if (failed_ || rest_of_word) {
     report_no_value(word_around(token_), what, kind);
+    pass_over_number();
   } else {
     check_range(value, what);
   }

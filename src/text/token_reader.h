@@ -48,8 +48,10 @@ std::string describe(const Subject& subject, std::string_view parameter = {});
 // numbers.
 //
 // Findings. A reader that knows its file and somebody who listens reports each word that is no
-// value, each value that cannot be, and where a value is missing. Reading itself stays the same.
-// The place of a word is found only when it is reported.
+// value, each value that cannot be, and where a value is missing. Reading itself stays the same,
+// unless the listener wants readers to go on: then a word that was meant as a number ("0,5") is
+// passed over, and `resume` finds the next record. The place of a word is found only when it is
+// reported.
 class TokenReader {
  public:
   // The text must outlive the reader.
@@ -68,7 +70,8 @@ class TokenReader {
   [[nodiscard]] bool read_word(std::string& word);
   // The same for a word that must follow; `what` names it.
   [[nodiscard]] bool need_word(std::string_view& word, std::string_view what);
-  [[nodiscard]] bool need_word(std::string& word, std::string_view what);
+  // The same for an identifier; the beginning of another record is none.
+  [[nodiscard]] bool need_name(std::string& name, std::string_view what);
   bool read(double& value, const Quantity& what = {});
   bool read(std::int32_t& value, const Quantity& what = {});
   // A boolean number: 0 is false, 1 is true; any other integer stores true and fails.
@@ -82,6 +85,8 @@ class TokenReader {
   bool only_blanks_left() const noexcept;
   // Skips the rest of the line, its end included.
   void skip_line() noexcept;
+  // Skips all that is left; the reader is then failed, as at the end of the text.
+  void skip_rest() noexcept;
 
   // A pair: "a b", "(a,b)" or "(a)" with second value 0. Stored only when read without failure.
   [[nodiscard]] bool read_pair(double& first, double& second,
@@ -103,6 +108,8 @@ class TokenReader {
   // ---- for findings
 
   bool listens() const noexcept { return listener_ != nullptr; }
+  // Whether the listener wants readers to go on behind mistakes.
+  bool goes_on() const noexcept { return listener_ != nullptr && listener_->goes_on; }
   std::string_view file() const noexcept { return file_; }
   FindingListener* listener() const noexcept { return listener_; }
   // Says what the words that follow belong to.
@@ -126,8 +133,26 @@ class TokenReader {
               std::string_view parameter = {});
   // Reports a word that contains characters that cannot be seen, unless it was reported before.
   void report_invisible(std::string_view word);
+  // Behind a record that cannot be read: goes to the next line whose first word begins another one
+  // (or ends the list), when the listener wants more and the record is not the last thing. False
+  // when reading ends here.
+  [[nodiscard]] bool resume(std::string_view record,
+                            const std::function<bool(std::string_view)>& begins_record);
+  // Says that the record that begins with this word is not to be read, and asks for it.
+  void mark_broken(std::string_view record) noexcept { broken_ = record.data(); }
+  bool is_broken(std::string_view record) const noexcept {
+    return broken_ == record.data() && goes_on();
+  }
+  // As if `resume` had been called, where the record's words were passed over already.
+  void pass_over_record() noexcept { passed_over_ = true; }
+  // Whether something was passed over that could not be read.
+  bool passed_over() const noexcept { return passed_over_; }
   // Remembers the place of a word as that of an object.
   void remember(const void* object, std::string_view word, std::size_t number = 0);
+  // The text from the beginning of a word on.
+  std::string_view text_from(std::string_view word) const noexcept {
+    return {word.data(), static_cast<std::size_t>(end_ - word.data())};
+  }
   // Line and column of a place in the text.
   Place place_of(std::string_view word) const;
 
@@ -149,7 +174,10 @@ class TokenReader {
   // What a listener is told about the value just read, or about one that is missing.
   void check_value(double value, const Quantity& what, Kind kind);
   void check_range(double value, const Quantity& what);
+  void pass_over_number() noexcept;
   void report_missing(std::string_view what);
+  // Reports a word found in place of another one; true when the reader is to go on behind that.
+  bool misses_word(std::string_view found, std::string_view what);
   void report_no_value(std::string_view word, const Quantity& what, Kind kind);
   void add_finding(FindingCode code, std::string_view word, std::string message, std::string help,
                    std::string_view parameter);
@@ -169,7 +197,9 @@ class TokenReader {
   FindingListener* listener_ = nullptr;
   std::string_view file_;
   Subject subject_;
-  const char* reported_ = nullptr;      // end of the last word reported
+  const char* reported_ = nullptr;  // end of the last word reported
+  bool passed_over_ = false;
+  const char* broken_ = nullptr;
   std::vector<const char*> invisible_;  // words reported for characters that cannot be seen
   // The last place that was asked for, and its line and the start of that line.
   mutable const char* counted_ = nullptr;
