@@ -65,13 +65,14 @@ bool check_project(const std::string& control_file, FindingList& findings) {
   static_cast<void>(change_directory(directory));
 
   BundleProject project;
+  findings.goes_on = true;
   project.findings = &findings;
   if (report_utf16(text.view(), name, &findings)) return true;
   TokenReader in(text.view(), name, &findings);
   const bool complete = project.read_control_file(in) == 1;
   static_cast<void>(change_directory(directory));
+  check_names(project, findings);
   if (complete) {
-    check_names(project, findings);
     check_plausibility(project, findings);
     if (!findings.has_errors()) check_network(project, findings);
   }

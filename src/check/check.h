@@ -24,7 +24,7 @@ void check_names(BundleProject& project, FindingListener& findings);
 // Units, axes and rotations by the residuals of the approximations, and single ones that stand out.
 void check_plausibility(BundleProject& project, FindingList& findings);
 // Rays, and what they leave undetermined.
-void check_network(BundleProject& project, FindingListener& findings);
+void check_network(BundleProject& project, FindingList& findings);
 // What the normal equations would take.
 void forecast(const BundleProject& project, FindingListener& findings);
 

@@ -1,8 +1,10 @@
 // Names against names.
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "check/check.h"
@@ -12,48 +14,72 @@
 namespace vorn {
 namespace {
 
-template <class List>
-std::string nearest_in(const List& list, std::string_view word) {
-  std::vector<std::string_view> known;
-  for (const auto& object : list) known.push_back(object.id);
-  return suggestion(word, known);
-}
+// Reports names that lead nowhere in a list, unless the list is known to lack something.
+class References {
+ public:
+  template <class List>
+  References(const List& list, std::initializer_list<std::string_view> keywords,
+             FindingListener& findings)
+      : findings_(findings) {
+    for (const auto& object : list) known_.push_back(object.id);
+    for (const std::string_view keyword : keywords) {
+      complete_ = complete_ && !findings.incomplete.contains(keyword);
+    }
+  }
+  bool complete() const { return complete_; }
+
+  // `who` names a `noun` of that identifier; `place` is that of the name.
+  void report(RecordPlaces::Key place, FindingObject object, const std::string& who,
+              std::string_view noun, std::string_view id) const {
+    if (!complete_) return;
+    const bool counted = findings_.only_counts(
+        FindingCode::unknown_reference, findings_.places.find(place.first, place.second).file);
+    add_finding(
+        findings_, FindingCode::unknown_reference, place, std::move(object),
+        who + " names the " + std::string(noun) + ' ' + quoted(id) + ", which does not exist",
+        counted          ? std::string()
+        : known_.empty() ? "the control file names no file with any"
+                         : suggestion(id, known_));
+  }
+
+ private:
+  FindingListener& findings_;
+  std::vector<std::string_view> known_;
+  bool complete_ = true;
+};
 
 void bind_images(BundleProject& project, FindingListener& findings) {
+  const References geometries(project.image_geometries, {"image-geometry", "ext-ori"}, findings);
   for (BundleImage& image : project.images) {
     if (image.attach_geometry(project.image_geometries)) {
       image.used = true;
       continue;
     }
-    add_finding(findings, FindingCode::unknown_reference, {&image.geometry_id, 0},
-                {"image", image.id, {}, {}},
-                "image " + printable(image.id) + " names an image geometry " +
-                    quoted(image.geometry_id) + " that does not exist",
-                nearest_in(project.image_geometries, image.geometry_id));
+    geometries.report({&image.geometry_id, 0}, {"image", image.id, {}, {}},
+                      "image " + printable(image.id), "image geometry", image.geometry_id);
   }
 }
 
 void bind_sets(BundleProject& project, FindingListener& findings) {
+  const References cameras(project.cameras, {"camera"}, findings);
   for (APSet& set : project.ap_sets) {
-    if (project.cameras.find(set.camera_id) == nullptr) {
-      add_finding(findings, FindingCode::unknown_reference, {&set.camera_id, 0},
-                  {"ap-set", set.id, {}, {}},
-                  "ap set " + printable(set.id) + " names a camera " + quoted(set.camera_id) +
-                      " that does not exist",
-                  nearest_in(project.cameras, set.camera_id));
-    } else {
-      // A used camera is one with images; the set alone uses nobody.
-      Camera& camera = *project.cameras.find(set.camera_id);
-      const bool has_images = camera.used;
-      static_cast<void>(set.bind_to_camera(project.cameras));
-      camera.used = has_images;
+    Camera* const camera = project.cameras.find(set.camera_id);
+    if (camera == nullptr) {
+      cameras.report({&set.camera_id, 0}, {"ap-set", set.id, {}, {}}, "ap set " + printable(set.id),
+                     "camera", set.camera_id);
+      continue;
     }
+    // A used camera is one with images; the set alone uses nobody.
+    const bool has_images = camera->used;
+    static_cast<void>(set.bind_to_camera(project.cameras));
+    camera->used = has_images;
   }
 }
 
 template <class Correction>
 void bind_corrections(BundleProject& project, OwnedList<Correction>& list, std::string_view type,
                       std::string_view noun, FindingListener& findings) {
+  const References geometries(project.image_geometries, {"image-geometry", "ext-ori"}, findings);
   for (Correction& correction : list) {
     const auto object = [&] { return FindingObject{std::string(type), correction.id, {}, {}}; };
     const std::string who = std::string(noun) + " correction " + printable(correction.id);
@@ -65,9 +91,7 @@ void bind_corrections(BundleProject& project, OwnedList<Correction>& list, std::
       const ImageGeometry* const geometry = project.image_geometries.find(id);
       if (geometry == nullptr) {
         complete = false;
-        add_finding(findings, FindingCode::unknown_reference, {&correction, number}, object(),
-                    who + " names an orientation " + quoted(id) + " that does not exist",
-                    nearest_in(project.image_geometries, id));
+        geometries.report({&correction, number}, object(), who, "orientation", id);
       } else if (dynamic_cast<const ExtOrientation*>(geometry) == nullptr) {
         complete = false;
         add_finding(findings, FindingCode::unknown_reference, {&correction, number}, object(),
@@ -126,7 +150,7 @@ void check_names(BundleProject& project, FindingListener& findings) {
   bind_sets(project, findings);
   bind_corrections(project, project.pos_corrections, "pos-correction", "position", findings);
   bind_corrections(project, project.att_corrections, "att-correction", "attitude", findings);
-  find_unused(project, findings);
+  if (findings.incomplete.empty()) find_unused(project, findings);
 }
 
 }  // namespace vorn

@@ -94,8 +94,10 @@ void check_rays(const Network& network, FindingListener& findings) {
   for (const Network::Point& point : network.points()) {
     if (point.used) continue;
     const BundleImage& image = *point.images.front();
-    const void* const key = point.object != nullptr ? static_cast<const void*>(point.object)
-                                                    : static_cast<const void*>(&image);
+    // A point that no file gives coordinates stands where it was measured.
+    const void* const key = point.object != nullptr
+                                ? static_cast<const void*>(point.object)
+                                : static_cast<const void*>(image.points.find(point.id));
     add_finding(findings, FindingCode::rays, {key, 0},
                 {"image-point", std::string(point.id), image.id, {}},
                 "point " + printable(point.id) + " is measured in image " + printable(image.id) +
@@ -547,7 +549,7 @@ void check_ray_angles(const Network& network, FindingListener& findings) {
 
 }  // namespace
 
-void check_network(BundleProject& project, FindingListener& findings) {
+void check_network(BundleProject& project, FindingList& findings) {
   const Network network(project);
   check_rays(network, findings);
   check_orientations(project, network, findings);
@@ -558,7 +560,10 @@ void check_network(BundleProject& project, FindingListener& findings) {
   check_corrections(
       network, project.att_corrections, "att-correction", 3,
       [](const ExtOrientation& eo) { return eo.att_correction(); }, findings);
+  // What follows from a singular system is no finding of its own.
+  if (findings.has_errors()) return;
   check_datum(network, findings);
+  if (findings.has_errors()) return;
   check_control_line(project, network, findings);
   check_ray_angles(network, findings);
 }

@@ -105,7 +105,13 @@ struct Mistake {
   std::string to;
   std::string code;
   std::string place;
+  bool everywhere = false;
 };
+
+fs::path project_folder(const std::string& name) {
+  const fs::path example = kSource / "examples" / name;
+  return fs::exists(example) ? example : kSource / "tests/data" / name;
+}
 
 const std::vector<Mistake> kMistakes = {
     // texts
@@ -147,7 +153,7 @@ const std::vector<Mistake> kMistakes = {
     {"pushbroom-drift", "position.txt", "stop-dep 0 2", "stop-dep 0 3", "value-missing",
      "position.txt:3:22"},
     {"pushbroom-drift", "position.txt", " stop-dep 0 2\n", " 0 2\n", "end-missing",
-     "position.txt:3:22"},
+     "position.txt:1:25"},
     {"frame-selfcal", "cs.txt", "stop-dep", "", "end-missing", "cs.txt:8:9"},
     {"frame-selfcal", "camera.txt", "k2 spare", "k1 spare", "duplicate", "camera.txt:3:14"},
     {"frame-selfcal", "crds.txt", " p2 8.1894", " p1 8.1894", "duplicate", "crds.txt:3:2"},
@@ -157,6 +163,19 @@ const std::vector<Mistake> kMistakes = {
     {"frame-selfcal", "crds.txt", " p3 -2.1679590868 0.77920201513 0.003 0.003",
      " p3 -2.1679590868 0.77920201513 0.003", "value-missing", "crds.txt:5:2"},
     {"mixed-models", "crds.txt", "-1\ni2", "i2", "end-missing", "crds.txt:16:1"},
+    {"frame-selfcal", "crds.txt", " p2 8.1894", "# a comment here\n p2 8.1894", "number-expected",
+     "crds.txt:3:3"},
+    {"frame-selfcal", "crds.txt", " p2 8.1894", " p 2 8.1894", "number-expected", "crds.txt:3:39"},
+    {"frame-selfcal", "crds.txt", "i2 0.001", "i2", "value-missing", "crds.txt:17:2"},
+    {"frame-selfcal", "lspar.txt", "0.8 1.0", "0.8", "value-missing", "lspar.txt:8:1"},
+    {"frame-selfcal", "params.txt", "1 1 1 1\n", "1 1 1\n", "value-missing", "params.txt:6:1"},
+    {"frame-selfcal", "image.txt", "i3 e3 k1", "i3 e3", "value-missing", "image.txt:4:1"},
+    {"frame-selfcal", "cs.txt", "p5 in", "p4 co z", "duplicate", "cs.txt:4:1"},
+    {"frame-selfcal", "image.txt", "image-frame i3", "stop-dep image-frame i3", "trailing-text",
+     "image.txt:3:10"},
+    {"frame-selfcal", "eo.txt", "ext-ori-opk-rot e2", "stop-dep\next-ori-opk-rot e2",
+     "trailing-text", "eo.txt:8:1"},
+    {"frame-selfcal", "crds.txt", "i2 0.001", "-1\ni2 0.001", "trailing-text", "crds.txt:17:1"},
     // names
     {"frame-selfcal", "image.txt", "i2 e2 k1", "i2 E2 k1", "unknown-reference", "image.txt:2:16"},
     {"frame-selfcal", "ap.txt", "gap s1 k1", "gap s1 kk", "unknown-reference", "ap.txt:1:8"},
@@ -170,7 +189,26 @@ const std::vector<Mistake> kMistakes = {
     {"frame-selfcal", "crds.txt", "0.003\n p2", "0\n p2", "value-range", "crds.txt:2:38"},
     {"frame-selfcal", "obj.txt", " 0.001 0.001 0.001\np2", " 0.001 -0.001 0.001\np2", "value-range",
      "obj.txt:3:8"},
-    {"frame-selfcal", "lspar.txt", "3e-6", "3", "unit-suspect", "image.txt:1:13"},
+    {"frame-selfcal", "lspar.txt", "3e-6", "3", "unit-suspect", "lspar.txt:1:1"},
+    {"frame-selfcal", "lspar.txt", "1e-30 1e30", "1e30 1e-30", "value-range", "lspar.txt:4:6"},
+    {"frame-selfcal", "lspar.txt", "1e10 1e10", "0 1e10", "value-range", "lspar.txt:5:1"},
+    {"close-range-calibration", "camera.txt", "28.0", "28000", "unit-suspect", "camera.txt:2:3"},
+    // what would make the approximations fit
+    {"close-range-calibration", "orientations.txt", "ext-ori-opk-rot", "ext-ori-australis",
+     "rotation-suspect", "orientations.txt:4:1"},
+    {"aerial-block", "orientations.txt", "gon", "deg", "unit-suspect", "orientations.txt:2:18",
+     true},
+    {"aerial-block", "image-coords.txt", "  0.001", "  -0.001", "value-range",
+     "image-coords.txt:1:6"},
+    {"aerial-block", "image-coords.txt", "  0.001", "  1", "unit-suspect", "image-coords.txt:1:1",
+     true},
+    // what stands out
+    {"aerial-block", "orientations.txt", "  24747       50997", "  27747       50997",
+     "gross-start", "orientations.txt:7:18"},
+    {"aerial-block", "object-coords.txt", "30573.902   54099.248", "30573.902   50499.248",
+     "gross-start", "object-coords.txt:4:1"},
+    {"aerial-block", "image-coords.txt", "C1       53.1466   38.9595", "C1      -53.1466   38.9595",
+     "gross-start", "image-coords.txt:3:3"},
     // network
     {"frame-selfcal", "image.txt", "stop-dep", "image-frame i6 e1 k2\nstop-dep", "unused",
      "image.txt:6:13"},
@@ -182,17 +220,47 @@ const std::vector<Mistake> kMistakes = {
 
 TEST(Check, NamesEachMistakeWhereItStands) {
   for (const Mistake& mistake : kMistakes) {
-    const Copy copy(kSource / "tests/data" / mistake.project);
+    const Copy copy(project_folder(mistake.project));
     std::string text = copy.dir().read(mistake.file);
-    const std::size_t at = text.find(mistake.from);
+    std::size_t at = text.find(mistake.from);
     ASSERT_NE(at, std::string::npos) << mistake.from;
-    copy.dir().write(mistake.file, text.replace(at, mistake.from.size(), mistake.to));
+    do {
+      text.replace(at, mistake.from.size(), mistake.to);
+      at = text.find(mistake.from, at + mistake.to.size());
+    } while (mistake.everywhere && at != std::string::npos);
+    copy.dir().write(mistake.file, text);
     const std::vector<Finding> findings = copy.check();
     EXPECT_TRUE(has(findings, mistake.code, mistake.place))
         << "expected " << mistake.code << " at " << mistake.place << " of " << mistake.project
         << " for \"" << mistake.to << "\", found:\n"
         << shown(findings);
   }
+}
+
+// All mistakes of all files at once, and nothing that only follows from them.
+TEST(Check, GoesOnBehindMistakes) {
+  const Copy copy(kSource / "tests/data/frame-selfcal");
+  const auto change = [&](const std::string& file, const std::string& from, const std::string& to) {
+    std::string text = copy.dir().read(file);
+    copy.dir().write(file, text.replace(text.find(from), from.size(), to));
+  };
+  change("camera.txt", "camera-frame k1", "camera k1");
+  change("eo.txt", "ext-ori-opk-rot e2", "ext-ori-kop-rot e2");
+  change("crds.txt", "-3.921323337", "-3,921323337");
+  change("crds.txt", "4.2476278011", "4,2476278011");
+  change("obj.txt", "0.24446341867", "abc");
+  change("cs.txt", "p5 in", "p5 inner");
+  const std::vector<Finding> findings = copy.check();
+  for (const char* place : {"camera.txt:1:1", "eo.txt:7:1", "cs.txt:4:4"}) {
+    EXPECT_TRUE(has(findings, "keyword-unknown", place)) << place << '\n' << shown(findings);
+  }
+  for (const char* place : {"crds.txt:2:19", "crds.txt:5:19", "obj.txt:2:32"}) {
+    EXPECT_TRUE(has(findings, "number-expected", place)) << place << '\n' << shown(findings);
+  }
+  EXPECT_EQ(std::count_if(findings.begin(), findings.end(),
+                          [](const Finding& f) { return f.severity() == Severity::error; }),
+            6)
+      << shown(findings);
 }
 
 // ---- the sweep ---------------------------------------------------------------------------------

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "geometry/ext_orientation.h"
+#include "sensors/bundle_image.h"
+#include "sensors/object_point.h"
+#include "text/findings.h"
+
+namespace vorn {
+
+class BundleProject;
+
+// A measured point and the object coordinates that the approximations give it.
+struct StartRay {
+  const BundleImage* image;
+  const ImagePoint* measured;
+  const ObjectPoint* object;  // null where the coordinates come from the other rays
+  Vec3 xyz;
+};
+
+// Rays to the points whose coordinates are given.
+std::vector<StartRay> start_rays(const BundleProject& project);
+
+// Position and rotation of an image; U = R^T (X - Xo).
+struct Pose {
+  Vec3 centre{};
+  Mat3 rotation{};
+};
+
+// What is read otherwise than the files say. Empty functions change nothing.
+struct Reading {
+  std::function<Pair(const StartRay&)> measured;  // image coordinates [m]
+  std::function<Vec3(const StartRay&)> object;
+  std::function<Pose(const ExtOrientation&)> pose;
+  std::function<double(const Camera&)> distance;  // c [m]
+};
+
+Pair measured_in_image(const StartRay& ray);
+
+// Residual of a ray [m]; HUGE_VAL for a point that cannot be projected. Points behind the camera do
+// not fit, wherever they are projected.
+double residual(const StartRay& ray, const Reading& reading = {});
+
+// The value that a part of the values does not exceed.
+double quantile(std::vector<double> values, double part);
+inline double median(std::vector<double> values) { return quantile(std::move(values), 0.5); }
+
+// Largest coordinate of the measurements, in image coordinates [m].
+double extent_of(const std::vector<StartRay>& rays, const Reading& reading = {});
+
+// ---- what is looked for
+
+// Names the mistake that explains the start residuals best, if any does. True when one was found;
+// those of axes and rotations are reported only where `axes_too` says so.
+bool find_mistake(const BundleProject& project, const std::vector<StartRay>& rays, bool axes_too,
+                  FindingListener& findings);
+// Images, points and measurements whose residuals stand out from all others.
+void find_gross(const BundleProject& project, const std::vector<StartRay>& rays,
+                FindingListener& findings);
+
+}  // namespace vorn
