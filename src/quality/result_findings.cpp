@@ -107,6 +107,7 @@ void add_result_findings(QualityResults& results, Diagnosis& diagnosis) {
   for (PointResult& row : results.points) {
     row.component = diagnosis.component_of_point[static_cast<std::size_t>(row.point->index / 3)];
   }
+  diagnosis.smallest_tolerances.clear();  // those of the network alone
   for (const ToleranceResult& row : results.smallest_tolerances) {
     diagnosis.smallest_tolerances.push_back({item_of(row.unknown), row.value});
   }

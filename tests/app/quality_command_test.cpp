@@ -54,6 +54,18 @@ class QualityCommand : public test::ProjectTest {
     return std::regex_search(document, match, pattern) ? match[1].str() : "none";
   }
 
+  // How many objects of the list behind "key" have a value.
+  static std::ptrdiff_t values_in_list(const std::string& document, const std::string& key) {
+    const std::size_t begin = document.find('"' + key + '"');
+    if (begin == std::string::npos) return -1;
+    const std::size_t next = document.find("\"smallest_", begin + 1);
+    const std::size_t end = std::min(
+        {next, document.find("\"failed_at\"", begin), document.find("\"findings\"", begin)});
+    const std::string list = document.substr(begin, end - begin);
+    const std::regex value("\"value\":");
+    return std::distance(std::sregex_iterator(list.begin(), list.end(), value), {});
+  }
+
   std::string errors_;
 };
 
@@ -129,6 +141,9 @@ TEST_F(QualityCommand, WritesWhatWasAskedFor) {
     EXPECT_EQ(value_of(document, "figure_derivatives"), "rigorous") << c.options;
     EXPECT_EQ(value_of(document, "standard_deviations"), c.sds) << c.options;
     EXPECT_EQ(value_of(document, "datum"), c.datum) << c.options;
+    for (const char* list : {"smallest_tolerances", "smallest_pivots", "smallest_eigenvalues"}) {
+      EXPECT_EQ(values_in_list(document, list), 10) << list;
+    }
     EXPECT_THAT(dir_.read("project.prec"), HasSubstr(c.head)) << c.options;
     EXPECT_THAT(dir_.read("project.rel"), HasSubstr("Reliability\n")) << c.options;
   }
