@@ -16,11 +16,7 @@ class AdjustCommand final : public Command {
     define_estimation_options(parser, project_.request.settings);
     quality_.define(parser);
   }
-  ExitStatus run() override {
-    if (!quality_.attach(project_)) return kFailed;
-    const ExitStatus status = project_.run();
-    return quality_.finish(status, project_.summary);
-  }
+  ExitStatus run() override { return quality_.run(project_); }
 
  private:
   ProjectRun project_;

@@ -240,15 +240,7 @@ void write_diagnosis(JsonWriter& json, const Diagnosis* diagnosis) {
 // ---- the document -------------------------------------------------------------------------------
 
 void write_head(JsonWriter& json, const QualityResults& results) {
-  json.key("format").text("vorn-quality");
-  json.key("format_version").text("1.0");
-  json.key("program").begin_object();
-  json.key("name").text("vorn");
-  json.key("version").text(VORN_VERSION);
-  json.end_object();
-  json.key("project").begin_object();
-  json.key("control_file").text(results.control_file);
-  json.end_object();
+  write_document_head(json, "vorn-quality", results);
   constexpr std::string_view kStatus[] = {"converged", "not_converged", "failed"};
   json.key("status").text(kStatus[static_cast<std::size_t>(results.status)]);
   if (results.status == RunStatus::failed) json.key("message").text(results.message);

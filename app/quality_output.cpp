@@ -92,6 +92,12 @@ void QualityOutput::define(CLI::App& parser) {
 
 void QualityOutput::ask_for_page(std::string file) { page_ = std::move(file); }
 
+ExitStatus QualityOutput::run(ProjectRun& project) {
+  if (!attach(project)) return kFailed;
+  const ExitStatus status = project.run();
+  return finish(status, project.summary);
+}
+
 bool QualityOutput::attach(ProjectRun& run) {
   RunRequest& request = run.request;
   if (!exclusion_file_.empty()) {

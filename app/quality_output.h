@@ -20,16 +20,18 @@ class QualityOutput {
   void define(CLI::App& parser);
   // Asks for the report page as the only output.
   void ask_for_page(std::string file);
+  // Runs the project with this output. A run that failed has a document, too, under a name of its
+  // own where the document of earlier results stands. The exit status of the command: that of the
+  // run, unless a list or the document cannot be read or written (the error stream says why) or
+  // figures that were asked for do not exist.
+  [[nodiscard]] ExitStatus run(ProjectRun& project);
+
+ private:
   // Reads the lists that were named, and hooks the output into a run. False, with the reason on the
   // error stream, when a list cannot be read.
   [[nodiscard]] bool attach(ProjectRun& run);
-  // Called after the run with its exit status: one that failed has a document, too, under a name of
-  // its own where the document of earlier results stands. The exit status of the command: that of
-  // the run, unless the document cannot be written (the error stream says why) or figures that were
-  // asked for do not exist.
+  // After the run with its exit status; returns that of the command.
   [[nodiscard]] ExitStatus finish(ExitStatus status, const RunSummary& summary);
-
- private:
   [[nodiscard]] bool read_datum();
   [[nodiscard]] bool tell_failure(const RunSummary& summary) const;
   [[nodiscard]] DocumentFiles document() const;

@@ -20,9 +20,7 @@ class ReportCommand final : public Command {
   }
   ExitStatus run() override {
     quality_.ask_for_page(page_);
-    if (!quality_.attach(project_)) return kFailed;
-    const ExitStatus status = project_.run();
-    return quality_.finish(status, project_.summary);
+    return quality_.run(project_);
   }
 
  private:

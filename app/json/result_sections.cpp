@@ -6,6 +6,18 @@
 
 namespace vorn::app {
 
+void write_document_head(JsonWriter& json, std::string_view format, const QualityResults& results) {
+  json.key("format").text(format);
+  json.key("format_version").text("1.0");
+  json.key("program").begin_object();
+  json.key("name").text("vorn");
+  json.key("version").text(VORN_VERSION);
+  json.end_object();
+  json.key("project").begin_object();
+  json.key("control_file").text(results.control_file);
+  json.end_object();
+}
+
 void write_item(JsonWriter& json, const Unknown& unknown) {
   json.key("object_type").text(object_type_name(object_type_of(*unknown.object)));
   json.key("object_id").text(unknown.object->id);

@@ -1,13 +1,18 @@
 #pragma once
 
+#include <string_view>
+
 #include "quality/results.h"
 
-// Sections of results that the quality document and the report page have in common: one member
-// each of the object that is being written.
+// Sections of results that the quality document and the report page have in common: members of the
+// object that is being written.
 
 namespace vorn::app {
 
 class JsonWriter;
+
+// "format", "format_version", "program" and "project".
+void write_document_head(JsonWriter& json, std::string_view format, const QualityResults& results);
 
 // "object_type", "object_id" and "parameter" of an unknown.
 void write_item(JsonWriter& json, const Unknown& unknown);

@@ -151,15 +151,7 @@ void write_page_data(TextWriter& out, const PageInput& input) {
   const QualityResults& results = input.results;
   JsonWriter json(out, JsonPlace::markup);
   json.begin_object();
-  json.key("format").text("vorn-report");
-  json.key("format_version").text("1.0");
-  json.key("program").begin_object();
-  json.key("name").text("vorn");
-  json.key("version").text(VORN_VERSION);
-  json.end_object();
-  json.key("project").begin_object();
-  json.key("control_file").text(results.control_file);
-  json.end_object();
+  write_document_head(json, "vorn-report", results);
   json.key("ending").text(input.ending);
   write_statistics(json, results);
   write_counts(json, results);
