@@ -90,7 +90,9 @@ void list_geometries_and_sets(BundleProject& project) {
     geometry.update();
     static_cast<void>(geometry.projection(point, image));
     static_cast<void>(geometry.get_derivs(image, point, derivs));
-    if (previous != nullptr) geometry.intersection(*previous, image, image, point, gap);
+    if (previous != nullptr) {
+      static_cast<void>(geometry.intersection(*previous, image, image, point, gap));
+    }
     previous = &geometry;
   }
   for (APSet& set : project.ap_sets) {
