@@ -17,6 +17,7 @@ using UnknownName = std::pair<std::string, std::string>;  // "point 17", "X"
 struct Estimate {
   double value = 0.0;
   double sd = 0.0;
+  bool is_angle = false;
 };
 using Estimates = std::map<UnknownName, Estimate>;
 
@@ -31,21 +32,28 @@ Estimates estimates_of(const QualityResults& results) {
   Estimates all;
   for (const PointResult& row : results.points) {
     for (std::size_t k = 0; k < 3; ++k) {
-      all[{"point " + row.point->id, kAxes[k]}] = {row.point->xyz[k], row.sd(k)};
+      all[{"point " + row.point->id, kAxes[k]}] = {row.point->xyz[k], row.sd(k), false};
     }
   }
   for (const ParameterResult& row : results.parameters) {
     const std::string type(object_type_name(object_type_of(*row.unknown.object)));
     all[{type + ' ' + row.unknown.object->id, parameter_name(row.unknown)}] = {
-        *row.unknown.record().value, row.sd};
+        *row.unknown.record().value, row.sd, parameter_unit(row.unknown) == "rad"};
   }
   return all;
+}
+
+// B - A; of angles the smallest.
+double difference_of(const Estimate& a, const Estimate& b) {
+  constexpr double kTurn = 6.283185307179586;
+  const double difference = b.value - a.value;
+  return a.is_angle ? std::remainder(difference, kTurn) : difference;
 }
 
 // d = |a - b| / sqrt(sa^2 + sb^2). Where neither has a standard deviation, unlike values are
 // infinitely far apart.
 double in_sigmas(const Estimate& a, const Estimate& b) {
-  const double difference = std::fabs(a.value - b.value);
+  const double difference = std::fabs(difference_of(a, b));
   if (difference == 0.0) return 0.0;
   const double sd = std::hypot(std::isfinite(a.sd) ? a.sd : 0.0, std::isfinite(b.sd) ? b.sd : 0.0);
   return difference / sd;
@@ -69,7 +77,8 @@ class DiffCommand final : public Command {
     define_estimation_options(parser, settings_);
     parser.footer(
         "Both projects are adjusted, and no file is written. Exit status: 0 within the limit, 1 "
-        "beyond it or nothing to compare, 2 wrong usage or a project without results.");
+        "beyond it or nothing to compare, 2 wrong usage or a project without results, 3 within the "
+        "limit, but one of them has not converged.");
   }
 
   ExitStatus run() override {
@@ -80,7 +89,10 @@ class DiffCommand final : public Command {
     if (!b) return kWrongUsage;
     const Estimates of_b = estimates_of(b->results);
     print_sigma0(a->results, b->results);
-    return print(of_a, of_b);
+    const ExitStatus status = print(of_a, of_b);
+    const bool converged =
+        a->results.status == RunStatus::converged && b->results.status == RunStatus::converged;
+    return status == kSuccess && !converged ? kNotConverged : status;
   }
 
  private:
@@ -99,7 +111,7 @@ class DiffCommand final : public Command {
       const auto other = b.find(name);
       if (other == b.end()) continue;
       differences.push_back(
-          {&name, other->second.value - estimate.value, in_sigmas(estimate, other->second)});
+          {&name, difference_of(estimate, other->second), in_sigmas(estimate, other->second)});
     }
     // Of equals the first by name.
     std::stable_sort(
@@ -113,6 +125,8 @@ class DiffCommand final : public Command {
         << " unknowns; only in A " << static_cast<std::uint64_t>(a.size() - differences.size())
         << ", only in B " << static_cast<std::uint64_t>(b.size() - differences.size()) << '\n'
         << "beyond " << fixed(1)(limit_) << " sigmas  " << std::int64_t{beyond} << '\n';
+    print_others("only in A", a, b);
+    print_others("only in B", b, a);
     const std::size_t listed = std::min(differences.size(), static_cast<std::size_t>(most_));
     for (std::size_t i = 0; i < listed && differences[i].in_sigmas > 0.0; ++i) {
       const Difference& row = differences[i];
@@ -120,6 +134,21 @@ class DiffCommand final : public Command {
           << "  " << row.name->first << ' ' << row.name->second << '\n';
     }
     return beyond > 0 || differences.empty() ? kFailed : kSuccess;
+  }
+
+  // The objects of `some` that `others` do not have.
+  void print_others(std::string_view label, const Estimates& some, const Estimates& others) const {
+    std::vector<std::string> names;
+    for (const auto& [name, estimate] : some) {
+      const bool is_new = names.empty() || names.back() != name.first;
+      if (is_new && others.find(name) == others.end()) names.push_back(name.first);
+    }
+    if (names.empty()) return;
+    TextWriter& out = standard_output();
+    out << "  " << label << ": ";
+    const std::size_t listed = std::min(names.size(), static_cast<std::size_t>(most_));
+    for (std::size_t i = 0; i < listed; ++i) out << (i > 0 ? ", " : "") << names[i];
+    out << (listed < names.size() ? ", ...\n" : "\n");
   }
 
   std::string a_;

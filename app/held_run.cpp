@@ -2,8 +2,10 @@
 
 #include <utility>
 
+#include "app/diagnosis_text.h"
 #include "driver/run.h"
 #include "lsq/ls_params.h"
+#include "quality/diagnosis.h"
 #include "text/file_system.h"
 #include "text/findings.h"
 #include "text/text_writer.h"
@@ -11,7 +13,8 @@
 namespace vorn::app {
 
 std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const AdjustmentSettings& settings,
-                                       std::int32_t max_iterations, const QualityRequest& quality) {
+                                       std::int32_t max_iterations, const QualityRequest& quality,
+                                       const std::function<void(BundleProject&)>& prepare) {
   auto held = std::make_unique<HeldRun>();
   ls_params() = LSParams();
   FindingList findings;
@@ -28,8 +31,12 @@ std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const Adjustment
     };
   }
   request.take = [&](std::unique_ptr<BundleProject> project) {
+    if (prepare) prepare(*project);
     held->results = find_quality(*project, quality);
     held->project = std::move(project);
+  };
+  request.hear_diagnosis = [](const Diagnosis& diagnosis) {
+    print_findings(error_output(), diagnosis);
   };
   const std::string directory = current_directory();
   run_project(request);
@@ -39,7 +46,12 @@ std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const Adjustment
   for (const Finding& finding : findings.findings()) {
     if (finding.severity() == Severity::error) print_finding(err, finding);
   }
-  if (held->project && held->results.has_figures) return held;
+  if (held->project && held->results.has_figures) {
+    if (max_iterations != 0 && held->results.status != RunStatus::converged) {
+      err << "vorn: not converged: " << path << '\n';
+    }
+    return held;
+  }
   err << "vorn: there are no results of " << path << ": "
       << (held->project ? held->results.message : std::string("vorn adjust and its report say why"))
       << '\n';

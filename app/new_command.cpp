@@ -1,14 +1,18 @@
 // vorn new: a commented project that runs, from a camera and tables of what was measured.
 
-#include <array>
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "app/command.h"
-#include "app/exchange/output_file.h"
+#include "app/new_project.h"
+#include "app/orient.h"
 #include "app/table_file.h"
+#include "geometry/rotations.h"
 #include "text/file_system.h"
 #include "text/text_writer.h"
 
@@ -16,74 +20,73 @@ namespace vorn::app {
 namespace {
 
 using exchange::ExchangeError;
-using exchange::OutputFile;
 
-struct MeasuredPoint {
-  std::string id;
-  double column = 0.0;
-  double row = 0.0;
-};
+constexpr double kDegrees = 57.29577951308232;
+constexpr std::int32_t kMaxSide = 1'000'000;  // [pixels]
 
-struct ControlPoint {
-  std::array<double, 3> xyz{};
-  std::array<double, 3> std_devs{};  // 0: without error
-  bool is_check = false;
-};
-
-using Orientation = std::array<double, 6>;  // centre, angles in degrees
-
-// The tables, by identifiers; images in the order of their first point.
-struct Measurements {
-  std::vector<std::string> images;
-  std::map<std::string, std::vector<MeasuredPoint>> points;
-  std::map<std::string, ControlPoint> control;
-  std::map<std::string, Orientation> orientations;
-};
-
-void read_image_points(const std::string& path, Measurements& all) {
+std::vector<MeasuredImage> read_image_points(const std::string& path) {
+  constexpr std::string_view kColumns[] = {"image", "point", "column", "row"};
   const exchange::Source source(path, exchange::Source::Kind::text);
-  std::set<std::pair<std::string, std::string>> known;
-  for (const TableLine& line : lines_of_table(source, "image")) {
+  std::vector<MeasuredImage> images;
+  std::map<std::string, std::size_t> places;
+  std::set<std::pair<std::size_t, std::string>> known;
+  for (const TableLine& line : lines_of_table(source, kColumns, 2)) {
     const std::string image = line.id(0, "the image");
     const MeasuredPoint point{line.id(1, "the point"), line.number(2, "the column"),
                               line.number(3, "the row")};
-    if (!known.emplace(image, point.id).second) {
-      line.fail(line.text(1), "point " + point.id + " was measured in image " + image + " before");
+    const auto [place, is_new] = places.emplace(image, images.size());
+    if (is_new) images.push_back({image, {}, {}, {}});
+    if (!known.emplace(place->second, point.id).second) {
+      line.fail("point " + point.id + " was measured in image " + image + " before");
     }
-    if (all.points.find(image) == all.points.end()) all.images.push_back(image);
-    all.points[image].push_back(point);
+    images[place->second].points.push_back(point);
   }
-  if (all.images.empty()) throw ExchangeError(path + ": there is no image point");
+  if (images.empty()) throw ExchangeError(path + ": there is no image point");
+  return images;
 }
 
-void read_control(const std::string& path, Measurements& all) {
+std::map<std::string, GivenPoint> read_control(const std::string& path) {
+  constexpr std::string_view kColumns[] = {"point", "x", "y", "z", "sx", "sy", "sz"};
   const exchange::Source source(path, exchange::Source::Kind::text);
-  for (const TableLine& line : lines_of_table(source, "point")) {
+  std::map<std::string, GivenPoint> points;
+  for (const TableLine& line : lines_of_table(source, kColumns, 1)) {
     const std::string id = line.id(0, "the point");
-    ControlPoint point;
+    GivenPoint point;
     point.xyz = {line.number(1, "X"), line.number(2, "Y"), line.number(3, "Z")};
-    const std::string_view last = line.text(line.size() - 1);
-    point.is_check = last == "check";
-    if (!point.is_check && line.size() > 4 && !line.text(4).empty()) {
+    point.is_check = line.text(line.size() - 1) == "check";
+    if (!point.is_check && !line.text(4).empty()) {
       point.std_devs = {line.positive(4, "sX"), line.positive(5, "sY"), line.positive(6, "sZ")};
     }
-    if (!all.control.emplace(id, point).second) {
-      line.fail(line.text(0), "point " + id + " was given before");
-    }
+    if (!points.emplace(id, point).second) line.fail("point " + id + " was given before");
   }
+  return points;
 }
 
-void read_orientations(const std::string& path, Measurements& all) {
-  constexpr std::string_view kNames[] = {"X", "Y", "Z", "omega", "phi", "kappa"};
+std::map<std::string, Orient> read_orientations(const std::string& path) {
+  constexpr std::string_view kColumns[] = {"image", "x", "y", "z", "omega", "phi", "kappa"};
+  std::map<std::string, Orient> orientations;
+  if (path.empty()) return orientations;
   const exchange::Source source(path, exchange::Source::Kind::text);
-  for (const TableLine& line : lines_of_table(source, "image")) {
+  for (const TableLine& line : lines_of_table(source, kColumns, 1)) {
     const std::string id = line.id(0, "the image");
-    Orientation values{};
-    for (std::size_t k = 0; k < values.size(); ++k) values[k] = line.number(k + 1, kNames[k]);
-    if (!all.orientations.emplace(id, values).second) {
-      line.fail(line.text(0), "image " + id + " was given before");
-    }
+    double values[6];
+    for (std::size_t k = 0; k < 6; ++k) values[k] = line.number(k + 1, kColumns[k + 1]);
+    const Orient orient{{values[0], values[1], values[2]},
+                        opk_rot::matrix_from_params(
+                            {values[3] / kDegrees, values[4] / kDegrees, values[5] / kDegrees})};
+    if (!orientations.emplace(id, orient).second) line.fail("image " + id + " was given before");
   }
+  return orientations;
+}
+
+// The first few names.
+std::string list_of(const std::vector<std::string>& names) {
+  constexpr std::size_t kMost = 10;
+  std::string text;
+  for (std::size_t i = 0; i < std::min(names.size(), kMost); ++i) {
+    text += (i > 0 ? ", " : "") + names[i];
+  }
+  return names.size() > kMost ? text + ", ..." : text;
 }
 
 class NewCommand final : public Command {
@@ -92,23 +95,23 @@ class NewCommand final : public Command {
     parser.add_option("-o,--output", directory_, "folder of the new project, made if need be")
         ->type_name("DIR")
         ->required();
-    parser.add_option("--name", name_, "name of the control file")
+    parser.add_option("--name", project_.name, "name of the control file")
         ->type_name("NAME")
         ->capture_default_str();
     parser.add_option("--camera", format_, "columns and rows of the image, as 6000x4000")
         ->type_name("CxR")
         ->required();
-    parser.add_option("--pixel-size", pixel_um_, "size of a pixel [um]")
+    parser.add_option("--pixel-size", project_.pixel_um, "size of a pixel [um]")
         ->type_name("UM")
         ->check(CLI::PositiveNumber)
         ->required();
-    parser.add_option("--focal-length", c_mm_, "principal distance c [mm]")
+    parser.add_option("--focal-length", project_.c_mm, "principal distance c [mm]")
         ->type_name("MM")
         ->check(CLI::PositiveNumber)
         ->required();
     parser
         .add_option("--image-points", image_points_,
-                    "table: image, point, column, row [pixels; the first pixel is 0, 0]")
+                    "table: image, point, column, row [pixels; the centre of the first is 0, 0]")
         ->type_name("CSV")
         ->required();
     parser
@@ -118,208 +121,147 @@ class NewCommand final : public Command {
         ->required();
     parser
         .add_option("--orientations", orientations_,
-                    "table: image, X, Y, Z, omega, phi, kappa [degrees], to a few degrees")
-        ->type_name("CSV")
-        ->required();
-    parser.add_option("--sigma", sigma_px_, "standard deviation of image coordinates [pixels]")
+                    "table: image, X, Y, Z, omega, phi, kappa [degrees], for images that control "
+                    "does not orient; to a few degrees")
+        ->type_name("CSV");
+    parser.add_option("--sigma", project_.sigma_px, "standard deviation of image coordinates")
         ->type_name("PX")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
-    parser.add_flag("--calibrate", calibrate_,
+    parser.add_flag("--calibrate", project_.calibrate,
                     "also adjust principal point, principal distance and lens distortion");
-    parser.footer("Existing files are never replaced.");
+    parser.add_flag("--force", force_, "replace files that are there");
+    parser.footer(
+        "Tables have commas, semicolons, tabs or blanks between their columns; a heading may be "
+        "there. Exit status: 0 done, 1 a table cannot be used, 2 wrong usage.");
   }
 
   ExitStatus run() override {
-    read_format();
-    Measurements all;
-    read_image_points(image_points_, all);
-    read_control(control_, all);
-    read_orientations(orientations_, all);
-    hold_against_each_other(all);
+    if (!read_format()) return kWrongUsage;
+    project_.images = read_image_points(image_points_);
+    project_.points = read_control(control_);
+    check_measurements();
+    orient(read_orientations(orientations_));
+    for (const std::string& name : project_.files()) {
+      if (force_ || file_kind(path_of(name)) == FileKind::missing) continue;
+      throw ExchangeError(path_of(name) + " is there; --force replaces it");
+    }
     std::filesystem::create_directories(directory_);
-    write(all);
-    TextWriter& out = standard_output();
-    out << "wrote " << path_of(name_ + ".ctl") << ": "
-        << static_cast<std::uint64_t>(all.images.size()) << " images, "
-        << static_cast<std::uint64_t>(all.control.size()) << " known points\nnext: vorn check "
-        << path_of(name_ + ".ctl") << "; vorn adjust " << path_of(name_ + ".ctl") << '\n';
+    write_new_project(project_, directory_);
+    print_summary();
     return kSuccess;
   }
 
  private:
-  void read_format() {
-    const std::size_t cross = format_.find('x');
-    const char* const end = format_.data() + format_.size();
-    const auto first = std::from_chars(format_.data(), end, columns_);
-    const auto second = cross == std::string::npos
-                            ? first
-                            : std::from_chars(format_.data() + cross + 1, end, rows_);
-    if (first.ec != std::errc() || second.ec != std::errc() || second.ptr != end ||
-        first.ptr != format_.data() + cross || columns_ <= 0 || rows_ <= 0) {
-      throw ExchangeError("--camera: expected columns and rows as 6000x4000, found " + format_);
+  // "6000x4000".
+  [[nodiscard]] bool read_format() {
+    const char* const begin = format_.data();
+    const char* const end = begin + format_.size();
+    const auto columns = std::from_chars(begin, end, project_.columns);
+    if (columns.ec == std::errc() && columns.ptr != end && *columns.ptr == 'x') {
+      const auto rows = std::from_chars(columns.ptr + 1, end, project_.rows);
+      const bool in_range = std::min(project_.columns, project_.rows) > 0 &&
+                            std::max(project_.columns, project_.rows) <= kMaxSide;
+      if (rows.ec == std::errc() && rows.ptr == end && in_range) return true;
     }
+    error_output() << "vorn new: --camera: expected columns and rows as 6000x4000, found "
+                   << format_ << '\n';
+    return false;
   }
 
-  void hold_against_each_other(const Measurements& all) const {
-    for (const std::string& image : all.images) {
-      if (all.orientations.count(image) == 0) {
-        throw ExchangeError(orientations_ + ": image " + image +
-                            " has no approximate orientation: add a line with its position and its "
-                            "angles; a few degrees and a tenth of the distance are near enough");
-      }
-      for (const MeasuredPoint& point : all.points.at(image)) {
-        const bool inside = point.column >= -0.5 && point.column <= columns_ - 0.5 &&
-                            point.row >= -0.5 && point.row <= rows_ - 0.5;
+  void check_measurements() {
+    std::set<std::string> measured;
+    for (const MeasuredImage& image : project_.images) {
+      for (const MeasuredPoint& point : image.points) {
+        measured.insert(point.id);
+        const bool inside = point.column >= -0.5 && point.column <= project_.columns - 0.5 &&
+                            point.row >= -0.5 && point.row <= project_.rows - 0.5;
         if (inside) continue;
-        throw ExchangeError(image_points_ + ": point " + point.id + " in image " + image +
+        throw ExchangeError(image_points_ + ": point " + point.id + " in image " + image.id +
                             " lies outside the " + format_ + " pixels of the camera");
       }
     }
-    int measured = 0;
-    for (const auto& [id, point] : all.control) {
-      bool found = false;
-      for (const auto& [image, points] : all.points) {
-        for (const MeasuredPoint& candidate : points) found = found || candidate.id == id;
+    std::size_t control = 0;
+    for (const auto& [id, point] : project_.points) {
+      if (measured.count(id) == 0) {
+        unmeasured_.push_back(id);
+      } else {
+        control += point.is_check ? 0U : 1U;
       }
-      measured += found && !point.is_check ? 1 : 0;
     }
-    if (measured < 3) {
-      throw ExchangeError(control_ + ": " + std::to_string(measured) +
-                          " control points are measured in images; position, rotation and scale "
-                          "need three of them, not on a line");
+    if (control >= 3) return;
+    const std::string hint =
+        unmeasured_.empty() ? "" : "; no image point has the name of " + list_of(unmeasured_);
+    throw ExchangeError(control_ + ": " + std::to_string(control) +
+                        " control points are measured in images; position, rotation and scale "
+                        "need three of them, not on a line" +
+                        hint);
+  }
+
+  // Approximations of all images: those given, and from them and from control the others.
+  void orient(const std::map<std::string, Orient>& given) {
+    const double c_px = project_.c_mm * 1e3 / project_.pixel_um;
+    std::map<std::string, Vec3> known;
+    for (const auto& [id, point] : project_.points) {
+      if (!point.is_check) known.emplace(id, point.xyz);
     }
+    std::vector<std::vector<OrientRay>> rays;
+    std::vector<std::optional<Orient>> oriented;
+    for (const MeasuredImage& image : project_.images) {
+      const auto found = given.find(image.id);
+      oriented.push_back(found == given.end() ? std::nullopt : std::optional(found->second));
+      std::vector<OrientRay>& of_image = rays.emplace_back();
+      for (const MeasuredPoint& point : image.points) {
+        of_image.push_back({point.id,
+                            {point.column - 0.5 * (project_.columns - 1),
+                             0.5 * (project_.rows - 1) - point.row, -c_px}});
+      }
+    }
+    orient_all(rays, known, oriented);
+    std::vector<std::string> open;
+    for (std::size_t i = 0; i < oriented.size(); ++i) {
+      MeasuredImage& image = project_.images[i];
+      if (!oriented[i]) {
+        open.push_back(image.id);
+        continue;
+      }
+      image.centre = oriented[i]->centre;
+      image.angles_deg = kDegrees * opk_rot::params_from_matrix(oriented[i]->rot_obj_from_img);
+    }
+    if (open.empty()) return;
+    throw ExchangeError(
+        "no approximate orientation of " + std::to_string(open.size()) + " of " +
+        std::to_string(oriented.size()) + " images: " + list_of(open) +
+        "; each needs four points that are control or seen in other images, or a line in a table "
+        "of --orientations (position, angles to a few degrees). Where they have enough, compare "
+        "names and units of the points, and camera, pixel size and c");
+  }
+
+  void print_summary() const {
+    TextWriter& out = standard_output();
+    std::size_t points = 0;
+    for (const MeasuredImage& image : project_.images) points += image.points.size();
+    const std::string control_file = path_of(project_.name + ".ctl");
+    out << "wrote " << control_file << ": " << static_cast<std::uint64_t>(project_.images.size())
+        << " images, " << static_cast<std::uint64_t>(points) << " image points, "
+        << static_cast<std::uint64_t>(project_.points.size()) << " known points\n";
+    if (!unmeasured_.empty()) out << "measured nowhere: " << list_of(unmeasured_) << '\n';
+    out << "next: vorn check " << control_file << "\n      vorn adjust " << control_file
+        << " --solve\n";
   }
 
   [[nodiscard]] std::string path_of(const std::string& file) const {
     return (std::filesystem::path(directory_) / file).string();
   }
-  // Refuses what is there.
-  [[nodiscard]] OutputFile create(const std::string& file) const {
-    const std::string path = path_of(file);
-    if (file_kind(path) != FileKind::missing) {
-      throw ExchangeError(path + " exists; choose another folder or name");
-    }
-    return OutputFile(path);
-  }
 
-  void write(const Measurements& all) const {
-    const double sigma0_um = sigma_px_ * pixel_um_;
-    OutputFile control_file = create(name_ + ".ctl");
-    control_file << "params          params.txt\nls-params       ls-params.txt\n"
-                    "camera          camera.txt\nimage           images.txt\n"
-                    "image-geometry  orientations.txt\nimage-crds      image-points.txt\n"
-                    "obj-crds        object-points.txt\n";
-    if (has_checks(all)) control_file << "ctrl-supp       check-points.txt\n";
-    if (calibrate_) control_file << "ap-set          calibration.txt\n";
-    control_file << "stop-dep\n\nKeyword and file of each part. Nothing is read behind stop-dep.\n";
-    control_file.close();
-
-    OutputFile params = create("params.txt");
-    params << "0\n0 0 0 0\n0 0 0 0 0\n0 0\n5 5\nnone none none none\n\n"
-              "Listings, all off; rows and columns of grids of effects; files of the normal "
-              "equations.\n";
-    params.close();
-    OutputFile settings = create("ls-params.txt");
-    settings << sigma0_um * 1e-6 << "\n50\n1 1 1 1\n0.001 0.001 1e-6 1e-8\n"
-             << "1e-30 1e30  1e-31 1e31\n1e10 1e10\n0.8\n1.0 0.001\n1.96\n1e-4\n"
-             << 3.0 * sigma0_um << "\nm\ndeg\nnative\n\n"
-             << "sigma 0 a priori [m]; most iterations; what convergence looks at; its limits [m, "
-                "m, rad, -];\nstandard deviations that mean fixed and free; ...; residuals listed "
-                "from [um].\n";
-    settings.close();
-    OutputFile camera = create("camera.txt");
-    camera << "camera-ccd  camera  new\n  " << c_mm_ << "\n  0 0\n  " << columns_ << ' ' << rows_
-           << "\n  " << pixel_um_ << ' ' << pixel_um_
-           << "\nstop-dep\n\nc [mm]; principal point [mm]; columns and rows; pixel size [um].\n";
-    camera.close();
-    if (calibrate_) write_calibration();
-    write_images(all);
-    write_points(all);
-  }
-
-  void write_calibration() const {
-    OutputFile file = create("calibration.txt");
-    file << "australis  calibration  camera\n"
-            "0 1e31\n0 1e31\n0 1e31\n0 1e31\n0 1e31\n0 1e-31\n0 1e31\n0 1e31\n0 1e-31\n0 1e-31\n"
-            "stop-dep\n\ndxp, dyp, dc, K1, K2, K3, P1, P2, B1, B2: value and standard deviation; "
-            "1e31 free, 1e-31 fixed.\n";
-    file.close();
-  }
-
-  void write_images(const Measurements& all) const {
-    OutputFile images = create("images.txt");
-    OutputFile orientations = create("orientations.txt");
-    OutputFile points = create("image-points.txt");
-    orientations << "common-type\next-ori-opk-rot deg 0 0\n1e31 1e31 1e31  1e31 1e31 1e31\n";
-    for (const std::string& image : all.images) {
-      images << "image-frame " << image << ' ' << image << " camera\n";
-      orientations << image;
-      for (const double value : all.orientations.at(image)) orientations << ' ' << value;
-      orientations << '\n';
-      points << image << " 1\n";
-      for (const MeasuredPoint& point : all.points.at(image)) {
-        points << "  " << point.id << ' ' << point.column << ' ' << point.row << "  " << sigma_px_
-               << ' ' << sigma_px_ << '\n';
-      }
-      points << "-1\n";
-    }
-    images << "stop-dep\n\nType, image, its orientation, its camera.\n";
-    orientations << "stop-dep\n\nImage, X, Y, Z, omega, phi, kappa; all free (1e31).\n";
-    points << "stop-dep\n\nPoint, column, row and their standard deviations [pixels].\n";
-    images.close();
-    orientations.close();
-    points.close();
-  }
-
-  static bool has_checks(const Measurements& all) {
-    for (const auto& [id, point] : all.control) {
-      if (point.is_check) return true;
-    }
-    return false;
-  }
-
-  void write_points(const Measurements& all) const {
-    OutputFile points = create("object-points.txt");
-    points << "indiv-sdev\n";
-    for (const auto& [id, point] : all.control) {
-      points << id;
-      for (const double value : point.xyz) points << ' ' << value;
-      for (const double sd : point.std_devs) {
-        if (point.is_check) {
-          points << " 1e31";
-        } else if (sd > 0.0) {
-          points << ' ' << sd;
-        } else {
-          points << " 1e-31";
-        }
-      }
-      points << '\n';
-    }
-    points << "stop-dep\n\nPoint, X, Y, Z and their standard deviations; 1e-31 fixed, 1e31 free. "
-              "All other\npoints are intersected from their rays.\n";
-    points.close();
-    if (!has_checks(all)) return;
-    OutputFile checks = create("check-points.txt");
-    for (const auto& [id, point] : all.control) {
-      if (point.is_check) checks << id << " ch xyz\n";
-    }
-    checks << "stop-dep\n";
-    checks.close();
-  }
-
+  NewProject project_;
   std::string directory_;
-  std::string name_ = "project";
   std::string format_;
-  std::int32_t columns_ = 0;
-  std::int32_t rows_ = 0;
-  double pixel_um_ = 0.0;
-  double c_mm_ = 0.0;
-  double sigma_px_ = 0.5;
-  bool calibrate_ = false;
   std::string image_points_;
   std::string control_;
   std::string orientations_;
+  std::vector<std::string> unmeasured_;
+  bool force_ = false;
 };
 
 }  // namespace

@@ -4,17 +4,19 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <optional>
 
 #include "text/findings.h"
+#include "text/keywords.h"
 
 namespace vorn::app {
 namespace {
 
 char separator_of(std::string_view line) {
-  for (const char candidate : {';', '\t'}) {
+  for (const char candidate : {';', '\t', ','}) {
     if (line.find(candidate) != std::string_view::npos) return candidate;
   }
-  return ',';
+  return ' ';
 }
 
 bool same_word(std::string_view a, std::string_view b) {
@@ -24,59 +26,104 @@ bool same_word(std::string_view a, std::string_view b) {
   });
 }
 
+std::string_view without_quotes(std::string_view text) {
+  if (text.size() < 2 || text.front() != '"' || text.back() != '"') return text;
+  return exchange::trimmed(text.substr(1, text.size() - 2));
+}
+
+std::optional<double> number_of(std::string_view text) {
+  if (text.empty()) return std::nullopt;
+  double value = 0.0;
+  const char* const begin = text.data() + (text.front() == '+' ? 1 : 0);
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(begin, end, value);
+  if (error != std::errc() || stop != end || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+bool is_heading(const TableLine& line, std::size_t first_number) {
+  for (std::size_t k = first_number; k < line.size(); ++k) {
+    if (line.is_number(k)) return false;
+  }
+  return line.size() > first_number;
+}
+
+void check_heading(const TableLine& heading, std::span<const std::string_view> columns) {
+  for (std::size_t k = 0; k < heading.size(); ++k) {
+    for (std::size_t name = 0; name < columns.size(); ++name) {
+      if (name == k || !same_word(heading.text(k), columns[name])) continue;
+      std::string wanted;
+      for (const std::string_view column : columns) {
+        wanted += (wanted.empty() ? "" : ", ") + std::string(column);
+      }
+      heading.fail("the columns must be " + wanted + "; here column " + std::to_string(k + 1) +
+                   " is " + quoted(heading.text(k)));
+    }
+  }
+}
+
 }  // namespace
 
-TableLine::TableLine(const exchange::Source& source, std::string_view line)
+TableLine::TableLine(const exchange::Source& source, std::string_view line, char separator)
     : source_(&source), line_(line) {
-  const char separator = separator_of(line);
   while (true) {
-    const std::size_t end = line.find(separator);
-    fields_.push_back(exchange::trimmed(line.substr(0, end)));
+    const std::size_t end = separator == ' ' ? line.find_first_of(" \v\f") : line.find(separator);
+    fields_.push_back(without_quotes(exchange::trimmed(line.substr(0, end))));
     if (end == std::string_view::npos) return;
     line.remove_prefix(end + 1);
+    if (separator == ' ') line = exchange::trimmed(line);
   }
 }
 
 std::string_view TableLine::field(std::size_t column, std::string_view what) const {
-  if (column < fields_.size() && !fields_[column].empty()) return fields_[column];
-  fail(line_, std::string(what) + " is missing (field " + std::to_string(column + 1) + ")");
+  if (!text(column).empty()) return fields_[column];
+  fail(std::string(what) + " is missing (column " + std::to_string(column + 1) + ")");
 }
 
+bool TableLine::is_number(std::size_t column) const { return number_of(text(column)).has_value(); }
+
 std::string TableLine::id(std::size_t column, std::string_view what) const {
-  const std::string_view text = field(column, what);
-  if (text.find_first_of(" \"") != std::string_view::npos || text == "-1" || text == "stop-dep") {
-    fail(text, std::string(what) + ' ' + quoted(text) + " cannot be an identifier");
+  const std::string_view id = field(column, what);
+  if (id.find_first_of(" \t\"") != std::string_view::npos || id == "-1" || id == kEndWord) {
+    fail(std::string(what) + ' ' + quoted(id) + " cannot be an identifier");
   }
-  return std::string(text);
+  return std::string(id);
 }
 
 double TableLine::number(std::size_t column, std::string_view what) const {
-  const std::string_view text = field(column, what);
-  double value = 0.0;
-  const char* const begin = text.data() + (text.front() == '+' ? 1 : 0);
-  const auto [end, error] = std::from_chars(begin, text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
-    fail(text, "expected a number (" + std::string(what) + "), found " + quoted(text));
-  }
-  return value;
+  const std::string_view word = field(column, what);
+  if (const std::optional<double> value = number_of(word)) return *value;
+  const bool has_comma = word.find(',') != std::string_view::npos;
+  fail("expected a number (" + std::string(what) + "), found " + quoted(word) +
+       (has_comma ? "; write decimal points, not commas" : ""));
 }
 
 double TableLine::positive(std::size_t column, std::string_view what) const {
   const double value = number(column, what);
   if (value > 0.0) return value;
-  fail(fields_[column], std::string(what) + " must be greater than 0");
+  fail(std::string(what) + " must be greater than 0");
 }
 
-std::vector<TableLine> lines_of_table(const exchange::Source& source, std::string_view heading) {
+std::vector<TableLine> lines_of_table(const exchange::Source& source,
+                                      std::span<const std::string_view> columns,
+                                      std::size_t first_number) {
+  if (source.content().find('\0') != std::string_view::npos) {
+    source.fail(std::size_t{0}, "this is no plain text (UTF-16?); save it as UTF-8");
+  }
   std::vector<TableLine> table;
   exchange::Lines lines(source);
-  bool first = true;
+  char separator = 0;
   for (std::string_view line; lines.next(line);) {
     const std::string_view text = exchange::trimmed(line);
     if (text.empty() || text.front() == '#') continue;
-    TableLine fields(source, text);
-    if (!first || !same_word(fields.text(0), heading)) table.push_back(std::move(fields));
-    first = false;
+    const bool first = separator == 0;
+    if (first) separator = separator_of(text);
+    TableLine fields(source, text, separator);
+    if (first && is_heading(fields, first_number)) {
+      check_heading(fields, columns);
+    } else {
+      table.push_back(std::move(fields));
+    }
   }
   return table;
 }

@@ -1,0 +1,187 @@
+#include "app/new_project.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+#include "app/exchange/source.h"
+#include "text/output_files.h"
+#include "text/text_writer.h"
+
+namespace vorn::app {
+namespace {
+
+constexpr NumberFormat kNumber = shortest();
+// Products of given numbers, without the digits that their rounding adds.
+constexpr NumberFormat kProduct = general(0, 10);
+
+void put(TextWriter& out, const Vec3& values) {
+  for (const double value : values) out << ' ' << kNumber(value);
+}
+
+void write_control_file(TextWriter& out, const NewProject& project) {
+  out << "params          params.txt\n"
+         "ls-params       ls-params.txt\n"
+         "camera          camera.txt\n"
+         "image           images.txt\n"
+         "image-geometry  orientations.txt\n"
+         "image-crds      image-points.txt\n"
+         "obj-crds        object-points.txt\n";
+  if (project.has_checks()) out << "ctrl-supp       check-points.txt\n";
+  if (project.calibrate) out << "ap-set          calibration.txt\n";
+  out << "stop-dep\n\nKeyword and file of each part. Nothing is read behind stop-dep: every file "
+         "explains\nitself there.\n";
+}
+
+void write_params(TextWriter& out) {
+  out << "0\n0 0 0 0\n0 0 0 0 0\n0 0\n5 5\nnone none none none\n\n"
+         "0, 1: keep points seen once; four listings of the data; five of each iteration; two for\n"
+         "debugging; rows and columns of the grids of effects; files of the normal equations.\n";
+}
+
+// A hundredth of a pixel on the object; what is adjusted further is lost in the noise.
+double convergence_limit(const NewProject& project) {
+  double sum = 0.0;
+  std::int32_t count = 0;
+  for (const MeasuredImage& image : project.images) {
+    for (const auto& [id, point] : project.points) {
+      const Vec3 ray = point.xyz - image.centre;
+      sum += std::sqrt(dot(ray, ray));
+      ++count;
+    }
+  }
+  constexpr double kPart = 0.01;
+  const double pixel = project.pixel_um * 1e-3 / project.c_mm;
+  const double limit = count > 0 ? kPart * pixel * sum / count : 0.0;
+  return limit > 0.0 ? std::pow(10.0, std::floor(std::log10(limit))) : 0.001;
+}
+
+void write_settings(TextWriter& out, const NewProject& project) {
+  const double sigma0_um = project.sigma_px * project.pixel_um;
+  const auto limit = kProduct(convergence_limit(project));
+  out << kProduct(sigma0_um * 1e-6) << "\n50\n1 1 1 1\n"
+      << limit << ' ' << limit << " 1e-6 1e-8\n1e-30 1e30  1e-31 1e31\n1e10 1e10\n0.8\n1.0 0.001\n"
+      << "1.96\n1e-4\n"
+      << kProduct(3.0 * sigma0_um) << "\nm\ndeg\nnative\n\n"
+      << "Standard deviation of an image coordinate [m]; most iterations; what convergence looks "
+         "at: points,\ncentres, rotations, others; its limits [object unit, object unit, rad, -]; "
+         "below the first a\nstandard deviation means fixed, above the second free, and what is "
+         "written for both; weights that\nfix; limit of correlations; increments; limit of "
+         "significance; limit of a check; residuals are listed\nfrom this size on [um]; units of "
+         "objects and angles; solver.\n";
+}
+
+void write_camera(TextWriter& out, const NewProject& project) {
+  out << "camera-ccd  camera  new\n  " << kNumber(project.c_mm) << "\n  0 0\n  " << project.columns
+      << ' ' << project.rows << "\n  " << kNumber(project.pixel_um) << ' '
+      << kNumber(project.pixel_um)
+      << "\nstop-dep\n\nType, identifier, comment; principal distance c [mm]; principal point from "
+         "the centre [mm];\ncolumns and rows; size of a pixel along a row and a column [um].\n";
+}
+
+void write_calibration(TextWriter& out) {
+  out << "australis  calibration  camera\n";
+  constexpr const char* kParameters[] = {"0 1e31",  "0 1e31", "0 1e31", "0 1e31",  "0 1e31",
+                                         "0 1e-31", "0 1e31", "0 1e31", "0 1e-31", "0 1e-31"};
+  for (const char* const parameter : kParameters) out << "  " << parameter << '\n';
+  out << "stop-dep\n\nModel, identifier, camera; then dxp, dyp, dc [m], K1, K2, K3, P1, P2, b1, b2 "
+         "with their standard\ndeviations: 1e31 free, 1e-31 fixed.\n";
+}
+
+void write_images(TextWriter& out, const NewProject& project) {
+  for (const MeasuredImage& image : project.images) {
+    out << "image-frame " << image.id << ' ' << image.id << " camera\n";
+  }
+  out << "stop-dep\n\nType, image, its orientation, its camera.\n";
+}
+
+void write_orientations(TextWriter& out, const NewProject& project) {
+  out << "common-type\next-ori-opk-rot deg 0 0\n1e31 1e31 1e31  1e31 1e31 1e31\n";
+  for (const MeasuredImage& image : project.images) {
+    out << image.id;
+    for (const double value : image.centre) out << ' ' << kProduct(value);
+    for (const double angle : image.angles_deg) out << ' ' << kProduct(angle);
+    out << '\n';
+  }
+  out << "stop-dep\n\nType, angle unit, no times, no matrices; standard deviations of centre and "
+         "angles, 1e31: free; then\nimage, X, Y, Z, omega, phi, kappa. These are approximations.\n";
+}
+
+void write_image_points(TextWriter& out, const NewProject& project) {
+  for (const MeasuredImage& image : project.images) {
+    out << image.id << " 1\n";
+    for (const MeasuredPoint& point : image.points) {
+      out << "  " << point.id << ' ' << kNumber(point.column) << ' ' << kNumber(point.row) << "  "
+          << kNumber(project.sigma_px) << ' ' << kNumber(project.sigma_px) << '\n';
+    }
+    out << "-1\n";
+  }
+  out << "stop-dep\n\nImage, factor; point, column, row, their standard deviations [pixels]; the "
+         "first pixel is 0 0.\n";
+}
+
+void write_object_points(TextWriter& out, const NewProject& project) {
+  out << "indiv-sdev\n";
+  for (const auto& [id, point] : project.points) {
+    out << id;
+    put(out, point.xyz);
+    for (const double sd : point.std_devs) {
+      if (point.is_check) {
+        out << " 1e31";
+      } else if (sd > 0.0) {
+        out << ' ' << kNumber(sd);
+      } else {
+        out << " 1e-31";
+      }
+    }
+    out << '\n';
+  }
+  out << "stop-dep\n\nPoint, X, Y, Z, their standard deviations: 1e-31 fixed, 1e31 free, otherwise "
+         "observed. All other points\nare intersected from their rays.\n";
+}
+
+void write_check_points(TextWriter& out, const NewProject& project) {
+  for (const auto& [id, point] : project.points) {
+    if (point.is_check) out << id << " ch xyz\n";
+  }
+  out << "stop-dep\n\nCheck points take no part; their coordinates are compared with the adjusted "
+         "ones.\n";
+}
+
+}  // namespace
+
+bool NewProject::has_checks() const {
+  return std::any_of(points.begin(), points.end(),
+                     [](const auto& point) { return point.second.is_check; });
+}
+
+std::vector<std::string> NewProject::files() const {
+  std::vector<std::string> files = {name + ".ctl",      "params.txt",       "ls-params.txt",
+                                    "camera.txt",       "images.txt",       "orientations.txt",
+                                    "image-points.txt", "object-points.txt"};
+  if (has_checks()) files.emplace_back("check-points.txt");
+  if (calibrate) files.emplace_back("calibration.txt");
+  return files;
+}
+
+void write_new_project(const NewProject& project, const std::string& directory) {
+  OutputFiles outputs(OutputMode::replaced);
+  const auto open = [&](const std::string& name) -> TextWriter& {
+    return outputs.open((std::filesystem::path(directory) / name).string());
+  };
+  write_control_file(open(project.name + ".ctl"), project);
+  write_params(open("params.txt"));
+  write_settings(open("ls-params.txt"), project);
+  write_camera(open("camera.txt"), project);
+  write_images(open("images.txt"), project);
+  write_orientations(open("orientations.txt"), project);
+  write_image_points(open("image-points.txt"), project);
+  write_object_points(open("object-points.txt"), project);
+  if (project.has_checks()) write_check_points(open("check-points.txt"), project);
+  if (project.calibrate) write_calibration(open("calibration.txt"));
+  if (outputs.commit()) return;
+  const OutputFailure& failure = outputs.failures().front();
+  throw exchange::ExchangeError(failure.path + ": " + failure.reason);
+}
+
+}  // namespace vorn::app
