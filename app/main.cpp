@@ -12,6 +12,7 @@
 
 #include "app/command.h"
 #include "app/packed/packed.h"
+#include "app/separators/separators.h"
 #include "app/signals.h"
 #include "driver/run.h"
 #include "text/file_system.h"
@@ -122,6 +123,7 @@ int main(int argc, char** argv) {
   app::occupy_standard_streams();
   app::handle_signals();
   app::use_packed_files();
+  app::use_metis();
   standard_output().escape_controls();
   error_output().escape_controls();
   app::ExitStatus status = app::kFailed;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "app/separators/separators.h"
 #include "app/threads/threads.h"
 #include "driver/run.h"
 #include "lsq/linalg/kernels.h"
@@ -32,6 +33,7 @@ int main(int argc, char** argv) {
     std::fputs("usage: run_project PROJECT.ctl [KERNELS [THREADS]]\n", stderr);
     return 2;
   }
+  vorn::app::use_metis();
   // An empty name leaves the kernels to the processor.
   if (argc >= 3 && !vorn::use_kernels(argv[2])) {
     std::fputs("run_project: no such kernels here\n", stderr);

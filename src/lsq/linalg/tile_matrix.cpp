@@ -60,10 +60,13 @@ std::int64_t TilePattern::fill_in() {
 }
 
 bool TileMatrix::set_structure(std::int32_t size, std::int32_t tile_size,
-                               const TilePattern& pattern) {
+                               const TilePattern& pattern,
+                               std::span<const std::int32_t> empty_rows) {
   size_ = size;
   tile_size_ = tile_size;
   num_tiles_ = pattern.num_tiles();
+  empty_rows_.assign(empty_rows.begin(), empty_rows.end());
+  for (std::int32_t i = size; i < num_tiles_ * tile_size_; ++i) empty_rows_.push_back(i);
   const auto n = static_cast<std::size_t>(num_tiles_);
   // The table of tiles counts their pairs, which 32 bits may not hold.
   if (!LargeArray::fits(std::uint64_t{n} * n)) return false;
@@ -83,6 +86,7 @@ bool TileMatrix::set_structure(const TileMatrix& other) {
   size_ = other.size_;
   tile_size_ = other.tile_size_;
   num_tiles_ = other.num_tiles_;
+  empty_rows_ = other.empty_rows_;
   rows_ = other.rows_;
   columns_ = other.columns_;
   return take_tiles();
@@ -113,7 +117,7 @@ void TileMatrix::zero() {
   for_each_range(values_.size(), kGrain, [this](std::size_t begin, std::size_t end, std::size_t) {
     std::fill(values_.data() + begin, values_.data() + end, 0.0);
   });
-  for (std::int32_t i = size_; i < num_tiles_ * tile_size_; ++i) element(i, i) = 1.0;
+  for (const std::int32_t i : empty_rows_) element(i, i) = 1.0;
 }
 
 double& TileMatrix::element(std::int32_t i, std::int32_t j) {

@@ -34,8 +34,8 @@ class TilePattern {
 };
 
 // Symmetric positive definite matrix in square tiles of its lower triangle, of which only those
-// that the factorisation touches exist: a full matrix has all, a sparse one few. The last tile is
-// filled up with rows of the identity matrix.
+// that the factorisation touches exist: a full matrix has all, a sparse one few. Rows that stand
+// for nothing, among them those that fill up the last tile, are rows of the identity matrix.
 //
 // Factorisation A = L L' by blocks of columns of tiles, left-looking (Golub and Van Loan
 // 2013, 4.2): a square of tiles stays in the cache while everything before it passes by. Each tile
@@ -43,10 +43,11 @@ class TilePattern {
 // whatever the width of the blocks and whoever works at them. It does no pivoting.
 class TileMatrix {
  public:
-  // Lays the matrix out; contents are undefined until `zero`. The pattern includes the fill-in.
-  // False when it does not fit the address space.
+  // Lays the matrix out; contents are undefined until `zero`. The pattern includes the fill-in;
+  // `empty_rows` stand for nothing. False when it does not fit the address space.
   [[nodiscard]] bool set_structure(std::int32_t size, std::int32_t tile_size,
-                                   const TilePattern& pattern);
+                                   const TilePattern& pattern,
+                                   std::span<const std::int32_t> empty_rows = {});
   // The same tiles as another matrix.
   [[nodiscard]] bool set_structure(const TileMatrix& other);
   void zero();
@@ -95,6 +96,7 @@ class TileMatrix {
   std::int32_t size_ = 0;
   std::int32_t tile_size_ = 0;
   std::int32_t num_tiles_ = 0;
+  std::vector<std::int32_t> empty_rows_;
   std::vector<double*> tiles_;
   std::vector<std::vector<std::int32_t>> rows_;     // columns of each row's tiles, ascending
   std::vector<std::vector<std::int32_t>> columns_;  // rows of each column's tiles, ascending

@@ -68,11 +68,4 @@ class NormalStructure {
   std::vector<GroupRay> rays_;
 };
 
-// An order of the reduced part's blocks that keeps the factor sparse: blocks that share points
-// stand close together, blocks that meet most others (the camera's parameter sets) stand at the
-// end. Reverse Cuthill-McKee (George and Liu 1981, 4.3). The natural order where that gains
-// nothing.
-std::vector<std::int32_t> fill_reducing_order(const NormalStructure& structure,
-                                              const NormalStructure::PointBlocks& points);
-
 }  // namespace vorn

@@ -2,10 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <span>
 #include <vector>
 
 #include "lsq/linalg/tile_matrix.h"
+#include "lsq/normal/nested_dissection.h"
 #include "lsq/normal/normal_structure.h"
 
 namespace vorn {
@@ -22,8 +25,9 @@ struct TilePiece {
 class ReducedMatrix {
  public:
   // Chooses tiles, and unless the natural order is asked for also the order of the blocks, by the
-  // number of operations that the factorisation takes. False when the matrix does not fit the
-  // address space.
+  // number of operations that the factorisation takes: bands, or nested dissection in projects of
+  // some thousand blocks where it saves a good part. False when the matrix does not fit the address
+  // space.
   bool set_structure(const NormalStructure& structure, const NormalStructure::PointBlocks& points,
                      bool natural_order);
 
@@ -46,20 +50,33 @@ class ReducedMatrix {
 
  private:
   struct Layout {
-    std::vector<std::int32_t> order;
-    std::int32_t tile_size;
+    BlockOrder order;
+    std::int32_t tile_size = 0;
   };
+  struct Choice {
+    Layout layout;
+    TilePattern pattern{0};
+    double cost = std::numeric_limits<double>::infinity();
+  };
+  // Calls meet(blocks) for sets of blocks that meet one another; together they are all that meet.
+  using Meet = std::function<void(std::span<const std::int32_t> blocks)>;
+  using Meetings = std::function<void(const Meet& meet)>;
 
   void lay_out(const NormalStructure& structure, const Layout& layout);
-  TilePattern pattern(const NormalStructure& structure,
-                      const NormalStructure::PointBlocks& points) const;
+  TilePattern pattern(const Meetings& meetings) const;
+  void choose(const NormalStructure& structure, const Meetings& meetings, const BlockOrder& order,
+              double gain, Choice& best);
+  Choice best_choice(const NormalStructure& structure, const NormalStructure::PointBlocks& points,
+                     bool natural_order);
   void mark_all(std::span<const std::int32_t> blocks, std::vector<std::int32_t>& touched,
                 TilePattern& marked) const;
 
   bool is_natural_ = true;
   std::int32_t tile_size_ = 0;
   std::int32_t num_tiles_ = 0;
+  std::int32_t num_rows_ = 0;
   std::vector<std::int32_t> order_;
+  std::vector<std::int32_t> empty_rows_;  // before a new tile
   std::vector<std::int32_t> starts_;
   std::vector<TilePiece> pieces_;
   std::vector<std::int32_t> first_pieces_;  // of each block
