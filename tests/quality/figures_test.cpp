@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
+#include <numeric>
+#include <string>
 #include <vector>
 
 #include "driver/bundle_project.h"
@@ -13,6 +16,8 @@
 #include "geometry/eo_quaternion.h"
 #include "lsq/stages/observation_equations.h"
 #include "quality/distributions.h"
+#include "quality/final_system.h"
+#include "quality/inner_datum.h"
 #include "quality/quality.h"
 #include "quality/summary.h"
 #include "support/project_test.h"
@@ -37,12 +42,13 @@ void with_adjusted(const SyntheticProject& files,
 
 const std::vector<SyntheticSpec>& specs() {
   static const std::vector<SyntheticSpec> kSpecs = {
-      {.points = 20},
+      {.points = 20, .y_noise = 1.5},
       {.cameras = {"camera-ccd", "camera-frame"},
        .orientations = {"ext-ori-quaternion", "ext-ori-pok-rot"},
        .ap_sets = {"inner-or", "radial-dist"},
        .images = 8,
-       .points = 30},
+       .points = 30,
+       .y_noise = 0.6},
       {.cameras = {"camera-pushbroom"}, .images = 8, .points = 120, .triples = 2},
       {.orientations = {"ext-ori-quaternion"},
        .ap_sets = {"australis"},
@@ -57,6 +63,17 @@ struct FullSystem {
   std::vector<std::vector<double>> rows;        // sqrt(p) a, two for each image point
   std::vector<std::vector<double>> conditions;  // of quaternions
   std::vector<double> cofactors;                // U x U
+
+  // Column of Q A'P^1/2.
+  std::vector<double> spread(std::size_t row) const {
+    const std::size_t n = rows[row].size();
+    std::vector<double> column(n);
+    for (std::size_t k = 0; k < n; ++k) {
+      if (rows[row][k] == 0.0) continue;
+      for (std::size_t j = 0; j < n; ++j) column[j] += cofactors[j * n + k] * rows[row][k];
+    }
+    return column;
+  }
 
   explicit FullSystem(const BundleProject& project) {
     const auto n = static_cast<std::size_t>(project.unknowns.num_unknowns());
@@ -195,14 +212,63 @@ TEST(Figures, AgreeWithTheFullInverse) {
         }
       }
       for (std::size_t i = 0; i < full.rows.size(); ++i) {
-        double product = 0.0;
-        for (std::size_t j = 0; j < n; ++j) {
-          if (full.rows[i][j] == 0.0) continue;
-          for (std::size_t k = 0; k < n; ++k) {
-            product += full.rows[i][j] * full.cofactors[j * n + k] * full.rows[i][k];
+        const ImagePointResult& row = results.image_points[i / 2];
+        const std::vector<double> column = full.spread(i);
+        const auto product_with = [&](std::size_t other) {
+          return std::inner_product(column.begin(), column.end(), full.rows[other].begin(), 0.0);
+        };
+        EXPECT_NEAR(row.r[i % 2], 1.0 - product_with(i), 1e-9);
+        EXPECT_NEAR(row.rxy, -product_with(i ^ 1U), 1e-9);
+        const std::int32_t at = object_point_of(*row.point, project.object_points)->index;
+        const double shift = std::hypot(column[static_cast<std::size_t>(at)],
+                                        column[static_cast<std::size_t>(at) + 1],
+                                        column[static_cast<std::size_t>(at) + 2]);
+        const double s = row.s[i % 2];
+        const double effect = results.settings.sigma0_prior / s * shift *
+                              smallest_detectable(s, row.r[i % 2], results.settings.delta0);
+        EXPECT_NEAR(row.effect[i % 2], effect, 1e-7 * effect);
+      }
+    });
+  }
+}
+
+// Seen from the points of the inner datum nothing moves: sums over their rows of Q_S vanish, with
+// the weights of each of the seven motions (C Q_S = 0).
+TEST(InnerDatum, TakesEveryMotionOut) {
+  const std::vector<std::string> some = {"p0", "p3", "p5", "p8", "p13", "p17"};
+  for (const std::vector<std::string>& listed : {std::vector<std::string>(), some}) {
+    with_adjusted(make_synthetic_project(specs().front()), [&](BundleProject& project) {
+      const FullSystem full(project);
+      const auto n = static_cast<std::size_t>(project.unknowns.num_unknowns());
+      FinalSystem system(project);
+      ASSERT_EQ(system.factorise(), 0);
+      ASSERT_TRUE(system.invert());
+      const InnerDatum datum(project, system, listed);
+      ASSERT_TRUE(datum.is_usable());
+      const auto cofactor = [&](std::int32_t i, std::int32_t j) {
+        return full.cofactors[static_cast<std::size_t>(i) * n + static_cast<std::size_t>(j)] +
+               datum.change(i, j);
+      };
+      for (std::int32_t j = 0; j < project.unknowns.num_unknowns(); j += 5) {
+        std::array<double, 7> sums{};
+        double size = 0.0;
+        for (const ObjectPoint& point : project.object_points) {
+          const bool counts = listed.empty() || std::count(listed.begin(), listed.end(), point.id);
+          if (!counts) continue;
+          const Vec3& p = point.xyz;
+          Vec3 q{};
+          for (std::int32_t k = 0; k < 3; ++k) {
+            q[static_cast<std::size_t>(k)] = cofactor(point.index + k, j);
           }
+          const Vec3 turned = cross(p, q);
+          for (std::size_t k = 0; k < 3; ++k) {
+            sums[k] += q[k];
+            sums[3 + k] += turned[k];
+          }
+          sums[6] += dot(p, q);
+          size += (1.0 + std::sqrt(dot(p, p))) * std::sqrt(dot(q, q));
         }
-        EXPECT_NEAR(results.image_points[i / 2].r[i % 2], 1.0 - product, 1e-9);
+        for (const double sum : sums) EXPECT_NEAR(sum, 0.0, 1e-6 * size) << "unknown " << j;
       }
     });
   }

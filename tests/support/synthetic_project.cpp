@@ -257,10 +257,11 @@ class Simulation {
         Pair xy = images_[i].project(points_[p]);
         const Pair correction = camera.get_corrections({xy[0], xy[1], -kFocal});
         xy[0] += 1e-4 + correction[0] + kSigmaImage * noise_.normal();
-        xy[1] += -2e-4 + correction[1] + kSigmaImage * noise_.normal();
+        xy[1] += -2e-4 + correction[1] + spec_.y_noise * kSigmaImage * noise_.normal();
         const Pair measured = camera.image_to_pixel(xy);
         text += ' ' + name('p', p) +
-                numbers({measured[0], measured[1], kSigmaImage / unit[0], kSigmaImage / unit[1]});
+                numbers({measured[0], measured[1], kSigmaImage / unit[0],
+                         spec_.y_noise * kSigmaImage / unit[1]});
       }
       text += "-1\n";
     }

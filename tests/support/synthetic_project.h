@@ -23,6 +23,7 @@ struct SyntheticSpec {
   double relief = 0.4;           // greatest height above and depth below the plane of the field
   bool control_on_line = false;  // the observed points lie on a line, exactly
   bool twins = false;            // the first two images have one projection centre
+  double y_noise = 1.0;          // of image coordinates in y, in parts of that in x
 };
 
 inline constexpr double kSigmaImage = 2e-6;  // noise of image coordinates [m]
