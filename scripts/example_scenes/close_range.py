@@ -125,6 +125,21 @@ b1 b2, which are observed as zero with a generous 1e-3.
 """
 
 
+def image_point_table(images):
+    rows = ["image,point,column,row"]
+    rows += ["{},{},{:.3f},{:.3f}".format(name, *row) for name, points in images for row in points]
+    return "\n".join(rows) + "\n"
+
+
+def control_table(object_coords):
+    """Control and check points as a surveyor would hand them over."""
+    rows = ["point,X,Y,Z,use"]
+    for words in map(str.split, object_coords.splitlines()):
+        if words and words[0] in CONTROL + CHECK and len(words) == 4:
+            rows.append(",".join(words) + (",check" if words[0] in CHECK else ","))
+    return "\n".join(rows) + "\n"
+
+
 def make():
     noise = Noise(2)
     field = make_field()
@@ -160,4 +175,6 @@ pixel size along a row and along a column [um]. Nominal values: ap-set.txt corre
         ("image-crds", "image-coords.txt"), ("obj-crds", "object-coords.txt"),
         ("ctrl-supp", "control.txt"), ("ap-set", "ap-set.txt")
     ], CONTROL_NOTE)
+    files["image-points.csv"] = image_point_table(images)
+    files["control-points.csv"] = control_table(files["object-coords.txt"])
     return files
