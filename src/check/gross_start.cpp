@@ -24,7 +24,8 @@ constexpr double kVisible = 0.1;     // part of the half extent of the measureme
 constexpr double kAlone = 4.0;       // times the residuals of its image
 constexpr std::size_t kMostListed = 10;
 constexpr std::size_t kFewest = 3;           // images or points, to tell one from the others
-constexpr std::size_t kRaysToIntersect = 3;  // so that they may disagree
+constexpr std::size_t kRaysToIntersect = 2;  // they may miss one another
+constexpr std::size_t kRaysToAgree = 3;      // so that one may be wrong beside the others
 
 using Rays = std::vector<StartRay>;
 
@@ -191,7 +192,7 @@ class GrossErrors {
     std::vector<const StartRay*> all;
     for (const StartRay& ray : others) all.push_back(&ray);
     Vec3 xyz{};
-    if (all.size() < kRaysToIntersect || !intersect(all, xyz)) return false;
+    if (all.size() < kRaysToAgree || !intersect(all, xyz)) return false;
     return std::all_of(others.begin(), others.end(), [&](StartRay ray) {
       ray.xyz = xyz;
       return kAlone * residual(ray) < limit_;

@@ -115,6 +115,10 @@ void find_unused(const BundleProject& project, FindingListener& findings) {
   std::unordered_set<std::string_view> measured;
   for (const BundleImage& image : project.images) {
     for (const ImagePoint& point : image.points) measured.insert(point.id);
+  }
+  // A project without measurements is a finding of its own.
+  if (measured.empty()) return;
+  for (const BundleImage& image : project.images) {
     if (image.count_points() > 0) continue;
     add_finding(findings, FindingCode::unused, {&image, 0}, {"image", image.id, {}, {}},
                 "image " + printable(image.id) + " has no measurements");

@@ -547,6 +547,15 @@ void check_ray_angles(const Network& network, FindingListener& findings) {
   }
 }
 
+// Whether the coordinates themselves are suspected, so that what they look like says nothing.
+bool approximations_are_doubtful(const FindingList& findings) {
+  const std::vector<Finding> found = findings.findings();
+  return std::any_of(found.begin(), found.end(), [](const Finding& finding) {
+    return finding.code == FindingCode::unit_suspect || finding.code == FindingCode::axes_suspect ||
+           finding.code == FindingCode::rotation_suspect;
+  });
+}
+
 }  // namespace
 
 void check_network(BundleProject& project, FindingList& findings) {
@@ -564,6 +573,7 @@ void check_network(BundleProject& project, FindingList& findings) {
   if (findings.has_errors()) return;
   check_datum(network, findings);
   if (findings.has_errors()) return;
+  if (approximations_are_doubtful(findings)) return;
   check_control_line(project, network, findings);
   check_ray_angles(network, findings);
 }

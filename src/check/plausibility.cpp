@@ -111,21 +111,32 @@ RecordPlaces::Key culprit(const Camera& camera, const BundleImage& image) {
           pixel < kFinest || pixel > kCoarsest ? place_of::kPixelSize : place_of::kDistance};
 }
 
+// The fields of view of a camera's images.
+struct Fields {
+  std::vector<double> all;
+  std::vector<std::pair<const BundleImage*, double>> odd;
+
+  // Whether the odd ones are odd beside the others, too.
+  bool others_differ() const {
+    constexpr double kFarApart = 20.0;
+    const double middle = median(all);
+    return 2 * odd.size() <= all.size() && std::all_of(odd.begin(), odd.end(), [&](const auto& o) {
+             return o.second > kFarApart * middle || kFarApart * o.second < middle;
+           });
+  }
+};
+
 // c and the images: a field of view that no lens has. True when there is one.
 bool check_field_of_view(const BundleProject& project, FindingListener& findings) {
   constexpr double kWidest = 20.0;  // half extent by c
   constexpr double kNarrowest = 0.003;
-  struct Odd {
-    std::size_t images = 0;
-    std::vector<std::pair<const BundleImage*, double>> odd;
-  };
-  std::map<const Camera*, Odd> cameras;
+  std::map<const Camera*, Fields> cameras;
   for (const BundleImage& image : project.images) {
     if (dynamic_cast<const ExtOrientation*>(image.geometry) == nullptr) continue;
     const double field = half_field(image);
     if (field == 0.0) continue;
-    Odd& of_camera = cameras[image.camera];
-    ++of_camera.images;
+    Fields& of_camera = cameras[image.camera];
+    of_camera.all.push_back(field);
     // A point in the middle of an image says nothing.
     const bool wide = field > kWidest;
     if (wide || (field < kNarrowest && image.count_points() > 2)) {
@@ -137,13 +148,13 @@ bool check_field_of_view(const BundleProject& project, FindingListener& findings
       "c is given in mm, pixel sizes in um; the scale factor of an image turns its coordinates "
       "into m (pixels stay pixels)";
   for (const Camera& camera : project.cameras) {
-    const Odd& of_camera = cameras[&camera];
+    const Fields& of_camera = cameras[&camera];
     if (of_camera.odd.empty()) continue;
     found = true;
     const auto size = [](double field) {
       return std::string(field < 1.0 ? "far too small" : "far too large") + " against its c";
     };
-    if (2 * of_camera.odd.size() > of_camera.images) {
+    if (!of_camera.others_differ()) {
       const auto& [image, field] = of_camera.odd.front();
       add_finding(findings, FindingCode::unit_suspect, culprit(camera, *image),
                   {"camera", camera.id, {}, "c"},
@@ -162,11 +173,21 @@ bool check_field_of_view(const BundleProject& project, FindingListener& findings
   return found;
 }
 
+// Whether reading found values of cameras or images that cannot be: c, pixel sizes, scale factors.
+bool cameras_cannot_be(const FindingList& findings) {
+  const std::vector<Finding> found = findings.findings();
+  return std::any_of(found.begin(), found.end(), [](const Finding& finding) {
+    return finding.code == FindingCode::value_range &&
+           (finding.object.type == "camera" || finding.object.type == "image");
+  });
+}
+
 }  // namespace
 
 void check_plausibility(BundleProject& project, FindingList& findings) {
   for (ImageGeometry& geometry : project.image_geometries) geometry.update();
   check_angles(project, findings);
+  if (cameras_cannot_be(findings)) return;
   if (check_field_of_view(project, findings)) return;
   check_sigmas(project, findings);
   const std::vector<StartRay> rays = start_rays(project);

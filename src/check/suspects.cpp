@@ -128,6 +128,22 @@ void Suspects::add_measuring_mistakes() {
   add_axis("x and y are exchanged as measured", [](const StartRay& ray) {
     return ray.image->camera->pixel_to_image({ray.measured->y, ray.measured->x});
   });
+  for (const double sign : {1.0, -1.0}) {
+    add_axis(
+        std::string("the axes of the images are turned by ") + (sign > 0.0 ? "" : "-") + "90 deg",
+        [sign](const StartRay& ray) {
+          const Pair p = measured_in_image(ray);
+          return Pair{sign * p[1], -sign * p[0]};
+        });
+    add_axis(std::string("pixels are counted from the middle of the images, rows ") +
+                 (sign > 0.0 ? "downwards" : "upwards"),
+             [sign](const StartRay& ray) {
+               const Camera& camera = *ray.image->camera;
+               const Pair middle = camera.image_to_pixel({0.0, 0.0});
+               return camera.pixel_to_image(
+                   {middle[0] + ray.measured->x, middle[1] + sign * ray.measured->y});
+             });
+  }
 }
 
 void Suspects::add_camera_mistakes() {
@@ -179,7 +195,15 @@ void Suspects::add_object_mistakes(const std::vector<StartRay>& rays) {
              "Z points upwards in a right-handed system", [](const Vec3& p) {
                return Vec3{p[0], p[1], -p[2]};
              });
+  add_change(FindingCode::axes_suspect, "Y and Z of the control are exchanged",
+             "heights are the third coordinate", [](const Vec3& p) {
+               return Vec3{p[0], p[2], p[1]};
+             });
   constexpr double kFoot = 0.3048;
+  add_change(FindingCode::unit_suspect, "the heights of object points are multiplied by 0.3048",
+             "heights and horizontal coordinates must be in one unit", [](const Vec3& p) {
+               return Vec3{p[0], p[1], kFoot * p[2]};
+             });
   const std::array<std::pair<double, std::string_view>, 8> factors = {{{1000.0, "1000"},
                                                                        {0.001, "0.001"},
                                                                        {100.0, "100"},

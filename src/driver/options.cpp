@@ -11,7 +11,7 @@ namespace {
 // Reads one field.
 void read_field(TokenReader& in, bool& field, std::string_view name) { in.read(field, {name}); }
 void read_field(TokenReader& in, std::int32_t& field, std::string_view name) {
-  in.read(field, {name});
+  in.read(field, {name, Range::not_negative});
 }
 void read_field(TokenReader& in, std::string& field, std::string_view name) {
   // The group's state is tested behind its last field.

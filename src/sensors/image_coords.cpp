@@ -68,6 +68,17 @@ bool report_missing_factor(TokenReader& in) {
   return in.goes_on();
 }
 
+// Whether a record that is not to be read is the head of another block: two words on a line.
+bool is_head(const TokenReader& in, std::string_view record) {
+  if (!in.is_broken(record)) return false;
+  const std::string_view text = in.text_from(record);
+  TokenReader words(text.substr(0, text.find('\n')));
+  std::string_view word;
+  std::size_t count = 0;
+  while (words.read_word(word)) ++count;
+  return count == 2;
+}
+
 void put_point(TextWriter& out, const ImagePoint& point, double factor) {
   out << right_aligned(point.id, kIdWidth) << ' ' << kCoordinate(point.x * factor) << ' '
       << kCoordinate(point.y * factor) << ' ' << kStdDev(point.sx * factor) << ' '
@@ -100,7 +111,11 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
     if (!added && in.listens()) report_repeated_point(in, block, repeated++);
     return 1;
   };
-  return read_records(in, EndWords::keyword_or_minus_one, read_point, kWordsPerPoint) == 1;
+  const auto begins_point = [&](std::string_view record, std::string_view next) {
+    // The next block stands where the end word of this one is missing.
+    return !is_head(in, record) && may_begin_record(in, record, next, kWordsPerPoint);
+  };
+  return read_records(in, EndWords::keyword_or_minus_one, read_point, begins_point) == 1;
 }
 
 void Camera::write_image_coords(TextWriter& out, const BundleImage& image) const {

@@ -98,6 +98,7 @@ class LineCheck {
       in_.report(FindingCode::end_missing, words_[0],
                  "the list before " + quoted(words_[0]) + " has no end word",
                  "end it with \"-1\" or \"stop-dep\"");
+      in_.mark_broken(words_[0]);
       return false;
     } else if (count > words_per_record_) {
       surplus_ = words_[words_per_record_];

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <string>
 #include <system_error>
@@ -489,7 +490,11 @@ bool TokenReader::resume(std::string_view record,
   if (!goes_on()) return false;
   passed_over_ = true;
   if (record.data() == nullptr) return false;
-  const char* const from = failed_ ? token_ : pos_;
+  const char* from = failed_ ? token_ : pos_;
+  // A record within this one that was not to be read may be the next one of this list.
+  if (broken_ != nullptr && std::less<>()(record.data(), broken_) && broken_ < from) {
+    from = std::exchange(broken_, nullptr);
+  }
   const char* at = record.data();
   do {
     at = std::find(at, end_, '\n');

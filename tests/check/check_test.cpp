@@ -193,6 +193,9 @@ const std::vector<Mistake> kMistakes = {
     {"frame-selfcal", "lspar.txt", "1e-30 1e30", "1e30 1e-30", "value-range", "lspar.txt:4:6"},
     {"frame-selfcal", "lspar.txt", "1e10 1e10", "0 1e10", "value-range", "lspar.txt:5:1"},
     {"close-range-calibration", "camera.txt", "28.0", "28000", "unit-suspect", "camera.txt:2:3"},
+    {"frame-selfcal", "camera.txt", "k1 simulated 50 (0.1,-0.2)", "k1 50 0.1 -0.2", "value-missing",
+     "camera.txt:1:17"},
+    {"frame-selfcal", "params.txt", "3 4", "3 -4", "value-range", "params.txt:5:3"},
     // what would make the approximations fit
     {"close-range-calibration", "orientations.txt", "ext-ori-opk-rot", "ext-ori-australis",
      "rotation-suspect", "orientations.txt:4:1"},
@@ -233,6 +236,32 @@ TEST(Check, NamesEachMistakeWhereItStands) {
     EXPECT_TRUE(has(findings, mistake.code, mistake.place))
         << "expected " << mistake.code << " at " << mistake.place << " of " << mistake.project
         << " for \"" << mistake.to << "\", found:\n"
+        << shown(findings);
+  }
+}
+
+// A mistake is named once, and not by what follows from it.
+TEST(Check, NamesNothingThatFollows) {
+  const std::vector<Mistake> kAlone = {
+      {"close-range-calibration", "image-coords.txt", "-1\n\nP02", "P02", "end-missing",
+       "image-coords.txt:74:1"},
+      {"close-range-calibration", "camera.txt", "28.0", "0.0", "value-range", "camera.txt:2:3"},
+      {"aerial-block", "image-coords.txt", "102  0.001", "102  0", "value-range",
+       "image-coords.txt:26:6"},
+      {"pushbroom-strip", "orientations.txt", "-520.464", "1520.464", "gross-start",
+       "orientations.txt:12:18"},
+  };
+  for (const Mistake& mistake : kAlone) {
+    const Copy copy(project_folder(mistake.project));
+    std::string text = copy.dir().read(mistake.file);
+    const std::size_t at = text.find(mistake.from);
+    ASSERT_NE(at, std::string::npos) << mistake.from;
+    copy.dir().write(mistake.file, text.replace(at, mistake.from.size(), mistake.to));
+    const std::vector<Finding> findings = copy.check();
+    EXPECT_TRUE(has(findings, mistake.code, mistake.place)) << shown(findings);
+    EXPECT_EQ(std::count_if(findings.begin(), findings.end(),
+                            [](const Finding& f) { return f.severity() != Severity::note; }),
+              1)
         << shown(findings);
   }
 }
