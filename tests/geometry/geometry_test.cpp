@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <iterator>
 #include <limits>
 #include <numbers>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "calibration/corrections.h"
 #include "geometry/eo_angles.h"
@@ -270,6 +273,39 @@ void expect_block(ImageGeometry& geometry, const Vec3& point, const DesignBlock&
   for (std::int32_t k = 0; k < block.a.cols(); ++k) {
     expect_column(geometry, point, block.a, k, *object.param(k).value);
   }
+}
+
+// Records of results: coordinates and their standard deviations in the unit of object space, what
+// is fixed or free by its own words, angles in their unit.
+TEST(ExtOrientation, WritesWhatItReads) {
+  OwnedList<ImageGeometry> list;
+  TokenReader in(
+      "indiv-type ext-ori-opk-rot E gon 2.5  1000 -2000 3000  20 1e-31 1e31  10 -20 30  "
+      "0.001 0.001 1e31");
+  ASSERT_EQ(read_eo_file(in, list), 1);
+  const auto words = [&] {
+    const std::string text = test::written_text([&](TextWriter& out) { list[0]->write(out); });
+    std::istringstream stream(text);
+    return std::vector<std::string>(std::istream_iterator<std::string>(stream), {});
+  };
+  const std::vector<std::string> metres = words();
+  ASSERT_EQ(metres.size(), 16U) << testing::PrintToString(metres);
+  ASSERT_TRUE(ls_params().unit_object.set("mm"));
+  const std::vector<std::string> millimetres = words();
+  for (std::size_t i = 0; i < metres.size(); ++i) {
+    const bool scaled = i >= 4 && i < 8;  // three coordinates and the one that is observed
+    if (scaled) {
+      EXPECT_NEAR(std::stod(millimetres[i]) / std::stod(metres[i]), ls_params().unit_object.factor,
+                  1e-9)
+          << i;
+    } else {
+      EXPECT_EQ(millimetres[i], metres[i]) << i;
+    }
+  }
+  EXPECT_EQ(std::stod(metres[4]), 1000.0);
+  EXPECT_EQ(std::stod(metres[7]), 20.0);
+  EXPECT_EQ(std::stod(metres[8]), 1e-31);
+  EXPECT_EQ(std::stod(metres[9]), 1e31);
 }
 
 TEST(Derivatives, OfAllModels) {

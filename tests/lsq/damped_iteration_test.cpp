@@ -4,12 +4,15 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <set>
+#include <vector>
 
 #include "driver/bundle_project.h"
 #include "driver/run.h"
+#include "lsq/stages/damped_system.h"
 #include "lsq/stages/robust_loss.h"
 #include "lsq/stages/weighted_squares.h"
 #include "quality/exclusions.h"
@@ -141,6 +144,51 @@ TEST(DampedIteration, TakesOnlyStepsThatLowerTheSum) {
   EXPECT_EQ(count("taken"), taken);
   EXPECT_EQ(count("refused"), refused);
   EXPECT_THAT(solved.report, HasSubstr("*** Converged: "));
+}
+
+// The damped equations: (N + lambda D) x = n with the diagonal D of N, whose units cancel; N is as
+// it was afterwards, and the decrease is that of the linearised sum of squares.
+TEST(DampedSystem, SolvesForScaledSteps) {
+  const test::TempDir dir;
+  make_synthetic_project(kBlock).write(dir);
+  RunRequest request;
+  request.path = dir.path("project.ctl");
+  request.settings = kSolve;
+  request.inspect = [](BundleProject& project) {
+    for (ObjectPoint& point : project.object_points) {
+      if (point.std_devs[0] > 1.0) point.xyz[1] += 0.01;
+    }
+    DampedSystem system(project);
+    std::int32_t observations = 0;
+    ASSERT_TRUE(system.form(observations));
+    const NormalMatrix& normal = project.normal;
+    const std::int32_t size = project.unknowns.num_unknowns();
+    const auto element = [&](std::int32_t i, std::int32_t j) {
+      return normal.at(std::min(i, j), std::max(i, j));
+    };
+    std::vector<double> diagonal;
+    for (std::int32_t i = 0; i < size; ++i) diagonal.push_back(element(i, i));
+    for (const double lambda : {1e-3, 10.0}) {
+      ASSERT_TRUE(system.solve(lambda));
+      double decrease = 0.0;
+      for (std::int32_t i = 0; i < size; ++i) {
+        const double x = project.solution[i];
+        const double d = diagonal[static_cast<std::size_t>(i)];
+        ASSERT_EQ(element(i, i), d) << "the damping stays in the matrix";
+        double product = 0.0;
+        double largest = std::fabs(project.rhs[i]);
+        for (std::int32_t j = 0; j < size; ++j) {
+          product += element(i, j) * project.solution[j];
+          largest = std::max(largest, std::fabs(element(i, j) * project.solution[j]));
+        }
+        EXPECT_NEAR(product + lambda * d * x, project.rhs[i], 1e-9 * largest) << i;
+        decrease += x * (2.0 * project.rhs[i] - product);
+      }
+      EXPECT_GT(decrease, 0.0);
+      EXPECT_NEAR(system.predicted_decrease() / decrease, 1.0, 1e-9);
+    }
+  };
+  test::captured_output([&] { EXPECT_EQ(run_project(request).result, 1); });
 }
 
 TEST(Loss, WeightIsItsDerivative) {
