@@ -19,7 +19,7 @@ const std::vector<std::string> kLayers = {
     "geometry",   "sensors",        "calibration",  "lsq/stages", "report",
     "quality",    "driver",         "check",        "session",    "app/threads",
     "app/packed", "app/separators", "app/exchange", "app/json",   "app/report_page",
-    "app"};
+    "app",        "app/mpi"};
 
 // Knots: headers cut them by forward declarations, sources tie them again. A source of the layer
 // may include the header although it lies above.

@@ -11,6 +11,7 @@
 #include "driver/run_watch.h"
 #include "lsq/ls_params.h"
 #include "quality/diagnosis.h"
+#include "sensors/point_share.h"
 #include "text/file_system.h"
 
 namespace vorn {
@@ -192,6 +193,7 @@ void write_results(const Run& run, BundleProject& project, const OutputStreams& 
   RunSummary& summary = run.summary;
   if (!run.watch.enter(RunStage::writing)) return;
   TextWriter* const cam = request.with_cameras ? &run.outputs.open(summary.files.cam) : nullptr;
+  if (PointShare* const share = point_share()) share->gather_points(project);
   SectionProgress progress(project, run.watch);
   write_sections(project, streams, cam, progress);
   if (run.watch.stopped()) return;

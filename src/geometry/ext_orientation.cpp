@@ -6,6 +6,7 @@
 #include "calibration/corrections.h"
 #include "lsq/ls_params.h"
 #include "lsq/param_reading.h"
+#include "lsq/project_number.h"
 #include "text/records.h"
 
 namespace vorn {
@@ -144,7 +145,7 @@ void ExtOrientation::print_changes_in(TextWriter& out, const Vector& corrections
                                       const ListingStyle& style) const {
   out << "Station ID :  " << id << '\n'
       << "Type       :  " << get_type_name() << '\n'
-      << "Index      :  " << index << "\n\n"
+      << "Index      :  " << project_number(index) << "\n\n"
       << "  Name       State       Approx.         Change       Adjusted\n\n";
   for (std::int32_t k = 0; k < num_values(); ++k) {
     const double factor = k < 3 ? style.length_factor : style.rotation_factor;
@@ -160,7 +161,7 @@ void ExtOrientation::print_changes_in(TextWriter& out, const Vector& corrections
 void ExtOrientation::print_results_in(TextWriter& out, const ListingStyle& style) const {
   out << "Station ID :  " << id << '\n'
       << "Type       :  " << get_type_name() << '\n'
-      << "Index      :  " << index << "\n\n"
+      << "Index      :  " << project_number(index) << "\n\n"
       << "  Param.    State      Initial      Adjusted        Change      Std.dev.\n\n";
   for (std::int32_t k = 0; k < num_values(); ++k) {
     const double factor = k < 3 ? style.length_factor : style.rotation_factor;

@@ -7,6 +7,7 @@
 
 #include "lsq/ls_params.h"
 #include "lsq/normal/normal_matrix.h"
+#include "lsq/project_number.h"
 
 namespace vorn {
 namespace {
@@ -20,7 +21,7 @@ constexpr NumberFormat kWeight = scientific(2, 9);
 void print_result_heads(TextWriter& out, const AdjObject& object) {
   out << "ID     :  " << object.id << '\n'
       << "Type   :  " << object.get_type_name() << '\n'
-      << "Index  :  " << object.index << "\n\n";
+      << "Index  :  " << project_number(object.index) << "\n\n";
 }
 
 // Name, state, initial and current value, change and standard deviation of parameter k.
@@ -124,7 +125,7 @@ std::string_view AdjObject::state_name_of_sd(double sigma) {
 void AdjObject::print_changes(TextWriter& out, const Vector& corrections) const {
   out << "ID    :  " << id << '\n'
       << "Type  :  " << get_type_name() << '\n'
-      << "Index :  " << index << "\n\n";
+      << "Index :  " << project_number(index) << "\n\n";
   print_change_rows(out, corrections);
 }
 

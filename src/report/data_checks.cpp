@@ -10,6 +10,7 @@
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "lsq/stages/point_rays.h"
+#include "sensors/point_share.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -48,13 +49,15 @@ void print_rays(TextWriter& report, const BundleProject& project, const PointRay
   report << "Check number of rays per object point\n"
             "=====================================\n"
             "(Count number of rays per object point)\n";
-  report << "Number of points to check : " << points.num_slots() << '\n';
+  report << "Number of points to check : " << in_total(points.num_slots()) << '\n';
   report << "Single-ray option         : " << (project.options.single_ray ? "on" : "off") << "\n\n";
   report << "<point ID>: <image ID> ... [<number of rays>]\n\n";
+  PointLines lines(report);
   for (std::int32_t slot = 0; slot < points.num_slots(); ++slot) {
     const Verdict verdict = verdicts[static_cast<std::size_t>(slot)];
     if (verdict == Verdict::empty_slot) continue;
     const ObjectPoint& point = *points[slot];
+    lines.begin(slot);
     report << point.id << ':';
     for (const Ray& ray : rays[slot]) report << ' ' << ray.image->id;
     report << " [" << static_cast<std::uint64_t>(rays[slot].size()) << ']';
@@ -68,9 +71,9 @@ void print_rays(TextWriter& report, const BundleProject& project, const PointRay
     }
     report << '\n';
   }
-  report << "Number of removed object points: "
-         << static_cast<std::int64_t>(
-                std::count(verdicts.begin(), verdicts.end(), Verdict::removed))
+  lines.finish();
+  const auto removed = std::count(verdicts.begin(), verdicts.end(), Verdict::removed);
+  report << "Number of removed object points: " << in_total(static_cast<std::int32_t>(removed))
          << "\n\n";
 }
 
@@ -93,32 +96,45 @@ void apply(const std::vector<Verdict>& verdicts, const PointRays& rays, BundlePr
   }
 }
 
+// How many points each image has; 0 for empty slots.
+std::vector<std::int32_t> count_image_points(const OwnedList<BundleImage>& images) {
+  std::vector<double> counts(static_cast<std::size_t>(images.num_slots()));
+  for (std::int32_t slot = 0; slot < images.num_slots(); ++slot) {
+    const BundleImage* const image = images[slot];
+    if (image != nullptr) counts[static_cast<std::size_t>(slot)] = image->count_points();
+  }
+  if (PointShare* const share = point_share()) share->add_up(counts);
+  return {counts.begin(), counts.end()};
+}
+
 // The images with too few points: their slots, and how many points they have.
 struct PoorImage {
   std::int32_t slot;
   std::int32_t num_points;
 };
 
-std::vector<PoorImage> find_poor_images(const OwnedList<BundleImage>& images) {
+std::vector<PoorImage> find_poor_images(const OwnedList<BundleImage>& images,
+                                        const std::vector<std::int32_t>& counts) {
   std::vector<PoorImage> poor;
   for (std::int32_t slot = 0; slot < images.num_slots(); ++slot) {
     if (images[slot] == nullptr) continue;
-    const std::int32_t num_points = images[slot]->count_points();
+    const std::int32_t num_points = counts[static_cast<std::size_t>(slot)];
     if (num_points < kMinPointsPerImage) poor.push_back({slot, num_points});
   }
   return poor;
 }
 
 void print_image_points(TextWriter& report, const OwnedList<BundleImage>& images,
-                        std::size_t num_removed) {
+                        const std::vector<std::int32_t>& counts, std::size_t num_removed) {
   report << "Check number of rays per image\n"
             "==============================\n"
             "(Count number of rays per image)\n";
   report << "Number of images to check : " << images.num_slots() << '\n';
   report << "<image ID>: <number of rays>\n\n";
-  for (const BundleImage& image : images) {
-    const std::int32_t num_points = image.count_points();
-    report << image.id << ": " << num_points
+  for (std::int32_t slot = 0; slot < images.num_slots(); ++slot) {
+    if (images[slot] == nullptr) continue;
+    const std::int32_t num_points = counts[static_cast<std::size_t>(slot)];
+    report << images[slot]->id << ": " << num_points
            << (num_points < kMinPointsPerImage ? " -> removed\n" : "\n");
   }
   report << "Number of removed images: " << static_cast<std::uint64_t>(num_removed) << "\n\n";
@@ -178,8 +194,9 @@ void BundleProject::check_rays_per_point(TextWriter* out) {
 }
 
 void BundleProject::check_rays_per_image(TextWriter* out) {
-  const std::vector<PoorImage> poor = find_poor_images(images);
-  if (out != nullptr) print_image_points(*out, images, poor.size());
+  const std::vector<std::int32_t> counts = count_image_points(images);
+  const std::vector<PoorImage> poor = find_poor_images(images, counts);
+  if (out != nullptr) print_image_points(*out, images, counts, poor.size());
   for (const PoorImage& image : poor) {
     const BundleImage& poor_image = *images[image.slot];
     removals.images.push_back({poor_image.id, poor_image.geometry_id, image.num_points});

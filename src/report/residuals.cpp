@@ -6,6 +6,7 @@
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "lsq/stages/observation_equations.h"
+#include "sensors/point_share.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -121,7 +122,8 @@ void BundleProject::print_residuals(TextWriter& out) const {
   out << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
   ResidualStatistics total;
   ImageResiduals residuals;
-  for (const BundleImage& image : images) {
+  for (BundleImage& image : images) {
+    const CompleteImage complete(image);
     compute_residuals(image, object_points, residuals);
     print_image(out, residuals, limit);
     total.add(residuals.statistics);
@@ -132,7 +134,8 @@ void BundleProject::print_residuals(TextWriter& out) const {
 void BundleProject::write_residuals(TextWriter& out) const {
   constexpr NumberFormat kResidual = fixed(3, 10);
   ImageResiduals residuals;
-  for (const BundleImage& image : images) {
+  for (BundleImage& image : images) {
+    const CompleteImage complete(image);
     compute_residuals(image, object_points, residuals);
     out << image.id << '\n';
     for (const PointResidual& r : residuals.points) {

@@ -1,6 +1,7 @@
 // Sections of the report that list objects, in list order.
 
 #include "driver/bundle_project.h"
+#include "sensors/point_share.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -40,7 +41,8 @@ PointCounts count_points(const OwnedList<ObjectPoint>& points) {
 void BundleProject::print_image_coords(TextWriter& out) const {
   out << "Image coordinates\n"
          "=================\n\n";
-  for (const BundleImage& image : images) {
+  for (BundleImage& image : images) {
+    const CompleteImage complete(image);
     out << "BundleImage ID : " << image.id << "\n\n";
     image.camera->print_image_coords(out, image);
   }

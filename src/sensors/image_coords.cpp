@@ -8,6 +8,7 @@
 
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
+#include "sensors/point_share.h"
 #include "text/records.h"
 
 namespace vorn {
@@ -95,6 +96,7 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
   const bool read_on = report_missing_factor(in);
   if (!read_on && !in.read(factor, {"the scale factor", Range::positive})) return false;
   const char* const block = in.rest().data();
+  PointShare* const share = point_share();
   int repeated = 0;
   const auto read_point = [&](std::string_view point_id) {
     in.begin_record({"image-point", point_id, image_word});
@@ -107,7 +109,8 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
     point->y *= factor;
     point->sx *= factor;
     point->sy *= factor;
-    const bool added = image.insert_point(std::move(point));
+    const bool added = share == nullptr ? image.insert_point(std::move(point))
+                                        : share->insert(image, std::move(point));
     if (!added && in.listens()) report_repeated_point(in, block, repeated++);
     return 1;
   };

@@ -7,6 +7,7 @@
 
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
+#include "sensors/point_share.h"
 #include "text/records.h"
 #include "text/text_checks.h"
 
@@ -63,6 +64,7 @@ int read_image_file(TokenReader& in, OwnedList<BundleImage>& images,
 }
 
 int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images) {
+  if (PointShare* const share = point_share()) share->meet(images);
   const auto begins_block = [&](std::string_view id) { return images.find(id) != nullptr; };
   const auto read_block = [&](std::string_view word) {
     BundleImage* const image = images.find(word);

@@ -3,6 +3,8 @@
 #include <array>
 #include <cmath>
 
+#include "lsq/project_number.h"
+
 namespace vorn {
 
 namespace {
@@ -51,7 +53,7 @@ void ObjectPoint::init_params() {
 
 void ObjectPoint::print_changes(TextWriter& out, const Vector& corrections) const {
   out << "Point ID : " << id << '\n';
-  out << "Index    : " << index << "\n\n";
+  out << "Index    : " << project_number(index) << "\n\n";
   print_change_rows(out, corrections);
 }
 

@@ -386,6 +386,33 @@ TEST_P(StructuredNormalMatrix, FailsAtTheSameRow) {
   }
 }
 
+// The reduced equations, solved by somebody else, lead to the same solution.
+TEST_P(StructuredNormalMatrix, ReducesAndCompletes) {
+  if (GetParam().method == Method::dense) return;
+  PointElimination elimination(scene_.normal);
+  ASSERT_TRUE(elimination.set_reduced_structure());
+  Vector expected, x, p, x_reduced;
+  std::vector<double> rhs;
+  ASSERT_EQ(factor_->solve(scene_.rhs, expected), 0);
+  ASSERT_EQ(elimination.reduce(scene_.rhs, x, rhs), 0);
+  const std::int32_t first = scene_.normal.num_point_unknowns();
+  const TileMatrix& tiles = elimination.reduced().tiles;
+  Matrix s(n_ - first, n_ - first);
+  Vector b(n_ - first);
+  for (std::int32_t i = 0; i < s.rows(); ++i) {
+    for (std::int32_t j = i; j < s.rows(); ++j) s[i][j] = tiles.at(j, i);
+    b[i] = rhs[static_cast<std::size_t>(i)];
+  }
+  ASSERT_EQ(cholesky(s, p), 0);
+  ASSERT_EQ(back_substitution(s, p, b, x_reduced), 0);
+  std::copy_n(x_reduced.data(), s.rows(), x.data() + first);
+  elimination.complete(x);
+  for (std::int32_t i = 0; i < n_; ++i) EXPECT_NEAR(x[i], expected[i], 1e-9) << i;
+  // The first failing pivot of the points.
+  scene_.add(3, 3, -1e6);
+  EXPECT_EQ(elimination.reduce(scene_.rhs, x, rhs), 4);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Shapes, StructuredNormalMatrix,
     testing::Values(Shape{5, 20, 5, 3, Method::dense},

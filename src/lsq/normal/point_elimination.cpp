@@ -83,6 +83,10 @@ bool PointElimination::set_structure(Order order) {
                                 order == Order::natural);
 }
 
+bool PointElimination::set_reduced_structure() {
+  return reduced_.set_unfilled_structure(normal_.structure(), normal_.point_blocks());
+}
+
 std::int32_t PointElimination::factorise() { return factorise(nullptr); }
 
 std::int32_t PointElimination::factorise(const ForwardPass* forward) {
@@ -161,6 +165,17 @@ std::int32_t PointElimination::solve(const Vector& b, Vector& x) {
   return failed;
 }
 
+std::int32_t PointElimination::reduce(const Vector& b, Vector& x, std::vector<double>& rhs) {
+  if (!batch_) batch_ = std::make_unique<PointBatch>(normal_, reduced_);
+  x.resize(normal_.size());
+  diagonal_.resize(normal_.size());
+  rhs = reduced_rhs(b);
+  const ForwardPass forward{b.data(), x.data(), rhs.data()};
+  load(normal_, reduced_);
+  if (batch_->eliminate_all(diagonal_.data(), &forward)) return 0;
+  return first_failing_point_pivot(normal_);
+}
+
 void PointElimination::substitute(const Vector& b, Vector& x) const {
   x.resize(normal_.size());
   std::vector<double> rhs = reduced_rhs(b);
@@ -185,7 +200,7 @@ void PointElimination::substitute(const Vector& b, Vector& x) const {
   substitute_back(rhs, x);
 }
 
-// x_r = S^-1 (b_r - V'y), then x_p = L_p^-T (y - L_p^-1 N_pr x_r), with y in the place of x_p.
+// x_r = S^-1 (b_r - V'y).
 void PointElimination::substitute_back(std::vector<double>& reduced, Vector& x) const {
   reduced_.tiles.solve_lower(reduced.data());
   reduced_.tiles.solve_upper(reduced.data());
@@ -193,6 +208,11 @@ void PointElimination::substitute_back(std::vector<double>& reduced, Vector& x) 
     std::copy_n(reduced.data() + reduced_.start(k), normal_.block_width(k),
                 x.data() + normal_.block_index(k));
   }
+  complete(x);
+}
+
+// x_p = L_p^-T (y - L_p^-1 N_pr x_r), with y in the place of x_p.
+void PointElimination::complete(Vector& x) const {
   constexpr std::size_t kGrain = 512;
   for_each_range(
       normal_.point_order().size(), kGrain,

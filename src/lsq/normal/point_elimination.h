@@ -30,6 +30,15 @@ class PointElimination : public NormalFactor {
   double lower(std::int32_t i, std::int32_t j) const override;
   void invert(Matrix& q) const override;
 
+  // The two halves of `solve`, for those who solve the reduced equations elsewhere. Memory for S
+  // without that of its factor, in place of `set_structure`.
+  [[nodiscard]] bool set_reduced_structure();
+  // Eliminates the points: S stands in `reduced`, its right-hand side in the order of its rows in
+  // `rhs`, and x holds what `complete` needs. Codes as `factorise`.
+  [[nodiscard]] std::int32_t reduce(const Vector& b, Vector& x, std::vector<double>& rhs);
+  // x of the points from that of everything else, which `x` holds.
+  void complete(Vector& x) const;
+
   // S, after `factorise` its factor.
   const ReducedMatrix& reduced() const { return reduced_; }
 

@@ -35,6 +35,21 @@ bool is_full(const NormalStructure& structure, const NormalStructure::PointBlock
                                         static_cast<std::size_t>(structure.num_blocks());
 }
 
+BlockOrder natural_order_of(const NormalStructure& structure) {
+  BlockOrder natural;
+  natural.blocks.resize(static_cast<std::size_t>(structure.num_blocks()));
+  std::iota(natural.blocks.begin(), natural.blocks.end(), 0);
+  return natural;
+}
+
+// Calls meet(blocks) for the blocks of each group and of each point.
+template <class Meet>
+void meet_in_groups_and_points(const NormalStructure& structure,
+                               const NormalStructure::PointBlocks& points, const Meet& meet) {
+  for (std::int32_t g = 0; g < structure.num_groups(); ++g) meet(structure.group(g));
+  for (std::int32_t p = 0; p < structure.num_points(); ++p) meet(points.of(p));
+}
+
 }  // namespace
 
 void ReducedMatrix::lay_out(const NormalStructure& structure, const Layout& layout) {
@@ -117,14 +132,11 @@ void ReducedMatrix::choose(const NormalStructure& structure, const Meetings& mee
 ReducedMatrix::Choice ReducedMatrix::best_choice(const NormalStructure& structure,
                                                  const NormalStructure::PointBlocks& points,
                                                  bool natural_order) {
-  BlockOrder natural;
-  natural.blocks.resize(static_cast<std::size_t>(structure.num_blocks()));
-  std::iota(natural.blocks.begin(), natural.blocks.end(), 0);
+  const BlockOrder natural = natural_order_of(structure);
   Choice best;
   if (natural_order || is_full(structure, points)) {
     const Meetings meetings = [&](const Meet& meet) {
-      for (std::int32_t g = 0; g < structure.num_groups(); ++g) meet(structure.group(g));
-      for (std::int32_t p = 0; p < structure.num_points(); ++p) meet(points.of(p));
+      meet_in_groups_and_points(structure, points, meet);
     };
     choose(structure, meetings, natural, 1.0, best);
   } else {
@@ -151,6 +163,14 @@ bool ReducedMatrix::set_structure(const NormalStructure& structure,
   const Choice best = best_choice(structure, points, natural_order);
   lay_out(structure, best.layout);
   return tiles.set_structure(num_rows_, tile_size_, best.pattern, empty_rows_);
+}
+
+bool ReducedMatrix::set_unfilled_structure(const NormalStructure& structure,
+                                           const NormalStructure::PointBlocks& points) {
+  lay_out(structure, {natural_order_of(structure), kSmallTile});
+  const TilePattern marked =
+      pattern([&](const Meet& meet) { meet_in_groups_and_points(structure, points, meet); });
+  return tiles.set_structure(num_rows_, tile_size_, marked, empty_rows_);
 }
 
 std::int32_t ReducedMatrix::block_at(std::int32_t row) const {

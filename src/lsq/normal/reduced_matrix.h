@@ -30,6 +30,10 @@ class ReducedMatrix {
   // space.
   bool set_structure(const NormalStructure& structure, const NormalStructure::PointBlocks& points,
                      bool natural_order);
+  // The same for S alone, which is not factorised here: the natural order, and no tiles but those
+  // that hold elements.
+  bool set_unfilled_structure(const NormalStructure& structure,
+                              const NormalStructure::PointBlocks& points);
 
   bool is_natural() const { return is_natural_; }
   // First row of a block.

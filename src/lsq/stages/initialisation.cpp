@@ -10,6 +10,7 @@
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "lsq/stages/normal_equations.h"
+#include "sensors/point_share.h"
 
 namespace vorn {
 namespace {
@@ -96,6 +97,7 @@ void register_unknowns(BundleProject& project) {
   for (APSet& set : project.ap_sets) unknowns.add(set);
   for (PosCorrection& correction : project.pos_corrections) unknowns.add(correction);
   for (AttCorrection& correction : project.att_corrections) unknowns.add(correction);
+  if (PointShare* const share = point_share()) share->number_unknowns(project);
 }
 
 void print_count(TextWriter& report, std::string_view label, std::int32_t count) {
@@ -125,9 +127,9 @@ void print_defined_data(const BundleProject& project, TextWriter& report) {
   print_count(report, "Additional parameter sets   :  ", project.ap_sets.count());
   print_count(report, "Position corrections        :  ", project.pos_corrections.count());
   print_count(report, "Attitude corrections        :  ", project.att_corrections.count());
-  print_count(report, "Object points (total)       :  ", project.object_points.count());
-  print_count(report, "Control points              :  ", control);
-  print_count(report, "Check points                :  ", check);
+  print_count(report, "Object points (total)       :  ", in_total(project.object_points.count()));
+  print_count(report, "Control points              :  ", in_total(control));
+  print_count(report, "Check points                :  ", in_total(check));
   report << '\n';
 }
 
@@ -147,7 +149,8 @@ void report_counts(BundleProject& project, TextWriter& report) {
   print_count(report, "   Total number of observations :  ", counts.observations);
   report << "\nUnknowns:                           total        thereof\n"
             "                                              obs.     eli.\n";
-  print_group(report, "   Object point coordinates     :  ", unknowns.count_group<ObjectPoint>());
+  print_group(report,
+              "   Object point coordinates     :  ", in_total(unknowns.count_group<ObjectPoint>()));
   print_group(report, "   Exterior orientations        :  ", unknowns.count_group<ImageGeometry>());
   print_group(report, "   Additional parameters        :  ", unknowns.count_group<APSet>());
   print_group(report, "   Position corrections         :  ", unknowns.count_group<PosCorrection>());
@@ -170,6 +173,18 @@ AdjInterfaceNative::Method method_for(const BundleProject& project, std::int32_t
   return project.options.matrix_file == "none" ? Method::eliminate : Method::eliminate_in_order;
 }
 
+// False when the factor does not fit the address space.
+bool make_solver(BundleProject& project, AdjInterfaceNative::Method method) {
+  if (PointShare* const share = point_share()) {
+    project.solver = share->make_solver();
+    return true;
+  }
+  auto solver = std::make_unique<AdjInterfaceNative>(method);
+  const bool fits = solver->prepare(project.normal);
+  project.solver = std::move(solver);
+  return fits;
+}
+
 // Chooses the solver and lays the normal equations out. 1 or -1.
 int choose_solver(BundleProject& project, TextWriter& report) {
   if (ls_params().interface != 0) {
@@ -177,19 +192,18 @@ int choose_solver(BundleProject& project, TextWriter& report) {
     return -1;
   }
   const std::int32_t size = project.unknowns.num_unknowns();
-  auto solver = std::make_unique<AdjInterfaceNative>(method_for(project, size));
-  if (!project.normal.set_structure(find_structure(project)) || !solver->prepare(project.normal)) {
+  const auto method = method_for(project, redundancy_of(project.unknowns, 0).unknowns);
+  if (!project.normal.set_structure(find_structure(project)) || !make_solver(project, method)) {
     report << "ERROR: The normal equations of " << size
            << " unknowns do not fit the address space.\n";
     return -1;
   }
   // Small systems are summed image point by image point: a condition of great weight (a free
   // quaternion's) makes the first iterations depend on the order of the sums.
-  if (solver->method() != AdjInterfaceNative::Method::dense) {
+  if (method != AdjInterfaceNative::Method::dense) {
     project.observations.set_up(project.images, project.object_points,
                                 project.settings.derivatives(), project.normal);
   }
-  project.solver = std::move(solver);
   project.rhs.resize(size);
   project.markers.resize(size);
   project.solution.resize(size);

@@ -9,6 +9,7 @@
 
 #include "driver/bundle_project.h"
 #include "lsq/stages/point_rays.h"
+#include "sensors/point_share.h"
 
 namespace vorn {
 namespace {
@@ -77,11 +78,14 @@ int BundleProject::check_approximations(TextWriter* out) {
     *out << "Check object point approximations\n"
             "=================================\n\n";
   }
+  std::optional<PointLines> lines;
+  if (out != nullptr) lines.emplace(*out);
   std::int32_t added = 0;
   for (const BundleImage& image : images) {
     for (ImagePoint& measured : image.points) {
       measured.object_point = object_points.find(measured.id);
       if (measured.object_point != nullptr) continue;
+      if (out != nullptr) lines->begin(object_points.num_slots());
       if (out != nullptr) *out << "Point " << measured.id << " has no approximations.\n";
       auto point = std::make_unique<ObjectPoint>();
       point->id = measured.id;
@@ -89,7 +93,11 @@ int BundleProject::check_approximations(TextWriter* out) {
       ++added;
     }
   }
-  if (out != nullptr) *out << "\nNumber of additional object points: " << added << "\n\n";
+  if (PointShare* const share = point_share()) share->order_points(*this);
+  added = in_total(added);
+  if (out == nullptr) return 1;
+  lines->finish();
+  *out << "\nNumber of additional object points: " << added << "\n\n";
   return 1;
 }
 
@@ -101,6 +109,8 @@ int BundleProject::intersect_approximations(TextWriter* out, bool debug) {
             "                             X/m            Y/m            Z/m         e/m\n\n";
   }
   std::optional<PointRays> all_rays;  // found when the first point needs them
+  std::optional<PointLines> lines;
+  if (out != nullptr) lines.emplace(*out);
   double total_distance = 0.0;
   std::int32_t intersected = 0;
   for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
@@ -108,7 +118,10 @@ int BundleProject::intersect_approximations(TextWriter* out, bool debug) {
     if (point == nullptr || point->has_coords) continue;
     if (!all_rays) all_rays.emplace(images, object_points);
     const std::span<const Ray> rays = (*all_rays)[slot];
-    if (out != nullptr) print_rays(*out, *point, rays);
+    if (out != nullptr) {
+      lines->begin(slot);
+      print_rays(*out, *point, rays);
+    }
     if (rays.size() < 2) {
       standard_output() << "ATTENTION: Too few rays to compute object coordinates.\n";
       continue;
@@ -120,7 +133,10 @@ int BundleProject::intersect_approximations(TextWriter* out, bool debug) {
     total_distance += mean.gap;
     ++intersected;
   }
+  intersected = in_total(intersected);
+  total_distance = in_total(total_distance);
   if (out != nullptr) {
+    lines->finish();
     *out << "Number of intersection points : " << intersected << '\n'
          << "Total average distance of rays: e_mean = ";
     if (intersected == 0) {

@@ -11,6 +11,7 @@
 #include "lsq/stages/iteration_report.h"
 #include "lsq/stages/normal_equations.h"
 #include "lsq/stages/statistics.h"
+#include "sensors/point_share.h"
 
 namespace vorn {
 namespace {
@@ -22,8 +23,10 @@ constexpr NumberFormat kDumped = scientific(12);
 // Builds the normal equations at the current approximations. 1 or -1.
 int set_up(BundleProject& project, TextWriter& report, std::int32_t& observations) {
   project.solution.zero();
-  if (form_normal_equations(project, project.settings.derivatives(), project.observations,
-                            project.normal, project.rhs, project.lPl, observations) != 1) {
+  const int formed =
+      form_normal_equations(project, project.settings.derivatives(), project.observations,
+                            project.normal, project.rhs, project.lPl, observations);
+  if (!holds_for_all(formed == 1)) {
     report << "ERROR: Setup of normal equations failed.\n";
     return -1;
   }
@@ -47,7 +50,7 @@ int solve(BundleProject& project, TextWriter& report, double& seconds) {
   for (std::int32_t i = 0; i < project.solution.size(); ++i) {
     explained += project.solution[i] * project.rhs[i];
   }
-  project.vtpv = project.lPl - explained;
+  project.vtpv = in_total(project.lPl - explained);
   return 1;
 }
 
@@ -142,13 +145,14 @@ void check_apv(const BundleProject& project, TextWriter& report) {
             "----------------------------\n"
             "A'Pv limit:  "
          << kApv(limit) << '\n';
-  std::int32_t count = 0;
-  for (std::int32_t i = 0; i < project.rhs.size(); ++i) {
-    if (!(project.rhs[i] > limit)) continue;
-    report << "A'Pv[" << i << "] is large: " << kApv(project.rhs[i]) << '\n';
-    ++count;
+  PointShare* const share = point_share();
+  const std::vector<UnknownValue> large =
+      share == nullptr ? values_above(project.rhs, limit) : share->values_above(project.rhs, limit);
+  for (const UnknownValue& element : large) {
+    report << "A'Pv[" << element.unknown << "] is large: " << kApv(element.value) << '\n';
   }
-  report << "\nNumber of A'Pv-values > limit : " << count << "\n\n";
+  report << "\nNumber of A'Pv-values > limit : " << static_cast<std::uint64_t>(large.size())
+         << "\n\n";
 }
 
 // Gauss-Newton steps until all corrections are within their limits. 1 or -1.
@@ -160,7 +164,7 @@ int iterate_undamped(BundleProject& project, TextWriter& report) {
     IterationStatistics& statistics = project.iterations.emplace_back();
     statistics.number = ++project.num_iterations;
     if (run_iteration(project, report, statistics) != 1) return -1;
-    project.converged = statistics.open_object == nullptr;
+    project.converged = holds_for_all(statistics.open_object == nullptr);
     if (project.on_iteration) answer = project.on_iteration(statistics);
   }
   if (answer == ObserverAnswer::stop) {

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "driver/bundle_project.h"
+#include "sensors/point_share.h"
 
 namespace vorn {
 namespace {
@@ -14,10 +15,27 @@ constexpr NumberFormat kSigma0 = fixed(2);
 constexpr NumberFormat kChange = scientific(3, 10);
 constexpr double kMicrometresPerMetre = 1e6;
 
+void print_heading(TextWriter& report, std::string_view heading, std::string_view underline) {
+  report << heading << '\n' << underline << "\n\n";
+}
+
+void list_corrections(TextWriter& report, const OwnedList<ObjectPoint>& points,
+                      const Vector& corrections) {
+  print_heading(report, "Object point coordinates", "------------------------");
+  PointLines lines(report);
+  for (std::int32_t slot = 0; slot < points.num_slots(); ++slot) {
+    if (points[slot] == nullptr) continue;
+    lines.begin(slot);
+    points[slot]->print_changes(report, corrections);
+  }
+  lines.finish();
+  report << '\n';
+}
+
 template <class T>
 void list_corrections(TextWriter& report, std::string_view heading, std::string_view underline,
                       const OwnedList<T>& objects, const Vector& corrections) {
-  report << heading << '\n' << underline << "\n\n";
+  print_heading(report, heading, underline);
   for (const T& object : objects) object.print_changes(report, corrections);
   report << '\n';
 }
@@ -42,10 +60,7 @@ void print_iteration_heading(std::int32_t number, TextWriter& report) {
 void list_all_corrections(const BundleProject& project, TextWriter& report) {
   const Options& options = project.options;
   const Vector& x = project.solution;
-  if (options.print_object_coords) {
-    list_corrections(report, "Object point coordinates", "------------------------",
-                     project.object_points, x);
-  }
+  if (options.print_object_coords) list_corrections(report, project.object_points, x);
   if (options.print_exterior_orientations) {
     list_corrections(report, "Exterior orientations", "---------------------",
                      project.image_geometries, x);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "driver/bundle_project.h"
+#include "sensors/point_share.h"
 
 namespace vorn {
 
@@ -63,6 +64,11 @@ int form_normal_equations(const BundleProject& project, Derivatives derivatives,
                           double& lPl, std::int32_t& count) {
   if (add_all_observations(project, derivatives, observations, normal, rhs, lPl, count) != 1) {
     return -1;
+  }
+  if (point_share() != nullptr && !point_share()->is_first()) {
+    project.unknowns.for_each<ObjectPoint>(
+        [&](const ObjectPoint& point) { point.add_weights(normal, rhs, lPl); });
+    return 1;
   }
   project.unknowns.add_constraints(normal, rhs, lPl);
   project.unknowns.add_weights(normal, rhs, lPl);

@@ -4,6 +4,7 @@
 
 #include "geometry/ext_orientation.h"
 #include "sensors/object_point.h"
+#include "sensors/point_share.h"
 
 namespace vorn {
 namespace {
@@ -35,14 +36,25 @@ void add_all(const AdjObject& object, const Vector& corrections, GroupChange& ch
 }  // namespace
 
 Redundancy redundancy_of(const AdjObjectList& unknowns, std::int32_t observations) {
-  return {observations, unknowns.num_unknowns(), unknowns.count_state(ParamState::observed),
-          unknowns.count_state(ParamState::eliminated), unknowns.num_constraints()};
+  Redundancy counts{observations, unknowns.num_unknowns(),
+                    unknowns.count_state(ParamState::observed),
+                    unknowns.count_state(ParamState::eliminated), unknowns.num_constraints()};
+  if (point_share() == nullptr) return counts;
+  const AdjObjectList::Counts own = unknowns.count_group<ObjectPoint>();
+  const AdjObjectList::Counts all = in_total(own);
+  counts.observations = in_total(observations);
+  counts.unknowns += all.total - own.total;
+  counts.observed += all.observed - own.observed;
+  counts.eliminated += all.eliminated - own.eliminated;
+  return counts;
 }
 
 void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
                   IterationStatistics& statistics) {
   unknowns.for_each<ObjectPoint>(
       [&](const ObjectPoint& point) { add_all(point, corrections, statistics.points); });
+  statistics.points.sum = in_total(statistics.points.sum);
+  statistics.points.count = in_total(statistics.points.count);
   unknowns.for_each<ExtOrientation>([&](const ExtOrientation& orientation) {
     for (std::int32_t k = 0; k < orientation.num_values(); ++k) {
       add(orientation, k, corrections,
