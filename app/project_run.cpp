@@ -30,7 +30,9 @@ void print_obstacle(const Obstacle& obstacle) {
 void print_diagnosis(const RunSummary& summary, const RunRequest& request,
                      const Diagnosis& diagnosis) {
   TextWriter& err = error_output();
-  if (summary.result == 1) {
+  if (summary.result == 1 && diagnosis.failed_at.object_type.empty() && !summary.ending.converged) {
+    err << "vorn: the observations hardly determine this network:\n";
+  } else if (summary.result == 1) {
     err << (request.settings.damped
                 ? "\nvorn: the observations do not determine this network: the minimum is one of "
                   "many, and its\n  figures of quality do not exist:\n"

@@ -64,6 +64,10 @@ void QualityOutput::define(CLI::App& parser) {
       .add_option("--datum-points", datum_file_,
                   "file of the points over which the inner datum is formed, default all")
       ->needs(parser.get_option("--datum"));
+  parser.parse_complete_callback([this] {
+    if (datum_file_.empty() || datum_ == "inner") return;
+    throw CLI::ValidationError("--datum-points", "the given datum needs no points: --datum inner");
+  });
   parser
       .add_option("--suggest", suggestions_,
                   "write a list of observations that --exclude could leave out")
@@ -109,7 +113,11 @@ bool QualityOutput::attach(ProjectRun& run) {
     }
     run.more_inputs.push_back(absolute_path(exclusion_file_));
     request.prepare = [this](BundleProject& project, TextWriter& report) {
-      apply_exclusions(exclusions_, project, report);
+      const auto listed = static_cast<std::int64_t>(exclusions_.size());
+      const std::int64_t missing = listed - apply_exclusions(exclusions_, project, report);
+      if (missing == 0) return;
+      error_output() << "vorn: " << exclusion_file_ << ": the project does not have " << missing
+                     << " of its " << listed << " observations; the report names them\n";
     };
   }
   if (!needs_figures() && !json_) return true;
@@ -167,9 +175,18 @@ bool QualityOutput::read_datum() {
   return true;
 }
 
+// A wrong identifier would change the datum without a word.
+void QualityOutput::tell_missing_datum_points(const BundleProject& project) const {
+  for (const std::string& id : quality_request_.datum_points) {
+    if (project.object_points.find(id) != nullptr) continue;
+    error_output() << "vorn: " << datum_file_ << ": no point " << id << " was adjusted\n";
+  }
+}
+
 void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
+  tell_missing_datum_points(project);
   std::optional<Diagnosis> diagnosis;
-  if (is_doubtful(project)) diagnosis = diagnose_initially(project);
+  if (is_doubtful(project)) diagnosis = diagnose_completed(project);
   if (diagnosis && !diagnosis->condemns_results()) diagnosis.reset();
   // Damped steps reach a minimum of a singular network, too; only its quality is undefined.
   const bool condemned = diagnosis && (needs_figures() || !project.settings.damped);
@@ -185,6 +202,9 @@ void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
   lacks_figures_ = needs_figures() && !results.has_figures;
   if (lacks_figures_) {
     error_output() << "vorn: there are no figures of quality. " << results.message << '\n';
+  } else if (results.has_figures && diagnosis->has_errors()) {
+    error_output() << "vorn: figures of quality are worth nothing where this concerns them:\n";
+    print_errors(error_output(), *diagnosis);
   }
   const Diagnosis* const found = diagnosis ? &*diagnosis : nullptr;
   if (quality_) write_texts(results, *diagnosis, outputs);

@@ -37,6 +37,7 @@ struct RemovedImage {
 struct RemovedPoint {
   std::string id;
   std::int32_t num_rays = 0;
+  bool is_control = false;
 };
 struct Removals {
   std::vector<RemovedImage> images;

@@ -156,10 +156,11 @@ int adjust(const Run& run, BundleProject& project, TokenReader& control_file,
 
 bool has_normal_equations(const BundleProject& project) { return project.normal.size() > 0; }
 
-// A completed run is diagnosed when its final normal equations are singular, or but for rounding.
+// A completed run is diagnosed when its final normal equations are singular, or but for rounding,
+// and when its iterations ended before convergence.
 void tell_diagnosis(const RunRequest& request, BundleProject& project, bool completed) {
   if (!request.hear_diagnosis) return;
-  const Diagnosis diagnosis = diagnose_initially(project);
+  const Diagnosis diagnosis = completed ? diagnose_completed(project) : diagnose_initially(project);
   if (!completed || diagnosis.condemns_results()) request.hear_diagnosis(diagnosis);
 }
 
@@ -171,7 +172,7 @@ void complete(const Run& run, BundleProject& project) {
   summary.sigma0 = project.sigma0;
   summary.redundancy = project.redundancy;
   summary.iterations = project.num_iterations;
-  const bool doubtful = is_doubtful(project);
+  const bool doubtful = is_doubtful(project) || (request.diagnose && !summary.ending.converged);
   if (request.write_more) {
     const std::size_t num_results = run.outputs.paths().size();
     request.write_more(project, run.outputs);

@@ -164,6 +164,10 @@ Diagnosis diagnose_initially(BundleProject& project) {
   return diagnosis;
 }
 
+Diagnosis diagnose_completed(BundleProject& project) {
+  return project.settings.damped ? diagnose(project) : diagnose_initially(project);
+}
+
 bool is_doubtful(const BundleProject& project) {
   if (project.failed_unknown >= 0) return true;
   // Rounding leaves up to some thousand times kSmallestPivotRatio where nothing should be.

@@ -129,6 +129,11 @@ struct Diagnosis {
 // values that they have.
 [[nodiscard]] Diagnosis diagnose_initially(BundleProject& project);
 
+// A completed run that needs a word: at the values to which damped steps led, which cannot diverge
+// (approximate values may lie where nothing can be said, such as a point beside a projection
+// centre); otherwise where the unknowns were before the iterations.
+[[nodiscard]] Diagnosis diagnose_completed(BundleProject& project);
+
 // Whether the last factorisation may have passed by rounding only, which a diagnosis shows: it has
 // a tiny pivot ratio. Weights of conditions can be the reason, too.
 [[nodiscard]] bool is_doubtful(const BundleProject& project);

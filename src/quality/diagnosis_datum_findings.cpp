@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "geometry/ext_orientation.h"
 #include "quality/diagnosis_findings.h"
 #include "quality/diagnosis_rays.h"
 #include "quality/diagnosis_words.h"
@@ -21,8 +22,16 @@ bool is_held(const AdjObject& object, std::int32_t k) {
 struct Holders {
   std::vector<DiagnosedItem> points;
   std::vector<DiagnosedItem> orientations;
-  std::vector<Vec3> places;  // of the points
+  std::vector<Vec3> places;  // of points and projection centres
   bool in_plan = false;
+  bool turned = false;  // an orientation holds more than its place
+
+  // Points first.
+  std::vector<DiagnosedItem> all() const {
+    std::vector<DiagnosedItem> items = points;
+    items.insert(items.end(), orientations.begin(), orientations.end());
+    return items;
+  }
 };
 Holders holders_of(const NetworkPart& part) {
   Holders holders;
@@ -34,11 +43,16 @@ Holders holders_of(const NetworkPart& part) {
     holders.in_plan = holders.in_plan || plan;
   }
   for (const ImageGeometry* geometry : part.geometries) {
+    const auto* const orientation = dynamic_cast<const ExtOrientation*>(geometry);
+    bool holds = false;
     for (std::int32_t k = 0; k < geometry->num_values(); ++k) {
       if (!is_held(*geometry, k)) continue;
-      holders.orientations.push_back(item_of(*geometry));
-      break;
+      holds = true;
+      holders.turned = holders.turned || orientation == nullptr || k >= 3;
     }
+    if (!holds) continue;
+    holders.orientations.push_back(item_of(*geometry));
+    if (orientation != nullptr) holders.places.push_back(orientation->projection_centre());
   }
   return holders;
 }
@@ -135,7 +149,7 @@ std::string part_in_words(const NetworkPart& part, bool alone) {
 
 void find_datum_defect(const NetworkPart& part, const NetworkComponent& component, bool alone,
                        Diagnosis& diagnosis) {
-  Holders holders = holders_of(part);
+  const Holders holders = holders_of(part);
   const std::string_view code = code_of(holders);
   const DatumWords& words = *std::find_if(kDatumWords.begin(), kDatumWords.end(),
                                           [&](const DatumWords& w) { return w.code == code; });
@@ -143,12 +157,10 @@ void find_datum_defect(const NetworkPart& part, const NetworkComponent& componen
   finding.code = code;
   finding.component = component.component;
   finding.defect = component.defect;
-  finding.objects = std::move(holders.points);
+  finding.objects = holders.all();
   std::string held_by;
-  if (!finding.objects.empty())
-    held_by = " (" + counted("object_point", ids_of(finding.objects)) + ")";
-  finding.objects.insert(finding.objects.end(), holders.orientations.begin(),
-                         holders.orientations.end());
+  if (!holders.points.empty())
+    held_by = " (" + counted("object_point", ids_of(holders.points)) + ")";
   finding.message = std::string(words.message) + held_by + " of " + part_in_words(part, alone) +
                     ": free " + (component.defect == 1 ? "is " : "are ") +
                     motions_in_words(component) + ".";
@@ -156,24 +168,29 @@ void find_datum_defect(const NetworkPart& part, const NetworkComponent& componen
   finding.values = {{"smallest_quotient", component.quotients[0]}};
 }
 
-// Control that is not quite on a line holds the datum badly, or but for its noise not at all.
+// Control and projection centres that are not quite on a line hold the datum badly, or but for
+// their noise not at all: such as the antenna's places along a single strip.
 void find_near_line(const NetworkPart& part, const NetworkComponent& component, bool alone,
                     Diagnosis& diagnosis) {
-  Holders holders = holders_of(part);
-  if (!holders.orientations.empty() || holders.points.size() < 3) return;
+  const Holders holders = holders_of(part);
+  if (holders.turned || holders.places.size() < 3) return;
   const double across = spread_of(holders.places).across();
   if (!(across < kNearLine)) return;
   const bool useless = component.quotients[0] < kHardlyHeld;
   DiagnosisFinding& finding = diagnosis.findings.emplace_back();
-  finding.code = "collinear_control";
+  const bool of_points = holders.orientations.empty();
+  finding.code = of_points ? "collinear_control" : "insufficient_control";
   finding.severity = useless ? FindingSeverity::error : FindingSeverity::warning;
   finding.component = component.component;
   finding.defect = 0;
-  finding.message = "The control (" + counted("object_point", ids_of(holders.points)) + ") of " +
-                    part_in_words(part, alone) + " is nearly on one line: " +
+  std::vector<std::string> names;
+  if (!holders.points.empty()) names.push_back(counted("object_point", ids_of(holders.points)));
+  if (!of_points) names.push_back(counted("orientation", ids_of(holders.orientations)));
+  finding.message = "The control (" + enumerated(names) + ") of " + part_in_words(part, alone) +
+                    " is nearly on one line: " +
                     (useless ? "nothing but its noise stops the rotation about it."
                              : "the rotation about it is weak.");
-  finding.objects = std::move(holders.points);
+  finding.objects = holders.all();
   finding.remedy = "Add a control point off the line.";
   finding.values = {{"across_by_along", across}, {"smallest_quotient", component.quotients[0]}};
 }

@@ -68,10 +68,11 @@ void find_removed(const BundleProject& project, Diagnosis& diagnosis) {
   for (const RemovedPoint& point : project.removals.points) {
     DiagnosisFinding& finding = diagnosis.findings.emplace_back();
     finding.code = "too_few_rays";
-    finding.severity = FindingSeverity::info;
+    // A tie point more or less matters little; control that was meant to hold the datum does.
+    finding.severity = point.is_control ? FindingSeverity::warning : FindingSeverity::info;
     finding.objects = {{"object_point", point.id, {}}};
     finding.message =
-        "Point " + point.id + " was removed: " +
+        (point.is_control ? "Control point " : "Point ") + point.id + " was removed: " +
         (point.num_rays == 0 ? "no image measures it." : "only one image measures it.");
     finding.remedy = "Measure it in another image, if it is needed.";
     finding.values = {{"rays", point.num_rays}};

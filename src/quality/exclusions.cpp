@@ -157,8 +157,8 @@ bool read_exclusions(std::string_view text, std::vector<Exclusion>& exclusions,
   return true;
 }
 
-void apply_exclusions(const std::vector<Exclusion>& exclusions, BundleProject& project,
-                      TextWriter& report) {
+std::int64_t apply_exclusions(const std::vector<Exclusion>& exclusions, BundleProject& project,
+                              TextWriter& report) {
   report << "Excluded observations\n"
             "---------------------\n\n";
   std::int64_t count = 0;
@@ -172,6 +172,7 @@ void apply_exclusions(const std::vector<Exclusion>& exclusions, BundleProject& p
     report << exclusion.object << ' ' << exclusion.item << '\n';
   }
   report << "\nNumber of excluded observations  :  " << count << "\n\n";
+  return count;
 }
 
 void write_suggested_exclusions(TextWriter& out, const QualityResults& results) {

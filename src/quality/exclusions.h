@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,9 +33,9 @@ struct Exclusion {
 
 // Leaves the observations out of a project that was read and not yet initialised: takes the image
 // points out of their images and frees the parameters. Lists what was done in the report; what the
-// project does not have is reported there and passed over.
-void apply_exclusions(const std::vector<Exclusion>& exclusions, BundleProject& project,
-                      TextWriter& report);
+// project does not have is reported there and passed over. Returns how many were left out.
+std::int64_t apply_exclusions(const std::vector<Exclusion>& exclusions, BundleProject& project,
+                              TextWriter& report);
 
 // Writes the list that results suggest: observations whose test fails at 0.05 / number of tests and
 // that are the worst of their image and of their point. Where the global test fails because

@@ -89,7 +89,7 @@ void apply(const std::vector<Verdict>& verdicts, const PointRays& rays, BundlePr
       continue;
     }
     for (const Ray& ray : rays[slot]) ray.image->remove_point(point.id);
-    project.removals.points.push_back({point.id, point.num_rays});
+    project.removals.points.push_back({point.id, point.num_rays, point.type == PointType::control});
     project.removed_objects.push_back(
         {RemovalReason::too_few_rays, "object point", point.id, point.num_rays});
     project.object_points.remove(slot);

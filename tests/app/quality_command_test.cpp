@@ -82,6 +82,7 @@ TEST_F(QualityCommand, RefusesWrongOptions) {
       {"--quality --datum-points x", "--datum"},
       {"--suggest x", "--quality"},
       {"--tables csv", "--json"},
+      {"--quality --datum given --datum-points x", "--datum-points"},
       {"--json --tables xml", "--tables"},
       {"--exclude", "--exclude"},
   };
@@ -185,6 +186,20 @@ TEST_F(QualityCommand, SuggestsAndExcludes) {
   EXPECT_THAT(dir_.read("project.out"), HasSubstr("Number of excluded observations  :  1\n"));
   EXPECT_LT(std::stod(value_of(dir_.read("project.quality.json"), "sigma0_posterior")),
             0.5 * spoilt);
+}
+
+// A list with a wrong identifier changes the figures or the observations; that is told.
+TEST_F(QualityCommand, TellsWhatAListDoesNotFind) {
+  dir_.write("datum.txt", "p1 p2 p3 p4 p99 stop-dep");
+  EXPECT_EQ(adjust("--quality --datum inner --datum-points datum.txt"), 0) << errors_;
+  EXPECT_THAT(errors_, HasSubstr("datum.txt: no point p99 was adjusted"));
+  dir_.write("datum.txt", "p1 p2");
+  EXPECT_EQ(adjust("--quality --json --datum inner --datum-points datum.txt"), 3) << errors_;
+  EXPECT_THAT(errors_, HasSubstr("do not fix the similarity motions"));
+  dir_.write("list.txt", "image-point i1 p1\nimage-point i1 nowhere\nparameter ap_set s9 dc\n");
+  EXPECT_EQ(adjust("--exclude list.txt"), 0) << errors_;
+  EXPECT_THAT(errors_, HasSubstr("list.txt: the project does not have 2 of its 3 observations"));
+  EXPECT_THAT(dir_.read("project.out"), HasSubstr("Number of excluded observations  :  1\n"));
 }
 
 // A network without a datum has a document with status, message and diagnosis, whether the run
