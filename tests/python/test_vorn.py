@@ -114,6 +114,117 @@ class Adjust(ProjectTest):
         self.assertEqual(again.image_points.num_rows, first.image_points.num_rows - 1)
 
 
+class Figures(ProjectTest):
+    """Figures of quality against their formulas, from the columns that they follow from."""
+
+    def setUp(self):
+        super().setUp()
+        strip = self.folder / "pushbroom-strip" / "pushbroom-strip.ctl"
+        self.results = [vorn.adjust(project, rigorous=True)
+                        for project in (self.block, self.calibration, strip)]
+
+    def each(self):
+        for result in self.results:
+            yield result, result.document["settings"], result.statistics
+
+    def test_single_observations(self):
+        for result, settings, statistics in self.each():
+            t = result.image_points
+            for a in "xy":
+                v, s, r = t["v" + a], t["s" + a], t["r" + a]
+                checked = r > 1e-6
+                self.assertGreater(checked.sum(), 0.9 * len(r))
+                w = v[checked] / (s[checked] * np.sqrt(r[checked]))
+                np.testing.assert_allclose(t["w" + a][checked], w, rtol=1e-8)
+                scale = settings["sigma0_prior"] / statistics["sigma0_posterior"]
+                np.testing.assert_allclose(t["tau_" + a][checked], w * scale, rtol=1e-8)
+                mdb = settings["delta0"] * s[checked] / np.sqrt(r[checked])
+                np.testing.assert_allclose(t["mdb_" + a][checked], mdb, rtol=1e-8)
+                np.testing.assert_allclose(t["error_" + a][checked], -v[checked] / r[checked],
+                                           rtol=1e-8)
+                self.assertTrue(np.isnan(t["w" + a][~checked]).all())
+
+    def test_joint_tests_of_points(self):
+        for result, _, _ in self.each():
+            t = result.image_points
+            u = np.stack([t["vx"] / t["sx"], t["vy"] / t["sy"]], axis=1)
+            m = np.empty((len(u), 2, 2))
+            m[:, 0, 0], m[:, 1, 1] = t["rx"], t["ry"]
+            m[:, 0, 1] = m[:, 1, 0] = t["rxy"]
+            two = t["t_dof"] == 2
+            self.assertGreater((t["t_dof"] > 0).sum(), 0.9 * len(u))
+            solved = np.linalg.solve(m[two], u[two][:, :, None])[:, :, 0]
+            np.testing.assert_allclose(t["t"][two], (u[two] * solved).sum(axis=1), rtol=1e-5)
+            np.testing.assert_allclose(t["t_log10_p"][two], -t["t"][two] / (2 * math.log(10)),
+                                       rtol=1e-8)
+            one = t["t_dof"] == 1
+            values, vectors = np.linalg.eigh(m[one])
+            along = (vectors[:, :, 1] * u[one]).sum(axis=1)
+            np.testing.assert_allclose(t["t"][one], along**2 / values[:, 1], rtol=1e-4, atol=1e-6)
+            small = one & (t["t"] < 30)
+            p = [math.log10(math.erfc(math.sqrt(x / 2))) for x in t["t"][small]]
+            np.testing.assert_allclose(t["t_log10_p"][small], p, rtol=1e-7, atol=1e-9)
+
+    def test_sums(self):
+        for result, settings, statistics in self.each():
+            t = result.image_points
+            variance = settings["sigma0_prior"]**2
+            squares = ((t["vx"] / t["sx"])**2 + (t["vy"] / t["sy"])**2) * variance
+            np.testing.assert_allclose(squares.sum(), statistics["vtpv_image"], rtol=1e-6)
+            np.testing.assert_allclose(
+                math.sqrt(statistics["vtpv"] / statistics["redundancy"]),
+                statistics["sigma0_posterior"], rtol=1e-9)
+            total = statistics["redundancy_sum"]["total"]
+            self.assertAlmostEqual(total, statistics["redundancy"], delta=1e-6)
+            self.assertAlmostEqual(sum(g["redundancy"] for g in result.groups), total, delta=1e-6)
+            r = t["rx"] + t["ry"]
+            for key, table in (("image", result.images), ("point", result.points)):
+                sums = dict.fromkeys(table["id"], 0.0)
+                for name, value in zip(t[key], r):
+                    sums[name] += value
+                np.testing.assert_allclose(table["redundancy"], list(sums.values()), atol=1e-6)
+            largest = {}
+            for name, wx, wy in zip(t["image"], t["wx"], t["wy"]):
+                largest[name] = max(largest.get(name, 0.0), np.nanmax([0.0, abs(wx), abs(wy)]))
+            np.testing.assert_allclose(result.images["max_w"], list(largest.values()), rtol=1e-8)
+            test = statistics["global_test"]
+            self.assertAlmostEqual(test["statistic"], statistics["vtpv"] / variance, places=6)
+            self.assertEqual(test["passed"], test["lower"] <= test["statistic"] <= test["upper"])
+
+    def test_ellipsoids_and_parameters(self):
+        for result, _, _ in self.each():
+            t = result.points
+            c = np.empty((t.num_rows, 3, 3))
+            for i, a in enumerate("xyz"):
+                c[:, i, i] = t["sd_" + a]**2
+            for i, j, name in ((0, 1, "cov_xy"), (0, 2, "cov_xz"), (1, 2, "cov_yz")):
+                c[:, i, j] = c[:, j, i] = t[name]
+            for axis in "abc":
+                direction = t.array(*(f"axis_{axis}_{k}" for k in "xyz"))
+                np.testing.assert_allclose((direction**2).sum(axis=1), 1.0, rtol=1e-8)
+                turned = np.einsum("nij,nj->ni", c, direction)
+                np.testing.assert_allclose(turned, direction * t["axis_" + axis][:, None]**2,
+                                           atol=1e-6 * np.abs(c).max())
+            self.assertTrue((t["axis_a"] >= t["axis_b"]).all())
+            self.assertTrue((t["axis_b"] >= t["axis_c"]).all())
+            p = result.parameters
+            free = p["state"] != "fixed"
+            self.assertTrue((p["sd"][free] > 0).all())
+            self.assertTrue((p["sd"][~free] == 0).all() or (~free).sum() == 0)
+
+    def test_correlations_are_listed_by_size(self):
+        for result, settings, statistics in self.each():
+            t = result.tables["correlations"]
+            r = np.abs(t["r"])
+            self.assertTrue((r[:-1] >= r[1:]).all())
+            self.assertTrue((r >= settings["correlation_limit"]).all())
+            counts = {}
+            for kind in t["kind"]:
+                counts[kind] = counts.get(kind, 0) + 1
+            self.assertEqual(counts, {k: n for k, n in statistics["correlations_over_limit"].items()
+                                      if n > 0})
+
+
 class Callbacks(ProjectTest):
     def test_progress_goes_through_the_stages(self):
         seen = []
