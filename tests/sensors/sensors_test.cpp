@@ -72,10 +72,13 @@ TEST(ImageCoords, AreWritten) {
 TEST(ObjectPoint, RoleFollowsStandardDeviations) {
   const double beyond = std::nextafter(1e30, 1e31);
   for (const double sdev : {1e30, beyond, std::nan("")}) {
-    ObjectPoint point;
-    point.std_devs = {beyond, sdev, beyond};
-    point.classify();
-    EXPECT_EQ(point.type, sdev > 1e30 ? PointType::intersection : PointType::control);
+    for (std::size_t k = 0; k < 3; ++k) {
+      ObjectPoint point;
+      point.std_devs = {beyond, beyond, beyond};
+      point.std_devs[k] = sdev;
+      point.classify();
+      EXPECT_EQ(point.type, sdev > 1e30 ? PointType::intersection : PointType::control) << k;
+    }
   }
 }
 
