@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "driver/bundle_project.h"
+#include "driver/run.h"
 #include "geometry/eo_file.h"
 #include "support/project_test.h"
 
@@ -299,6 +300,12 @@ TEST_F(LargeInput, RefusesNormalEquationsWithoutRoom) {
   EXPECT_EQ(test::run_bundle(dir_.path("strip/pushbroom-strip.ctl")).result, 0);
   const std::string report = dir_.read("strip/pushbroom-strip.out");
   EXPECT_TRUE(report.ends_with(" unknowns do not fit the address space.\n")) << report;
+  // Who looks for the cause does not fill a matrix that has no memory.
+  RunRequest request{.path = dir_.path("strip/pushbroom-strip.ctl")};
+  int diagnoses = 0;
+  request.hear_diagnosis = [&diagnoses](const Diagnosis&) { ++diagnoses; };
+  test::captured_output([&] { EXPECT_EQ(run_project(request).result, 0); });
+  EXPECT_EQ(diagnoses, 0);
 
   // The process goes on.
   dir_.write("strip/position-cor.txt", original);

@@ -45,10 +45,12 @@ bool NormalMatrix::set_structure(NormalStructure structure) {
   const NormalStructure::PointBlocks blocks = structure.point_blocks();
   structure.forget_rays();
   structure_ = std::move(structure);
-  size_ = structure_.num_unknowns();
+  // A matrix without room has no unknowns: nobody takes it for one that can be filled.
+  size_ = 0;
   num_points_ = structure_.num_points();
   lay_out_blocks();
   if (!lay_out_points(blocks) || !lay_out_pairs()) return false;
+  size_ = structure_.num_unknowns();
   zero();
   return true;
 }
