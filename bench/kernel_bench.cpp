@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <fstream>
+#include <string>
 #include <vector>
 
+#include "base/cache_size.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/linalg/tile_inverse.h"
 #include "lsq/linalg/tile_matrix.h"
@@ -21,6 +24,23 @@ namespace {
 double element(std::int32_t i, std::int32_t j) {
   return 1.0 / (1.0 + std::abs(i - j)) + (i == j ? 2.0 : 0.0);
 }
+
+// The name that the system gives the processor.
+std::string processor() {
+  std::ifstream info("/proc/cpuinfo");
+  for (std::string line; std::getline(info, line);) {
+    if (line.starts_with("model name")) return line.substr(line.find(':') + 2);
+  }
+  return "unknown";
+}
+
+// Which processor a figure belongs to stands above the figures.
+[[maybe_unused]] const bool told_processor = [] {
+  benchmark::AddCustomContext("processor", processor());
+  benchmark::AddCustomContext("second-level cache that blocks are made for [KiB]",
+                              std::to_string(vorn::second_level_cache() / 1024));
+  return true;
+}();
 
 void report_flops(benchmark::State& state, double flops) {
   state.counters["flop/s"] =
