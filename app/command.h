@@ -7,12 +7,12 @@ namespace vorn::app {
 
 // How the command ends.
 enum ExitStatus : int {
-  kSuccess = 0,        // for a run: completed and converged
-  kFailed = 1,         // no results, or not all of them could be written
-  kWrongUsage = 2,     // nothing was tried
-  kNotConverged = 3,   // completed: results are there, but the iterations ended too early, or the
-                       // figures of quality that were asked for do not exist
-  kInterrupted = 130,  // stopped by an interrupt; as shells show it
+  kSuccess = 0,       // for a run: completed and converged
+  kFailed = 1,        // no results, or not all of them could be written
+  kWrongUsage = 2,    // nothing was tried
+  kNotConverged = 3,  // completed: results are there, but the iterations ended too early, or the
+                      // figures of quality that were asked for do not exist
+  kInterrupted = 4,   // completed early, at an interrupt: results of the iterations there were
 };
 
 // One command of `vorn`. Each stands in a file of its own; `main.cpp` has the table.

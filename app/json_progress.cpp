@@ -22,13 +22,14 @@ namespace {
 
 constexpr char kInterruptedLine[] = "{\"event\":\"end\",\"status\":\"interrupted\"}\n";
 
-std::string_view ending_word(const RunSummary& summary, ExitStatus status) {
-  if (summary.stopped) return "interrupted";
+std::string_view ending_word(ExitStatus status) {
   switch (status) {
     case kSuccess:
       return "converged";
     case kNotConverged:
       return "not_converged";
+    case kInterrupted:
+      return "interrupted";
     default:
       return "failed";
   }
@@ -139,10 +140,9 @@ class JsonView final : public ProgressView {
                    ExitStatus status) override {
     tell_messages();
     JsonLine line("end");
-    line.put("status", ending_word(summary, status))
-        .put("exit_status", static_cast<std::int32_t>(status));
+    line.put("status", ending_word(status)).put("exit_status", static_cast<std::int32_t>(status));
     line.put("iterations", summary.iterations);
-    if (status == kSuccess || status == kNotConverged) {
+    if (summary.result == 1 && summary.failures.empty()) {
       line.put("sigma0", summary.sigma0).put("redundancy", summary.redundancy);
       line.put("files", files);
     } else if (summary.started) {

@@ -78,7 +78,8 @@ ExitStatus run_command(std::vector<std::string> arguments) {
   parser.require_subcommand(1);
   parser.footer(
       "vorn PROJECT adjusts, too. Exit status: 0 converged, 1 failed, 2 wrong usage, 3 finished "
-      "without convergence or without the figures of quality that were asked for.");
+      "without convergence or without the figures of quality that were asked for, 4 finished early "
+      "at Ctrl-C.");
   std::vector<std::unique_ptr<Command>> commands;
   std::vector<CLI::App*> parsers;
   for (const CommandRow& row : kCommands) {
@@ -135,6 +136,5 @@ int main(int argc, char** argv) {
     error_output() << "vorn: " << error.what() << '\n';
   }
   status = app::checked_console(status);
-  if (status == app::kInterrupted) app::end_by_interrupt();
   return status;
 }

@@ -45,11 +45,10 @@ void print_diagnosis(const RunSummary& summary, const RunRequest& request,
 void print_interruption(const RunSummary& summary) {
   error_output() << "vorn: interrupted after " << summary.iterations
                  << (summary.iterations == 1 ? " iteration" : " iterations")
-                 << "; earlier results are as they were; the report of this run: "
-                 << summary.files.failed << '\n';
+                 << ", which the results are of\n";
 }
 
-// Shows a run, and ends it when somebody interrupts its iterations.
+// Shows a run, and lets it finish with what there is when somebody interrupts its iterations.
 class Watcher final : public RunObserver {
  public:
   Watcher(ProgressView& view, bool verbose) : view_(view), verbose_(verbose) {}
@@ -74,7 +73,7 @@ class Watcher final : public RunObserver {
 
  private:
   static ObserverAnswer answer() {
-    return interrupt_waits() ? ObserverAnswer::stop : ObserverAnswer::go_on;
+    return interrupt_waits() ? ObserverAnswer::finish : ObserverAnswer::go_on;
   }
 
   ProgressView& view_;
@@ -172,13 +171,12 @@ ExitStatus ProjectRun::adjust(ProgressView& view) {
   request.observer = nullptr;
   // The library's own text comes first, whatever the streams are connected to.
   standard_output().flush();
-  if (summary.stopped) {
-    print_interruption(summary);
-    return kInterrupted;
-  }
   print_ending(summary, request, quiet_ || progress_ == ProgressForm::json);
   if (diagnosis) print_diagnosis(summary, request, *diagnosis);
-  return status_of(summary);
+  const ExitStatus status = status_of(summary);
+  if (status != kNotConverged || !interrupt_waits()) return status;
+  print_interruption(summary);
+  return kInterrupted;
 }
 
 }  // namespace vorn::app

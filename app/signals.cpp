@@ -17,12 +17,10 @@
 namespace vorn::app {
 namespace {
 
-// What shells show of a process that an interrupt has ended.
-constexpr int kInterruptStatus = 130;
 constexpr char kLastWords[] = "\n*** ERROR: The run was interrupted by a signal.\n";
 constexpr char kMessage[] = "\nvorn: interrupted; earlier results are as they were\n";
 constexpr char kWaits[] =
-    "\nvorn: the run ends with the running iteration; a second interrupt ends it at once\n";
+    "\nvorn: the running iteration is the last one; a second interrupt ends the run at once\n";
 
 std::atomic<const char*> last_message = nullptr;
 std::atomic<bool> waiting = false;
@@ -76,12 +74,6 @@ void handle_signals() {
 void let_interrupts_wait(bool wait) { waiting = wait; }
 
 bool interrupt_waits() { return interrupted; }
-
-void end_by_interrupt() {
-  std::signal(SIGINT, SIG_DFL);
-  std::raise(SIGINT);
-  std::_Exit(kInterruptStatus);  // where somebody has blocked it
-}
 
 void set_last_message(const char* message) { last_message = message; }
 

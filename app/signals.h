@@ -11,8 +11,6 @@ void handle_signals();
 // process as all do otherwise.
 void let_interrupts_wait(bool wait);
 [[nodiscard]] bool interrupt_waits();
-// Ends the process as the interrupt that has waited would have.
-[[noreturn]] void end_by_interrupt();
 
 // What the handler tells of an end, a line; null for a sentence. The text stays where it is.
 void set_last_message(const char* message);
