@@ -74,10 +74,9 @@ bool check_project(const std::string& control_file, FindingList& findings) {
   check_names(project, findings);
   if (complete) {
     check_plausibility(project, findings);
-    if (!findings.has_errors()) check_network(project, findings);
+    check_network(project, findings);
   }
   check_outputs(full_path, directory, findings);
-  if (complete) forecast(project, findings);
   return true;
 }
 

@@ -23,10 +23,9 @@ class BundleProject;
 void check_names(BundleProject& project, FindingListener& findings);
 // Units, axes and rotations by the residuals of the approximations, and single ones that stand out.
 void check_plausibility(BundleProject& project, FindingList& findings);
-// Rays, and what they leave undetermined.
+// Rays, and what they leave undetermined where the project has no errors; then what the normal
+// equations would take.
 void check_network(BundleProject& project, FindingList& findings);
-// What the normal equations would take.
-void forecast(const BundleProject& project, FindingListener& findings);
 
 // Adds a finding about an object that was read; `key` is what its place is remembered by.
 void add_finding(FindingListener& findings, FindingCode code, RecordPlaces::Key key,

@@ -64,6 +64,7 @@ class Network {
 
 Network::Network(const BundleProject& project) {
   std::unordered_map<std::string_view, std::size_t> place;
+  place.reserve(static_cast<std::size_t>(project.object_points.count()));
   for (const BundleImage& image : project.images) {
     for (const ImagePoint& measured : image.points) {
       const auto [entry, added] = place.try_emplace(measured.id, points_.size());
@@ -556,10 +557,7 @@ bool approximations_are_doubtful(const FindingList& findings) {
   });
 }
 
-}  // namespace
-
-void check_network(BundleProject& project, FindingList& findings) {
-  const Network network(project);
+void check_geometry(const BundleProject& project, const Network& network, FindingList& findings) {
   check_rays(network, findings);
   check_orientations(project, network, findings);
   check_sets(project, network, findings);
@@ -578,8 +576,7 @@ void check_network(BundleProject& project, FindingList& findings) {
   check_ray_angles(network, findings);
 }
 
-void forecast(const BundleProject& project, FindingListener& findings) {
-  const Network network(project);
+void forecast(const BundleProject& project, const Network& network, FindingListener& findings) {
   double points = 0.0;
   double couplings = 0.0;
   for (const Network::Point& point : network.points()) {
@@ -615,6 +612,14 @@ void forecast(const BundleProject& project, FindingListener& findings) {
                     rounded(std::ceil(memory / kMegabyte)) + " MB and " +
                     rounded(std::ceil(operations / kOperationsPerSecond)) + " s per iteration",
                 {}});
+}
+
+}  // namespace
+
+void check_network(BundleProject& project, FindingList& findings) {
+  const Network network(project);
+  if (!findings.has_errors()) check_geometry(project, network, findings);
+  forecast(project, network, findings);
 }
 
 }  // namespace vorn

@@ -9,7 +9,9 @@
 #include <map>
 #include <regex>
 #include <sstream>
+#include <string>
 #include <tuple>
+#include <vector>
 
 #include "support/project_test.h"
 
@@ -34,6 +36,14 @@ class Command : public test::ProjectTest {
     output_ = dir_.read("stdout.txt");
     errors_ = dir_.read("stderr.txt");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  // Puts a project of the tests in place of the synthetic one.
+  void take_project(const std::string& name) {
+    for (const auto& entry : std::filesystem::directory_iterator(
+             std::filesystem::path(VORN_SOURCE_DIR) / "tests/data" / name)) {
+      dir_.write(entry.path().filename().string(), test::file_text(entry.path()));
+    }
   }
 
   std::string output_;
@@ -84,6 +94,63 @@ TEST_F(Command, AdjustsAndSummarises) {
   EXPECT_EQ(run("adjust project.ctl"), 1);
   EXPECT_THAT(output_, HasSubstr("ERROR: Reading camera file failed.\n"));
   EXPECT_THAT(errors_, HasSubstr("failed"));
+}
+
+// Words that cannot be read, and values that mean nothing: the run stops before the iterations and
+// says where they stand; only --lenient goes on.
+TEST_F(Command, StopsAtWhatMeansNothing) {
+  take_project("frame-selfcal");
+  struct Mistake {
+    std::string file, from, to, told;
+    int lenient;
+  };
+  const std::vector<Mistake> mistakes = {
+      {"lspar.txt", "3e-6", "-3e-6", "lspar.txt:1:1: error: sigma 0", 0},
+      {"params.txt", "3 4", "3 4.0", "params.txt:5:3: error: expected a whole number", 0},
+      {"cs.txt", "p4 co", "p4 CO", "cs.txt:3:4: error: unknown role", 1},
+      {"cs.txt", "co xy", "co XY", "cs.txt:3:7: error: unknown coordinates", 0},
+      {"obj.txt", " 0.001 0.001 0.001\np2", " 0.001 -0.001 0.001\np2", "obj.txt:3:8: error: sY", 0},
+      {"camera.txt", "simulated 50", "simulated 0", "camera.txt:1:27: error: c of camera k1", 1},
+      {"crds.txt", "i1 0.001", "i1 0", "crds.txt:1:4: error: the scale factor", 1},
+      {"image.txt", "image-frame i1", "stop-dep image-frame i1", "the project has no image", 1},
+      {"obj.txt", "unseen", "stop-dep\nunseen", "obj.txt:29:1: warning: this is not read", 0},
+  };
+  for (const Mistake& mistake : mistakes) {
+    const std::string text = dir_.read(mistake.file);
+    std::string damaged = text;
+    const std::size_t at = text.find(mistake.from);
+    ASSERT_NE(at, std::string::npos) << mistake.from;
+    dir_.write(mistake.file, damaged.replace(at, mistake.from.size(), mistake.to));
+    const bool warned = mistake.told.find("warning") != std::string::npos;
+    EXPECT_EQ(run("adjust project.ctl"), warned ? 0 : 1) << mistake.told;
+    EXPECT_THAT(errors_, HasSubstr(mistake.told));
+    EXPECT_EQ(run("adjust --lenient project.ctl"), mistake.lenient) << mistake.told;
+    EXPECT_THAT(errors_, HasSubstr(mistake.told));
+    dir_.write(mistake.file, text);
+  }
+}
+
+TEST_F(Command, TakesNoUnreadableNumber) {
+  take_project("frame-selfcal");
+  const std::vector<std::string> forms = {"0,5", "abc", "1.0d0"};
+  const std::regex number(R"x(\s([-+]?[0-9.]+([eE][-+]?[0-9]+)?)(?=\s))x");
+  const std::regex told(R"x(\.txt:[0-9]+:[0-9]+: error: )x");
+  std::size_t count = 0;
+  for (const char* file : {"params.txt", "lspar.txt", "camera.txt", "eo.txt", "ap.txt", "image.txt",
+                           "obj.txt", "cs.txt", "crds.txt"}) {
+    const std::string text = dir_.read(file);
+    for (std::sregex_iterator it(text.begin(), text.end(), number), end; it != end; ++it) {
+      if (++count % 16 != 0) continue;
+      const std::string& form = forms[count / 16 % forms.size()];
+      const auto at = static_cast<std::size_t>(it->position(1));
+      dir_.write(file,
+                 std::string(text).replace(at, static_cast<std::size_t>(it->length(1)), form));
+      EXPECT_EQ(run("adjust --quiet project.ctl"), 1) << file << " at " << at << " " << form;
+      EXPECT_TRUE(std::regex_search(errors_, told)) << errors_;
+    }
+    dir_.write(file, text);
+  }
+  EXPECT_GT(count, 300U);
 }
 
 // The forms of the error stream; a pseudo-terminal where `script` makes one.
