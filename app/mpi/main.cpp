@@ -215,7 +215,8 @@ int run(const std::vector<std::string>& words) {
   const std::optional<RunSummary> summary = try_to_adjust(arguments, processes, last_words);
   print_last_words(last_words, processes);
   if (processes.is_first() && summary) print_ending(*summary, arguments.request, arguments.quiet);
-  print_memory(processes, processes.is_first() && summary && !arguments.quiet);
+  print_memory(processes,
+               processes.is_first() && summary && summary->result == 1 && !arguments.quiet);
   if (!summary) return kFailed;
   return status_of(*summary);
 }

@@ -40,8 +40,11 @@ int solve(BundleProject& project, TextWriter& report, double& seconds) {
       project.solver->solve(project.normal, project.rhs, project.solution, project.markers);
   project.failed_unknown = code > 0 ? code - 1 : -1;
   if (code != 0) {
-    standard_output() << "ATTENTION: BMatrix is >>> not <<< positive definite at row/column "
-                      << code - 1 << '\n';
+    // A solver that shares its work with other processes may not know the row.
+    if (code > 0) {
+      standard_output() << "ATTENTION: BMatrix is >>> not <<< positive definite at row/column "
+                        << code - 1 << '\n';
+    }
     report << "*** ERROR: Solving of normal equations failed.\n";
     return -1;
   }
