@@ -90,8 +90,12 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
                        Diagnosis& diagnosis) {
   const Weakness weakness(system, free_motions);
   list_first(names, weakness.pivots(), diagnosis.smallest_pivots);
-  list_first(names, weakness.tolerances(), diagnosis.smallest_tolerances);
   diagnosis.has_eigenvalues = system.size() <= kMostWithEigenvalues;
+  // Those of a large sound network come with the figures of quality; another inverse costs as much
+  // as theirs.
+  if (has_failed || diagnosis.has_eigenvalues || !weakness.is_regular()) {
+    list_first(names, weakness.tolerances(), diagnosis.smallest_tolerances);
+  }
   const std::vector<StrongCorrelation> strong =
       weakness.correlations(set_unknowns(names, system), kInseparableCorrelation);
   if (weakness.is_regular() && !diagnosis.has_eigenvalues && !has_failed) {
