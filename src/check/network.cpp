@@ -14,17 +14,14 @@
 #include <vector>
 
 #include "check/check.h"
+#include "check/forecast.h"
+#include "check/remaining_network.h"
 #include "driver/bundle_project.h"
 #include "geometry/ext_orientation.h"
 #include "lsq/ls_params.h"
 
 namespace vorn {
 namespace {
-
-constexpr std::size_t kMinRaysPerPoint = 2;
-constexpr std::size_t kMinPointsPerImage = 3;
-
-bool is_free(double std_dev) { return state_of_sd(std_dev) == ParamState::unknown; }
 
 std::string names_of(const std::vector<const BundleImage*>& images) {
   constexpr std::size_t kMost = 5;
@@ -36,63 +33,10 @@ std::string names_of(const std::vector<const BundleImage*>& images) {
   return text;
 }
 
-// What remains of the rays when points and images with too few of them are gone, as a run removes
-// them: first points, then images.
-class Network {
- public:
-  explicit Network(const BundleProject& project);
-
-  struct Point {
-    const ObjectPoint* object = nullptr;  // null: without a record, intersected by the run
-    std::string_view id;
-    std::vector<const BundleImage*> images;
-    bool used = false;
-  };
-  const std::vector<Point>& points() const { return points_; }
-  // Images that keep at least three points.
-  const std::vector<const BundleImage*>& images() const { return images_; }
-  // Images that a run removes, with the number of points left in each.
-  const std::vector<std::pair<const BundleImage*, std::size_t>>& removed() const {
-    return removed_;
-  }
-
- private:
-  std::vector<Point> points_;
-  std::vector<const BundleImage*> images_;
-  std::vector<std::pair<const BundleImage*, std::size_t>> removed_;
-};
-
-Network::Network(const BundleProject& project) {
-  std::unordered_map<std::string_view, std::size_t> place;
-  place.reserve(static_cast<std::size_t>(project.object_points.count()));
-  for (const BundleImage& image : project.images) {
-    for (const ImagePoint& measured : image.points) {
-      const auto [entry, added] = place.try_emplace(measured.id, points_.size());
-      if (added) points_.push_back({project.object_points.find(measured.id), measured.id, {}});
-      points_[entry->second].images.push_back(&image);
-    }
-  }
-  std::unordered_map<const BundleImage*, std::size_t> left;
-  for (Point& point : points_) {
-    const bool held = point.object != nullptr && !is_free(point.object->std_devs[0]) &&
-                      !is_free(point.object->std_devs[1]) && !is_free(point.object->std_devs[2]);
-    point.used = point.images.size() >= kMinRaysPerPoint || (project.options.single_ray && held);
-    if (!point.used) continue;
-    for (const BundleImage* image : point.images) ++left[image];
-  }
-  for (const BundleImage& image : project.images) {
-    if (left[&image] >= kMinPointsPerImage) {
-      images_.push_back(&image);
-    } else if (image.count_points() > 0) {
-      removed_.emplace_back(&image, left[&image]);
-    }
-  }
-}
-
 // ---- rays --------------------------------------------------------------------------------------
 
-void check_rays(const Network& network, FindingListener& findings) {
-  for (const Network::Point& point : network.points()) {
+void check_rays(const RemainingNetwork& network, FindingListener& findings) {
+  for (const RemainingNetwork::Point& point : network.points()) {
     if (point.used) continue;
     const BundleImage& image = *point.images.front();
     // A point that no file gives coordinates stands where it was measured.
@@ -127,7 +71,8 @@ std::vector<std::string> effects_of(const APSet& set) {
   return effects;
 }
 
-void check_sets(const BundleProject& project, const Network& network, FindingListener& findings) {
+void check_sets(const BundleProject& project, const RemainingNetwork& network,
+                FindingListener& findings) {
   std::map<const Camera*, std::map<std::string, const APSet*>> effects;
   for (const APSet& set : project.ap_sets) {
     const Camera* const camera = project.cameras.find(set.camera_id);
@@ -157,7 +102,7 @@ void check_sets(const BundleProject& project, const Network& network, FindingLis
   }
 }
 
-void check_orientations(const BundleProject& project, const Network& network,
+void check_orientations(const BundleProject& project, const RemainingNetwork& network,
                         FindingListener& findings) {
   for (const ImageGeometry& geometry : project.image_geometries) {
     if (!geometry.used) continue;  // a run removes it
@@ -180,7 +125,7 @@ void check_orientations(const BundleProject& project, const Network& network,
 // A correction holds what its orientations leave fixed; `first` is the first of the three
 // parameters that it corrects.
 template <class Correction>
-void check_corrections(const Network& network, const OwnedList<Correction>& list,
+void check_corrections(const RemainingNetwork& network, const OwnedList<Correction>& list,
                        std::string_view type, std::int32_t first, const auto& held_by,
                        FindingListener& findings) {
   for (const Correction& correction : list) {
@@ -274,7 +219,7 @@ struct Component {
   std::vector<const ObjectPoint*> points;
 };
 
-std::vector<Component> components_of(const Network& network) {
+std::vector<Component> components_of(const RemainingNetwork& network) {
   std::unordered_map<const BundleImage*, std::size_t> number;
   for (const BundleImage* image : network.images()) number.emplace(image, number.size());
   std::vector<std::size_t> parent(number.size());
@@ -283,7 +228,7 @@ std::vector<Component> components_of(const Network& network) {
     while (parent[i] != i) i = parent[i] = parent[parent[i]];
     return i;
   };
-  for (const Network::Point& point : network.points()) {
+  for (const RemainingNetwork::Point& point : network.points()) {
     if (!point.used) continue;
     std::size_t first = parent.size();
     for (const BundleImage* image : point.images) {
@@ -304,7 +249,7 @@ std::vector<Component> components_of(const Network& network) {
     if (added) components.emplace_back();
     components[entry->second].images.push_back(image);
   }
-  for (const Network::Point& point : network.points()) {
+  for (const RemainingNetwork::Point& point : network.points()) {
     if (!point.used || point.object == nullptr) continue;
     for (const BundleImage* image : point.images) {
       const auto found = number.find(image);
@@ -453,7 +398,7 @@ std::string open_motions(const HeldMotions& held) {
   return text;
 }
 
-void check_datum(const Network& network, FindingListener& findings) {
+void check_datum(const RemainingNetwork& network, FindingListener& findings) {
   const std::vector<Component> components = components_of(network);
   for (const Component& component : components) {
     const HeldMotions held = held_motions(component, frame_of(held_places(component)));
@@ -481,11 +426,11 @@ void check_datum(const Network& network, FindingListener& findings) {
 // ---- weak geometry -----------------------------------------------------------------------------
 
 // Control that nearly lies on a line, where nothing else holds the turn about it.
-void check_control_line(const BundleProject& project, const Network& network,
+void check_control_line(const BundleProject& project, const RemainingNetwork& network,
                         FindingListener& findings) {
   constexpr double kThin = 0.01;  // width by length
   std::vector<const ObjectPoint*> control;
-  for (const Network::Point& point : network.points()) {
+  for (const RemainingNetwork::Point& point : network.points()) {
     if (point.used && point.object != nullptr && point.object->has_coords &&
         point.object->type == PointType::control) {
       control.push_back(point.object);
@@ -519,9 +464,9 @@ void check_control_line(const BundleProject& project, const Network& network,
 }
 
 // Points whose rays are all nearly parallel.
-void check_ray_angles(const Network& network, FindingListener& findings) {
+void check_ray_angles(const RemainingNetwork& network, FindingListener& findings) {
   constexpr double kParallel = 0.003;  // sine of the largest angle between two rays
-  for (const Network::Point& point : network.points()) {
+  for (const RemainingNetwork::Point& point : network.points()) {
     if (!point.used || point.object == nullptr || !point.object->has_coords) continue;
     const ObjectPoint& object = *point.object;
     if (!is_free(object.std_devs[0]) && !is_free(object.std_devs[1]) &&
@@ -557,7 +502,8 @@ bool approximations_are_doubtful(const FindingList& findings) {
   });
 }
 
-void check_geometry(const BundleProject& project, const Network& network, FindingList& findings) {
+void check_geometry(const BundleProject& project, const RemainingNetwork& network,
+                    FindingList& findings) {
   check_rays(network, findings);
   check_orientations(project, network, findings);
   check_sets(project, network, findings);
@@ -576,50 +522,12 @@ void check_geometry(const BundleProject& project, const Network& network, Findin
   check_ray_angles(network, findings);
 }
 
-void forecast(const BundleProject& project, const Network& network, FindingListener& findings) {
-  double points = 0.0;
-  double couplings = 0.0;
-  for (const Network::Point& point : network.points()) {
-    if (!point.used) continue;
-    points += 1.0;
-    couplings += static_cast<double>(point.images.size());
-  }
-  double reduced = 0.0;
-  for (const ImageGeometry& geometry : project.image_geometries) {
-    if (geometry.used) reduced += geometry.num_values();
-  }
-  for (const APSet& set : project.ap_sets) reduced += set.num_ap();
-  for (const auto& correction : project.pos_corrections)
-    reduced += correction.polynomial.num_values();
-  for (const auto& correction : project.att_corrections)
-    reduced += correction.polynomial.num_values();
-  // Upper bounds: the reduced matrix as if all images met, six coupled unknowns per ray.
-  constexpr double kBytes = 8.0;
-  constexpr double kMegabyte = 1e6;
-  constexpr double kOperationsPerSecond = 2e9;  // of a slow core
-  const double memory = kBytes * (reduced * reduced / 2.0 + 18.0 * couplings + 12.0 * points);
-  const double operations = reduced * reduced * reduced / 3.0 + 600.0 * couplings;
-  const auto rounded = [](double value) {
-    return std::to_string(static_cast<std::int64_t>(value));
-  };
-  findings.add({FindingCode::memory,
-                {},
-                0,
-                0,
-                {},
-                rounded(3.0 * points + reduced) + " unknowns (" + rounded(points) +
-                    " object points, reduced system " + rounded(reduced) + "), at most about " +
-                    rounded(std::ceil(memory / kMegabyte)) + " MB and " +
-                    rounded(std::ceil(operations / kOperationsPerSecond)) + " s per iteration",
-                {}});
-}
-
 }  // namespace
 
 void check_network(BundleProject& project, FindingList& findings) {
-  const Network network(project);
+  const RemainingNetwork network(project);
   if (!findings.has_errors()) check_geometry(project, network, findings);
-  forecast(project, network, findings);
+  add_forecast(project, network, findings);
 }
 
 }  // namespace vorn
