@@ -419,4 +419,10 @@ std::unique_ptr<APSet> make_ap_set(Keyword keyword) {
   return nullptr;
 }
 
+std::vector<std::string_view> ap_model_keywords() {
+  std::vector<std::string_view> keywords;
+  for (const ModelRow& row : kModels) keywords.push_back(row.make()->get_keyword());
+  return keywords;
+}
+
 }  // namespace vorn

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
+#include <vector>
 
 #include "calibration/ap_set.h"
 #include "text/keywords.h"
@@ -22,5 +24,7 @@ class APSetP : public APSet {
 // An empty set of one of the nine models, the one that a keyword of the AP-set file names; null for
 // any other keyword.
 std::unique_ptr<APSet> make_ap_set(Keyword keyword);
+// The keywords of the nine models.
+std::vector<std::string_view> ap_model_keywords();
 
 }  // namespace vorn

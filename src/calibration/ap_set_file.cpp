@@ -1,4 +1,3 @@
-#include <array>
 #include <memory>
 #include <string_view>
 
@@ -14,16 +13,9 @@ int read_ap_set_file(TokenReader& in, OwnedList<APSet>& sets) {
         in.begin_record({"ap-set"});
         std::unique_ptr<APSet> set = make_ap_set(lookup_keyword(word));
         if (!set) {
-          constexpr std::array<std::string_view, 9> kModels = {"gap",
-                                                               "australis",
-                                                               "p12",
-                                                               "p44",
-                                                               "inner-or",
-                                                               "radial-dist",
-                                                               "decentering-dist",
-                                                               "in-plane-dist",
-                                                               "out-of-plane-dist"};
-          report_unknown_word(in, word, "model of additional parameters", kModels);
+          if (in.listens()) {
+            report_unknown_word(in, word, "model of additional parameters", ap_model_keywords());
+          }
           return reading_failed("ERROR: Read AP set: Unknown type: ", word, '\n');
         }
         // A set that ends too early is filled with zeros; those who look for mistakes go on behind

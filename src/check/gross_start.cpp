@@ -101,13 +101,14 @@ class GrossErrors {
         gather(intersected);
       } while (removed_.size() < kMostListed && take_worst_image());
     }
-    if (rays_.empty() || extent_ == 0.0) return;
+    if (!stands_out_ || extent_ == 0.0) return;
     if (report_points()) return;
     report_measurements();
   }
 
  private:
-  // The rays of the images that are left, and their residuals.
+  // The rays of the images that are left, and their residuals. Where no residual is beyond the
+  // limit nothing stands out, and the residuals need no sorting by images and points.
   void gather(bool intersected) {
     rays_.clear();
     if (intersected) rays_ = intersected_rays(project_, removed_);
@@ -118,6 +119,8 @@ class GrossErrors {
     for (const StartRay& ray : rays_) residuals_.push_back(residual(ray));
     extent_ = extent_of(rays_);
     limit_ = std::max(kStandsOut * median(residuals_), kVisible * extent_);
+    stands_out_ =
+        std::any_of(residuals_.begin(), residuals_.end(), [this](double r) { return r > limit_; });
   }
 
   template <class Key, class KeyOf>
@@ -135,6 +138,7 @@ class GrossErrors {
   }
 
   bool take_worst_image() {
+    if (!stands_out_) return false;
     const auto groups = residuals_by<const BundleImage*>([](const StartRay& r) { return r.image; });
     if (groups.size() < kFewest) return false;
     const BundleImage* worst = nullptr;
@@ -233,6 +237,7 @@ class GrossErrors {
   std::vector<double> residuals_;
   double extent_ = 0.0;
   double limit_ = 0.0;
+  bool stands_out_ = false;
 };
 
 }  // namespace

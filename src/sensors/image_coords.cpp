@@ -20,7 +20,6 @@ constexpr NumberFormat kStdDev = fixed(4, 8);
 constexpr NumberFormat kFactor = general();
 constexpr int kIdWidth = 8;
 
-constexpr std::size_t kWordsPerPoint = 5;
 constexpr Quantity kPoint[] = {{"x"}, {"y"}};
 constexpr Quantity kPointStdDevs[] = {{"sx", Range::positive}, {"sy", Range::positive}};
 
@@ -61,7 +60,7 @@ bool report_missing_factor(TokenReader& in) {
   while (next.read_word(word)) {
     if (count++ == 0) first = word;
   }
-  if (count != kWordsPerPoint) return false;
+  if (count != kWordsPerImagePoint) return false;
   in.report(FindingCode::value_missing, first,
             "the scale factor of " + describe(in.subject()) + " is missing before " + quoted(first),
             "write it behind the identifier of the image: 0.001 for mm, 1 for pixels");
@@ -116,7 +115,7 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
   };
   const auto begins_point = [&](std::string_view record, std::string_view next) {
     // The next block stands where the end word of this one is missing.
-    return !is_head(in, record) && may_begin_record(in, record, next, kWordsPerPoint);
+    return !is_head(in, record) && may_begin_record(in, record, next, kWordsPerImagePoint);
   };
   return read_records(in, EndWords::keyword_or_minus_one, read_point, begins_point) == 1;
 }

@@ -16,7 +16,6 @@ namespace vorn {
 namespace {
 
 constexpr std::size_t kWordsPerHead = 2;  // of a block: the image and the scale factor
-constexpr std::size_t kWordsPerPoint = 5;
 
 // Behind the name of an image that does not exist, when the listener wants what follows: passes
 // over the block, or reads it for its mistakes where images are known to be lacking.
@@ -24,7 +23,7 @@ bool pass_over_block(TokenReader& in, std::string_view image_id) {
   if (!in.goes_on()) return false;
   in.pass_over_record();
   if (!has_reason_to_report(in, "image")) {
-    report_broken_lines(in, kWordsPerPoint, "point", [](std::string_view) { return false; });
+    report_broken_lines(in, kWordsPerImagePoint, "point", [](std::string_view) { return false; });
     BundleImage unknown;
     unknown.id = image_id;
     return Camera().read_image_coords(in, unknown);
@@ -74,7 +73,7 @@ int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images) 
       if (pass_over_block(in, word)) return 1;
       return reading_failed("ERROR: BundleImage ", word, " not found.\n");
     }
-    report_broken_lines(in, kWordsPerPoint, "point", begins_block);
+    report_broken_lines(in, kWordsPerImagePoint, "point", begins_block);
     if (!image->camera->read_image_coords(in, *image)) {
       return reading_failed("ERROR: BundleImage ", word, " read image coords. failed.\n");
     }

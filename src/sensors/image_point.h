@@ -1,10 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace vorn {
 
 class ObjectPoint;
+
+// Words of the record of an image point: its identifier, x, y and their standard deviations.
+inline constexpr std::size_t kWordsPerImagePoint = 5;
 
 // One measured image point, in the measuring system of its camera: metres for frame cameras, pixels
 // for CCD and pushbroom cameras.

@@ -131,7 +131,7 @@ char* TextWriter::reserve(std::size_t count) {
 }
 
 TextWriter& TextWriter::operator<<(std::string_view text) {
-  if (stream_ == nullptr && captured_ == nullptr) return *this;
+  if (discards()) return *this;
   while (!text.empty()) {
     const std::size_t count = text.size() < kCapacity ? text.size() : kCapacity;
     std::memcpy(reserve(count), text.data(), count);
@@ -142,14 +142,14 @@ TextWriter& TextWriter::operator<<(std::string_view text) {
 }
 
 TextWriter& TextWriter::operator<<(char c) {
-  if (stream_ == nullptr && captured_ == nullptr) return *this;
+  if (discards()) return *this;
   *reserve(1) = c;
   ++used_;
   return *this;
 }
 
 TextWriter& TextWriter::operator<<(const FormattedNumber& number) {
-  if (stream_ == nullptr && captured_ == nullptr) return *this;
+  if (discards()) return *this;
   char* const out = reserve(static_cast<std::size_t>(max_length(number.format)));
   used_ += static_cast<std::size_t>(write_number(out, number.value, number.format) - out);
   return *this;
@@ -168,14 +168,14 @@ TextWriter& TextWriter::operator<<(std::int32_t value) { return *this << std::in
 TextWriter& TextWriter::operator<<(std::uint32_t value) { return *this << std::uint64_t{value}; }
 
 TextWriter& TextWriter::operator<<(std::int64_t value) {
-  if (stream_ == nullptr && captured_ == nullptr) return *this;
+  if (discards()) return *this;
   char* const out = reserve(kIntegerLength);
   used_ += static_cast<std::size_t>(std::to_chars(out, out + kIntegerLength, value).ptr - out);
   return *this;
 }
 
 TextWriter& TextWriter::operator<<(std::uint64_t value) {
-  if (stream_ == nullptr && captured_ == nullptr) return *this;
+  if (discards()) return *this;
   char* const out = reserve(kIntegerLength);
   used_ += static_cast<std::size_t>(std::to_chars(out, out + kIntegerLength, value).ptr - out);
   return *this;

@@ -75,6 +75,7 @@ class TextWriter {
 
  private:
   bool take(std::FILE* stream);
+  bool discards() const { return stream_ == nullptr && captured_ == nullptr; }
   char* reserve(std::size_t count);
   void drain();
   void write(const char* text, std::size_t size);

@@ -96,6 +96,20 @@ TEST(APModels, DerivativesByHandAndCorrectionsOfThem) {
   EXPECT_EQ(make_ap_set(Keyword::ap_set), nullptr);
 }
 
+// Nine models, each made by its own keyword and by no other word.
+TEST(APModels, KeywordsMakeTheirModels) {
+  const std::vector<std::string_view> keywords = ap_model_keywords();
+  EXPECT_EQ(keywords.size(), 9U);
+  for (const std::string_view keyword : keywords) {
+    const std::unique_ptr<APSet> set = make_ap_set(lookup_keyword(keyword));
+    ASSERT_NE(set, nullptr) << keyword;
+    EXPECT_EQ(set->get_keyword(), keyword);
+  }
+  for (const char* other : {"camera-frame", "stop-dep", "GAP", ""}) {
+    EXPECT_EQ(make_ap_set(lookup_keyword(other)), nullptr) << other;
+  }
+}
+
 // The sets of tests/data/effect-grids, of a camera of 100 mm with a format of 200 mm x 100 mm.
 TEST(APSet, BindsToItsCameraAndPrintsItsEffects) {
   const std::string folder = VORN_SOURCE_DIR "/tests/data/effect-grids/";

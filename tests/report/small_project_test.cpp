@@ -77,6 +77,20 @@ TEST_F(SmallProject, SingleRaysNeedThreeObservedCoordinatesAndTheirOption) {
   EXPECT_THAT(images, HasSubstr("I1: 3\nI2: 2 -> removed\nI3: 2 -> removed\nI4: 0 -> removed\n"));
 }
 
+// A slot that is empty ends neither the listing nor the check.
+TEST_F(SmallProject, ChecksImagesBehindRemovedOnes) {
+  project_.images.remove(0);
+  const std::string images =
+      written_text([&](TextWriter& out) { project_.check_rays_per_image(&out); });
+  EXPECT_THAT(images, HasSubstr("I4: 0 -> removed\n"));
+  EXPECT_EQ(project_.images.find("I4"), nullptr);
+  ASSERT_EQ(project_.removed_objects.size(), 1U);
+  EXPECT_EQ(project_.removed_objects[0].id, "I4");
+  EXPECT_EQ(project_.removed_objects[0].reason, RemovalReason::too_few_points);
+  EXPECT_EQ(project_.removed_objects[0].count, 0);
+  EXPECT_EQ(project_.images.count(), 2);
+}
+
 TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
   const auto section = [&] {
     return written_text([&](TextWriter& out) { project_.print_residuals(out); });

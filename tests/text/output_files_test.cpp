@@ -119,6 +119,28 @@ INSTANTIATE_TEST_SUITE_P(Modes, OutputFilesTest,
                          testing::Values(OutputMode::in_place, OutputMode::replaced,
                                          OutputMode::discarded));
 
+// A captured text takes what a file would get, whether there is a file or not, and only meanwhile.
+TEST(TextWriter, CapturesWithAndWithoutAFile) {
+  const test::TempDir dir;
+  for (const bool with_file : {false, true}) {
+    TextWriter out;
+    if (with_file) {
+      ASSERT_TRUE(out.open(dir.path("text")));
+    }
+    std::string captured;
+    out << "before ";
+    out.capture(&captured);
+    out << "a" << ' ' << std::int64_t{-1} << ' ' << std::uint64_t{2} << ' ' << fixed(2)(0.5);
+    out.capture(nullptr);
+    out << "after";
+    out.close();
+    EXPECT_EQ(captured, "a -1 2 0.50");
+    if (with_file) {
+      EXPECT_EQ(dir.read("text"), "before after");
+    }
+  }
+}
+
 TEST(CsvField, QuotesWhereItMust) {
   const auto field = [](std::string_view text) {
     std::ostringstream out;
