@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "app/command.h"
-#include "check/check.h"
+#include "app/silent_check.h"
 #include "driver/paths.h"
 #include "text/text_writer.h"
 
@@ -17,12 +17,6 @@
 
 namespace vorn::app {
 namespace {
-
-#ifdef _WIN32
-constexpr const char* kNullDevice = "NUL";
-#else
-constexpr const char* kNullDevice = "/dev/null";
-#endif
 
 void print_text(TextWriter& out, const FindingList& list) {
   for (const Finding& finding : list.findings()) print_finding(out, finding);
@@ -114,19 +108,12 @@ class CheckCommand final : public Command {
       return kWrongUsage;
     }
 #endif
-    TextWriter out(stdout);
-    TextWriter err(stderr);
-    // What readers and projections print would stand between the findings, which say the same.
-    static_cast<void>(standard_output().open(kNullDevice));
-    static_cast<void>(error_output().open(kNullDevice));
     FindingList findings;
-    if (!check_project(project_, findings)) {
-      err << "vorn check: cannot open the control file: " << printable(project_) << '\n';
-      err.flush();
+    if (!check_silently(project_, findings)) {
+      error_output() << "vorn check: cannot open the control file: " << printable(project_) << '\n';
       return kWrongUsage;
     }
-    print(out, findings);
-    out.flush();
+    print(standard_output(), findings);
     return findings.has_errors() ? kFailed : kSuccess;
   }
 

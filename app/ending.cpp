@@ -103,21 +103,10 @@ void print_not_converged(const RunSummary& summary) {
   err << '\n';
 }
 
-void print_non_finite(const NonFiniteValue& value) {
-  TextWriter& err = error_output();
-  err << "vorn: the numbers cease to be finite in iteration " << value.iteration;
-  if (value.image.empty()) {
-    err << ": the corrections themselves\n";
-  } else {
-    err << ", first at point " << value.point << " in image " << value.image << '\n';
-  }
-}
-
 void print_lost(const std::vector<LostObject>& lost) {
   TextWriter& err = error_output();
   for (std::size_t i = 0; i < std::min(lost.size(), kMaxNamed); ++i) {
-    err << "vorn: too few measurements are left for " << lost[i].kind << ' ' << lost[i].id
-        << ": remove its record from the file of " << lost[i].keyword << ", or measure more\n";
+    err << "vorn: " << in_words(lost[i]) << '\n';
   }
   if (lost.size() > kMaxNamed) {
     err << "vorn: and for " << static_cast<std::uint64_t>(lost.size() - kMaxNamed) << " others\n";
@@ -126,7 +115,9 @@ void print_lost(const std::vector<LostObject>& lost) {
 
 void print_failed(const RunSummary& summary) {
   TextWriter& err = error_output();
-  if (summary.ending.non_finite.iteration != 0) print_non_finite(summary.ending.non_finite);
+  if (summary.ending.non_finite.iteration != 0) {
+    err << "vorn: " << in_words(summary.ending.non_finite) << '\n';
+  }
   print_lost(summary.ending.lost);
   if (!summary.started) {
     err << "vorn: the control file cannot be read\n";
@@ -146,6 +137,18 @@ void print_failures(const RunSummary& summary) {
 }
 
 }  // namespace
+
+std::string in_words(const NonFiniteValue& value) {
+  const std::string when =
+      "the numbers cease to be finite in iteration " + std::to_string(value.iteration);
+  if (value.image.empty()) return when + ": the corrections themselves";
+  return when + ", first at point " + value.point + " in image " + value.image;
+}
+
+std::string in_words(const LostObject& lost) {
+  return "too few measurements are left for " + lost.kind + ' ' + lost.id +
+         ": remove its record from the file of " + lost.keyword + ", or measure more";
+}
 
 void print_ending(const RunSummary& summary, const RunRequest& request, bool quiet) {
   print_failures(summary);

@@ -12,6 +12,10 @@ namespace vorn::app {
 // files there are; or why it failed. `quiet` leaves out what went well.
 void print_ending(const RunSummary& summary, const RunRequest& request, bool quiet);
 
+// What made a run fail: a clause that starts with a small letter.
+[[nodiscard]] std::string in_words(const NonFiniteValue& value);
+[[nodiscard]] std::string in_words(const LostObject& lost);
+
 // The files that the request makes a run write.
 [[nodiscard]] std::vector<std::string> files_of(const RunSummary& summary,
                                                 const RunRequest& request);

@@ -241,8 +241,6 @@ void write_diagnosis(JsonWriter& json, const Diagnosis* diagnosis) {
 
 void write_head(JsonWriter& json, const QualityResults& results) {
   write_document_head(json, "vorn-quality", results);
-  constexpr std::string_view kStatus[] = {"converged", "not_converged", "failed"};
-  json.key("status").text(kStatus[static_cast<std::size_t>(results.status)]);
   if (results.status == RunStatus::failed) json.key("message").text(results.message);
 }
 

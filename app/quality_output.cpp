@@ -1,5 +1,6 @@
 #include "app/quality_output.h"
 
+#include <cctype>
 #include <cstddef>
 #include <cstdio>
 #include <map>
@@ -7,9 +8,12 @@
 #include <string_view>
 
 #include "app/diagnosis_text.h"
+#include "app/ending.h"
 #include "app/report_page/page.h"
+#include "app/silent_check.h"
 #include "driver/bundle_project.h"
 #include "driver/paths.h"
+#include "quality/adjusted_values.h"
 #include "quality/diagnosis.h"
 #include "quality/result_findings.h"
 #include "quality/text_reports.h"
@@ -25,18 +29,23 @@ const std::map<std::string, TableForm> kTableForms = {
 
 constexpr std::size_t kHeadOfDocument = 4096;  // the status stands in it
 
-// What a failed run comes to, in a sentence.
-std::string failure_of(const Diagnosis& diagnosis) {
+// What a network comes to that cannot be adjusted, in a sentence.
+std::string failure_of_network(const Diagnosis& diagnosis) {
   if (diagnosis.has_errors()) return diagnosis.findings.front().message;
   return "The iterations failed; at the approximate values the network is sound.";
 }
 
-// Whether a document of an earlier run is there that speaks of results.
-bool tells_of_results(const std::string& document) {
+std::string sentence(std::string clause) {
+  clause.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(clause.front())));
+  return clause + '.';
+}
+
+// Whether a document or page of an earlier run is there that speaks of results. A file that says
+// nothing of a failure is taken for one.
+bool tells_of_results(const std::string& file, std::size_t head = std::string_view::npos) {
   FileText text;
-  return text.load(document) &&
-         text.view().substr(0, kHeadOfDocument).find("\"status\": \"failed\"") ==
-             std::string_view::npos;
+  return text.load(file) &&
+         text.view().substr(0, head).find("\"status\": \"failed\"") == std::string_view::npos;
 }
 
 template <class Print>
@@ -99,7 +108,7 @@ void QualityOutput::ask_for_page(std::string file) { page_ = std::move(file); }
 ExitStatus QualityOutput::run(ProjectRun& project) {
   if (!attach(project)) return kFailed;
   const ExitStatus status = project.run();
-  return finish(status, project.summary);
+  return finish(status, project);
 }
 
 bool QualityOutput::attach(ProjectRun& run) {
@@ -124,7 +133,11 @@ bool QualityOutput::attach(ProjectRun& run) {
   if (!read_datum()) return false;
   // The run changes the current directory.
   if (!suggestions_.empty()) suggestions_ = absolute_path(suggestions_);
-  if (!page_.empty()) page_ = absolute_path(page_);
+  if (!page_.empty()) {
+    page_ = absolute_path(page_);
+    // The run says itself when there is no control file.
+    static_cast<void>(check_silently(request.path, checked_));
+  }
   const PathParts parts = split_path(absolute_path(request.path));
   base_ = parts.drive + parts.directory + parts.base;
   control_file_ = parts.base + (parts.extension.empty() ? "" : '.' + parts.extension);
@@ -147,6 +160,11 @@ DocumentFiles QualityOutput::failed_document() const {
   return files;
 }
 
+std::string QualityOutput::failed_page() const {
+  const std::size_t dot = page_.rfind('.');
+  return page_.substr(0, dot) + ".failed" + page_.substr(dot);
+}
+
 std::vector<std::string> QualityOutput::paths() const {
   std::vector<std::string> paths;
   if (json_) {
@@ -157,6 +175,7 @@ std::vector<std::string> QualityOutput::paths() const {
   for (const std::string& path : {suggestions_, page_}) {
     if (!path.empty()) paths.push_back(path);
   }
+  if (!page_.empty()) paths.push_back(failed_page());
   return paths;
 }
 
@@ -195,7 +214,7 @@ void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
   results.control_file = control_file_;
   if (condemned) {
     results.status = RunStatus::failed;
-    results.message = failure_of(*diagnosis);
+    results.message = failure_of_network(*diagnosis);
   }
   if (needs_figures() && !diagnosis) diagnosis = diagnose(project);
   if (results.has_figures) add_result_findings(results, *diagnosis);
@@ -208,10 +227,7 @@ void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
   }
   const Diagnosis* const found = diagnosis ? &*diagnosis : nullptr;
   if (quality_) write_texts(results, *diagnosis, outputs);
-  if (!page_.empty()) {
-    const PageInput input{results, found, ending_of(results), {}, {}};
-    write_file(outputs, page_, [&](TextWriter& out) { write_page(out, input); });
-  }
+  if (!page_.empty()) write_page_of(results, found, project.removed_objects, page_, outputs);
   if (json_) write_quality_document(results, found, document(), outputs);
 }
 
@@ -234,35 +250,66 @@ void QualityOutput::write_texts(const QualityResults& results, const Diagnosis& 
              [&](TextWriter& out) { write_suggested_exclusions(out, results); });
 }
 
-void QualityOutput::write_failure(const std::string& message, const Diagnosis* diagnosis,
-                                  const DocumentFiles& files, OutputFiles& outputs) const {
-  QualityResults results;
-  results.control_file = control_file_;
-  results.message = message;
-  write_quality_document(results, diagnosis, files, outputs);
+void QualityOutput::write_page_of(const QualityResults& results, const Diagnosis* diagnosis,
+                                  const std::vector<Removal>& removed, const std::string& file,
+                                  OutputFiles& outputs) const {
+  const std::vector<Finding> checked = checked_.findings();
+  const PageInput input{results, diagnosis, ending_of(results), removed, checked};
+  write_file(outputs, file, [&](TextWriter& out) { write_page(out, input); });
 }
 
-ExitStatus QualityOutput::finish(ExitStatus status, const RunSummary& summary) {
-  if (!tell_failure(summary)) return kFailed;
+ExitStatus QualityOutput::finish(ExitStatus status, const ProjectRun& run) {
+  if (!tell_failure(run)) return kFailed;
   return status == kSuccess && lacks_figures_ ? kNotConverged : status;
 }
 
-bool QualityOutput::tell_failure(const RunSummary& summary) const {
-  if (!json_) return true;
-  const DocumentFiles beside = failed_document();
+// What a failed run comes to, in a sentence.
+std::string QualityOutput::failure_of(const RunSummary& summary) const {
+  if (diagnosis_) return failure_of_network(*diagnosis_);
+  const RunEnding& ending = summary.ending;
+  if (ending.non_finite.iteration != 0) return sentence(in_words(ending.non_finite));
+  if (!ending.lost.empty()) return sentence(in_words(ending.lost.front()));
+  for (const Finding& found : checked_.findings()) {
+    if (found.severity() != Severity::error) continue;
+    return found.file + (found.line > 0 ? ':' + std::to_string(found.line) : "") + ": " +
+           found.message + '.';
+  }
+  return "The run failed before it had normal equations; its report says why.";
+}
+
+// Results of an earlier run stay, and then so do their document and page; what tells of this
+// failure stands beside them until a run succeeds, like the report of a failed run.
+bool QualityOutput::tell_failure(const ProjectRun& run) const {
+  const RunSummary& summary = run.summary;
+  const std::string document_beside = failed_document().path;
+  const std::string page_beside = page_.empty() ? std::string() : failed_page();
+  if (!json_ && page_.empty()) return true;
   if (summary.result == 1) {
-    // Like the report of an earlier failure.
-    if (summary.failures.empty()) std::remove(beside.path.c_str());
+    if (!summary.failures.empty()) return true;
+    if (json_) std::remove(document_beside.c_str());
+    if (!page_.empty()) std::remove(page_beside.c_str());
     return true;
   }
   if (!summary.started || summary.stopped || !summary.failures.empty()) return true;
-  const std::string message =
-      diagnosis_ ? failure_of(*diagnosis_)
-                 : "The run failed before it had normal equations; its report says why.";
+  QualityResults results;
+  results.control_file = control_file_;
+  results.settings = settings_of_run(run.request.settings.rigorous);
+  results.message = failure_of(summary);
+  const Diagnosis* const diagnosis = diagnosis_ ? &*diagnosis_ : nullptr;
   OutputFiles outputs(OutputMode::replaced);
-  write_failure(message, diagnosis_ ? &*diagnosis_ : nullptr,
-                tells_of_results(document().path) ? beside : document(), outputs);
-  if (outputs.commit()) return true;
+  if (json_) {
+    const bool keep = tells_of_results(document().path, kHeadOfDocument);
+    write_quality_document(results, diagnosis, keep ? failed_document() : document(), outputs);
+  }
+  std::string page;
+  if (!page_.empty()) {
+    page = tells_of_results(page_) ? page_beside : page_;
+    write_page_of(results, diagnosis, summary.ending.removals, page, outputs);
+  }
+  if (outputs.commit()) {
+    if (!page.empty()) error_output() << "vorn: the page says what went wrong: " << page << '\n';
+    return true;
+  }
   for (const OutputFailure& failure : outputs.failures()) {
     error_output() << "vorn: not complete: " << failure.path << ": " << failure.reason << '\n';
   }

@@ -10,6 +10,7 @@
 #include "driver/run.h"
 #include "quality/exclusions.h"
 #include "quality/quality.h"
+#include "text/findings.h"
 
 namespace vorn::app {
 
@@ -20,10 +21,10 @@ class QualityOutput {
   void define(CLI::App& parser);
   // Asks for the report page as the only output.
   void ask_for_page(std::string file);
-  // Runs the project with this output. A run that failed has a document, too, under a name of its
-  // own where the document of earlier results stands. The exit status of the command: that of the
-  // run, unless a list or the document cannot be read or written (the error stream says why) or
-  // figures that were asked for do not exist.
+  // Runs the project with this output. A run that failed has a document and a page, too, under
+  // names of their own where those of earlier results stand. The exit status of the command: that
+  // of the run, unless a list or the document cannot be read or written (the error stream says why)
+  // or figures that were asked for do not exist.
   [[nodiscard]] ExitStatus run(ProjectRun& project);
 
  private:
@@ -31,18 +32,21 @@ class QualityOutput {
   // error stream, when a list cannot be read.
   [[nodiscard]] bool attach(ProjectRun& run);
   // After the run with its exit status; returns that of the command.
-  [[nodiscard]] ExitStatus finish(ExitStatus status, const RunSummary& summary);
+  [[nodiscard]] ExitStatus finish(ExitStatus status, const ProjectRun& run);
   [[nodiscard]] bool read_datum();
-  [[nodiscard]] bool tell_failure(const RunSummary& summary) const;
+  [[nodiscard]] bool tell_failure(const ProjectRun& run) const;
+  [[nodiscard]] std::string failure_of(const RunSummary& summary) const;
   [[nodiscard]] DocumentFiles document() const;
   [[nodiscard]] DocumentFiles failed_document() const;
+  [[nodiscard]] std::string failed_page() const;
   [[nodiscard]] std::vector<std::string> paths() const;  // all that may be written
   void tell_missing_datum_points(const BundleProject& project) const;
   void write(BundleProject& project, OutputFiles& outputs);
   void write_texts(const QualityResults& results, const Diagnosis& diagnosis,
                    OutputFiles& outputs) const;
-  void write_failure(const std::string& message, const Diagnosis* diagnosis,
-                     const DocumentFiles& files, OutputFiles& outputs) const;
+  void write_page_of(const QualityResults& results, const Diagnosis* diagnosis,
+                     const std::vector<Removal>& removed, const std::string& file,
+                     OutputFiles& outputs) const;
   [[nodiscard]] bool needs_figures() const { return quality_ || !page_.empty(); }
 
   std::string suggestions_;  // files, as seen from where the command was started
@@ -58,6 +62,7 @@ class QualityOutput {
   QualityRequest quality_request_;
   TableForm table_form_ = TableForm::by_size;
   std::string page_;                    // file of the report page; empty: none
+  FindingList checked_;                 // of the files, for the page
   std::optional<Diagnosis> diagnosis_;  // of a run that failed
 };
 

@@ -16,6 +16,8 @@ void write_document_head(JsonWriter& json, std::string_view format, const Qualit
   json.key("project").begin_object();
   json.key("control_file").text(results.control_file);
   json.end_object();
+  constexpr std::string_view kStatus[] = {"converged", "not_converged", "failed"};
+  json.key("status").text(kStatus[static_cast<std::size_t>(results.status)]);
 }
 
 void write_item(JsonWriter& json, const Unknown& unknown) {

@@ -1,28 +1,23 @@
 #pragma once
 
+#include <span>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "quality/diagnosis.h"
 #include "quality/results.h"
+#include "report/data_checks.h"
+#include "text/findings.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
-
-// One row of a table of objects that took no part, or of findings.
-struct PageRemark {
-  std::string object;
-  std::string text;
-};
 
 // What a page shows.
 struct PageInput {
   const QualityResults& results;
   const Diagnosis* diagnosis = nullptr;  // null: there is none
   std::string ending;                    // how the adjustment ended, in words
-  std::vector<PageRemark> removed;
-  std::vector<PageRemark> findings;
+  std::span<const Removal> removed;      // objects that took no part
+  std::span<const Finding> checked;      // what is to be said about the files
 };
 
 // Writes the document that the script of the page reads, as JSON in which no "<" stands. Its parts

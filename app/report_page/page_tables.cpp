@@ -296,12 +296,78 @@ void write_checks(JsonWriter& json, const QualityResults& results) {
   table.finish();
 }
 
-void write_remarks(JsonWriter& json, std::string_view name, std::string_view title,
-                   std::string_view head, const std::vector<PageRemark>& rows) {
-  TableWriter table(json, name, title, rows.size());
-  table.text("object", "Object", [&](std::size_t i) { return std::string_view(rows[i].object); });
+std::string reason_of(const Removal& removal) {
+  const std::string count = std::to_string(removal.count);
+  switch (removal.reason) {
+    case RemovalReason::too_few_rays:
+      return "fewer than two rays (" + count + ")";
+    case RemovalReason::too_few_points:
+      return "fewer than three points (" + count + ")";
+    default:
+      return "nothing uses it";
+  }
+}
+
+void write_removed(JsonWriter& json, std::span<const Removal> rows) {
+  std::vector<std::string> objects;
+  std::vector<std::string> reasons;
+  for (const Removal& removal : rows) {
+    objects.push_back(std::string(removal.kind) + ' ' + removal.id);
+    reasons.push_back(reason_of(removal));
+  }
+  TableWriter table(json, "removed", "Removed objects", rows.size());
+  table.text("object", "Object", [&](std::size_t i) { return std::string_view(objects[i]); });
   table.text(
-      "text", head, [&](std::size_t i) { return std::string_view(rows[i].text); }, true);
+      "text", "Reason", [&](std::size_t i) { return std::string_view(reasons[i]); }, true);
+  table.finish();
+}
+
+// A row of the table of findings, of the files or of the network.
+struct FindingRow {
+  std::string_view severity;
+  std::string place;
+  std::string_view text;
+  std::string_view help;
+};
+
+std::vector<FindingRow> finding_rows(const PageInput& input) {
+  std::vector<FindingRow> rows;
+  const auto add_checked = [&](Severity severity) {
+    for (const Finding& found : input.checked) {
+      if (found.severity() != severity) continue;
+      const std::string line = found.line > 0 ? ':' + std::to_string(found.line) : std::string();
+      rows.push_back({name_of(severity), found.file + line, found.message, found.help});
+    }
+  };
+  const auto add_diagnosed = [&](FindingSeverity severity, Severity shown) {
+    if (input.diagnosis == nullptr) return;
+    for (const DiagnosisFinding& found : input.diagnosis->findings) {
+      if (found.severity != severity) continue;
+      rows.push_back({name_of(shown),
+                      found.objects.empty() ? std::string() : in_words(found.objects.front()),
+                      found.message, found.remedy});
+    }
+  };
+  constexpr std::pair<Severity, FindingSeverity> kSeverities[] = {
+      {Severity::error, FindingSeverity::error},
+      {Severity::warning, FindingSeverity::warning},
+      {Severity::note, FindingSeverity::info}};
+  for (const auto& [checked, diagnosed] : kSeverities) {
+    add_checked(checked);
+    add_diagnosed(diagnosed, checked);
+  }
+  return rows;
+}
+
+void write_findings(JsonWriter& json, const PageInput& input) {
+  const std::vector<FindingRow> rows = finding_rows(input);
+  TableWriter table(json, "findings", "Findings", rows.size());
+  table.text("severity", "Kind", [&](std::size_t i) { return rows[i].severity; });
+  table.text("object", "Place", [&](std::size_t i) { return std::string_view(rows[i].place); });
+  table.text(
+      "text", "Finding", [&](std::size_t i) { return rows[i].text; }, true);
+  table.text(
+      "help", "What helps", [&](std::size_t i) { return rows[i].help; }, true);
   table.finish();
 }
 
@@ -314,8 +380,8 @@ void write_tables(JsonWriter& json, const PageInput& input) {
   write_points(json, input.results);
   write_control(json, input.results);
   write_checks(json, input.results);
-  write_remarks(json, "removed", "Removed objects", "Reason", input.removed);
-  write_remarks(json, "findings", "Findings", "Finding", input.findings);
+  write_removed(json, input.removed);
+  write_findings(json, input);
   json.end_array();
 }
 

@@ -11,15 +11,6 @@
 namespace vorn {
 namespace {
 
-QualitySettings settings_of_run() {
-  QualitySettings settings;
-  settings.sigma0_prior = ls_params().sigma0_apriori;
-  settings.delta0 = noncentrality(settings.alpha, settings.power);
-  settings.correlation_limit = ls_params().correlation_limit;
-  settings.significance_limit = ls_params().significance_limit;
-  return settings;
-}
-
 void list_points(const BundleProject& project, QualityResults& results) {
   const AdjObjectList& unknowns = project.unknowns;
   for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
@@ -126,10 +117,19 @@ void sum_up(const BundleProject& project, QualityResults& results) {
 
 }  // namespace
 
+QualitySettings settings_of_run(bool rigorous) {
+  QualitySettings settings;
+  settings.rigorous_iterations = rigorous;
+  settings.sigma0_prior = ls_params().sigma0_apriori;
+  settings.delta0 = noncentrality(settings.alpha, settings.power);
+  settings.correlation_limit = ls_params().correlation_limit;
+  settings.significance_limit = ls_params().significance_limit;
+  return settings;
+}
+
 QualityResults adjusted_values(const BundleProject& project) {
   QualityResults results;
-  results.settings = settings_of_run();
-  results.settings.rigorous_iterations = project.settings.rigorous;
+  results.settings = settings_of_run(project.settings.rigorous);
   results.status = project.converged ? RunStatus::converged : RunStatus::not_converged;
   results.iterations = project.iterations;
   list_points(project, results);

@@ -3,8 +3,8 @@
 //   scripts/test-page
 
 import assert from "node:assert/strict";
-import { execFileSync } from "node:child_process";
-import { cpSync, existsSync, mkdtempSync, readFileSync, rmSync } from "node:fs";
+import { execFileSync, spawnSync } from "node:child_process";
+import { cpSync, existsSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { after, before, test } from "node:test";
@@ -143,17 +143,74 @@ for (const [example, control] of projects) {
   });
 }
 
+// Mistakes that end a run at its three stages: while reading, in the first solution, when the numbers
+// cease to be finite.
+const mistakes = [
+  ["a word that is no number", (edit) => edit("image-coords.txt", /0\.001/, "0,001"), /image-coords\.txt:1: expected a number/],
+  ["no control", (edit) => {
+    edit("object-coords.txt", / 0\.030  0\.030  0\.050/g, " 1e31 1e31 1e31");
+    edit("control.txt", /^[^]*$/, "stop-dep\n");
+  }, /control/i],
+  ["a camera at its points", (edit) => edit("orientations.txt", /1548/, "1e300"), /./],
+];
+
+/** The page of the aerial block with a mistake in it, and what the command said. */
+function failed(mistake) {
+  const place = mkdtempSync(join(folder, "failed-"));
+  cpSync(join(examples, "aerial-block"), place, { recursive: true });
+  mistake((name, from, to) => {
+    const file = join(place, name);
+    const old = readFileSync(file, "utf8");
+    assert.match(old, from);
+    writeFileSync(file, old.replace(from, to));
+  });
+  const page = join(place, "report.html");
+  const run = () => spawnSync(vorn, ["report", "-q", join(place, "aerial-block.ctl"), "-o", page], { encoding: "utf8" });
+  return { place, page, run };
+}
+
+for (const [name, mistake, reason] of mistakes) {
+  test(`the page of a run that failed: ${name}`, { skip: missing }, async () => {
+    const { place, page: file, run } = failed(mistake);
+    assert.equal(run().status, 1);
+    assert.match(run().stderr, new RegExp(`what went wrong: ${file}\n`), "a page of a failure is replaced");
+    await fits(file, async (page) => {
+      assert.match(await page.textContent(".ending"), /^Failed: /);
+      const found = await page.$$eval("[data-finding]", (items) => items.map((i) => i.textContent));
+      assert.ok(found.length > 0);
+      assert.match(`${await page.textContent(".ending")} ${found.join(" ")}`, reason);
+      assert.deepEqual(await page.$$eval(".lights [data-light]", (items) => items.map((i) => i.dataset.light)), ["end"]);
+      assert.deepEqual(await page.$$eval("figure.chart", (figures) => figures.length), 0);
+      const text = await page.textContent("main");
+      assert.doesNotMatch(text, /NaN|undefined|Infinity/);
+    });
+    // A page of results is kept, as the results are.
+    cpSync(adjusted(...projects[0]).page, file);
+    const results = readFileSync(file, "utf8");
+    assert.match(run().stderr, /report\.failed\.html/);
+    assert.equal(readFileSync(file, "utf8"), results);
+    cpSync(join(examples, "aerial-block"), place, { recursive: true });
+    assert.equal(run().status, 0);
+    assert.ok(!existsSync(join(place, "report.failed.html")), "it speaks of a failure that is no more");
+  });
+}
+
 test("the page fits every width, light and dark", { skip: missing }, async () => {
-  const { page: file } = adjusted(...projects[1]);
+  await fits(adjusted(...projects[1]).page);
+});
+
+/** Opens a page at three widths, light and dark, in silence; `look` sees each. */
+async function fits(file, look = () => {}) {
   const papers = new Set();
   for (const width of [360, 800, 1400]) {
     for (const colorScheme of ["light", "dark"]) {
       const { page, said } = await open(file, { viewport: { width, height: 900 }, colorScheme });
       assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth), `${width} px overflow`);
       papers.add(await page.evaluate(() => getComputedStyle(document.body).backgroundColor));
+      await look(page);
       assert.deepEqual(said, []);
       await page.close();
     }
   }
   assert.equal(papers.size, 2);
-});
+}

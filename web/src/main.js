@@ -3,7 +3,7 @@
 
 import { read_report } from "./data.js";
 import { element, section } from "./dom.js";
-import { head, lights } from "./sections/head.js";
+import { failure, head, lights } from "./sections/head.js";
 import { network } from "./sections/network.js";
 import { cameras } from "./sections/cameras.js";
 import { iterations, precision } from "./sections/course.js";
@@ -12,6 +12,7 @@ import { settings } from "./sections/settings.js";
 
 const kSections = [
   ["lights", "Can it be trusted?", lights],
+  ["failure", "What went wrong", failure],
   ["network", "Network", network],
   ["cameras", "Cameras", cameras],
   ["iterations", "Iterations", iterations],

@@ -8,7 +8,7 @@ import { Plot, bins_of, histogram, kColours, plot } from "../plots.js";
 /** v'Pv, sigma 0 and the largest changes from iteration to iteration. */
 export function iterations(report) {
   const steps = report.iterations;
-  if (steps.length === 0) return [element("p", {}, "No iteration was completed.")];
+  if (steps.length === 0) return [];
   const changes = [
     ["max_change_point", "object points [m]"],
     ["max_change_centre", "projection centres [m]"],
@@ -56,7 +56,7 @@ export function iterations(report) {
 export function precision(report) {
   const points = table(report.network.points);
   const result = [];
-  if (points.sd_x) {
+  if (rows(points) > 0 && points.sd_x) {
     const charts = ["x", "y", "z"].map((axis) => {
       const sds = points[`sd_${axis}`].filter((sd) => sd > 0);
       const unit = length_unit(quantile(sds, 0.5));

@@ -78,6 +78,7 @@ export function network(report) {
   const points = table(report.network.points);
   const images = table(report.network.images);
   const num_points = rows(points);
+  if (num_points === 0) return [];
   const num_images = rows(images);
   const shown = { control: true, check: true, tie: true, images: true, vectors: true, ellipses: false };
   const plane = largest_plane(points);
@@ -106,7 +107,7 @@ export function network(report) {
       note: "Vectors: residuals of control points (adjusted \u2212 given) and differences of check points (given \u2212 adjusted).",
     }),
   ];
-  if (num_points > 0) figures.push(orbit(points, images));
+  figures.push(orbit(points, images));
   return figures;
 }
 

@@ -15,13 +15,18 @@ const kGlossary = [
   ["factor", "Variance component: by how much the variances of a group of observations should be multiplied; 1 means as assumed."],
 ];
 
+function text(value) {
+  if (value === null) return "\u2013";
+  return String(typeof value === "number" ? Number(value.toPrecision(6)) : value);
+}
+
 /** The settings as given, and what the symbols mean. */
 export function settings(report) {
   const rows = Object.entries(report.settings);
   return [
     plain_table("Settings of the adjustment", [
       { head: "Setting", number: false, values: rows.map(([name]) => name.replaceAll("_", " ")) },
-      { head: "Value", number: false, values: rows.map(([, value]) => (value === null ? "\u2013" : String(value))) },
+      { head: "Value", number: false, values: rows.map(([, value]) => text(value)) },
     ], rows.length),
     element("h3", {}, "Glossary"),
     element("dl", { class: "glossary" }, kGlossary.map(([name, meaning]) => [element("dt", {}, name), element("dd", {}, meaning)])),

@@ -4,9 +4,13 @@ import { count, defined, fixed, short } from "../format.js";
 
 const kShown = 200;
 
-/** Every table of the report: sortable, searchable, its first rows drawn. */
+/** Every table of the report: sortable, searchable, its first rows drawn; of a run that failed those
+ * that hold anything. */
 export function tables(report) {
-  return report.tables.map((t) => data_table(t, report.network));
+  const failed = report.status === "failed";
+  return report.tables
+    .filter((t) => !failed || rows(table(t.rows, report.network)) > 0)
+    .map((t) => data_table(t, report.network));
 }
 
 /** A table {title, columns: [{name, head, unit, kind, decimals}], rows: {name: column}}. */
