@@ -88,6 +88,36 @@ function(vorn_version_resource target vorn_file_name vorn_file_type)
   target_sources(${target} PRIVATE $<TARGET_OBJECTS:${target}_version>)
 endfunction()
 
+# vorn_shared_library(name): a shared library of which exactly the functions leave that cmake/NAME.def
+# and cmake/NAME.map list, whatever the standard library's templates declare. Its sources are those
+# of the target `name`.
+function(vorn_shared_library name)
+  target_include_directories(${name} INTERFACE
+    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>" "$<INSTALL_INTERFACE:include>")
+  vorn_compile_options(${name})
+  set_target_properties(${name} PROPERTIES
+    VERSION "${PROJECT_VERSION}"
+    SOVERSION "${PROJECT_VERSION_MAJOR}")
+  if(WIN32)
+    target_sources(${name} PRIVATE "${PROJECT_SOURCE_DIR}/cmake/${name}.def")
+    set_target_properties(${name} PROPERTIES PREFIX "" DLL_NAME_WITH_SOVERSION OFF)
+    vorn_version_resource(${name} ${name}.dll VFT_DLL)
+  else()
+    set(version_script "${PROJECT_SOURCE_DIR}/cmake/${name}.map")
+    target_link_options(${name} PRIVATE "LINKER:--version-script=${version_script}" LINKER:-z,defs)
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS "${version_script}")
+  endif()
+endfunction()
+
+# vorn_program_part(name source...): a part that programs and tests share, apart from the library.
+function(vorn_program_part name)
+  add_library(${name} STATIC EXCLUDE_FROM_ALL ${ARGN})
+  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE vorn_core)
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  vorn_compile_options(${name})
+endfunction()
+
 # vorn_source_options(file option...): further compile options of one source file, for kernels that
 # are compiled for an instruction set of their own. Elsewhere than on x86 the options are left out;
 # such a file guards its body by the compiler's macros (__AVX2__ and so on).

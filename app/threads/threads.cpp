@@ -9,7 +9,11 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <future>
 #include <memory>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 namespace vorn::app {
 namespace {
@@ -21,15 +25,15 @@ class OpenMpWorkers final : public Workers {
   std::size_t count() const override { return count_; }
 
   void run(std::size_t num_parts, const Part& part) override {
-    const std::size_t team = std::min(count_, num_parts);
-    if (team <= 1) {
+    if (std::min(count_, num_parts) <= 1) {
       for (std::size_t k = 0; k < num_parts; ++k) part(k, 0);
       return;
     }
-    // An exception must not leave a thread of the pool: the first one leaves here.
+    // All threads also for few parts: the pool of a smaller team ends those it does not need. An
+    // exception must not leave a thread of the pool: the first one leaves here.
     std::exception_ptr thrown;
     std::atomic<bool> failed = false;
-#pragma omp parallel for schedule(dynamic, 1) num_threads(static_cast <int>(team))
+#pragma omp parallel for schedule(dynamic, 1) num_threads(static_cast <int>(count_))
     for (std::size_t k = 0; k < num_parts; ++k) {
       if (failed.load(std::memory_order_relaxed)) continue;
       try {
@@ -45,6 +49,25 @@ class OpenMpWorkers final : public Workers {
   std::size_t count_;
 };
 
+// `count` threads, the caller among them, when the system starts them all at the same time; else
+// half of those that it starts, so that their stacks leave memory to the project. OpenMP's runtime
+// ends the whole program when it cannot start one.
+std::size_t startable_threads(std::size_t count) {
+  std::promise<void> all_started;
+  const std::shared_future<void> end(all_started.get_future());
+  std::vector<std::thread> threads;
+  threads.reserve(count);
+  try {
+    while (threads.size() + 1 < count) threads.emplace_back([end] { end.wait(); });
+  } catch (const std::system_error&) {
+    // Those that could be started will do.
+  }
+  all_started.set_value();
+  for (std::thread& thread : threads) thread.join();
+  const std::size_t started = threads.size() + 1;
+  return started == count ? count : (started + 1) / 2;
+}
+
 }  // namespace
 
 bool has_threads() { return true; }
@@ -54,8 +77,11 @@ std::size_t available_cores() { return static_cast<std::size_t>(std::max(1, omp_
 void use_threads(std::size_t count) {
   static std::unique_ptr<OpenMpWorkers> team;
   use_workers(nullptr);
-  team = std::make_unique<OpenMpWorkers>(count);
-  if (count > 1) use_workers(team.get());
+  team = std::make_unique<OpenMpWorkers>(startable_threads(count));
+  if (team->count() <= 1) return;
+  // The pool starts now, before a project takes the memory that its threads need.
+  team->run(team->count(), [](std::size_t, std::size_t) {});
+  use_workers(team.get());
 }
 
 }  // namespace vorn::app

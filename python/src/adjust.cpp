@@ -1,5 +1,6 @@
 #include "adjust.h"
 
+#include <cmath>
 #include <exception>
 #include <optional>
 #include <utility>
@@ -164,10 +165,7 @@ class AdjustRun {
     result["converged"] = summary.ending.converged;
     result["messages"] = text_of(messages);
     result["findings"] = list_of(findings_);
-    result["has_errors"] = findings_.has_errors();
     result["failure_document"] = diagnosis_;
-    result["sigma0"] = summary.sigma0;
-    result["redundancy"] = summary.redundancy;
     py::list obstacles;
     for (const Obstacle& obstacle : obstacles_) {
       obstacles.append(text_of(std::string(text_of(obstacle.kind)) + ": " + obstacle.file));
@@ -215,11 +213,6 @@ class AdjustRun {
   py::object diagnosis_ = py::none();
 };
 
-template <class Value>
-void take(const py::dict& from, const char* key, Value& to) {
-  if (from.contains(key)) to = from[key].cast<Value>();
-}
-
 }  // namespace
 
 AdjustOptions options_of(const py::dict& from) {
@@ -233,7 +226,8 @@ AdjustOptions options_of(const py::dict& from) {
   if (settings.robust_loss != RobustLoss::none) settings.damped = true;
   take(from, "robust_scale", settings.robust_scale);
   take(from, "keep_robust", settings.keep_robust);
-  if (!(settings.robust_scale > 0.0)) throw CallError("robust_scale must be positive");
+  if (!(settings.robust_scale > 0.0) || !std::isfinite(settings.robust_scale))
+    throw CallError("robust_scale must be positive");
   take(from, "quality", options.figures);
   take(from, "prior", options.prior);
   take(from, "inner_datum", options.inner_datum);

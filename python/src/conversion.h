@@ -2,6 +2,7 @@
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include <string>
 #include <string_view>
@@ -27,6 +28,12 @@ namespace py = pybind11;
 [[nodiscard]] py::dict dict_of(const Finding& finding);
 [[nodiscard]] py::list list_of(const FindingList& findings);
 [[nodiscard]] py::dict dict_of(const IterationStatistics& statistics);
+
+// The value of an option, where it is given.
+template <class Value>
+void take(const py::dict& from, const char* key, Value& to) {
+  if (from.contains(key)) to = from[key].cast<Value>();
+}
 
 // An array of strings; repeated ones in a row share an object.
 class TextArray {

@@ -2,7 +2,6 @@
 // values; vorn/__init__.py makes the objects that users see.
 
 #include <pybind11/pybind11.h>
-#include <pybind11/stl.h>
 
 #include <new>
 
@@ -30,12 +29,19 @@ py::tuple check(const std::string& path) {
   return py::make_tuple(is_read, list_of(findings));
 }
 
-template <class Value>
-void take(const py::dict& from, const char* key, Value& to) {
-  if (from.contains(key)) to = from[key].cast<Value>();
+// Runs what works on files alone and returns the summary that the command prints.
+template <class Work>
+py::str summary_of(const Work& work) {
+  std::string messages;
+  {
+    const py::gil_scoped_release release;
+    RunScope scope;
+    work();
+    messages = scope.messages();
+  }
+  return text_of(messages);
 }
 
-// Both return the summary that the command prints.
 py::str import_project(const py::dict& options) {
   exchange::ImportRequest request;
   take(options, "format", request.format);
@@ -51,14 +57,7 @@ py::str import_project(const py::dict& options) {
   take(options, "gcp", request.control_list);
   take(options, "gcp_sigma", request.control_sigma);
   take(options, "check", request.check_points);
-  std::string messages;
-  {
-    const py::gil_scoped_release release;
-    RunScope scope;
-    exchange::import_project(request);
-    messages = scope.messages();
-  }
-  return text_of(messages);
+  return summary_of([&] { exchange::import_project(request); });
 }
 
 exchange::ExportRequest export_request(const py::dict& options) {
@@ -83,14 +82,7 @@ py::dict export_adjusted(const std::string& path, const py::dict& options,
 
 py::str export_given(const std::string& path, const py::dict& options) {
   const exchange::ExportRequest request = export_request(options);
-  std::string messages;
-  {
-    const py::gil_scoped_release release;
-    RunScope scope;
-    exchange::export_given_project(path, request);
-    messages = scope.messages();
-  }
-  return text_of(messages);
+  return summary_of([&] { exchange::export_given_project(path, request); });
 }
 
 void translate(std::exception_ptr error) {

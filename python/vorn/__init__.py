@@ -14,6 +14,7 @@ from __future__ import annotations
 
 import json
 import os
+from numbers import Integral
 from pathlib import Path
 from typing import Any, Callable, Iterable, Union
 
@@ -78,7 +79,7 @@ def adjust(
     quality: bool = True,
     prior: bool = False,
     datum: str = "given",
-    datum_points: Iterable[str] | None = None,
+    datum_points: str | Iterable[str] | None = None,
     exclude: PathLike | None = None,
     cameras: bool = False,
     lenient: bool = False,
@@ -137,22 +138,15 @@ def adjust(
         ...
     vorn.Error: no such control file: missing.ctl
     """
-    options = _run_options(
-        rigorous=rigorous or solve,
-        damped=damped or solve,
-        robust=robust,
-        robust_scale=float(robust_scale),
-        keep_robust=keep_robust,
-        quality=quality,
-        prior=prior,
-        datum=datum,
-        datum_points=datum_points,
-        exclude=exclude,
-        cameras=cameras,
-        lenient=lenient,
-        allow_outside=allow_outside,
-        threads=threads,
-    )
+    options = {
+        **_estimation(rigorous, damped, solve, robust, robust_scale, keep_robust),
+        **_running(lenient, allow_outside, threads),
+        **_datum(datum, datum_points),
+        "quality": quality,
+        "prior": prior,
+        "exclude": b"" if exclude is None else _path(exclude),
+        "cameras": cameras,
+    }
     path = _path(project)
     raw = _call(lambda: _core.adjust(path, options, _teller(progress)))
     _refuse_failure(raw)
@@ -281,16 +275,10 @@ def export_project(
     }
     if given:
         return _call(lambda: _core.export_given(path, options))
-    run_options = _run_options(
-        rigorous=rigorous or solve,
-        damped=damped or solve,
-        robust=robust,
-        robust_scale=float(robust_scale),
-        keep_robust=keep_robust,
-        lenient=lenient,
-        allow_outside=allow_outside,
-        threads=threads,
-    )
+    run_options = {
+        **_estimation(rigorous, damped, solve, robust, robust_scale, keep_robust),
+        **_running(lenient, allow_outside, threads),
+    }
     raw = _call(lambda: _core.export_adjusted(path, options, run_options, _teller(progress)))
     _refuse_failure(raw)
     return raw["messages"]
@@ -301,28 +289,42 @@ def _path(path: PathLike) -> bytes:
     return os.fsencode(path)
 
 
-def _run_options(
-    *,
+def _estimation(
+    rigorous: bool,
+    damped: bool,
+    solve: bool,
     robust: str | None,
-    datum: str = "given",
-    datum_points: Iterable[str] | None = None,
-    exclude: PathLike | None = None,
-    threads: int | None = None,
-    **others: Any,
+    robust_scale: float,
+    keep_robust: bool,
 ) -> dict[str, Any]:
-    if threads is not None and not 1 <= threads <= 1024:
+    return {
+        "rigorous": rigorous or solve,
+        "damped": damped or solve,
+        "robust": robust or "",
+        "robust_scale": float(robust_scale),
+        "keep_robust": keep_robust,
+    }
+
+
+def _running(lenient: bool, allow_outside: bool, threads: int | None) -> dict[str, Any]:
+    if threads is not None and not (isinstance(threads, Integral) and 1 <= threads <= 1024):
         raise Error("threads must be a number from 1 to 1024")
+    return {
+        "lenient": lenient,
+        "allow_outside": allow_outside,
+        "threads": 1 if _is_forked else threads or 0,
+    }
+
+
+def _datum(datum: str, points: str | Iterable[str] | None) -> dict[str, Any]:
     if datum not in ("given", "inner"):
         raise Error(f"no datum '{datum}'; there are given, inner")
-    options = {**others, "robust": robust or "", "inner_datum": datum == "inner"}
-    options["threads"] = 1 if _is_forked else threads or 0
-    if datum_points is not None:
-        if datum != "inner":
-            raise Error('datum_points need datum="inner"')
-        options["datum_points"] = [str(point) for point in datum_points]
-    if exclude is not None:
-        options["exclude"] = _path(exclude)
-    return options
+    if points is not None and datum != "inner":
+        raise Error('datum_points need datum="inner"')
+    return {
+        "inner_datum": datum == "inner",
+        "datum_points": [points] if isinstance(points, str) else [str(p) for p in points or ()],
+    }
 
 
 def _call(call: Callable[[], Any]) -> Any:

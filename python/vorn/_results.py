@@ -255,6 +255,11 @@ class Adjustment:
         return self.document["diagnosis"]
 
     @property
+    def quality_message(self) -> str | None:
+        """Why there are no figures of quality although they were asked for; None otherwise."""
+        return self.document.get("message")
+
+    @property
     def points(self) -> Table:
         """Object points."""
         return self.tables["points"]
@@ -288,7 +293,8 @@ class Adjustment:
     def point_std_devs(self) -> np.ndarray:
         """Their standard deviations, (n, 3). Raises `Error` without quality."""
         if "sd_x" not in self.points:
-            raise Error("there are no standard deviations; adjust with quality=True")
+            reason = self.quality_message or "adjust with quality=True"
+            raise Error(f"there are no standard deviations: {reason}")
         return self.points.array("sd_x", "sd_y", "sd_z")
 
     @property

@@ -418,6 +418,14 @@ TEST_F(EarlierResults, SurviveFailures) {
   EXPECT_NE(changed(files()), "");
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Where there is no room for the stacks of all threads, those work that can be started, and the run
+// ends by itself.
+TEST_F(EarlierResults, FewerThreadsWhereMemoryIsShort) {
+  EXPECT_EQ(run("adjust project.ctl --threads 400", "ulimit -v 2000000; "), 0) << errors_;
+}
+#endif
+
 // The document of a failed run takes the place of one that speaks of no results, of no other.
 TEST_F(EarlierResults, DocumentsOfFailures) {
   if (!dir_.has("project.quality.json")) GTEST_SKIP() << "built without RapidJSON";

@@ -225,6 +225,21 @@ class Figures(ProjectTest):
                                       if n > 0})
 
 
+    def test_the_inner_datum_takes_its_points(self):
+        # Of the free network the standard deviations are the smallest where all points are the
+        # datum (their sum), and over a list they are the smallest at its points.
+        everything = vorn.adjust(self.block, datum="inner")
+        self.assertIsNone(everything.quality_message)
+        ids = list(everything.points["id"])
+        some = [ids[k] for k in np.linspace(0, len(ids) - 1, 5).astype(int)]
+        listed = vorn.adjust(self.block, datum="inner", datum_points=iter(some))
+        chosen = np.isin(ids, some)
+        of_all, of_some = (np.square(r.point_std_devs) for r in (everything, listed))
+        self.assertLess(of_all.sum(), of_some.sum())
+        self.assertLess(of_some[chosen].sum(), of_all[chosen].sum())
+        self.assertEqual(listed.document["settings"]["datum"], "inner")
+
+
 class Callbacks(ProjectTest):
     def test_progress_goes_through_the_stages(self):
         seen = []
@@ -312,6 +327,14 @@ class Errors(ProjectTest):
         codes = [f["code"] for f in caught.exception.diagnosis["findings"]]
         self.assertTrue({"no_control", "insufficient_control"} & set(codes), codes)
         self.assertTrue(caught.exception.report.is_file())
+        # Damped steps come to a minimum, which is one of many: no figures, and the reason why.
+        free = vorn.adjust(path, solve=True)
+        self.assertTrue(free.converged)
+        self.assertNotIn("sd_x", free.points)
+        self.assertRegex(free.quality_message, "[a-z]")
+        with self.assertRaisesRegex(vorn.Error, "there are no standard deviations: ") as caught:
+            free.point_std_devs
+        self.assertIn(free.quality_message, str(caught.exception))
 
     def test_other_refusals_are_sentences(self):
         for call, says in (
@@ -320,6 +343,8 @@ class Errors(ProjectTest):
                 (lambda: vorn.check(self.folder / "x.ctl"), "cannot be read"),
                 (lambda: vorn.adjust(self.block, robust="l1"), "no robust loss 'l1'"),
                 (lambda: vorn.adjust(self.block, robust="huber", robust_scale=0), "positive"),
+                (lambda: vorn.adjust(self.block, robust="huber", robust_scale=float("nan")), "positive"),
+                (lambda: vorn.adjust(self.block, threads=2.5), "threads must be a number"),
                 (lambda: vorn.adjust(self.block, datum_points=["1"]), "inner"),
                 (lambda: vorn.adjust(self.block, exclude=self.folder / "none"), "cannot be read"),
                 (lambda: vorn.import_project("colmap", self.folder / "no", "out"), "no such folder"),
