@@ -15,7 +15,6 @@
 #include "driver/paths.h"
 #include "quality/adjusted_values.h"
 #include "quality/diagnosis.h"
-#include "quality/result_findings.h"
 #include "quality/text_reports.h"
 #include "text/file_system.h"
 #include "text/text_writer.h"
@@ -210,14 +209,12 @@ void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
   // Damped steps reach a minimum of a singular network, too; only its quality is undefined.
   const bool condemned = diagnosis && (needs_figures() || !project.settings.damped);
   quality_request_.figures = needs_figures() && !condemned;
-  QualityResults results = find_quality(project, quality_request_);
+  QualityResults results = find_quality(project, quality_request_, diagnosis);
   results.control_file = control_file_;
   if (condemned) {
     results.status = RunStatus::failed;
     results.message = failure_of_network(*diagnosis);
   }
-  if (needs_figures() && !diagnosis) diagnosis = diagnose(project);
-  if (results.has_figures) add_result_findings(results, *diagnosis);
   lacks_figures_ = needs_figures() && !results.has_figures;
   if (lacks_figures_) {
     error_output() << "vorn: there are no figures of quality. " << results.message << '\n';

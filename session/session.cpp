@@ -10,7 +10,6 @@
 #include "lsq/linalg/kernels.h"
 #include "lsq/ls_params.h"
 #include "quality/quality.h"
-#include "quality/result_findings.h"
 #include "session_tables.h"
 #include "text/file_system.h"
 #include "text/text_writer.h"
@@ -249,10 +248,10 @@ void Session::take(std::unique_ptr<BundleProject> project, Outcome& outcome) {
   wanted.figures = settings.quality;
   wanted.prior = settings.prior;
   wanted.inner_datum = settings.inner_datum;
-  auto results = std::make_unique<QualityResults>(find_quality(*project, wanted));
+  std::optional<Diagnosis> diagnosis;
+  auto results = std::make_unique<QualityResults>(find_quality(*project, wanted, diagnosis));
   if (results->has_figures) {
-    outcome.diagnosis = diagnose(*project);
-    add_result_findings(*results, *outcome.diagnosis);
+    outcome.diagnosis = std::move(diagnosis);
   } else if (settings.quality) {
     outcome.has_figures = false;
     error = results->message;

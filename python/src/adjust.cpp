@@ -13,7 +13,6 @@
 #include "quality/diagnosis.h"
 #include "quality/exclusions.h"
 #include "quality/quality.h"
-#include "quality/result_findings.h"
 #include "results.h"
 #include "run_scope.h"
 #include "text/file_system.h"
@@ -142,12 +141,10 @@ class AdjustRun {
     request.prior = options_.prior;
     request.inner_datum = options_.inner_datum;
     request.datum_points = options_.datum_points;
-    QualityResults results = find_quality(project, request);
+    std::optional<Diagnosis> diagnosis;
+    QualityResults results = find_quality(project, request, diagnosis);
     const PathParts parts = split_path(path_);
     results.control_file = path_.substr(parts.drive.size() + parts.directory.size());
-    std::optional<Diagnosis> diagnosis;
-    if (options_.figures) diagnosis = diagnose(project);
-    if (results.has_figures) add_result_findings(results, *diagnosis);
     py::dict found = results_of(project, results, diagnosis ? &*diagnosis : nullptr);
     const py::gil_scoped_acquire lock;
     results_ = std::move(found);

@@ -1,6 +1,7 @@
 #include "quality/diagnosis.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "quality/diagnosis_network.h"
 #include "quality/diagnosis_system.h"
 #include "quality/diagnosis_weakness.h"
+#include "quality/final_system.h"
 
 namespace vorn {
 
@@ -74,14 +76,15 @@ bool has_error(const Diagnosis& diagnosis) {
 }
 
 // Unknowns of the parameter sets, unless their columns of the inverse are too much work.
-std::vector<std::int32_t> set_unknowns(const UnknownNames& names, const DiagnosedSystem& system) {
+std::vector<std::int32_t> set_unknowns(const UnknownNames& names, const NormalMatrix& normal,
+                                       const UnknownWeights& weights) {
   constexpr std::size_t kMostElements = 20'000'000;
   std::vector<std::int32_t> unknowns;
-  for (std::int32_t u = system.normal().num_point_unknowns(); u < system.size(); ++u) {
+  for (std::int32_t u = normal.num_point_unknowns(); u < normal.size(); ++u) {
     const bool in_set = object_type_of(names.object_of(u)) == ObjectType::ap_set;
-    if (in_set && system.is_active(u)) unknowns.push_back(u);
+    if (in_set && weights.is_active(u)) unknowns.push_back(u);
   }
-  if (unknowns.size() * static_cast<std::size_t>(system.size()) > kMostElements) return {};
+  if (unknowns.size() * static_cast<std::size_t>(normal.size()) > kMostElements) return {};
   return unknowns;
 }
 
@@ -91,13 +94,12 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
   const Weakness weakness(system, free_motions);
   list_first(names, weakness.pivots(), diagnosis.smallest_pivots);
   diagnosis.has_eigenvalues = system.size() <= kMostWithEigenvalues;
-  // Those of a large sound network come with the figures of quality; another inverse costs as much
-  // as theirs.
+  // Another inverse of a large sound network costs as much as that of its figures of quality.
   if (has_failed || diagnosis.has_eigenvalues || !weakness.is_regular()) {
     list_first(names, weakness.tolerances(), diagnosis.smallest_tolerances);
   }
-  const std::vector<StrongCorrelation> strong =
-      weakness.correlations(set_unknowns(names, system), kInseparableCorrelation);
+  const std::vector<StrongCorrelation> strong = weakness.correlations(
+      set_unknowns(names, system.normal(), system.weights()), kInseparableCorrelation);
   if (weakness.is_regular() && !diagnosis.has_eigenvalues && !has_failed) {
     find_correlated(names, strong, diagnosis);
     return;
@@ -118,6 +120,59 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
   find_correlated(names, strong, diagnosis);
 }
 
+void list_components(const Network& network, Diagnosis& diagnosis) {
+  for (const std::int32_t part : network.part_of_points()) {
+    diagnosis.component_of_point.push_back(part + 1);
+  }
+}
+
+void errors_first(Diagnosis& diagnosis) {
+  std::stable_sort(
+      diagnosis.findings.begin(), diagnosis.findings.end(),
+      [](const DiagnosisFinding& a, const DiagnosisFinding& b) { return a.severity < b.severity; });
+}
+
+// The smallest pivot ratios of the active unknowns.
+std::vector<std::pair<double, std::int32_t>> smallest_pivots(const FinalSystem& system) {
+  std::vector<std::pair<double, std::int32_t>> ratios;  // a heap, the largest on top
+  for (std::int32_t u = 0; u < system.normal().size(); ++u) {
+    if (!system.weights().is_active(u)) continue;
+    const std::pair ratio(system.pivot_ratio(u), u);
+    if (ratios.size() == kListed && !(ratio < ratios.front())) continue;
+    if (ratios.size() == kListed) {
+      std::pop_heap(ratios.begin(), ratios.end());
+      ratios.pop_back();
+    }
+    ratios.push_back(ratio);
+    std::push_heap(ratios.begin(), ratios.end());
+  }
+  std::sort_heap(ratios.begin(), ratios.end());
+  return ratios;
+}
+
+// Correlations of at least `limit` between the given unknowns and any others but object points, as
+// `Weakness::correlations` lists them.
+std::vector<StrongCorrelation> strong_correlations(const FinalSystem& system,
+                                                   const std::vector<std::int32_t>& unknowns,
+                                                   double limit) {
+  std::vector<StrongCorrelation> found;
+  Vector column;
+  for (const std::int32_t a : unknowns) {
+    system.find_reduced_column(a, true, column);
+    std::vector<std::pair<double, StrongCorrelation>> of_a;
+    for (std::int32_t b = system.normal().num_point_unknowns(); b < column.size(); ++b) {
+      const double r = column[b] / std::sqrt(column[a] * system.cofactor(b, b));
+      if (b == a || !(std::fabs(r) >= limit)) continue;
+      of_a.push_back({-system.weights().diagonal(b) * column[b] * column[b], {a, b, r}});
+    }
+    std::stable_sort(of_a.begin(), of_a.end(),
+                     [](const auto& x, const auto& y) { return x.first < y.first; });
+    if (of_a.size() > kMostCorrelated) of_a.resize(kMostCorrelated);
+    for (const auto& [size, correlation] : of_a) found.push_back(correlation);
+  }
+  return found;
+}
+
 }  // namespace
 
 Diagnosis diagnose(BundleProject& project) {
@@ -126,21 +181,45 @@ Diagnosis diagnose(BundleProject& project) {
   const Network network(project);
   const bool has_failed = project.failed_unknown >= 0;
   if (has_failed) diagnosis.failed_at = names.item(project.failed_unknown);
-  for (const std::int32_t part : network.part_of_points()) {
-    diagnosis.component_of_point.push_back(part + 1);
-  }
+  list_components(network, diagnosis);
 
   DatumAnalysis datum(network);
   DiagnosedSystem system(project, [&datum](const LinearisedPoint& point) { datum.add(point); });
-  diagnosis.components = datum.components(system);
+  diagnosis.components = datum.components(system.weights());
   find_datum_defects(network, diagnosis);
-  find_unobserved(project, system, diagnosis);
-  find_weak_intersections(project, system, diagnosis);
-  look_for_weakness(names, system, datum.free_changes(system), has_failed, diagnosis);
+  find_unobserved(project, system.weights(), diagnosis);
+  const std::vector<const ObjectPoint*> undetermined =
+      find_weak_intersections(project, system.weights(), system.normal(), {}, diagnosis);
+  for (const ObjectPoint* point : undetermined) {
+    for (std::int32_t k = 0; k < 3; ++k) system.pin(point->index + k);
+  }
+  look_for_weakness(names, system, datum.free_changes(), has_failed, diagnosis);
+  errors_first(diagnosis);
+  return diagnosis;
+}
 
-  std::stable_sort(
-      diagnosis.findings.begin(), diagnosis.findings.end(),
-      [](const DiagnosisFinding& a, const DiagnosisFinding& b) { return a.severity < b.severity; });
+std::optional<Diagnosis> diagnose_sound(const BundleProject& project, const FinalSystem& system,
+                                        const std::vector<double>& angles) {
+  if (project.failed_unknown >= 0 || system.normal().size() <= kMostWithEigenvalues) return {};
+  const std::vector<std::pair<double, std::int32_t>> pivots = smallest_pivots(system);
+  if (pivots.empty() || !(pivots.front().first >= kSmallestPivotRatio)) return {};
+  Diagnosis diagnosis;
+  const UnknownNames names(project);
+  const Network network(project);
+  list_components(network, diagnosis);
+  DatumAnalysis datum(network);
+  diagnosis.components = datum.components(system.weights());
+  if (!datum.free_changes().empty()) return {};
+  find_datum_defects(network, diagnosis);
+  find_unobserved(project, system.weights(), diagnosis);
+  if (!find_weak_intersections(project, system.weights(), system.normal(), angles, diagnosis)
+           .empty()) {
+    return {};
+  }
+  list_first(names, pivots, diagnosis.smallest_pivots);
+  const std::vector<std::int32_t> sets = set_unknowns(names, system.normal(), system.weights());
+  find_correlated(names, strong_correlations(system, sets, kInseparableCorrelation), diagnosis);
+  errors_first(diagnosis);
   return diagnosis;
 }
 

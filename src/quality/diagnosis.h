@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,6 +14,7 @@
 namespace vorn {
 
 class BundleProject;
+class FinalSystem;
 
 // What holds a network and what does not, in words and numbers. It names objects by their
 // identifiers and outlives the project it was made from.
@@ -124,6 +126,14 @@ struct Diagnosis {
 // Diagnoses a project whose unknowns are registered and whose normal equations have their
 // structure, at the current values. The normal equations are formed anew and used up.
 [[nodiscard]] Diagnosis diagnose(BundleProject& project);
+
+// The same of a network whose figures of quality are there, from what they were made of: the
+// equations at the final values, and the largest angles of intersection, by points. Nothing where
+// all that can be known is asked for: of a small network, and of one that has a free datum or
+// undetermined points.
+[[nodiscard]] std::optional<Diagnosis> diagnose_sound(const BundleProject& project,
+                                                      const FinalSystem& system,
+                                                      const std::vector<double>& angles);
 
 // The same where the unknowns were before the iterations, which may have diverged. They keep the
 // values that they have.

@@ -21,6 +21,7 @@ std::string_view class_of(const AdjObject& object, std::int32_t k) {
 
 void add_product(const Row7& row, double weight, Square7& sum) {
   for (std::size_t i = 0; i < row.size(); ++i) {
+    if (row[i] == 0.0) continue;  // as half of what motions do to a point is
     for (std::size_t j = 0; j < row.size(); ++j) sum[i][j] += weight * row[i] * row[j];
   }
 }
@@ -103,13 +104,13 @@ void DatumAnalysis::for_each_unknown(std::size_t part, Visit visit) const {
 }
 
 // Fixed unknowns count with the weight that the images give them, in both sums.
-DatumAnalysis::Sums DatumAnalysis::sums_of(std::size_t part, const DiagnosedSystem& system) const {
+DatumAnalysis::Sums DatumAnalysis::sums_of(std::size_t part, const UnknownWeights& weights) const {
   Sums sums;
   for_each_unknown(part, [&](const AdjObject& object, std::int32_t k, const Row7& row) {
     const std::int32_t u = object.index + k;
-    add_product(row, system.diagonal(u), sums.diagonal);
+    add_product(row, weights.diagonal(u), sums.diagonal);
     const double weight =
-        system.role(u) == UnknownRole::fixed ? system.image_weight(u) : system.own_weight(u);
+        weights.role(u) == UnknownRole::fixed ? weights.image_weight(u) : weights.own_weight(u);
     if (!(weight > 0.0)) return;
     Row7 weighted = row;
     for (double& v : weighted) v *= std::sqrt(weight);
@@ -136,7 +137,7 @@ DatumAnalysis::Sums DatumAnalysis::sums_of(std::size_t part, const DiagnosedSyst
   return sums;
 }
 
-std::vector<NetworkComponent> DatumAnalysis::components(const DiagnosedSystem& system) const {
+std::vector<NetworkComponent> DatumAnalysis::components(const UnknownWeights& weights) {
   std::vector<NetworkComponent> components;
   for (std::size_t p = 0; p < parts_.size(); ++p) {
     const NetworkPart& from = network_.parts()[p];
@@ -147,8 +148,8 @@ std::vector<NetworkComponent> DatumAnalysis::components(const DiagnosedSystem& s
     component.control_points = static_cast<std::int32_t>(
         std::count_if(from.points.begin(), from.points.end(),
                       [](const ObjectPoint* point) { return is_held(*point); }));
-    const Sums sums = sums_of(p, system);
-    const Eigen7 eigen = generalised_eigen(sums.held, sums.diagonal);
+    const Sums sums = sums_of(p, weights);
+    const Eigen7& eigen = parts_[p].eigen = generalised_eigen(sums.held, sums.diagonal);
     component.quotients = eigen.values;
     std::vector<Row7> free;
     while (free.size() < kNumMotions && eigen.values[free.size()] < kFreeQuotient) {
@@ -172,12 +173,10 @@ std::vector<NetworkComponent> DatumAnalysis::components(const DiagnosedSystem& s
   return components;
 }
 
-std::vector<DatumAnalysis::Changes> DatumAnalysis::free_changes(
-    const DiagnosedSystem& system) const {
+std::vector<DatumAnalysis::Changes> DatumAnalysis::free_changes() const {
   std::vector<Changes> all;
   for (std::size_t p = 0; p < parts_.size(); ++p) {
-    const Sums sums = sums_of(p, system);
-    const Eigen7 eigen = generalised_eigen(sums.held, sums.diagonal);
+    const Eigen7& eigen = parts_[p].eigen;
     for (std::size_t e = 0; e < kNumMotions && eigen.values[e] < kFreeQuotient; ++e) {
       Changes& changes = all.emplace_back();
       for_each_unknown(p, [&](const AdjObject& object, std::int32_t k, const Row7& row) {

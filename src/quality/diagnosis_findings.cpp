@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <optional>
 #include <utility>
 
 #include "driver/bundle_project.h"
@@ -81,20 +82,20 @@ void find_removed(const BundleProject& project, Diagnosis& diagnosis) {
 
 }  // namespace
 
-void find_unobserved(const BundleProject& project, const DiagnosedSystem& system,
+void find_unobserved(const BundleProject& project, const UnknownWeights& weights,
                      Diagnosis& diagnosis) {
   for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
     const AdjObject& object = project.unknowns[i];
     std::vector<DiagnosedItem> items;
     for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
-      if (system.role(object.index + k) == UnknownRole::unobserved) {
+      if (weights.role(object.index + k) == UnknownRole::unobserved) {
         items.push_back(item_of({&object, k}));
       }
     }
     if (items.empty()) continue;
     bool seen = false;
     for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
-      seen = seen || system.image_weight(object.index + k) > 0.0;
+      seen = seen || weights.image_weight(object.index + k) > 0.0;
     }
     DiagnosisFinding& finding = diagnosis.findings.emplace_back();
     finding.code = "no_observations";
@@ -120,17 +121,27 @@ void find_unobserved(const BundleProject& project, const DiagnosedSystem& system
 
 namespace {
 
-// The smallest eigenvalue of a point's block of N scaled to a unit diagonal.
-double smallest_eigenvalue(const ObjectPoint& point, const NormalMatrix& normal) {
+constexpr double kOneDegree = std::numbers::pi / 180;
+
+// Whether a point's block of N, scaled to a unit diagonal, is singular but for rounding: by its
+// smallest eigenvalue. The product of all three is the determinant, and as they add up to 3, no two
+// of them have a product above 9/4.
+bool is_singular(const NormalMatrix& normal, std::int32_t point) {
+  constexpr double kSingular = 1e-13;
+  const double* const n = normal.diagonal(point);
+  const double xy = n[1] / std::sqrt(n[0] * n[3]);
+  const double xz = n[2] / std::sqrt(n[0] * n[5]);
+  const double yz = n[4] / std::sqrt(n[3] * n[5]);
+  const double determinant = 1.0 + 2.0 * xy * xz * yz - xy * xy - xz * xz - yz * yz;
+  constexpr double kFarFromIt = 1e3;
+  if (determinant > kFarFromIt * kSingular) return false;
   Matrix block(3, 3);
-  const std::int32_t u = point.index;
-  for (std::int32_t i = 0; i < 3; ++i) {
-    for (std::int32_t j = i; j < 3; ++j) {
-      const double scale = normal.at(u + i, u + i) * normal.at(u + j, u + j);
-      block[i][j] = normal.at(u + i, u + j) / std::sqrt(scale);
-    }
-  }
-  return eigen_of_symmetric(std::move(block)).values[0];
+  for (std::int32_t i = 0; i < 3; ++i) block[i][i] = 1.0;
+  block[0][1] = xy;
+  block[0][2] = xz;
+  block[1][2] = yz;
+  // Negated, so that what is not a number counts as singular.
+  return !(eigen_of_symmetric(std::move(block)).values[0] > kSingular);
 }
 
 // Where the rays of a point come from, and how precise their directions are [rad]. No places where
@@ -173,34 +184,45 @@ DiagnosisFinding weak_intersection(const ObjectPoint& point, std::size_t rays, d
   return finding;
 }
 
+// Whether a point is to be found by its images, and they can say something of it.
+bool is_intersected(const ObjectPoint& point, const UnknownWeights& weights) {
+  bool held = true;
+  bool observed = true;
+  for (std::int32_t k = 0; k < 3; ++k) {
+    held = held && is_held(point, k);
+    observed = observed && weights.role(point.index + k) != UnknownRole::unobserved;
+  }
+  return observed && !held;
+}
+
 }  // namespace
 
-void find_weak_intersections(const BundleProject& project, DiagnosedSystem& system,
-                             Diagnosis& diagnosis) {
-  constexpr double kOneDegree = std::numbers::pi / 180;
-  constexpr double kSingular = 1e-13;
-  const PointRays rays(project.images, project.object_points);
+std::vector<const ObjectPoint*> find_weak_intersections(const BundleProject& project,
+                                                        const UnknownWeights& weights,
+                                                        const NormalMatrix& normal,
+                                                        const std::vector<double>& angles,
+                                                        Diagnosis& diagnosis) {
+  constexpr double kNearOneDegree = 1.001 * kOneDegree;
+  std::optional<PointRays> rays;
+  std::vector<const ObjectPoint*> undetermined;
   for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
     const ObjectPoint* const point = project.object_points[slot];
-    if (point == nullptr) continue;
-    if (is_held(*point, 0) && is_held(*point, 1) && is_held(*point, 2)) continue;
-    bool observed = true;
-    for (std::int32_t k = 0; k < 3; ++k) {
-      observed = observed && system.role(point->index + k) != UnknownRole::unobserved;
-    }
-    if (!observed) continue;
-    const RayBundle bundle = bundle_of(rays[slot]);
+    if (point == nullptr || !is_intersected(*point, weights)) continue;
+    const std::int32_t number = point->index / 3;
+    const bool singular = is_singular(normal, number);
+    const bool may_be_weak =
+        angles.empty() || angles[static_cast<std::size_t>(number)] < kNearOneDegree;
+    if (!singular && !may_be_weak) continue;
+    if (!rays) rays.emplace(project.images, project.object_points);
+    const RayBundle bundle = bundle_of((*rays)[slot]);
     const double angle = bundle.places.empty() ? std::numeric_limits<double>::quiet_NaN()
                                                : largest_angle(point->xyz, bundle.places);
-    // Negated, so that what is not a number counts as singular.
-    const bool singular = !(smallest_eigenvalue(*point, system.normal()) > kSingular);
     if (!singular && !(angle < kOneDegree)) continue;
-    if (singular) {
-      for (std::int32_t k = 0; k < 3; ++k) system.pin(point->index + k);
-    }
+    if (singular) undetermined.push_back(point);
     const bool useless = singular || angle < 3 * bundle.precision;
-    diagnosis.findings.push_back(weak_intersection(*point, rays[slot].size(), angle, useless));
+    diagnosis.findings.push_back(weak_intersection(*point, (*rays)[slot].size(), angle, useless));
   }
+  return undetermined;
 }
 
 }  // namespace vorn

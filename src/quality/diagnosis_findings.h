@@ -17,12 +17,17 @@ class BundleProject;
 // sentences what is wrong and what helps.
 
 // What was removed before the adjustment, and unknowns that nothing is left to determine.
-void find_unobserved(const BundleProject& project, const DiagnosedSystem& system,
+void find_unobserved(const BundleProject& project, const UnknownWeights& weights,
                      Diagnosis& diagnosis);
-// Points whose rays coincide or meet under less than a degree, unless they are control. Those that
-// nothing determines are pinned.
-void find_weak_intersections(const BundleProject& project, DiagnosedSystem& system,
-                             Diagnosis& diagnosis);
+// Points whose rays coincide or meet under less than a degree, unless they are control. Where the
+// largest angles of intersection are known (`angles`, by points; not a number where the rays have
+// no directions) the rays of the other points are not looked at. Returns the points that nothing
+// determines.
+std::vector<const ObjectPoint*> find_weak_intersections(const BundleProject& project,
+                                                        const UnknownWeights& weights,
+                                                        const NormalMatrix& normal,
+                                                        const std::vector<double>& angles,
+                                                        Diagnosis& diagnosis);
 // Parts of the network with a free datum, and a network that falls apart.
 void find_datum_defects(const Network& network, Diagnosis& diagnosis);
 // Directions that are no similarity motions and that nothing determines, their eigenvalues being

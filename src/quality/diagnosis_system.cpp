@@ -26,23 +26,19 @@ bool is_finite(const PointEquation& equation) {
 DiagnosedSystem::DiagnosedSystem(BundleProject& project,
                                  const std::function<void(const LinearisedPoint&)>& visit)
     : normal_(project.normal) {
-  const std::int32_t n = project.unknowns.num_unknowns();
-  for (Vector* v : {&image_diagonal_, &own_weights_, &diagonal_, &condition_cofactors_}) {
-    v->resize(n);
-    v->zero();
-  }
+  condition_cofactors_.resize(normal_.size());
+  condition_cofactors_.zero();
   add_images(project, visit);
-  for (std::int32_t u = 0; u < n; ++u) image_diagonal_[u] = normal_.at(u, u);
-  add_own_weights(project);
-  for (std::int32_t u = 0; u < n; ++u) diagonal_[u] = image_diagonal_[u] + own_weights_[u];
+  weights_ = UnknownWeights(project, normal_);
+  add_own_weights();
   add_conditions(project);
-  set_roles(project);
+  hold_inactive();
 }
 
 void DiagnosedSystem::add_images(BundleProject& project,
                                  const std::function<void(const LinearisedPoint&)>& visit) {
   normal_.zero();
-  Vector rhs(size());
+  Vector rhs(normal_.size());
   rhs.zero();
   double lPl = 0.0;
   PointEquation equation;
@@ -58,7 +54,6 @@ void DiagnosedSystem::add_images(BundleProject& project,
           equations.linearise(observation, object_point->xyz, equation) !=
               ObservationEquations::Outcome::formed ||
           !is_finite(equation)) {
-        degenerate_.push_back(object_point);
         continue;
       }
       const std::int32_t number = object_point->index / 3;
@@ -72,14 +67,9 @@ void DiagnosedSystem::add_images(BundleProject& project,
   }
 }
 
-void DiagnosedSystem::add_own_weights(const BundleProject& project) {
-  for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
-    const AdjObject& object = project.unknowns[i];
-    for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
-      if (object.param(k).state != ParamState::observed) continue;
-      own_weights_[object.index + k] = object.param(k).weight;
-      normal_.add(object.index + k, object.index + k, object.param(k).weight);
-    }
+void DiagnosedSystem::add_own_weights() {
+  for (std::int32_t u = 0; u < size(); ++u) {
+    if (weights_.own_weight(u) > 0.0) normal_.add(u, u, weights_.own_weight(u));
   }
 }
 
@@ -91,7 +81,7 @@ void DiagnosedSystem::add_conditions(const BundleProject& project) {
     double weight = 0.0;
     double squares = 0.0;
     for (std::int32_t k = 3; k < 7; ++k) {
-      weight = std::max(weight, diagonal_[geometry.index + k]);
+      weight = std::max(weight, diagonal(geometry.index + k));
       squares += geometry.value(k) * geometry.value(k);
     }
     for (std::int32_t k = 3; k < 7; ++k) {
@@ -107,34 +97,25 @@ void DiagnosedSystem::add_conditions(const BundleProject& project) {
   }
 }
 
-void DiagnosedSystem::set_roles(const BundleProject& project) {
-  roles_.assign(static_cast<std::size_t>(size()), UnknownRole::active);
-  for (std::int32_t i = 0; i < project.unknowns.num_objects(); ++i) {
-    const AdjObject& object = project.unknowns[i];
-    for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
-      const std::int32_t u = object.index + k;
-      UnknownRole& role = roles_[static_cast<std::size_t>(u)];
-      if (object.param(k).state == ParamState::eliminated) role = UnknownRole::fixed;
-      // Negated, so that what is not a number counts as nothing.
-      if (role == UnknownRole::active && !(diagonal_[u] > 0.0)) role = UnknownRole::unobserved;
-      if (role != UnknownRole::active) hold(u);
-    }
+void DiagnosedSystem::hold_inactive() {
+  for (std::int32_t u = 0; u < size(); ++u) {
+    if (!is_active(u)) hold(u);
   }
 }
 
 void DiagnosedSystem::hold(std::int32_t u) {
-  normal_.add(u, u, kHold * (diagonal_[u] > 0.0 ? diagonal_[u] : 1.0));
+  normal_.add(u, u, kHold * (diagonal(u) > 0.0 ? diagonal(u) : 1.0));
 }
 
 void DiagnosedSystem::pin(std::int32_t u) {
   if (!is_active(u)) return;
-  roles_[static_cast<std::size_t>(u)] = UnknownRole::pinned;
+  weights_.pin(u);
   hold(u);
 }
 
 void DiagnosedSystem::regularise(double fraction) {
   for (std::int32_t u = 0; u < size(); ++u) {
-    if (is_active(u)) normal_.add(u, u, (fraction - regularised_) * diagonal_[u]);
+    if (is_active(u)) normal_.add(u, u, (fraction - regularised_) * diagonal(u));
   }
   regularised_ = fraction;
 }

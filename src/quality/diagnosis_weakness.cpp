@@ -149,7 +149,6 @@ Weakness::Column Weakness::inverse_column(std::int32_t unknown) const {
 // of their own.
 std::vector<StrongCorrelation> Weakness::correlations(const std::vector<std::int32_t>& unknowns,
                                                       double limit) const {
-  constexpr std::size_t kMostCandidates = 20;
   std::vector<StrongCorrelation> found;
   for (const std::int32_t a : unknowns) {
     const Column q = inverse_column(a);
@@ -159,7 +158,7 @@ std::vector<StrongCorrelation> Weakness::correlations(const std::vector<std::int
       if (b != a && bound >= limit * limit) candidates.emplace_back(-bound, b);
     }
     std::sort(candidates.begin(), candidates.end());
-    if (candidates.size() > kMostCandidates) candidates.resize(kMostCandidates);
+    if (candidates.size() > kMostCorrelated) candidates.resize(kMostCorrelated);
     for (const auto& [bound, b] : candidates) {
       const double r = q[place(b)] / std::sqrt(q[place(a)] * inverse_column(b)[place(b)]);
       if (std::fabs(r) >= limit) found.push_back({a, b, r});

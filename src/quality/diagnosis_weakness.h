@@ -20,7 +20,9 @@ struct WeakDirection {
   double share(std::size_t unknown) const { return elements[unknown] * elements[unknown]; }
 };
 
-// Two unknowns that the observations hardly tell apart.
+// Two unknowns that the observations hardly tell apart. Of those that are hard to tell from one
+// unknown, no more than kMostCorrelated are looked at.
+constexpr std::size_t kMostCorrelated = 20;
 struct StrongCorrelation {
   std::int32_t a = 0;
   std::int32_t b = 0;

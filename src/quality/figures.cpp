@@ -104,7 +104,6 @@ class FigureMaker {
   void see_point_correlations(const PointResult& row,
                               const SelectedInverse::PointCofactors& cofactors);
   void find_reduced_correlations();
-  void find_column(std::int32_t i, Vector& column) const;
   void find_observed();
   void find_images();
   void find_check_points();
@@ -134,7 +133,6 @@ class FigureMaker {
   std::vector<std::unique_ptr<ImageFigures>> images_;
   std::vector<std::size_t> first_ray_;  // of each point, and the end
   std::vector<std::uint32_t> rays_;     // rows of the image points
-  bool may_solve_ = true;
   IntersectionAngle angle_;
 };
 
@@ -160,7 +158,7 @@ void FigureMaker::find_parameters() {
 void FigureMaker::see_tolerance(const Unknown& unknown, double cofactor) {
   if (unknown.is_fixed()) return;
   constexpr std::size_t kListed = 10;
-  const double value = 1.0 / (system_.diagonal(unknown.number()) * cofactor);
+  const double value = 1.0 / (system_.weights().diagonal(unknown.number()) * cofactor);
   std::vector<ToleranceResult>& list = results_.smallest_tolerances;
   if (list.size() == kListed && !(value < list.back().value)) return;
   const auto at =
@@ -246,18 +244,6 @@ void FigureMaker::see_point_correlations(const PointResult& row,
   }
 }
 
-// The cofactors of an unknown of the reduced part with those in front of it, and with additional
-// parameters behind it. Where the inverse does not hold all of them they are solved for.
-void FigureMaker::find_column(std::int32_t i, Vector& column) const {
-  const std::int32_t n = system_.normal().size();
-  column.resize(n);
-  for (std::int32_t j = first_reduced_; j < n; ++j) {
-    const bool known = system_.has_cofactor(i, j);
-    if (!known && may_solve_) return system_.find_column(i, column);
-    column[j] = known ? system_.cofactor(i, j) : kUndefined;
-  }
-}
-
 // Pairs within an object, and of additional parameters and corrections with everything; different
 // orientations are not looked at.
 void FigureMaker::find_reduced_correlations() {
@@ -276,7 +262,7 @@ void FigureMaker::find_reduced_correlations() {
   // Where every image has parameters of its own, columns outside the pattern would take too long:
   // what never meets is left out then.
   constexpr std::size_t kMaxSolutions = 500;
-  may_solve_ = n <= kMaxSolutions;
+  const bool may_solve = n <= kMaxSolutions;
   Vector column;
   std::size_t ap = 0;
   for (std::size_t i = 0; i < results_.parameters.size(); ++i) {
@@ -289,7 +275,7 @@ void FigureMaker::find_reduced_correlations() {
       }
       continue;
     }
-    find_column(b.number(), column);
+    system_.find_reduced_column(b.number(), may_solve, column);
     for (std::size_t j = 0; j < i; ++j) {
       const Unknown a = results_.parameters[j].unknown;
       see(a, b, column[a.number()] + datum_change(a.number(), b.number()));

@@ -1,5 +1,6 @@
 #include "quality/final_system.h"
 
+#include <limits>
 #include <new>
 
 #include "driver/bundle_project.h"
@@ -29,9 +30,8 @@ bool FinalSystem::form() {
                            project_.lPl, count) != 1) {
     return false;
   }
+  weights_ = UnknownWeights(project_, normal_);
   project_.unknowns.add_weights(normal_, project_.rhs, project_.lPl);
-  diagonal_.resize(normal_.size());
-  for (std::int32_t i = 0; i < normal_.size(); ++i) diagonal_[i] = normal_.at(i, i);
   conditions_.apply(normal_, project_.rhs);
   return true;
 }
@@ -57,6 +57,16 @@ void FinalSystem::find_column(std::int32_t i, Vector& column) const {
   factor_.substitute(unit, column);
   for (std::int32_t j = normal_.num_point_unknowns(); j < normal_.size(); ++j) {
     column[j] -= conditions_.excess(i, j);
+  }
+}
+
+void FinalSystem::find_reduced_column(std::int32_t i, bool may_solve, Vector& column) const {
+  const std::int32_t n = normal_.size();
+  column.resize(n);
+  for (std::int32_t j = normal_.num_point_unknowns(); j < n; ++j) {
+    const bool known = has_cofactor(i, j);
+    if (!known && may_solve) return find_column(i, column);
+    column[j] = known ? cofactor(i, j) : std::numeric_limits<double>::quiet_NaN();
   }
 }
 

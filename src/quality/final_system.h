@@ -7,6 +7,7 @@
 #include "lsq/normal/point_elimination.h"
 #include "lsq/normal/selected_inverse.h"
 #include "quality/conditions.h"
+#include "quality/unknown_weights.h"
 
 namespace vorn {
 
@@ -29,8 +30,13 @@ class FinalSystem {
   const NormalMatrix& normal() const { return normal_; }
   double sigma0_prior() const { return sigma0_; }
   bool is_fixed(std::int32_t unknown) const { return conditions_.is_fixed(unknown); }
-  // Element i of the diagonal of N, before conditions restricted it.
-  double diagonal(std::int32_t unknown) const { return diagonal_[unknown]; }
+  // What stood on the diagonal of N before conditions restricted it.
+  const UnknownWeights& weights() const { return weights_; }
+  // p_i^2/N_ii of the factorisation.
+  double pivot_ratio(std::int32_t unknown) const {
+    const double pivot = factor_.diagonal()[unknown];
+    return pivot * pivot / weights_.diagonal(unknown);
+  }
   // The step that an iteration from the final values would take.
   [[nodiscard]] Vector step() const;
   // Solution for a right-hand side that is zero for fixed unknowns and orientations.
@@ -45,6 +51,9 @@ class FinalSystem {
   }
   // Column i of the inverse.
   void find_column(std::int32_t i, Vector& column) const;
+  // The reduced part of a column of the reduced part, as far as it is known; where it is not it is
+  // solved for, unless that may not be: then it is not a number.
+  void find_reduced_column(std::int32_t i, bool may_solve, Vector& column) const;
   // Calls visit(cofactors) for every point.
   template <class Visit>
   void for_each_point(Visit visit) const {
@@ -64,7 +73,7 @@ class FinalSystem {
   NormalMatrix& normal_;
   double sigma0_;
   Conditions conditions_;
-  Vector diagonal_;
+  UnknownWeights weights_;
   PointElimination factor_;
   SelectedInverse inverse_;
 };

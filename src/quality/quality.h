@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "quality/diagnosis.h"
 #include "quality/results.h"
 
 namespace vorn {
@@ -22,5 +24,9 @@ struct QualityRequest {
 // equations of the project, which serve nothing else afterwards. Where the equations at the final
 // values have no inverse, the results have no figures and the status `failed`.
 [[nodiscard]] QualityResults find_quality(BundleProject& project, const QualityRequest& request);
+// The same with a diagnosis of the network at the final values, where figures are asked for; both
+// together take less than each for itself. It has the findings of the results, too.
+[[nodiscard]] QualityResults find_quality(BundleProject& project, const QualityRequest& request,
+                                          std::optional<Diagnosis>& diagnosis);
 
 }  // namespace vorn

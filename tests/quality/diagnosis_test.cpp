@@ -12,6 +12,7 @@
 
 #include "driver/bundle_project.h"
 #include "driver/run.h"
+#include "quality/final_system.h"
 #include "support/project_test.h"
 #include "text/file_system.h"
 
@@ -108,11 +109,12 @@ void free_sets(SyntheticProject& project) {
   });
 }
 
-Diagnosis diagnosed(const SyntheticProject& project) {
+// Reads and initialises a project and hands it over.
+void with_initialised(const SyntheticProject& project,
+                      const std::function<void(BundleProject&)>& visit) {
   const test::TempDir dir;
   project.write(dir);
   ls_params() = LSParams();
-  Diagnosis diagnosis;
   test::captured_output([&] {
     FileText text;
     EXPECT_TRUE(text.load(dir.path("project.ctl")));
@@ -122,9 +124,14 @@ Diagnosis diagnosed(const SyntheticProject& project) {
     TextWriter silence;
     EXPECT_EQ(read.read_control_file(in), 1);
     EXPECT_EQ(read.initialise(silence), 1);
-    diagnosis = diagnose(read);
+    visit(read);
   });
   ls_params() = LSParams();
+}
+
+Diagnosis diagnosed(const SyntheticProject& project) {
+  Diagnosis diagnosis;
+  with_initialised(project, [&](BundleProject& read) { diagnosis = diagnose(read); });
   return diagnosis;
 }
 
@@ -373,6 +380,49 @@ const Network kParametersDefects[] = {
      {{"no_observations", -1, "ap_set:s2:", "no image was taken"}}}};
 INSTANTIATE_TEST_SUITE_P(Parameters, DefectiveNetwork, testing::ValuesIn(kParametersDefects),
                          name_of_network);
+
+// What figures of quality bring along says the same of a large network, where it says anything.
+TEST(DiagnosisOfFigures, IsThatOfTheNetwork) {
+  // Flat, from above: the set's dc is the flying height. Two images stand nearly in one place.
+  SyntheticProject project = test::make_synthetic_project(
+      {.ap_sets = {"inner-or"}, .points = 2050, .tilt = 0.0, .relief = 1e-4});
+  free_sets(project);
+  edit_lines(project, "eo.txt", [line = 0, centre = Words{}](Words& words) mutable {
+    ++line;
+    if (line == 3) centre = words;
+    if (line == 8) words = {std::to_string(std::stod(centre[0]) + 0.02), centre[1], centre[2]};
+  });
+  keep_measured(project,
+                [](std::size_t image, std::size_t point) { return point != 2040 || image <= 2; });
+  for (const bool sound : {true, false}) {
+    if (!sound) set_control(project, control_in(2, kObserved));
+    with_initialised(project, [&](BundleProject& read) {
+      FinalSystem system(read);
+      const bool usable = system.factorise() == 0 && system.invert();
+      const std::optional<Diagnosis> brought = diagnose_sound(read, system, {});
+      ASSERT_EQ(usable && brought, sound);
+      if (!brought) return;
+      const Diagnosis own = diagnose(read);
+      ASSERT_EQ(brought->findings.size(), own.findings.size());
+      std::set<std::string_view> codes;
+      for (std::size_t i = 0; i < own.findings.size(); ++i) {
+        codes.insert(own.findings[i].code);
+        EXPECT_EQ(brought->findings[i].message, own.findings[i].message);
+        EXPECT_EQ(brought->findings[i].objects, own.findings[i].objects);
+      }
+      EXPECT_THAT(codes, testing::IsSupersetOf({"weak_intersection", "inseparable_parameters"}));
+      for (std::size_t i = 0; i < kNumMotions; ++i) {
+        const double quotient = own.components.at(0).quotients[i];
+        EXPECT_NEAR(brought->components.at(0).quotients[i] / quotient, 1.0, 1e-9);
+      }
+      for (std::size_t i = 0; i < own.smallest_pivots.size(); ++i) {
+        EXPECT_EQ(brought->smallest_pivots.at(i).unknown, own.smallest_pivots[i].unknown);
+        const double pivot = own.smallest_pivots[i].value;
+        EXPECT_NEAR(brought->smallest_pivots[i].value / pivot, 1.0, 1e-6);
+      }
+    });
+  }
+}
 
 }  // namespace
 }  // namespace vorn
