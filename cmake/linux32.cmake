@@ -10,3 +10,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# Programs are linked statically; CMake would find the shared OpenMP.
+execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=libgomp.a
+  OUTPUT_VARIABLE static_openmp OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(OpenMP_gomp_LIBRARY "${static_openmp}" CACHE FILEPATH "OpenMP, static")

@@ -15,7 +15,7 @@ void read_field(TokenReader& in, std::int32_t& field, std::string_view name) {
 }
 void read_field(TokenReader& in, std::string& field, std::string_view name) {
   // The group's state is tested behind its last field.
-  if (!in.need_name(field, name)) return;
+  static_cast<void>(in.need_name(field, name));
 }
 
 template <class T>
@@ -46,8 +46,7 @@ bool Options::read_fields(TokenReader& in, std::string_view& failure) {
   constexpr std::size_t kFiles = 4;
   report_few_numbers(in, kNumbers, "params", [&](std::string_view word) {
     // The names of files, none of which is a number.
-    const std::string_view rest = in.rest();
-    TokenReader names(rest.substr(static_cast<std::size_t>(word.data() - rest.data())));
+    TokenReader names(in.text_from(word));
     std::size_t count = 0;
     while (count < kFiles && names.read_word(word) && !is_number(word)) ++count;
     return count == kFiles;

@@ -224,6 +224,7 @@ std::string_view text_of(ObstacleKind kind) {
       "the options name an output outside the project's directory; --allow-outside permits it",
       "the options name an output, but this file holds something else; --allow-outside replaces it",
   };
+  static_assert(std::size(kSays) == static_cast<std::size_t>(ObstacleKind::dump_replaces_file) + 1);
   return kSays[static_cast<std::size_t>(kind)];
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "driver/bundle_project.h"
@@ -154,14 +155,22 @@ int adjust(const Run& run, BundleProject& project, TokenReader& control_file,
   return iterated;
 }
 
-bool has_normal_equations(const BundleProject& project) { return project.normal.size() > 0; }
+// Without one, what failed is not the network: words, or memory.
+bool has_iterated(const BundleProject& project) { return project.num_iterations > 0; }
 
 // A completed run is diagnosed when its final normal equations are singular, or but for rounding,
 // and when its iterations ended before convergence.
+// What it takes in memory may be lacking: results do not depend on it.
 void tell_diagnosis(const RunRequest& request, BundleProject& project, bool completed) {
   if (!request.hear_diagnosis) return;
-  const Diagnosis diagnosis = completed ? diagnose_completed(project) : diagnose_initially(project);
-  if (!completed || diagnosis.condemns_results()) request.hear_diagnosis(diagnosis);
+  project.solver.reset();
+  try {
+    const Diagnosis diagnosis =
+        completed ? diagnose_completed(project) : diagnose_initially(project);
+    if (!completed || diagnosis.condemns_results()) request.hear_diagnosis(diagnosis);
+  } catch (const std::bad_alloc&) {
+    error_output() << "There is not enough memory to look into the network.\n";
+  }
 }
 
 // Replaces earlier results and shows the adjusted project to whoever asked.
@@ -212,7 +221,7 @@ void look_into_failure(const Run& run, BundleProject& project, TextWriter& repor
     return;
   }
   if (run.request.diagnose) run.summary.ending = ending_of_failed(project);
-  if (has_normal_equations(project)) tell_diagnosis(run.request, project, false);
+  if (has_iterated(project)) tell_diagnosis(run.request, project, false);
 }
 
 // Gives the project away, without those who are gone after the run.

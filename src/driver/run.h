@@ -67,14 +67,15 @@ struct RunRequest {
   // Where given, opens and writes further files of a completed adjustment, which replace earlier
   // ones together with the results. The normal equations of the project may be used up.
   std::function<void(BundleProject&, OutputFiles&)> write_more = nullptr;
-  // Where given, sees the project after a completed adjustment, just before it is destroyed. All
-  // files are written and closed by then; it is not called when that failed.
+  // Where given, sees the project after a completed adjustment. All files are written and closed by
+  // then; it is not called when that failed.
   std::function<void(BundleProject&)> inspect = nullptr;
   // Where given, gets the project after a completed adjustment when everything else is done.
   std::function<void(std::unique_ptr<BundleProject>)> take = nullptr;
-  // Where given, hears what is wrong with a network whose iterations failed, or whose normal
-  // equations are singular at the final values, or but for rounding; then before `inspect`. It
-  // takes a diagnosis, at the approximate values.
+  // Where given, hears what is wrong with a network whose iterations failed or, after `inspect`,
+  // one whose final normal equations are singular, or but for rounding, or whose iterations ended
+  // before convergence. Looked into at the approximate values, in a damped run that completed at
+  // the final ones. The normal equations of the project are used up by it.
   std::function<void(const Diagnosis&)> hear_diagnosis = nullptr;
 };
 

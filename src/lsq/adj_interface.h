@@ -41,7 +41,6 @@ class AdjInterfaceNative : public AdjInterface {
   // it sparse; or the same in the order of the unknowns, for those who want to see the factor.
   enum class Method { dense, eliminate, eliminate_in_order };
   explicit AdjInterfaceNative(Method method = Method::dense) : method_(method) {}
-  Method method() const { return method_; }
 
   // Takes memory for the factor of a matrix, whose structure is complete. False when it does not
   // fit the address space.

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int32_t kFirstOfQuaternion = 3;
 
-bool is_held(const AdjObject& object, std::int32_t k) {
+bool is_constant(const AdjObject& object, std::int32_t k) {
   return object.param(k).state == ParamState::eliminated;
 }
 
@@ -20,7 +20,7 @@ std::vector<double> quaternion_direction(const EOQuaternion& orientation) {
   std::vector<double> n(4, 0.0);
   double square = 0.0;
   for (std::int32_t k = 0; k < 4; ++k) {
-    if (is_held(orientation, kFirstOfQuaternion + k)) continue;
+    if (is_constant(orientation, kFirstOfQuaternion + k)) continue;
     const double element = orientation.value(kFirstOfQuaternion + k);
     n[static_cast<std::size_t>(k)] = element;
     square += element * element;
@@ -36,7 +36,7 @@ Conditions::Conditions(const AdjObjectList& unknowns) : parts_(place(unknowns.nu
   for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
     const AdjObject& object = unknowns[i];
     for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
-      if (is_held(object, k)) add(object.index + k, {1.0}, true);
+      if (is_constant(object, k)) add(object.index + k, {1.0}, true);
     }
     if (object.get_num_constraints() == 0) continue;
     if (const auto* const orientation = dynamic_cast<const EOQuaternion*>(&object)) {

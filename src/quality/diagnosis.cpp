@@ -69,12 +69,6 @@ void list_eigenvalues(const UnknownNames& names, const std::vector<WeakDirection
   }
 }
 
-bool has_error(const Diagnosis& diagnosis) {
-  return std::any_of(
-      diagnosis.findings.begin(), diagnosis.findings.end(),
-      [](const DiagnosisFinding& f) { return f.severity == FindingSeverity::error; });
-}
-
 // Unknowns of the parameter sets, unless their columns of the inverse are too much work.
 std::vector<std::int32_t> set_unknowns(const UnknownNames& names, const NormalMatrix& normal,
                                        const UnknownWeights& weights) {
@@ -114,7 +108,7 @@ void look_for_weakness(const UnknownNames& names, DiagnosedSystem& system,
   const double parameters_below = is_singular ? kNearlyOpen : kOpen;
   find_inseparable(names, directions, parameters_below, diagnosis);
   find_loose_images(names, directions, kOpen, diagnosis);
-  if (has_failed && !has_error(diagnosis)) {
+  if (has_failed && !diagnosis.has_errors()) {
     find_loose_images(names, directions, kNearlyOpen, diagnosis);
   }
   find_correlated(names, strong, diagnosis);
@@ -124,12 +118,6 @@ void list_components(const Network& network, Diagnosis& diagnosis) {
   for (const std::int32_t part : network.part_of_points()) {
     diagnosis.component_of_point.push_back(part + 1);
   }
-}
-
-void errors_first(Diagnosis& diagnosis) {
-  std::stable_sort(
-      diagnosis.findings.begin(), diagnosis.findings.end(),
-      [](const DiagnosisFinding& a, const DiagnosisFinding& b) { return a.severity < b.severity; });
 }
 
 // The smallest pivot ratios of the active unknowns.
@@ -194,7 +182,7 @@ Diagnosis diagnose(BundleProject& project) {
     for (std::int32_t k = 0; k < 3; ++k) system.pin(point->index + k);
   }
   look_for_weakness(names, system, datum.free_changes(), has_failed, diagnosis);
-  errors_first(diagnosis);
+  diagnosis.sort_findings();
   return diagnosis;
 }
 
@@ -219,8 +207,20 @@ std::optional<Diagnosis> diagnose_sound(const BundleProject& project, const Fina
   list_first(names, pivots, diagnosis.smallest_pivots);
   const std::vector<std::int32_t> sets = set_unknowns(names, system.normal(), system.weights());
   find_correlated(names, strong_correlations(system, sets, kInseparableCorrelation), diagnosis);
-  errors_first(diagnosis);
+  diagnosis.sort_findings();
   return diagnosis;
+}
+
+void Diagnosis::sort_findings() {
+  std::stable_sort(
+      findings.begin(), findings.end(),
+      [](const DiagnosisFinding& a, const DiagnosisFinding& b) { return a.severity < b.severity; });
+}
+
+bool Diagnosis::has_errors() const {
+  return std::any_of(findings.begin(), findings.end(), [](const DiagnosisFinding& finding) {
+    return finding.severity == FindingSeverity::error;
+  });
 }
 
 bool Diagnosis::condemns_results() const {
@@ -253,7 +253,8 @@ Diagnosis diagnose_completed(BundleProject& project) {
 
 bool is_doubtful(const BundleProject& project) {
   if (project.failed_unknown >= 0) return true;
-  // Rounding leaves up to some thousand times kSmallestPivotRatio where nothing should be.
+  // Rounding has left up to some thousand times kSmallestPivotRatio where nothing should be; to
+  // look into a sound network costs time, to believe a singular one costs more.
   constexpr double kDoubt = 1e5 * kSmallestPivotRatio;
   for (std::int32_t u = 0; u < project.markers.size(); ++u) {
     const double marker = project.markers[u];

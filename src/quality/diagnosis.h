@@ -40,7 +40,8 @@ constexpr std::array<std::string_view, kNumMotions> kMotionNames = {
     "rotation_y",    "rotation_z",    "scale"};
 // Motions whose quotient is below this are free.
 constexpr double kFreeQuotient = 1e-14;
-// A factorisation whose smallest pivot ratio is below this has passed by rounding only.
+// A factorisation whose smallest pivot ratio is below this has passed by rounding only. In long
+// sums rounding leaves more: runs are looked into below some thousand times this.
 constexpr double kSmallestPivotRatio = 1e-13;
 // |r| of inseparable parameters.
 constexpr double kInseparableCorrelation = 0.9999;
@@ -106,8 +107,9 @@ struct DiagnosisFinding {
 
 struct Diagnosis {
   std::vector<NetworkComponent> components;
-  std::vector<DiagnosedValue> smallest_tolerances;  // 1/(N_ii Q_ii), ascending
-  std::vector<DiagnosedValue> smallest_pivots;      // p_i^2/N_ii, ascending
+  // 1/(N_ii Q_ii), ascending; none of a large sound network, whose figures of quality have them.
+  std::vector<DiagnosedValue> smallest_tolerances;
+  std::vector<DiagnosedValue> smallest_pivots;  // p_i^2/N_ii, ascending
   std::vector<DiagnosedEigenvalue> smallest_eigenvalues;
   bool has_eigenvalues = false;
   DiagnosedItem failed_at;                 // without type: no factorisation stopped
@@ -115,9 +117,9 @@ struct Diagnosis {
   // The component of every object point, by the place of its unknowns (index / 3); 0: none.
   std::vector<std::int32_t> component_of_point;
 
-  bool has_errors() const {
-    return !findings.empty() && findings.front().severity == FindingSeverity::error;
-  }
+  [[nodiscard]] bool has_errors() const;
+  // Errors first, those of a severity as they are.
+  void sort_findings();
   // Whether nothing of an adjusted network can be relied on: an error says why the factorisation
   // stopped, or concerns more than the point that it names.
   [[nodiscard]] bool condemns_results() const;

@@ -14,10 +14,6 @@ namespace vorn {
 
 namespace {
 
-bool is_held(const AdjObject& object, std::int32_t k) {
-  return object.param(k).state != ParamState::unknown;
-}
-
 // What a part of the network has to hold its datum with.
 struct Holders {
   std::vector<DiagnosedItem> points;
@@ -48,7 +44,7 @@ Holders holders_of(const NetworkPart& part) {
     for (std::int32_t k = 0; k < geometry->num_values(); ++k) {
       if (!is_held(*geometry, k)) continue;
       holds = true;
-      holders.turned = holders.turned || orientation == nullptr || k >= 3;
+      holders.turned = holders.turned || orientation == nullptr || k > 2;
     }
     if (!holds) continue;
     holders.orientations.push_back(item_of(*geometry));

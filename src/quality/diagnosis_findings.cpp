@@ -22,10 +22,6 @@ namespace vorn {
 
 namespace {
 
-bool is_held(const AdjObject& object, std::int32_t k) {
-  return object.param(k).state != ParamState::unknown;
-}
-
 // Why nothing depends on an object, and what helps.
 std::pair<std::string, std::string> reason_of(const BundleProject& project,
                                               const AdjObject& object) {

@@ -29,6 +29,10 @@ class DisjointSets {
 
 }  // namespace
 
+bool is_held(const AdjObject& object, std::int32_t k) {
+  return object.param(k).state != ParamState::unknown;
+}
+
 Network::Network(const BundleProject& project) {
   const auto num_points = static_cast<std::size_t>(project.object_points.count());
   part_of_point_.assign(num_points, -1);

@@ -21,6 +21,9 @@ struct NetworkPart {
   std::vector<const ObjectPoint*> points;
 };
 
+// Whether an observation or a fixed value holds a parameter.
+[[nodiscard]] bool is_held(const AdjObject& object, std::int32_t k);
+
 // The image-point graph of a project whose unknowns are registered.
 class Network {
  public:

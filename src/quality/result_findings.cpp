@@ -62,10 +62,12 @@ void add_correlation(const CorrelationResult& row, Diagnosis& diagnosis) {
   diagnosis.findings.push_back(std::move(finding));
 }
 
-// Whether the network itself was found not to tell a parameter from others.
-bool is_named(const Diagnosis& diagnosis, const Unknown& unknown) {
+// Whether the network itself, in the first of the findings, was found not to tell a parameter from
+// others.
+bool is_named(const Diagnosis& diagnosis, std::size_t num_of_network, const Unknown& unknown) {
   const DiagnosedItem item = item_of(unknown);
-  return std::any_of(diagnosis.findings.begin(), diagnosis.findings.end(),
+  const auto begin = diagnosis.findings.begin();
+  return std::any_of(begin, begin + static_cast<std::ptrdiff_t>(num_of_network),
                      [&item](const DiagnosisFinding& finding) {
                        return finding.code == "inseparable_parameters" &&
                               std::find(finding.objects.begin(), finding.objects.end(), item) !=
@@ -75,14 +77,14 @@ bool is_named(const Diagnosis& diagnosis, const Unknown& unknown) {
 
 void add_correlations(const QualityResults& results, Diagnosis& diagnosis) {
   std::size_t listed = 0;
-  const Diagnosis network = diagnosis;
+  const std::size_t num_of_network = diagnosis.findings.size();
   for (const CorrelationResult& row : results.correlations) {
     if (listed == kMaxPairs) return;
     const ObjectType type = object_type_of(*row.a.object);
     const bool other = is_ap(row.a) || type == ObjectType::orientation;
     const bool inseparable = std::fabs(row.r) >= kInseparableCorrelation;
     if (!is_ap(row.b) || !other || !(inseparable || is_ap(row.a))) continue;
-    if (inseparable && is_named(network, row.b)) continue;
+    if (inseparable && is_named(diagnosis, num_of_network, row.b)) continue;
     add_correlation(row, diagnosis);
     ++listed;
   }
@@ -113,9 +115,7 @@ void add_result_findings(QualityResults& results, Diagnosis& diagnosis) {
   }
   for (const SuspectResult* row : clear_suspects(results, 1.0)) add_suspect(*row, diagnosis);
   add_correlations(results, diagnosis);
-  std::stable_sort(
-      diagnosis.findings.begin(), diagnosis.findings.end(),
-      [](const DiagnosisFinding& a, const DiagnosisFinding& b) { return a.severity < b.severity; });
+  diagnosis.sort_findings();
 }
 
 }  // namespace vorn

@@ -107,13 +107,13 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
 }
 
 // Rows [first, t) of K columns, `first` a multiple of 8.
-template <int K, bool Plain = false>
+template <int K>
 inline void subtract_columns(double* c, const double* a, const double* b, Index t, Index depth,
                              Index first) {
   constexpr Index kTall = 3 * kLanes;
   Index row = first;
-  for (; row + kTall <= t; row += kTall) subtract_block<3, K, Plain>(c + row, a + row, b, t, depth);
-  for (; row < t; row += VORN_LANES) subtract_block<1, K, Plain>(c + row, a + row, b, t, depth);
+  for (; row + kTall <= t; row += kTall) subtract_block<3, K, false>(c + row, a + row, b, t, depth);
+  for (; row < t; row += VORN_LANES) subtract_block<1, K, false>(c + row, a + row, b, t, depth);
 }
 
 // All rows and columns of C. A block of rows of A stays in the first cache while B passes by once.

@@ -12,7 +12,7 @@ constexpr std::uint32_t kWordBits = 64;
 
 // How many columns of tiles are finished at once: as many as leave room in the second-level cache
 // for a square of tiles and those that meet there. More of them would be one worker's.
-std::int32_t block_width(std::int32_t tile_size) {
+std::int32_t columns_at_once(std::int32_t tile_size) {
   constexpr std::size_t kMost = 4;
   const std::size_t area =
       static_cast<std::size_t>(tile_size) * static_cast<std::size_t>(tile_size);
@@ -132,7 +132,7 @@ double TileMatrix::at(std::int32_t i, std::int32_t j) const {
 }
 
 std::int32_t TileMatrix::factorise() {
-  const std::int32_t width = block_width(tile_size_);
+  const std::int32_t width = columns_at_once(tile_size_);
   std::int32_t failed_row = 0;
   for (std::int32_t first = 0; first < num_tiles_ && failed_row == 0; first += width) {
     failed_row = factorise_block(block_at(first, std::min(first + width, num_tiles_)));

@@ -31,8 +31,9 @@ constexpr std::size_t kLeaf = 64;
 
 // Where every point meets a good part of all blocks, the factor is full in any order.
 bool is_full(const NormalStructure& structure, const NormalStructure::PointBlocks& points) {
-  return points.blocks.size() * 4 > static_cast<std::size_t>(structure.num_points()) *
-                                        static_cast<std::size_t>(structure.num_blocks());
+  return std::uint64_t{points.blocks.size()} * 4 >
+         static_cast<std::uint64_t>(structure.num_points()) *
+             static_cast<std::uint64_t>(structure.num_blocks());
 }
 
 BlockOrder natural_order_of(const NormalStructure& structure) {

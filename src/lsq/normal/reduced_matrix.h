@@ -28,12 +28,12 @@ class ReducedMatrix {
   // number of operations that the factorisation takes: bands, or nested dissection in projects of
   // some thousand blocks where it saves a good part. False when the matrix does not fit the address
   // space.
-  bool set_structure(const NormalStructure& structure, const NormalStructure::PointBlocks& points,
-                     bool natural_order);
+  [[nodiscard]] bool set_structure(const NormalStructure& structure,
+                                   const NormalStructure::PointBlocks& points, bool natural_order);
   // The same for S alone, which is not factorised here: the natural order, and no tiles but those
   // that hold elements.
-  bool set_unfilled_structure(const NormalStructure& structure,
-                              const NormalStructure::PointBlocks& points);
+  [[nodiscard]] bool set_unfilled_structure(const NormalStructure& structure,
+                                            const NormalStructure::PointBlocks& points);
 
   bool is_natural() const { return is_natural_; }
   // First row of a block.

@@ -209,6 +209,7 @@ int choose_solver(BundleProject& project, TextWriter& report) {
   project.solution.resize(size);
   // Files of a run without any iteration show zeros.
   project.rhs.zero();
+  project.markers.zero();
   project.solution.zero();
   return 1;
 }
