@@ -23,70 +23,10 @@ constexpr double kStandsOut = 10.0;  // times the median of all residuals
 constexpr double kVisible = 0.1;     // part of the half extent of the measurements
 constexpr double kAlone = 4.0;       // times the residuals of its image
 constexpr std::size_t kMostListed = 10;
-constexpr std::size_t kFewest = 3;           // images or points, to tell one from the others
-constexpr std::size_t kRaysToIntersect = 2;  // they may miss one another
-constexpr std::size_t kRaysToAgree = 3;      // so that one may be wrong beside the others
+constexpr std::size_t kFewest = 3;       // images or points, to tell one from the others
+constexpr std::size_t kRaysToAgree = 3;  // so that one may be wrong beside the others
 
 using Rays = std::vector<StartRay>;
-
-// The point with the smallest sum of squared distances from the rays: the sum of the projections
-// I - d d^T on the planes across the directions d, times the point, equals that of the centres.
-bool intersect(const std::vector<const StartRay*>& rays, Vec3& point) {
-  Mat3 n{};
-  Vec3 rhs{};
-  for (const StartRay* ray : rays) {
-    const auto& eo = static_cast<const ExtOrientation&>(*ray->image->geometry);
-    Vec3 d = eo.rotation_matrix() * ray->image->camera->image_to_camera(measured_in_image(*ray));
-    d = (1.0 / std::sqrt(dot(d, d))) * d;
-    const Vec3 centre = eo.projection_centre();
-    const double along = dot(d, centre);
-    for (std::size_t i = 0; i < 3; ++i) {
-      for (std::size_t j = 0; j < 3; ++j) n[i][j] += (i == j ? 1.0 : 0.0) - d[i] * d[j];
-      rhs[i] += centre[i] - along * d[i];
-    }
-  }
-  const Vec3 across = cross(n[1], n[2]);
-  const double determinant = dot(n[0], across);
-  const auto count = static_cast<double>(rays.size());
-  constexpr double kParallel = 1e-9;
-  if (!(determinant > kParallel * count * count * count)) return false;
-  point = (1.0 / determinant) *
-          (rhs[0] * across + rhs[1] * cross(n[2], n[0]) + rhs[2] * cross(n[0], n[1]));
-  return true;
-}
-
-// Rays of points without coordinates, with the coordinates that they give one another.
-Rays intersected_rays(const BundleProject& project,
-                      const std::unordered_set<const BundleImage*>& without) {
-  std::unordered_map<std::string_view, std::size_t> place;
-  std::vector<std::vector<StartRay>> groups;
-  for (const BundleImage& image : project.images) {
-    if (without.contains(&image) ||
-        dynamic_cast<const ExtOrientation*>(image.geometry) == nullptr) {
-      continue;
-    }
-    for (const ImagePoint& measured : image.points) {
-      const ObjectPoint* const object = project.object_points.find(measured.id);
-      if (object != nullptr && object->has_coords) continue;
-      const auto [entry, added] = place.try_emplace(measured.id, groups.size());
-      if (added) groups.emplace_back();
-      groups[entry->second].push_back({&image, &measured, nullptr, {}});
-    }
-  }
-  Rays rays;
-  for (std::vector<StartRay>& group : groups) {
-    if (group.size() < kRaysToIntersect) continue;
-    std::vector<const StartRay*> all;
-    for (const StartRay& ray : group) all.push_back(&ray);
-    Vec3 xyz{};
-    if (!intersect(all, xyz)) continue;
-    for (StartRay& ray : group) {
-      ray.xyz = xyz;
-      rays.push_back(ray);
-    }
-  }
-  return rays;
-}
 
 class GrossErrors {
  public:

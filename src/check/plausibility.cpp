@@ -193,6 +193,9 @@ void check_plausibility(BundleProject& project, FindingList& findings) {
   const std::vector<StartRay> rays = start_rays(project);
   const bool sound = !findings.has_errors();
   if (find_mistake(project, rays, sound, findings) || !sound) return;
+  if (find_exchanged(project, rays, findings) || find_foreign_control(project, rays, findings)) {
+    return;
+  }
   std::vector<double> residuals;
   for (const StartRay& ray : rays) residuals.push_back(residual(ray));
   if (median(std::move(residuals)) < kFitsSomehow * extent_of(rays)) {

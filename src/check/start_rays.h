@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <unordered_set>
 #include <vector>
 
 #include "geometry/ext_orientation.h"
@@ -37,6 +38,14 @@ struct Reading {
   std::function<double(const Camera&)> distance;  // c [m]
 };
 
+// The point with the smallest sum of squared distances from rays whose images have projection
+// centres. False when they are parallel.
+[[nodiscard]] bool intersect(const std::vector<const StartRay*>& rays, Vec3& point);
+// Rays of points without coordinates, with those that their rays, but for the ones of the images
+// `without`, give them. They may miss one another.
+std::vector<StartRay> intersected_rays(const BundleProject& project,
+                                       const std::unordered_set<const BundleImage*>& without = {});
+
 Pair measured_in_image(const StartRay& ray);
 
 // Residual of a ray [m]; HUGE_VAL for a point that cannot be projected. Points behind the camera do
@@ -56,6 +65,13 @@ double extent_of(const std::vector<StartRay>& rays, const Reading& reading = {})
 // those of axes and rotations are reported only where `axes_too` says so.
 bool find_mistake(const BundleProject& project, const std::vector<StartRay>& rays, bool axes_too,
                   FindingListener& findings);
+// Images whose measurements fit the orientations of one another, and points that are exchanged in
+// an image. True when some were found.
+bool find_exchanged(const BundleProject& project, const std::vector<StartRay>& rays,
+                    FindingListener& findings);
+// Control, or all object points, that have nothing to do with the images. True when found.
+bool find_foreign_control(const BundleProject& project, const std::vector<StartRay>& given,
+                          FindingListener& findings);
 // Images, points and measurements whose residuals stand out from all others.
 void find_gross(const BundleProject& project, const std::vector<StartRay>& rays,
                 FindingListener& findings);

@@ -8,6 +8,9 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <numbers>
 #include <string>
 #include <utility>
@@ -18,6 +21,7 @@
 #include "driver/bundle_project.h"
 #include "geometry/eo_angles.h"
 #include "geometry/eo_quaternion.h"
+#include "lsq/ls_params.h"
 
 namespace vorn {
 namespace {
@@ -28,7 +32,11 @@ constexpr double kSound = 0.01;         // residuals so small need no explanatio
 constexpr double kDoubtful = 0.03;      // residuals of rough approximations, or of a small mistake
 constexpr double kExplains = 0.3;       // part of the residuals that remains when they did not fit
 constexpr double kExplainsWell = 0.15;  // the same when they fitted more or less
-constexpr double kClearer = 0.7;        // of two explanations the simpler one, unless so much worse
+constexpr double kExplainsAll = 0.65;   // the same when nearly every image gains
+constexpr double kNearlyAll = 0.85;     // of the images for which it
+constexpr double kMatters = 0.7;        // by this factor
+constexpr std::size_t kFewestImages = 5;
+constexpr double kClearer = 0.7;  // of two explanations the simpler one, unless so much worse
 constexpr std::size_t kFewestRays = 8;
 constexpr std::size_t kMostRays = 3000;
 
@@ -343,6 +351,27 @@ void Suspects::add_quaternion_mistakes() {
       {"image-geometry", first->id, {}, {}});
 }
 
+// Whether images fit better, and hardly any worse, by a factor that is no chance: of rough
+// approximations a wrong reading improves some images and spoils others.
+bool improves_all(const std::vector<StartRay>& rays, const Reading& reading) {
+  std::map<const BundleImage*, std::array<std::vector<double>, 2>> images;
+  for (const StartRay& ray : rays) {
+    std::array<std::vector<double>, 2>& residuals = images[ray.image];
+    residuals[0].push_back(residual(ray));
+    residuals[1].push_back(residual(ray, reading));
+  }
+  std::size_t better = 0;
+  std::size_t worse = 0;
+  for (const auto& [image, residuals] : images) {
+    const double before = median(residuals[0]);
+    const double after = median(residuals[1]);
+    if (after < kMatters * before) ++better;
+    if (before < kMatters * after) ++worse;
+  }
+  return better >= kFewestImages && 3 * better >= images.size() &&
+         static_cast<double>(better) >= kNearlyAll * static_cast<double>(better + worse);
+}
+
 // The one that explains the residuals best; null when none does.
 const Mistake* best_of(const std::vector<Mistake>& mistakes, const std::vector<StartRay>& rays) {
   const double base = misfit(rays, {});
@@ -352,7 +381,9 @@ const Mistake* best_of(const std::vector<Mistake>& mistakes, const std::vector<S
   const Mistake* best = nullptr;
   for (const Mistake& mistake : mistakes) {
     const double left = misfit(rays, mistake.reading);
-    if (!(left < kClearer * smallest)) continue;
+    const bool explains = left < kClearer * smallest;
+    const bool helps = best == nullptr && left < std::min(kExplainsAll * base, kFits);
+    if (!explains && !(helps && improves_all(rays, mistake.reading))) continue;
     smallest = left;
     best = &mistake;
   }
@@ -383,18 +414,31 @@ bool find_mistake(const BundleProject& project, const std::vector<StartRay>& ray
     report(*mistake);
     return true;
   }
-  // The control alone may be of another system than approximations of the other points.
-  std::vector<StartRay> control;
-  for (const StartRay& ray : sample) {
-    if (ray.object->type == PointType::control) control.push_back(ray);
+  // The control alone may be of another system than approximations of the other points, and of that
+  // the fixed or the observed points alone.
+  const auto is_control = [](const ObjectPoint& point) { return point.type == PointType::control; };
+  const auto is_observed = [](const ObjectPoint& point) {
+    return std::any_of(point.std_devs.begin(), point.std_devs.end(),
+                       [](double sigma) { return ls_params().is_observed(sigma); });
+  };
+  const auto is_fixed = [&](const ObjectPoint& p) { return is_control(p) && !is_observed(p); };
+  const std::array<std::function<bool(const ObjectPoint&)>, 3> kLists = {is_control, is_observed,
+                                                                         is_fixed};
+  std::size_t last = sample.size();
+  for (const auto& belongs : kLists) {
+    std::vector<StartRay> some;
+    std::copy_if(sample.begin(), sample.end(), std::back_inserter(some),
+                 [&](const StartRay& ray) { return belongs(*ray.object); });
+    if (some.size() < kFewestRays || some.size() == last) continue;
+    last = some.size();
+    Suspects of_list(project, some.front());
+    of_list.add_object_mistakes(some);
+    const Mistake* const mistake = best_of(of_list.mistakes(), some);
+    if (mistake == nullptr) continue;
+    report(*mistake);
+    return true;
   }
-  if (control.size() < kFewestRays || control.size() == sample.size()) return false;
-  Suspects of_control(project, control.front());
-  of_control.add_object_mistakes(control);
-  const Mistake* const mistake = best_of(of_control.mistakes(), control);
-  if (mistake == nullptr) return false;
-  report(*mistake);
-  return true;
+  return false;
 }
 
 }  // namespace vorn

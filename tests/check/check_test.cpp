@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "driver/bundle_project.h"
@@ -237,6 +239,66 @@ TEST(Check, NamesEachMistakeWhereItStands) {
         << "expected " << mistake.code << " at " << mistake.place << " of " << mistake.project
         << " for \"" << mistake.to << "\", found:\n"
         << shown(findings);
+  }
+}
+
+// Mistakes of many words, by expressions and what takes the place of all that match.
+TEST(Check, NamesWhatIsExchangedOrOfAnotherProject) {
+  struct Case {
+    std::string file;
+    std::vector<std::pair<const char*, const char*>> steps;
+    std::string code;
+    std::vector<std::string> places;
+  };
+  const Case kCases[] = {
+      // X and Y, or the sign of Z, of the observed points alone
+      {"object-coords.txt",
+       {{R"((\d+\.\d+) +(\d+\.\d+)( +\d+\.\d+ +0\.03))", "$2 $1$3"}},
+       "axes-suspect",
+       {"object-coords.txt:6:1"}},
+      {"object-coords.txt",
+       {{R"((\d+\.\d+ +0\.03))", "-$1"}},
+       "axes-suspect",
+       {"object-coords.txt:6:1"}},
+      // the sign of the third angle, which is as small as the approximations are rough
+      {"orientations.txt",
+       {{R"((\n +-?\d+\.\d +-?\d+\.\d +)(-?\d+\.\d))", "$1-$2"}, {"--", ""}},
+       "rotation-suspect",
+       {"orientations.txt:2:18"}},
+      {"object-coords.txt",
+       {{R"((\d+\.\d+ +\d+\.\d+ +\d+\.\d+ +0\.03))", "9$1"}},
+       "gross-start",
+       {"object-coords.txt:6:1"}},
+      // no point where it is measured
+      {"orientations.txt",
+       {{R"((\n +)(\d{5} +\d{5} ))", "$1-$2"}},
+       "gross-start",
+       {"object-coords.txt:2:1"}},
+      // measurements of two images, and identifiers of two points in an image
+      {"image-coords.txt",
+       {{"101  0.001", "??"}, {"310  0.001", "101  0.001"}, {R"(\?\?)", "310  0.001"}},
+       "gross-start",
+       {"image-coords.txt:1:1", "orientations.txt:2:18"}},
+      {"image-coords.txt",
+       {{"N1        7", "C1        7"}, {"C1       53", "N1       53"}},
+       "gross-start",
+       {"image-coords.txt:2:3", "image-coords.txt:3:3"}},
+  };
+  for (const Case& mistake : kCases) {
+    const Copy copy(project_folder("aerial-block"));
+    std::string text = copy.dir().read(mistake.file);
+    for (const auto& [from, to] : mistake.steps) {
+      text = std::regex_replace(text, std::regex(from), to);
+    }
+    ASSERT_NE(text, copy.dir().read(mistake.file));
+    copy.dir().write(mistake.file, text);
+    const std::vector<Finding> findings = copy.check();
+    for (const std::string& place : mistake.places) {
+      EXPECT_TRUE(has(findings, mistake.code, place))
+          << mistake.steps[0].first << ": expected " << mistake.code << " at " << place
+          << ", found:\n"
+          << shown(findings);
+    }
   }
 }
 
