@@ -52,7 +52,7 @@ class Gzip {
         }
         text.add(kPiece - stream_.avail_out);
         ended = code == Z_STREAM_END;
-      } while (stream_.avail_in > 0 || stream_.avail_out == 0);
+      } while (stream_.avail_in > 0 || (stream_.avail_out == 0 && !ended));
     }
     return ended ? "" : kTooShort;
   }
@@ -78,8 +78,8 @@ class Zstd {
           return std::string("the zstd file is damaged: ") + ZSTD_getErrorName(code);
         }
         text.add(out.pos);
-        full = out.pos == out.size;
         ended = code == 0;
+        full = out.pos == out.size && !ended;
       }
     }
     return ended ? "" : kTooShort;

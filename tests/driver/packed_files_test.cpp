@@ -78,16 +78,20 @@ TEST_P(PackedFiles, AreNothingForTheLibraryItself) { EXPECT_NE(run_packed().resu
 
 TEST_P(PackedFiles, SayWhatIsWrongWithThem) {
   app::use_packed_files();
-  dir_.write("text", std::string(20000, 'x') + project_.files.at("project.ctl"));
   const std::string name = std::string("text") + GetParam().extension;
   const std::string pack =
       std::string("cd '") + dir_.path() + "' && " + GetParam().command + " -c text > " + name;
-  ASSERT_EQ(std::system(pack.c_str()), 0);
-  const std::string whole = test::file_text(dir_.path(name));
+  std::string whole;
   std::string complaint;
   FileText text;
-  EXPECT_TRUE(text.load_data(dir_.path(name), complaint)) << complaint;
-  EXPECT_EQ(text.view(), test::file_text(dir_.path("text")));
+  // Also as long as the pieces in which it is unpacked.
+  for (const std::size_t size : {786432U, 262144U, 262145U, 20000U}) {
+    dir_.write("text", std::string(size - 1, 'x') + '\n');
+    ASSERT_EQ(std::system(pack.c_str()), 0);
+    whole = test::file_text(dir_.path(name));
+    EXPECT_TRUE(text.load_data(dir_.path(name), complaint)) << size << ": " << complaint;
+    EXPECT_TRUE(text.view() == test::file_text(dir_.path("text"))) << size;
+  }
   for (std::size_t size = 0; size < whole.size(); ++size) {
     dir_.write(name, whole.substr(0, size));
     EXPECT_FALSE(text.load_data(dir_.path(name), complaint)) << size;
