@@ -13,6 +13,7 @@
 #include "driver/paths.h"
 #include "quality/tables.h"
 #include "text/csv_field.h"
+#include "text/unicode.h"
 
 namespace vorn::app {
 namespace {

@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "app/json/utf8.h"
 #include "text/text_writer.h"
+#include "text/unicode.h"
 
 namespace vorn::app {
 

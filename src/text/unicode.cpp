@@ -35,6 +35,25 @@ Character character_at(std::string_view text, std::size_t at) {
   return {code, length};
 }
 
+bool is_utf8(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const Character character = character_at(text, at);
+    if (character.size == 1 && character.code >= 0x80) return false;
+    at += character.size;
+  }
+  return true;
+}
+
+std::string to_utf8(std::string_view text) {
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const Character character = character_at(text, at);
+    append_utf8(result, character.code);
+    at += character.size;
+  }
+  return result;
+}
+
 void append_utf8(std::string& text, std::uint32_t code) {
   const auto put = [&text](std::uint32_t byte) { text += static_cast<char>(byte); };
   if (code < 0x80) {

@@ -14,6 +14,11 @@ struct Character {
 };
 Character character_at(std::string_view text, std::size_t at);
 
+// Whether a text is well-formed UTF-8 (RFC 3629).
+[[nodiscard]] bool is_utf8(std::string_view text);
+// The same text in UTF-8; bytes that belong to no well-formed sequence are taken as Latin-1.
+[[nodiscard]] std::string to_utf8(std::string_view text);
+
 void append_utf8(std::string& text, std::uint32_t code);
 
 // Number of characters of a text.
