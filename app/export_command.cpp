@@ -36,7 +36,7 @@ class ExportCommand final : public Command {
     define_estimation_options(parser, project_.request.settings);
   }
   ExitStatus run() override {
-    exchange::check_export(request_);
+    exchange::check_export(request_, project_.request.path);
     // A run changes the current directory.
     request_.output = absolute_path(request_.output);
     if (given_) {

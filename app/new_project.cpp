@@ -4,8 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
-#include "app/exchange/source.h"
-#include "text/output_files.h"
+#include "app/exchange/output_file.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -179,9 +178,7 @@ void write_new_project(const NewProject& project, const std::string& directory) 
   write_object_points(open("object-points.txt"), project);
   if (project.has_checks()) write_check_points(open("check-points.txt"), project);
   if (project.calibrate) write_calibration(open("calibration.txt"));
-  if (outputs.commit()) return;
-  const OutputFailure& failure = outputs.failures().front();
-  throw exchange::ExchangeError(failure.path + ": " + failure.reason);
+  exchange::finish(outputs);
 }
 
 }  // namespace vorn::app

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/command.h"
+#include "app/exchange/output_file.h"
 #include "app/exchange/source.h"
 #include "app/held_run.h"
 #include "app/project_copy.h"
@@ -204,7 +205,9 @@ class SimulateCommand final : public Command {
                                     });
     if (!held) return kFailed;
     print_precision(held->results);
-    if (copies_ > 0) write_copies(*held->project, *truth);
+    if (copies_ == 0) return kSuccess;
+    check_copies(*held->project);
+    write_copies(*held->project, *truth);
     return kSuccess;
   }
 
@@ -242,6 +245,16 @@ class SimulateCommand final : public Command {
     return (std::filesystem::path(directory_) / name).string();
   }
 
+  // Throws ExchangeError where a copy would replace files of the project itself.
+  void check_copies(const BundleProject& project) const {
+    for (std::int32_t copy = 0; copy <= copies_; ++copy) {
+      if (file_kind(folder_of(copy)) == FileKind::missing) continue;
+      OutputFiles unwritten(OutputMode::discarded);
+      write_project_copy(project, project_, folder_of(copy), unwritten);
+      exchange::keep_project(project_, unwritten.paths());
+    }
+  }
+
   void write_copies(const BundleProject& project, const Truth& truth) const {
     std::int64_t lost = 0;
     for (std::int32_t copy = 0; copy <= copies_; ++copy) {
@@ -250,9 +263,7 @@ class SimulateCommand final : public Command {
       std::filesystem::create_directories(folder_of(copy));
       OutputFiles outputs(OutputMode::replaced);
       write_project_copy(project, project_, folder_of(copy), outputs);
-      if (outputs.commit()) continue;
-      const OutputFailure& failure = outputs.failures().front();
-      throw ExchangeError(failure.path + ": " + failure.reason);
+      exchange::finish(outputs);
     }
     TextWriter& out = standard_output();
     out << "wrote " << folder_of(0) << " and " << copies_ << (copies_ == 1 ? " copy" : " copies")

@@ -13,7 +13,8 @@ const SourceCamera& camera_of(const Reconstruction& model, const SourceImage& im
 }  // namespace
 
 void write_bal(const Reconstruction& model, const std::string& path) {
-  OutputFile out(path);
+  OutputFiles outputs(OutputMode::replaced);
+  OutputFile out(outputs, path);
   out << model.images.size() << ' ' << model.points.size() << ' ' << model.count_rays() << '\n';
   for (std::size_t i = 0; i < model.images.size(); ++i) {
     for (const SourceRay& ray : model.images[i].rays) {
@@ -29,7 +30,7 @@ void write_bal(const Reconstruction& model, const std::string& path) {
   for (const SourcePoint& point : model.points) {
     for (const double value : point.xyz) out << value << '\n';
   }
-  out.close();
+  finish(outputs);
 }
 
 void write_bundler(const Reconstruction& model, const std::string& path) {
@@ -45,7 +46,8 @@ void write_bundler(const Reconstruction& model, const std::string& path) {
       views[static_cast<std::size_t>(rays[k].point)].push_back({i, k, rays[k].xy});
     }
   }
-  OutputFile out(path);
+  OutputFiles outputs(OutputMode::replaced);
+  OutputFile out(outputs, path);
   out << "# Bundle file v0.3\n" << model.images.size() << ' ' << model.points.size() << '\n';
   for (const SourceImage& image : model.images) {
     const SourceCamera& camera = camera_of(model, image);
@@ -64,7 +66,7 @@ void write_bundler(const Reconstruction& model, const std::string& path) {
     }
     out << '\n';
   }
-  out.close();
+  finish(outputs);
 }
 
 }  // namespace vorn::exchange

@@ -97,25 +97,22 @@ class ColmapWriter {
       : model_(model),
         directory_(directory),
         binary_(binary),
+        files_(colmap_files(directory, binary)),
         camera_ids_(numbers_of(model.cameras, 0xFFFFFFFEU)),
         point_ids_(numbers_of(model.points, 0x7FFFFFFFFFFFFFFEU)) {}
 
   void write() const {
     std::error_code error;
     std::filesystem::create_directories(directory_, error);
-    write_cameras();
-    write_images();
-    write_points();
+    OutputFiles outputs(OutputMode::replaced);
+    write_cameras(OutputFile(outputs, files_[0]));
+    write_images(OutputFile(outputs, files_[1]));
+    write_points(OutputFile(outputs, files_[2]));
+    finish(outputs);
   }
 
  private:
-  std::string path(const char* part) const {
-    return (std::filesystem::path(directory_) / (std::string(part) + (binary_ ? ".bin" : ".txt")))
-        .string();
-  }
-
-  void write_cameras() const {
-    OutputFile out(path("cameras"));
+  void write_cameras(OutputFile out) const {
     if (binary_) {
       out.bytes_of(std::uint64_t{model_.cameras.size()});
     } else {
@@ -134,11 +131,9 @@ class ColmapWriter {
         out << '\n';
       }
     }
-    out.close();
   }
 
-  void write_images() const {
-    OutputFile out(path("images"));
+  void write_images(OutputFile out) const {
     if (binary_) {
       out.bytes_of(std::uint64_t{model_.images.size()});
     } else {
@@ -163,7 +158,6 @@ class ColmapWriter {
       }
       write_features(out, image);
     }
-    out.close();
   }
 
   void write_features(OutputFile& out, const SourceImage& image) const {
@@ -180,7 +174,7 @@ class ColmapWriter {
     if (!binary_) out << '\n';
   }
 
-  void write_points() const {
+  void write_points(OutputFile out) const {
     std::vector<std::vector<Track>> tracks(model_.points.size());
     std::vector<double> errors(model_.points.size(), 0.0);
     for (std::size_t i = 0; i < model_.images.size(); ++i) {
@@ -193,7 +187,6 @@ class ColmapWriter {
             {static_cast<std::uint32_t>(i + 1), static_cast<std::uint32_t>(k)});
       }
     }
-    OutputFile out(path("points3D"));
     if (binary_) {
       out.bytes_of(std::uint64_t{model_.points.size()});
     } else {
@@ -204,7 +197,6 @@ class ColmapWriter {
           tracks[i].empty() ? 0.0 : errors[i] / static_cast<double>(tracks[i].size());
       write_point(out, i, error, tracks[i]);
     }
-    out.close();
   }
 
   void write_point(OutputFile& out, std::size_t i, double error,
@@ -229,11 +221,21 @@ class ColmapWriter {
   const Reconstruction& model_;
   std::string directory_;
   bool binary_;
+  std::vector<std::string> files_;
   std::vector<std::uint64_t> camera_ids_;
   std::vector<std::uint64_t> point_ids_;
 };
 
 }  // namespace
+
+std::vector<std::string> colmap_files(const std::string& directory, bool binary) {
+  std::vector<std::string> files;
+  for (const char* const part : {"cameras", "images", "points3D"}) {
+    const std::string name = std::string(part) + (binary ? ".bin" : ".txt");
+    files.push_back((std::filesystem::path(directory) / name).string());
+  }
+  return files;
+}
 
 void write_colmap(const Reconstruction& model, const std::string& directory, bool binary) {
   ColmapWriter(model, directory, binary).write();

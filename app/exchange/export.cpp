@@ -5,6 +5,7 @@
 
 #include "app/exchange/format_table.h"
 #include "app/exchange/layers.h"
+#include "app/exchange/output_file.h"
 #include "app/exchange/project_model.h"
 #include "app/exchange/source.h"
 #include "app/exchange/writers.h"
@@ -46,13 +47,6 @@ void export_model(BundleProject& project, const ExportRequest& request) {
   const Reconstruction model = model_of_project(project, Form, request.pixel_size_um / 1e6);
   Write(model, request.output);
   print_summary(model, request);
-}
-
-void write_colmap_text(const Reconstruction& model, const std::string& path) {
-  write_colmap(model, path, false);
-}
-void write_colmap_binary(const Reconstruction& model, const std::string& path) {
-  write_colmap(model, path, true);
 }
 
 // Horizontal covariances of the points of an adjusted project. Empty when they are not wanted or
@@ -97,19 +91,36 @@ void export_ply(BundleProject& project, const ExportRequest& request) {
                     << project.object_points.count() << '\n';
 }
 
+template <bool Binary>
+void write_colmap_model(const Reconstruction& model, const std::string& path) {
+  write_colmap(model, path, Binary);
+}
+template <bool Binary>
+std::vector<std::string> colmap_model_files(const std::string& path) {
+  return colmap_files(path, Binary);
+}
+std::vector<std::string> single_file(const std::string& path) { return {path}; }
+// A project without anything has all layers.
+template <std::vector<std::string> (*Files)(const std::vector<Layer>&, const std::string&)>
+std::vector<std::string> files_of_layers(const std::string& path) {
+  return Files(layers_of(BundleProject(), {}, 1.0), path);
+}
+
 struct Format {
   const char* name;
   void (*write)(BundleProject& project, const ExportRequest& request);
+  std::vector<std::string> (*files)(const std::string& path);
 };
 constexpr auto kFormats = std::to_array<Format>({
-    {"colmap", export_model<LensForm::full, write_colmap_text>},
-    {"colmap-binary", export_model<LensForm::full, write_colmap_binary>},
-    {"bal", export_model<LensForm::radial, write_bal>},
-    {"bundler", export_model<LensForm::radial, write_bundler>},
-    {"ply", export_ply},
-    {"csv", export_layers<write_csv_tables>},
-    {"geojson", export_layers<write_geojson>},
-    {"gpkg", export_layers<write_geopackage>},
+    {"colmap", export_model<LensForm::full, write_colmap_model<false>>, colmap_model_files<false>},
+    {"colmap-binary", export_model<LensForm::full, write_colmap_model<true>>,
+     colmap_model_files<true>},
+    {"bal", export_model<LensForm::radial, write_bal>, single_file},
+    {"bundler", export_model<LensForm::radial, write_bundler>, single_file},
+    {"ply", export_ply, single_file},
+    {"csv", export_layers<write_csv_tables>, files_of_layers<csv_files>},
+    {"geojson", export_layers<write_geojson>, files_of_layers<geojson_files>},
+    {"gpkg", export_layers<write_geopackage>, single_file},
 });
 
 bool is_epsg_code(const std::string& crs) {
@@ -120,14 +131,15 @@ bool is_epsg_code(const std::string& crs) {
 
 }  // namespace
 
-void check_export(const ExportRequest& request) {
-  format_named(kFormats, request.format);
+void check_export(const ExportRequest& request, const std::string& control_file) {
+  const Format& format = format_named(kFormats, request.format);
   if (request.format == "gpkg" && !has_geopackage()) write_geopackage({}, {}, {});
   if (!request.crs.empty() && !is_epsg_code(request.crs)) {
     throw ExchangeError("'" + request.crs + "' is no coordinate system; write EPSG:25832, say");
   }
-  if (!(request.exaggeration > 0.0)) throw ExchangeError("the exaggeration must be positive");
-  if (!(request.pixel_size_um >= 0.0)) throw ExchangeError("the pixel size must be positive");
+  require_positive(request.exaggeration, "the exaggeration");
+  if (request.pixel_size_um != 0.0) require_positive(request.pixel_size_um, "the pixel size");
+  keep_project(control_file, format.files(request.output));
 }
 
 void export_project(BundleProject& project, const ExportRequest& request) {

@@ -16,11 +16,12 @@ struct ExportRequest {
   bool ellipses = true;        // error ellipses in layers
 };
 
-// Throws ExchangeError for an unknown format, or one that this program was built without.
-void check_export(const ExportRequest& request);
+// Throws ExchangeError for an unknown format, or one that this program was built without, and where
+// the export would replace a file of the project.
+void check_export(const ExportRequest& request, const std::string& control_file);
 // Writes a project in its present state, with a summary on standard output; error ellipses, of an
 // adjusted one, take the place of its normal equations. Throws ExchangeError when the format cannot
-// hold it or a file cannot be written.
+// hold it or a file cannot be written; earlier files are as they were then.
 void export_project(BundleProject& project, const ExportRequest& request);
 // The same for the state that the project's files give.
 void export_given_project(const std::string& control_file, const ExportRequest& request);

@@ -11,10 +11,15 @@
 #include <ogr_api.h>
 #include <ogr_srs_api.h>
 
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <type_traits>
+
+#include "text/file_system.h"
 
 namespace vorn::exchange {
 namespace {
@@ -39,6 +44,28 @@ class QuietErrors {
   ~QuietErrors() { CPLPopErrorHandler(); }
   QuietErrors(const QuietErrors&) = delete;
   QuietErrors& operator=(const QuietErrors&) = delete;
+};
+
+// A file beside the one whose place it takes when it is complete.
+class PartFile {
+ public:
+  explicit PartFile(const std::string& path) : path_(path) {
+    const std::filesystem::path target(path);
+    part_ = (target.parent_path() / ('.' + target.filename().string() + ".part")).string();
+    std::remove(part_.c_str());
+  }
+  ~PartFile() { std::remove(part_.c_str()); }
+  PartFile(const PartFile&) = delete;
+  PartFile& operator=(const PartFile&) = delete;
+
+  [[nodiscard]] const std::string& path() const { return part_; }
+  void take_place() const {
+    if (!replace_file(part_, path_)) throw ExchangeError(path_ + ": " + error_text(errno));
+  }
+
+ private:
+  std::string path_;
+  std::string part_;
 };
 
 [[noreturn]] void refuse(const std::string& what) {
@@ -137,13 +164,17 @@ void write_geopackage(const std::vector<Layer>& layers, const std::string& path,
   }
   const GDALDriverH driver = GDALGetDriverByName("GPKG");
   if (driver == nullptr) throw ExchangeError("this GDAL has no driver for GeoPackage");
-  std::error_code ignored;
-  std::filesystem::remove(path, ignored);
-  const Dataset dataset(GDALCreate(driver, path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+  const PartFile part(path);
+  CPLErrorReset();
+  Dataset dataset(GDALCreate(driver, part.path().c_str(), 0, 0, 0, GDT_Unknown, nullptr));
   if (dataset == nullptr) refuse(path);
   if (GDALDatasetStartTransaction(dataset.get(), FALSE) != OGRERR_NONE) refuse(path);
   for (const Layer& layer : layers) add_layer(dataset.get(), layer, system.get());
   if (GDALDatasetCommitTransaction(dataset.get()) != OGRERR_NONE) refuse(path);
+  CPLErrorReset();
+  dataset.reset();
+  if (CPLGetLastErrorType() >= CE_Failure) refuse(path);
+  part.take_place();
 }
 
 }  // namespace vorn::exchange

@@ -3,11 +3,13 @@
 
 #include <cmath>
 #include <filesystem>
+#include <optional>
 
 #include "app/exchange/layers.h"
 #include "app/exchange/output_file.h"
 #include "app/exchange/source.h"
 #include "text/csv_field.h"
+#include "text/unicode.h"
 
 namespace vorn::exchange {
 namespace {
@@ -25,8 +27,7 @@ bool is_missing(const FieldValue& value) {
   return real != nullptr && !std::isfinite(*real);
 }
 
-void write_csv_layer(const Layer& layer, const std::string& path) {
-  OutputFile out(path);
+void write_csv_layer(const Layer& layer, OutputFile out) {
   const char* separator = "";
   for (const Field& field : layer.fields) {
     out << separator << field.name;
@@ -49,29 +50,12 @@ void write_csv_layer(const Layer& layer, const std::string& path) {
     }
     out << '\n';
   }
-  out.close();
-}
-
-// Bytes that are no valid UTF-8 become '?': the text would be no JSON.
-std::string valid_utf8(const std::string& text) {
-  std::string result;
-  for (std::size_t i = 0; i < text.size();) {
-    const auto first = static_cast<unsigned char>(text[i]);
-    const std::size_t size = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    bool valid = first < 0x80 || (first >= 0xC2 && first < 0xF5 && i + size <= text.size());
-    for (std::size_t k = 1; valid && k < size; ++k) {
-      valid = (static_cast<unsigned char>(text[i + k]) & 0xC0U) == 0x80;
-    }
-    result += valid ? text.substr(i, size) : "?";
-    i += valid ? size : 1;
-  }
-  return result;
 }
 
 void write_json_text(OutputFile& out, const std::string& text) {
   constexpr std::string_view kHex = "0123456789abcdef";
   out << '"';
-  for (const char c : valid_utf8(text)) {
+  for (const char c : to_utf8(text)) {
     const auto code = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out << '\\' << c;
@@ -96,7 +80,7 @@ void write_positions(OutputFile& out, const Feature& feature, Shape shape) {
 
 class GeoJsonFile {
  public:
-  GeoJsonFile(const std::string& path, const std::string& crs) : out_(path) {
+  GeoJsonFile(OutputFile out, const std::string& crs) : out_(out) {
     out_ << "{\"type\":\"FeatureCollection\",\n";
     if (!crs.empty()) {
       out_ << R"("crs":{"type":"name","properties":{"name":"urn:ogc:def:crs:EPSG::)"
@@ -123,10 +107,7 @@ class GeoJsonFile {
     write_positions(out_, feature, layer.shape);
     out_ << "}}";
   }
-  void close() {
-    out_ << "\n]}\n";
-    out_.close();
-  }
+  void end() { out_ << "\n]}\n"; }
 
  private:
   void write_value(const FieldValue& value) {
@@ -152,48 +133,73 @@ bool has_extension(const fs::path& path, std::initializer_list<const char*> exte
   return false;
 }
 
+bool is_csv_file(const fs::path& path) { return has_extension(path, {".csv", ".CSV", ".txt"}); }
+bool is_geojson_file(const fs::path& path) {
+  return has_extension(path, {".geojson", ".json", ".GEOJSON", ".JSON"});
+}
+
 }  // namespace
 
-void write_csv(const std::vector<Layer>& layers, const std::string& path) {
+std::vector<std::string> csv_files(const std::vector<Layer>& layers, const std::string& path) {
+  std::vector<std::string> files;
   const fs::path target(path);
-  const bool is_file = has_extension(target, {".csv", ".CSV", ".txt"});
-  if (!is_file) make_folder(target);
   for (const Layer& layer : layers) {
     fs::path file = target / (std::string(layer.name) + ".csv");
-    if (is_file) {
+    if (is_csv_file(target)) {
       file = target;
       if (layer.shape != Shape::point || layer.name != std::string_view("points")) {
         file.replace_filename(target.stem().string() + '-' + layer.name +
                               target.extension().string());
       }
     }
-    write_csv_layer(layer, file.string());
+    files.push_back(file.string());
   }
+  return files;
+}
+
+void write_csv(const std::vector<Layer>& layers, const std::string& path) {
+  if (!is_csv_file(path)) make_folder(path);
+  OutputFiles outputs(OutputMode::replaced);
+  const std::vector<std::string> files = csv_files(layers, path);
+  for (std::size_t i = 0; i < layers.size(); ++i) {
+    write_csv_layer(layers[i], OutputFile(outputs, files[i]));
+  }
+  finish(outputs);
+}
+
+std::vector<std::string> geojson_files(const std::vector<Layer>& layers, const std::string& path) {
+  if (is_geojson_file(path)) return {path};
+  std::vector<std::string> files;
+  for (const Layer& layer : layers) {
+    if (layer.shape == Shape::none) continue;
+    files.push_back((fs::path(path) / (std::string(layer.name) + ".geojson")).string());
+  }
+  return files;
 }
 
 void write_geojson(const std::vector<Layer>& layers, const std::string& path,
                    const std::string& crs) {
-  const fs::path target(path);
-  if (has_extension(target, {".geojson", ".json", ".GEOJSON", ".JSON"})) {
-    GeoJsonFile file(path, crs);
-    for (const Layer& layer : layers) {
-      if (layer.shape == Shape::none) continue;
-      for (const Feature& feature : layer.features) file.add(layer, feature, true);
-    }
-    file.close();
-    return;
-  }
-  make_folder(target);
+  const bool in_one_file = is_geojson_file(path);
+  if (!in_one_file) make_folder(path);
+  OutputFiles outputs(OutputMode::replaced);
+  std::optional<GeoJsonFile> out;
+  const std::vector<std::string> files = geojson_files(layers, path);
+  auto file = files.begin();
   for (const Layer& layer : layers) {
     if (layer.shape == Shape::none) continue;
-    GeoJsonFile file((target / (std::string(layer.name) + ".geojson")).string(), crs);
-    for (const Feature& feature : layer.features) file.add(layer, feature, false);
-    file.close();
+    if (!out || !in_one_file) {
+      if (out) out->end();
+      out.emplace(OutputFile(outputs, *file++), crs);
+    }
+    for (const Feature& feature : layer.features) out->add(layer, feature, in_one_file);
   }
+  if (out) out->end();
+  finish(outputs);
 }
 
 void write_ply(const BundleProject& project, const std::string& path) {
-  OutputFile out(path);
+  OutputFiles outputs(OutputMode::replaced);
+  OutputFile out(outputs, path);
   out << "ply\nformat ascii 1.0\nelement vertex " << project.object_points.count() << '\n';
   for (const char* name : {"x", "y", "z"}) out << "property double " << name << '\n';
   for (const char* name : {"red", "green", "blue"}) out << "property uchar " << name << '\n';
@@ -204,7 +210,7 @@ void write_ply(const BundleProject& project, const std::string& path) {
     if (point.type == PointType::check) colour = " 0 0 255\n";
     out << point.xyz[0] << ' ' << point.xyz[1] << ' ' << point.xyz[2] << colour;
   }
-  out.close();
+  finish(outputs);
 }
 
 }  // namespace vorn::exchange

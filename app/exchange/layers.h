@@ -52,12 +52,14 @@ std::vector<Layer> layers_of(const BundleProject& project, const PointCovariance
                              double exaggeration);
 
 // A file of comma-separated values per layer: PATH a folder, or the file of the points whose name
-// the names of the others begin with.
+// the names of the others begin with. Here and below, earlier files are replaced together.
 void write_csv(const std::vector<Layer>& layers, const std::string& path);
+std::vector<std::string> csv_files(const std::vector<Layer>& layers, const std::string& path);
 // A collection of features per layer with a shape: PATH a folder, or one file of all with their
 // layer as a member. `crs` is an EPSG code ("EPSG:25832") or empty.
 void write_geojson(const std::vector<Layer>& layers, const std::string& path,
                    const std::string& crs);
+std::vector<std::string> geojson_files(const std::vector<Layer>& layers, const std::string& path);
 // One GeoPackage of all layers, by GDAL.
 void write_geopackage(const std::vector<Layer>& layers, const std::string& path,
                       const std::string& crs);

@@ -148,6 +148,11 @@ std::uint64_t Bytes::unsigned_number(std::size_t size, std::string_view what) {
   return value;
 }
 
+void require_positive(double value, const char* what) {
+  if (value > 0.0 && std::isfinite(value)) return;
+  throw ExchangeError(std::string(what) + " must be positive");
+}
+
 std::string as_word(std::string_view text) {
   std::string word(text);
   std::replace_if(word.begin(), word.end(), is_blank, '_');

@@ -129,6 +129,9 @@ class Bytes {
   std::size_t offset_ = 0;
 };
 
+// Throws ExchangeError unless the number is greater than 0 and finite.
+void require_positive(double value, const char* what);
+
 // The text as a word of a project: blanks become '_', and a word that would end a list gets a '_'
 // in front.
 std::string as_word(std::string_view text);

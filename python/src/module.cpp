@@ -60,7 +60,7 @@ py::str import_project(const py::dict& options) {
   return summary_of([&] { exchange::import_project(request); });
 }
 
-exchange::ExportRequest export_request(const py::dict& options) {
+exchange::ExportRequest export_request(const std::string& path, const py::dict& options) {
   exchange::ExportRequest request;
   take(options, "format", request.format);
   take(options, "output", request.output);
@@ -68,20 +68,20 @@ exchange::ExportRequest export_request(const py::dict& options) {
   take(options, "crs", request.crs);
   take(options, "exaggerate", request.exaggeration);
   take(options, "ellipses", request.ellipses);
-  exchange::check_export(request);
+  exchange::check_export(request, path);
   request.output = absolute_path(request.output);
   return request;
 }
 
 py::dict export_adjusted(const std::string& path, const py::dict& options,
                          const py::dict& run_options, const py::object& progress) {
-  const exchange::ExportRequest request = export_request(options);
+  const exchange::ExportRequest request = export_request(path, options);
   return adjust(path, options_of(run_options), progress,
                 [&](BundleProject& project) { exchange::export_project(project, request); });
 }
 
 py::str export_given(const std::string& path, const py::dict& options) {
-  const exchange::ExportRequest request = export_request(options);
+  const exchange::ExportRequest request = export_request(path, options);
   return summary_of([&] { exchange::export_given_project(path, request); });
 }
 

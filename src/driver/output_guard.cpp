@@ -138,17 +138,19 @@ class Guard {
   std::vector<Obstacle> find() {
     for (const std::string& output : results_) check_output(output);
     for (const std::string& dump : dumps_) check_output(dump);
-    for (const std::string& output : request_.more_outputs) {
-      check_output(output);
-      check_clash(output, results_);
-      results_.push_back(output);
-    }
+    check_more_outputs();
     for (std::size_t i = 0; i < dumps_.size(); ++i) check_dump(i);
     const bool other_reason =
         !obstacles_.empty() && obstacles_.front().kind == ObstacleKind::control_file_is_output;
     if (!content_.plausible && !other_reason) {
       return {{ObstacleKind::not_a_control_file, request_.control_file}};
     }
+    return std::move(obstacles_);
+  }
+
+  std::vector<Obstacle> find_replaced() {
+    results_.insert(results_.end(), dumps_.begin(), dumps_.end());
+    check_more_outputs();
     return std::move(obstacles_);
   }
 
@@ -172,6 +174,14 @@ class Guard {
       add(ObstacleKind::output_is_link, output);
     } else if (kind != FileKind::missing && kind != FileKind::regular) {
       add(ObstacleKind::output_is_no_file, output);
+    }
+  }
+
+  void check_more_outputs() {
+    for (const std::string& output : request_.more_outputs) {
+      check_output(output);
+      check_clash(output, results_);
+      results_.push_back(output);
     }
   }
 
@@ -237,6 +247,10 @@ std::vector<Obstacle> find_obstacles(const GuardRequest& request) {
     return {{ObstacleKind::control_file_is_directory, request.control_file}};
   }
   return Guard(request).find();
+}
+
+std::vector<Obstacle> find_replaced_files(const GuardRequest& request) {
+  return Guard(request).find_replaced();
 }
 
 }  // namespace vorn

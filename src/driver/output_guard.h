@@ -45,6 +45,9 @@ struct GuardRequest {
 // replace, touches nothing, and prints nothing. Empty when the project may run. Files are compared
 // by their identity: links and other spellings are seen through.
 [[nodiscard]] std::vector<Obstacle> find_obstacles(const GuardRequest& request);
+// The same for a program that writes `more_outputs` and runs nothing: those that would replace a
+// file of the project, its results included, or each other.
+[[nodiscard]] std::vector<Obstacle> find_replaced_files(const GuardRequest& request);
 
 // Whether the control file, a full path, is itself one of the files that its run opens: the one
 // clash that every run refuses, the library's too.

@@ -214,6 +214,35 @@ TEST_F(Command, RefusesWhatItCannotReadOrWouldDestroy) {
   EXPECT_THAT(errors_, Not(HasSubstr("overwritten")));
 }
 
+// The files of an export are all new ones or all as they were, and never those of the project.
+TEST_F(Command, ExportsAllFilesOrNone) {
+  const auto files = [this] {
+    std::map<std::string, std::string> texts;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path("made"))) {
+      if (entry.is_regular_file()) texts[entry.path()] = test::file_text(entry.path());
+    }
+    return texts;
+  };
+  std::filesystem::create_directory(dir_.path("made"));
+  for (const std::string to :
+       {"csv -o made", "geojson -o made", "ply -o made/x", "gpkg -o made/x"}) {
+    const std::string line = "export " + to + " --given project.ctl";
+    if (run(line) != 0) {
+      EXPECT_THAT(errors_, HasSubstr("built without GDAL")) << to;
+      continue;
+    }
+    EXPECT_EQ(run(line), 0) << "earlier files are replaced";
+    const auto earlier = files();
+    EXPECT_EQ(run(line, "ulimit -f 1; "), 1) << to;
+    EXPECT_EQ(files(), earlier) << to;
+  }
+  for (const std::string given : {"", "--given "}) {
+    EXPECT_EQ(run("export csv project.ctl -o no/../obj.txt " + given), 1);
+    EXPECT_THAT(errors_, HasSubstr("would be overwritten: "));
+  }
+  expect_inputs_unchanged();
+}
+
 // Files of the normal equations that the options name.
 TEST_F(Command, RefusesDumpsThatWouldReplaceOtherFiles) {
   const auto run_with = [&](const std::string& names, const std::string& options = {}) {

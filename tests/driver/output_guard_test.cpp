@@ -110,6 +110,19 @@ TEST_F(OutputGuard, OutputsAreFilesOfTheirOwn) {
   EXPECT_THAT(more({"x", "./x"}), ElementsAre(is(Kind::outputs_clash, "x")));
   EXPECT_THAT(more({"p.ctl"}), ElementsAre(is(Kind::control_file_is_output, "p.ctl")));
   EXPECT_THAT(more({"img.txt"}), ElementsAre(is(Kind::data_file_is_output, "img.txt")));
+  // Of a program that runs nothing: a result or a dump that would be a problem of a run is none.
+  name_dumps("../n.txt", "none");
+  fs::create_directory(dir_.path("p.ocs"));
+  const auto replaced = [&](const std::string& name) {
+    const auto obstacles = find_replaced_files({dir_.path("p.ctl"), false, false, {}, {name}});
+    return obstacles.empty() ? "" : is(obstacles.front().kind, "");
+  };
+  EXPECT_EQ(replaced(dir_.path("page.html")), "");
+  EXPECT_EQ(replaced(dir_.path("p.chp")), is(Kind::outputs_clash, ""));
+  EXPECT_EQ(replaced(dir_.path("../n.txt")), is(Kind::outputs_clash, ""));
+  EXPECT_EQ(replaced(dir_.path("./img.txt")), is(Kind::data_file_is_output, ""));
+  fs::remove(dir_.path("p.ocs"));
+  name_dumps("none", "none");
 #ifndef _WIN32
   dir_.write("elsewhere", "mine");
   fs::create_symlink(dir_.path("elsewhere"), dir_.path("p.chp"));

@@ -188,7 +188,7 @@ TEST(Export, RefusesWhatHasNoCounterpart) {
     std::string message;
     test::captured_output([&] {
       try {
-        check_export(request);
+        check_export(request, dir.path("p.ctl"));
         export_given_project(dir.path("p.ctl"), request);
       } catch (const ExchangeError& error) {
         message = error.what();

@@ -75,6 +75,16 @@ TEST_F(Layers, WriteGeoJson) {
   EXPECT_THAT(dir_.read("out/error_ellipses.geojson"), HasSubstr("[[[14,0,0],"));
   write_geojson(layers(), dir_.path("all.geojson"), "");
   EXPECT_THAT(dir_.read("all.geojson"), HasSubstr(R"({"layer":"check_differences","id":"c,1")"));
+
+  // Bytes that are no UTF-8: too long a form, a lonely byte, half of a pair.
+  const Layer names{"names",
+                    Shape::point,
+                    {{"id", FieldKind::text}},
+                    {{{{0, 0, 0}}, {std::string("\xE0\x80\x80 \xE9t \xED\xA0\x80 \xC3\xA9")}}}};
+  write_geojson({names}, dir_.path("x.json"), "");
+  EXPECT_THAT(
+      dir_.read("x.json"),
+      HasSubstr("\"\xC3\xA0\xC2\x80\xC2\x80 \xC3\xA9t \xC3\xAD\xC2\xA0\xC2\x80 \xC3\xA9\""));
 }
 
 TEST_F(Layers, WritePoints) {
@@ -87,23 +97,52 @@ TEST_F(Layers, WritePoints) {
 TEST_F(Layers, WriteGeoPackage) {
   if (!has_geopackage()) GTEST_SKIP() << "built without GDAL";
   const std::string path = dir_.path("x.gpkg");
+  dir_.write("x.gpkg", "earlier");
+  EXPECT_THROW(write_geopackage(layers(), path, "EPSG:99999999"), ExchangeError);
+  EXPECT_EQ(dir_.read("x.gpkg"), "earlier");
   for (int i = 0; i < 2; ++i) write_geopackage(layers(), path, "EPSG:25832");
   EXPECT_TRUE(dir_.read("x.gpkg").starts_with("SQLite format 3"));
   for (const char* layer : {"points", "images", "control_residuals", "error_ellipses"}) {
     EXPECT_THAT(dir_.read("x.gpkg"), HasSubstr(layer));
   }
-  EXPECT_THROW(write_geopackage(layers(), path, "EPSG:99999999"), ExchangeError);
   EXPECT_THROW(write_geopackage(layers(), dir_.path("no/x.gpkg"), ""), ExchangeError);
+}
+
+// By any of the files that a format writes.
+TEST_F(Layers, ReplaceNoFileOfTheProject) {
+  const std::tuple<const char*, const char*, const char*> kExports[] = {
+      {"colmap", ".", "images.txt"},
+      {"colmap-binary", ".", "cameras.bin"},
+      {"bal", "c", "c"},
+      {"bundler", "./p.ctl", "p.ctl"},
+      {"ply", "p.res", "p.res"},
+      {"csv", ".", "error_ellipses.csv"},
+      {"csv", "x.csv", "x-images.csv"},
+      {"geojson", ".", "check_differences.geojson"},
+      {"geojson", "x.json", "x.json"},
+      {"gpkg", "x.gpkg", "x.gpkg"},
+  };
+  for (const auto& [format, output, file] : kExports) {
+    if (format == std::string("gpkg") && !has_geopackage()) continue;
+    dir_.write("p.ctl", std::string("camera c image ") + file);
+    dir_.write(file, dir_.read(file) + " ");
+    ExportRequest request;
+    request.format = format;
+    request.output = dir_.path("new/" + std::string(output));
+    EXPECT_NO_THROW(check_export(request, dir_.path("p.ctl"))) << format;
+    request.output = dir_.path(output);
+    EXPECT_THROW(check_export(request, dir_.path("p.ctl")), ExchangeError) << format;
+  }
 }
 
 TEST_F(Layers, RefuseWhatTheyCannotWrite) {
   ExportRequest request;
   request.format = "geojson";
   request.crs = "WGS84";
-  EXPECT_THROW(check_export(request), ExchangeError);
+  EXPECT_THROW(check_export(request, dir_.path("p.ctl")), ExchangeError);
   request.crs = "EPSG:4978";
   request.exaggeration = 0.0;
-  EXPECT_THROW(check_export(request), ExchangeError);
+  EXPECT_THROW(check_export(request, dir_.path("p.ctl")), ExchangeError);
   EXPECT_THROW(write_csv(layers(), dir_.path("p.ctl/out")), ExchangeError);
   EXPECT_THROW(write_ply(given_->project(), dir_.path("no/x.ply")), ExchangeError);
 }
