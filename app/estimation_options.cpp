@@ -1,9 +1,21 @@
 #include "app/estimation_options.h"
 
+#include <cmath>
 #include <map>
 #include <string>
 
 namespace vorn::app {
+
+CLI::Validator finite_positive() {
+  return CLI::Validator(
+      [](std::string& text) {
+        double value = 0.0;
+        const bool is_number = CLI::detail::lexical_cast(text, value) && std::isfinite(value);
+        if (is_number && value > 0.0) return std::string();
+        return "expected a number greater than 0, found " + text;
+      },
+      "POSITIVE");
+}
 
 void define_estimation_options(CLI::App& parser, AdjustmentSettings& settings) {
   parser.add_flag("--rigorous", settings.rigorous,
@@ -30,7 +42,7 @@ void define_estimation_options(CLI::App& parser, AdjustmentSettings& settings) {
   parser
       .add_option("--robust-scale", settings.robust_scale,
                   "where the loss begins to bend, in units of the a-priori sigma [3]")
-      ->check(CLI::PositiveNumber)
+      ->check(finite_positive())
       ->needs(robust);
   parser
       .add_flag("--keep-robust", settings.keep_robust,

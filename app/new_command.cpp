@@ -9,6 +9,8 @@
 #include <set>
 
 #include "app/command.h"
+#include "app/estimation_options.h"
+#include "app/exchange/project_writer.h"
 #include "app/new_project.h"
 #include "app/orient.h"
 #include "app/table_file.h"
@@ -54,7 +56,8 @@ std::map<std::string, GivenPoint> read_control(const std::string& path) {
     GivenPoint point;
     point.xyz = {line.number(1, "X"), line.number(2, "Y"), line.number(3, "Z")};
     point.is_check = line.text(line.size() - 1) == "check";
-    if (!point.is_check && !line.text(4).empty()) {
+    const bool has_any = !line.text(4).empty() || !line.text(5).empty() || !line.text(6).empty();
+    if (!point.is_check && has_any) {
       point.std_devs = {line.positive(4, "sX"), line.positive(5, "sY"), line.positive(6, "sZ")};
     }
     if (!points.emplace(id, point).second) line.fail("point " + id + " was given before");
@@ -103,11 +106,11 @@ class NewCommand final : public Command {
         ->required();
     parser.add_option("--pixel-size", project_.pixel_um, "size of a pixel [um]")
         ->type_name("UM")
-        ->check(CLI::PositiveNumber)
+        ->check(finite_positive())
         ->required();
     parser.add_option("--focal-length", project_.c_mm, "principal distance c [mm]")
         ->type_name("MM")
-        ->check(CLI::PositiveNumber)
+        ->check(finite_positive())
         ->required();
     parser
         .add_option("--image-points", image_points_,
@@ -126,7 +129,7 @@ class NewCommand final : public Command {
         ->type_name("CSV");
     parser.add_option("--sigma", project_.sigma_px, "standard deviation of image coordinates")
         ->type_name("PX")
-        ->check(CLI::PositiveNumber)
+        ->check(finite_positive())
         ->capture_default_str();
     parser.add_flag("--calibrate", project_.calibrate,
                     "also adjust principal point, principal distance and lens distortion");
@@ -138,11 +141,17 @@ class NewCommand final : public Command {
 
   ExitStatus run() override {
     if (!read_format()) return kWrongUsage;
+    exchange::check_project_name(project_.name);
     project_.images = read_image_points(image_points_);
     project_.points = read_control(control_);
     check_measurements();
     orient(read_orientations(orientations_));
     for (const std::string& name : project_.files()) {
+      for (const std::string& table : {image_points_, control_, orientations_}) {
+        if (!same_file(path_of(name), table)) continue;
+        throw ExchangeError(table +
+                            ": the project would overwrite it; give another folder with -o");
+      }
       if (force_ || file_kind(path_of(name)) == FileKind::missing) continue;
       throw ExchangeError(path_of(name) + " is there; --force replaces it");
     }

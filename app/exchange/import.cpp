@@ -13,6 +13,7 @@
 #include "app/exchange/format_table.h"
 #include "app/exchange/readers.h"
 #include "app/exchange/verification.h"
+#include "text/file_system.h"
 #include "text/text_writer.h"
 
 namespace vorn::exchange {
@@ -54,22 +55,15 @@ ProjectSettings settings_of(const ImportRequest& request) {
   // Control holds what the datum would.
   if (request.datum.empty() && !request.control_list.empty()) settings.datum = Datum::none;
   set_free(settings, request.free);
-  // Written so that values that are not numbers are refused.
-  if (!(request.pixel_size_um > 0.0)) throw ExchangeError("the pixel size must be positive");
+  require_positive(request.pixel_size_um, "the pixel size");
   if (!request.check_points.empty() && request.control_list.empty()) {
     throw ExchangeError("check points are points of a control list");
   }
-  if (!(request.sigma_px > 0.0)) throw ExchangeError("the standard deviation must be positive");
-  if (!(request.control_sigma > 0.0)) {
-    throw ExchangeError("the standard deviation of control must be positive");
-  }
-  if (!(request.scale > 0.0) || !std::isfinite(request.scale))
-    throw ExchangeError("the scale must be positive");
+  require_positive(request.sigma_px, "the standard deviation");
+  require_positive(request.control_sigma, "the standard deviation of control");
+  require_positive(request.scale, "the scale");
   if (!(request.max_error_px >= 0.0)) throw ExchangeError("the largest error must be positive");
-  if (as_word(settings.name) != settings.name || settings.name.empty() ||
-      settings.name.find_first_of("/\\:") != std::string::npos) {
-    throw ExchangeError("'" + settings.name + "' is no name of a project");
-  }
+  check_project_name(settings.name);
   return settings;
 }
 
@@ -152,13 +146,16 @@ void check_poses(const Reconstruction& model, const std::string& source) {
 // its place when everything is right and disappears otherwise.
 class Staging {
  public:
-  Staging(const std::string& directory, const std::string& name)
-      : directory_(directory), stage_(directory_ / ("." + name + ".part")) {
+  explicit Staging(const ImportRequest& request)
+      : directory_(request.directory), stage_(directory_ / ("." + request.name + ".part")) {
     created_ = !fs::exists(directory_);
     if (!created_ && !fs::is_directory(directory_)) {
-      throw ExchangeError(directory + ": is no folder");
+      throw ExchangeError(request.directory + ": is no folder");
     }
-    refuse_other_project(name);
+    if (!created_) {
+      refuse_other_project(request.name);
+      refuse_other_files(request);
+    }
     fs::create_directories(stage_);
   }
   ~Staging() {
@@ -183,13 +180,43 @@ class Staging {
 
  private:
   void refuse_other_project(const std::string& name) const {
-    if (created_) return;
     for (const auto& entry : fs::directory_iterator(directory_)) {
       if (entry.path().extension() == ".ctl" && entry.path().stem() != name) {
         throw ExchangeError(entry.path().string() +
                             ": the folder holds another project; its files would be overwritten");
       }
     }
+  }
+
+  // Only files of an earlier import are replaced: those that its control file names.
+  void refuse_other_files(const ImportRequest& request) const {
+    std::error_code ignored;
+    if (fs::equivalent(directory_, request.source, ignored)) {
+      throw ExchangeError(request.directory +
+                          ": the project cannot stand in the folder of its source");
+    }
+    const std::string control_file = (directory_ / (request.name + ".ctl")).string();
+    FileText text;
+    const bool is_there = text.load(control_file);
+    for (const char* const name : kProjectFiles) {
+      const std::string file = (directory_ / name).string();
+      const bool is_named = text.view().find(name) != std::string_view::npos;
+      if (is_there ? is_named : !fs::exists(file)) continue;
+      throw ExchangeError(is_there ? control_file +
+                                         ": this is not the project of an import; its "
+                                         "files would be overwritten"
+                                   : file + ": this is no file of a project " + request.name +
+                                         ".ctl, and would be overwritten");
+    }
+    for (const std::string& source : {request.source, request.control_list}) {
+      for (const char* const name : kProjectFiles) refuse_source(directory_ / name, source);
+      refuse_source(directory_ / kCheckPointFile, source);
+      refuse_source(control_file, source);
+    }
+  }
+  static void refuse_source(const fs::path& file, const std::string& source) {
+    if (!same_file(file.string(), source)) return;
+    throw ExchangeError(source + ": the project would overwrite it");
   }
 
   fs::path directory_;
@@ -308,7 +335,7 @@ void import_project(const ImportRequest& request) {
   }
 
   const std::string control_file = settings.name + ".ctl";
-  Staging staging(request.directory, settings.name);
+  Staging staging(request);
   write_project(model, control, settings, staging.path());
   const Verification found =
       verify_project((fs::path(staging.path()) / control_file).string(), model, settings.pixel_size,

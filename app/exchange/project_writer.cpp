@@ -269,6 +269,13 @@ std::string pixel_size_comment(const std::string& format, double pixel_size) {
   return format + ",pixel=" + std::string(text, end) + "um";
 }
 
+void check_project_name(const std::string& name) {
+  if (!name.empty() && as_word(name) == name && name.find_first_of("/\\:") == std::string::npos) {
+    return;
+  }
+  throw ExchangeError("'" + name + "' is no name of a project");
+}
+
 void write_project(const Reconstruction& model, const std::vector<ControlPoint>& control,
                    const ProjectSettings& settings, const std::string& directory) {
   const auto path = [&](std::size_t i) { return directory + '/' + kProjectFiles[i]; };

@@ -40,6 +40,9 @@ inline constexpr const char* kProjectFiles[] = {
 // One more, where there are check points.
 inline constexpr const char* kCheckPointFile = "check-points.txt";
 
+// Throws ExchangeError for what cannot be the name of a control file in the project's folder.
+void check_project_name(const std::string& name);
+
 // Writes the project's files and its control file NAME.ctl into a folder that exists. Throws
 // ExchangeError when a file cannot be written.
 void write_project(const Reconstruction& model, const std::vector<ControlPoint>& control,

@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <regex>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/project_test.h"
 
@@ -53,10 +56,13 @@ class NewProjectCommand : public ProjectCommand {
     int rows = 0;
     double pixel_um = 0.0;
     camera >> word >> word >> word >> c >> xp >> yp >> columns >> rows >> pixel_um;
-    std::ostringstream options;
-    options << " --focal-length " << c << " --camera " << columns << 'x' << rows << " --pixel-size "
-            << pixel_um << ' ';
-    camera_ = options.str();
+    options_ = {{"-o", "made"},
+                {"--sigma", "0.5"},
+                {"--image-points", "points.csv"},
+                {"--control", "control.csv"},
+                {"--focal-length", std::to_string(c)},
+                {"--camera", std::to_string(columns) + 'x' + std::to_string(rows)},
+                {"--pixel-size", std::to_string(pixel_um)}};
 
     std::istringstream measured(dir_.read("crds.txt"));
     std::ostringstream points;
@@ -77,12 +83,16 @@ class NewProjectCommand : public ProjectCommand {
     dir_.write("points.csv", "Image;Point;Column;Row\r\n" + points_);
     dir_.write("control.csv", "# of the survey\n" + control_);
   }
+  // With options beside the usual ones, or in their place.
   int make(const std::string& more = {}) {
-    return run("new -o made --sigma 0.5 --image-points points.csv --control control.csv" + camera_ +
-               more);
+    std::string line = "new" + more;
+    for (const auto& [option, value] : options_) {
+      if (more.find(option + ' ') == std::string::npos) line += ' ' + option + ' ' + value;
+    }
+    return run(line);
   }
 
-  std::string camera_;
+  std::vector<std::pair<std::string, std::string>> options_;
   std::string points_;
   std::string control_;
 };
@@ -101,6 +111,19 @@ TEST_F(NewProjectCommand, MakesProjectsThatRun) {
   EXPECT_THAT(errors_, HasSubstr("--force"));
   EXPECT_EQ(make(" --force --calibrate"), 0) << errors_;
   EXPECT_EQ(run("check made/project.ctl"), 0) << output_;
+
+  // Tables are never replaced, whatever is allowed.
+  std::filesystem::create_directory(dir_.path("tables"));
+  for (const auto& [table, option] : {std::pair("image-points.txt", "--image-points"),
+                                      std::pair("object-points.txt", "--control")}) {
+    const std::string text = option[2] == 'i' ? points_ : control_;
+    dir_.write("tables/" + std::string(table), text);
+    EXPECT_EQ(make(" -o tables --force " + std::string(option) + " tables/" + table), 1);
+    EXPECT_THAT(errors_, HasSubstr("the project would overwrite it"));
+    EXPECT_EQ(dir_.read("tables/" + std::string(table)), text);
+    EXPECT_FALSE(dir_.has("tables/project.ctl"));
+    std::filesystem::remove(dir_.path("tables/" + std::string(table)));
+  }
 
   // A check point takes no part; an orientation that is given is believed.
   dir_.write("control.csv",
@@ -131,6 +154,8 @@ TEST_F(NewProjectCommand, SaysWhatIsWrongWithTables) {
       {"control.csv", "p1 1 2 3\nq1 1 2 3\n", "1 control points are measured"},
       {"control.csv", "p0 1 2\n", "control.csv:1: Z is missing"},
       {"control.csv", "p0 1 2 3 0.1 0.1\n", "control.csv:1: sZ is missing"},
+      {"control.csv", "p0,1,2,3,,0.01,0.01\n", "control.csv:1: sX is missing"},
+      {"control.csv", "p0,1,2,3,,,0.01\n", "control.csv:1: sX is missing"},
       {"control.csv", "p0 1 2 3 0 0 0\n", "sX must be greater than 0"},
       {"control.csv", "p0 1 2 3\np0 1 2 3\n", "control.csv:2: point p0 was given before"},
       {"control.csv", "p1 1 2 3\np2 4 5 6\np3 9 8 8\n", "no approximate orientation of 6 of 6"},
@@ -145,11 +170,19 @@ TEST_F(NewProjectCommand, SaysWhatIsWrongWithTables) {
     EXPECT_THAT(errors_, HasSubstr(says));
     dir_.write(file, intact);
   }
+  for (const char* const option : {"--sigma nan", "--sigma inf", "--pixel-size nan",
+                                   "--focal-length 1e999", "--sigma 0", "--sigma -1"}) {
+    EXPECT_EQ(make(' ' + std::string(option)), 2) << option;
+  }
+  for (const char* const name : {"../evil", "a/b", "''", "'a b'"}) {
+    EXPECT_EQ(make(" --name " + std::string(name)), 1) << name;
+    EXPECT_THAT(errors_, HasSubstr("is no name of a project")) << name;
+  }
   for (const char* const camera : {"6000", "6000x", "x4000", "0x4000", "6000x4000x3", "a"}) {
     EXPECT_EQ(make(" --camera " + std::string(camera)), 2) << camera;
   }
-  EXPECT_EQ(run("new -o made" + camera_), 2);
-  EXPECT_EQ(run("new -o made --image-points missing.csv --control control.csv" + camera_), 1);
+  EXPECT_EQ(run("new -o made --camera 10x10 --pixel-size 5 --focal-length 50"), 2);
+  EXPECT_EQ(make(" --image-points missing.csv"), 1);
   EXPECT_FALSE(dir_.has("made")) << "nothing is written before all is known";
 }
 
@@ -252,6 +285,17 @@ TEST_F(SimulateCommand, TellsPrecisionWithoutMeasurements) {
   EXPECT_THAT(errors_, HasSubstr("--force"));
   EXPECT_FALSE(dir_.has("x/truth"));
   EXPECT_EQ(run("simulate project.ctl --copies 2 -o x --force"), 0) << errors_;
+  // A copy of a copy does not replace it, nor what it is made of.
+  const std::string truth = dir_.read("x/truth/image-points.txt");
+  const std::string copy = dir_.read("x/copy-1/image-points.txt");
+  EXPECT_EQ(run("simulate x/copy-1/project.ctl --copies 1 -o x --force"), 1);
+  EXPECT_THAT(errors_, HasSubstr("the control file has the name of one of its own outputs"));
+  dir_.write("of-x.ctl", std::regex_replace(dir_.read("x/copy-1/project.ctl"),
+                                            std::regex("(\\S+ )(\\S+[.]txt)"), "$1x/copy-1/$2"));
+  EXPECT_EQ(run("simulate of-x.ctl --copies 1 -o x --force"), 1);
+  EXPECT_THAT(errors_, HasSubstr("a data file has the name of one of the outputs"));
+  EXPECT_EQ(dir_.read("x/truth/image-points.txt"), truth);
+  EXPECT_EQ(dir_.read("x/copy-1/image-points.txt"), copy);
   EXPECT_EQ(run("simulate missing.ctl"), 1);
   // Nothing fixes the datum.
   dir_.write("obj.txt", std::regex_replace(object_points(), std::regex("( [0-9.e-]+){3}\n"),

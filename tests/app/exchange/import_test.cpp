@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -369,6 +370,41 @@ TEST_F(Import, LeavesOtherProjectsAlone) {
   EXPECT_EQ(dir_.read("out/cameras.txt"), before);
   EXPECT_EQ(import("bundler", "bundle.out"), "") << "the same name again replaces";
   EXPECT_NE(dir_.read("out/cameras.txt"), before);
+}
+
+// Nor a file of anybody else: the source, lists, what happens to have such a name, a project that
+// was made otherwise.
+TEST_F(Import, OverwritesNoOtherFiles) {
+  const auto import_into = [this](const char* format, const char* source, const char* folder,
+                                  const char* list = nullptr) {
+    return import(format, source, [&](ImportRequest& r) {
+      r.directory = dir_.path(folder);
+      if (list != nullptr) r.control_list = dir_.path(list);
+    });
+  };
+  dir_.write("mine/images.txt", "precious");
+  dir_.write("made/project.ctl", "camera camera.txt image images.txt");
+  for (const char* folder : {"out", "listed"}) {
+    ASSERT_EQ(import_into("bal", "bal.txt", folder), "");
+  }
+  dir_.write("out/ap-sets.txt", dir_.read("bal.txt"));
+  dir_.write("listed/check-points.txt", "EPSG:25832\n0 0 0 12 38 image0 a\n");
+  const auto files = [this] {
+    std::map<std::string, std::string> texts;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path())) {
+      if (entry.is_regular_file()) texts[entry.path()] = test::file_text(entry.path());
+    }
+    return texts;
+  };
+  const auto before = files();
+  EXPECT_THAT(import_into("colmap", "text", "text"), HasSubstr("cannot stand in the folder"));
+  EXPECT_THAT(import_into("bal", "bal.txt", "mine"), HasSubstr("images.txt: this is no file of"));
+  EXPECT_THAT(import_into("bal", "bal.txt", "text"), HasSubstr("cameras.txt: this is no file of"));
+  EXPECT_THAT(import_into("bal", "bal.txt", "made"), HasSubstr("project.ctl: this is not the"));
+  EXPECT_THAT(import_into("bal", "out/ap-sets.txt", "out"), HasSubstr("would overwrite it"));
+  EXPECT_THAT(import_into("colmap", "text", "listed", "listed/check-points.txt"),
+              testing::Not(testing::IsEmpty()));
+  EXPECT_EQ(files(), before);
 }
 
 }  // namespace
