@@ -18,8 +18,9 @@ class BundleProject;
 
 // The parts that follow reading, in this order. All take a project that was read completely.
 
-// Names against names: what leads nowhere, what nothing uses. Binds images to orientations, sets to
-// cameras and corrections to orientations, as far as these exist.
+// Names against names: what leads nowhere, what nothing uses. Binds images to orientations,
+// measurements to object points, sets to cameras and corrections to orientations, as far as these
+// exist.
 void check_names(BundleProject& project, FindingListener& findings);
 // Units, axes and rotations by the residuals of the approximations, and single ones that stand out.
 void check_plausibility(BundleProject& project, FindingList& findings);

@@ -37,7 +37,8 @@ struct ImageRays {
 
 class Exchanges {
  public:
-  Exchanges(const BundleProject& project, const std::vector<StartRay>& rays,
+  // Of the first rays of a fit.
+  Exchanges(const BundleProject& project, const StartFit& fit, std::size_t num_rays,
             FindingListener& findings);
 
   bool find_images();
@@ -46,6 +47,7 @@ class Exchanges {
  private:
   std::vector<const ImageRays*> suspects() const;
   std::vector<const StartRay*> bad_rays(const ImageRays& image, double limit) const;
+  void leave_bad_points(std::vector<std::vector<const StartRay*>>& bad, double limit) const;
   void list_rays(const std::unordered_set<std::string_view>& ids);
   double fit(const StartRay& ray, const StartRay& point, const BundleImage* without) const;
   double exchanged(const ImageRays& measured, const BundleImage& oriented) const;
@@ -57,21 +59,24 @@ class Exchanges {
   double extent_;
   double typical_ = 0.0;
   std::vector<ImageRays> images_;
-  std::unordered_map<const ObjectPoint*, std::vector<double>> residuals_of_;
   std::unordered_map<std::string_view, std::vector<StartRay>> rays_of_;  // points of interest
 };
 
-Exchanges::Exchanges(const BundleProject& project, const std::vector<StartRay>& rays,
+Exchanges::Exchanges(const BundleProject& project, const StartFit& fit, std::size_t num_rays,
                      FindingListener& findings)
-    : project_(project), findings_(findings), extent_(extent_of(rays)) {
+    : project_(project), findings_(findings), extent_(fit.extent) {
   std::unordered_map<const BundleImage*, std::size_t> places;
-  for (const StartRay& ray : rays) {
-    const auto [place, added] = places.try_emplace(ray.image, images_.size());
-    if (added) images_.push_back({ray.image, {}, {}});
-    ImageRays& image = images_[place->second];
-    image.rays.push_back(&ray);
-    image.residuals.push_back(residual(ray));
-    if (ray.object != nullptr) residuals_of_[ray.object].push_back(image.residuals.back());
+  const BundleImage* last = nullptr;
+  std::size_t place = 0;
+  for (std::size_t i = 0; i < num_rays; ++i) {
+    const StartRay& ray = fit.rays[i];
+    if (ray.image != last) {
+      last = ray.image;
+      place = places.try_emplace(last, images_.size()).first->second;
+      if (place == images_.size()) images_.push_back({last, {}, {}});
+    }
+    images_[place].rays.push_back(&ray);
+    images_[place].residuals.push_back(fit.residuals[i]);
   }
   std::vector<double> middles;
   for (ImageRays& image : images_) {
@@ -183,17 +188,36 @@ void Exchanges::report_image(const BundleImage& image, const BundleImage& other)
               help);
 }
 
-// Rays of an image that stand out: those of points whose other rays, if their coordinates are
-// given, are sound. None where most of them do, because then no two are the cause.
+// Rays of an image that stand out. None where most of them do, because then no two are the cause.
 std::vector<const StartRay*> Exchanges::bad_rays(const ImageRays& image, double limit) const {
   std::vector<const StartRay*> bad;
   for (std::size_t i = 0; i < image.rays.size(); ++i) {
-    const StartRay& ray = *image.rays[i];
-    if (!(image.residuals[i] > limit)) continue;
-    if (ray.object == nullptr || median(residuals_of_.at(ray.object)) < limit) bad.push_back(&ray);
+    if (image.residuals[i] > limit) bad.push_back(image.rays[i]);
   }
   if (bad.size() > kMostTried || 2 * bad.size() > image.rays.size()) bad.clear();
   return bad;
+}
+
+// Takes away points whose other rays, if their coordinates are given, miss them too.
+void Exchanges::leave_bad_points(std::vector<std::vector<const StartRay*>>& bad,
+                                 double limit) const {
+  std::unordered_map<const ObjectPoint*, std::vector<double>> residuals_of;
+  for (const auto& of_image : bad) {
+    for (const StartRay* ray : of_image) {
+      if (ray->object != nullptr) residuals_of.try_emplace(ray->object);
+    }
+  }
+  for (const ImageRays& image : images_) {
+    for (std::size_t i = 0; i < image.rays.size(); ++i) {
+      const auto found = residuals_of.find(image.rays[i]->object);
+      if (found != residuals_of.end()) found->second.push_back(image.residuals[i]);
+    }
+  }
+  for (auto& of_image : bad) {
+    std::erase_if(of_image, [&](const StartRay* ray) {
+      return ray->object != nullptr && !(median(residuals_of.at(ray->object)) < limit);
+    });
+  }
 }
 
 bool Exchanges::find_points() {
@@ -205,6 +229,7 @@ bool Exchanges::find_points() {
     bad.push_back(bad_rays(image, limit));
     if (bad.back().size() < 2) bad.pop_back();
   }
+  leave_bad_points(bad, limit);
   for (const auto& of_image : bad) {
     for (const StartRay* ray : of_image) ids.insert(ray->measured->id);
   }
@@ -237,14 +262,12 @@ void Exchanges::report_points(const StartRay& a, const StartRay& b) const {
 
 }  // namespace
 
-bool find_exchanged(const BundleProject& project, const std::vector<StartRay>& rays,
-                    FindingListener& findings) {
-  if (Exchanges(project, rays, findings).find_images()) return true;
+bool find_exchanged(const BundleProject& project, const StartFit& fit, FindingListener& findings) {
+  if (Exchanges(project, fit, fit.num_given, findings).find_images()) return true;
   // One wrong image spoils the intersections with all others, so that these come second.
-  std::vector<StartRay> all = intersected_rays(project);
-  all.insert(all.end(), rays.begin(), rays.end());
-  Exchanges exchanges(project, all, findings);
-  return exchanges.find_images() || exchanges.find_points();
+  Exchanges exchanges(project, fit, fit.rays.size(), findings);
+  if (fit.num_given < fit.rays.size() && exchanges.find_images()) return true;
+  return fit.worst > kBad * fit.extent && exchanges.find_points();
 }
 
 }  // namespace vorn

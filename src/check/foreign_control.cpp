@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
@@ -12,7 +11,6 @@
 
 #include "check/check.h"
 #include "check/start_rays.h"
-#include "driver/bundle_project.h"
 
 namespace vorn {
 namespace {
@@ -39,26 +37,26 @@ void report(const ObjectPoint& first, std::string message, std::string help,
 }
 
 // Control that misses the rays of images which agree on all other points.
-bool find_control(const std::vector<StartRay>& rays, FindingListener& findings) {
+bool find_control(const StartFit& fit, FindingListener& findings) {
   std::vector<double> others;
   std::map<const ObjectPoint*, double> least;
   const ObjectPoint* first = nullptr;
-  for (const StartRay& ray : rays) {
-    const double r = residual(ray);
-    if (!is_control(ray)) {
-      others.push_back(r);
+  for (std::size_t i = 0; i < fit.rays.size(); ++i) {
+    if (!is_oriented(fit.rays[i])) continue;
+    if (!is_control(fit.rays[i])) {
+      others.push_back(fit.residuals[i]);
       continue;
     }
-    double& of_point = least.try_emplace(ray.object, HUGE_VAL).first->second;
-    of_point = std::min(of_point, r);
+    double& of_point = least.try_emplace(fit.rays[i].object, HUGE_VAL).first->second;
+    of_point = std::min(of_point, fit.residuals[i]);
   }
-  const double extent = extent_of(rays);
-  const double typical = median(others);
-  if (others.size() < kFewestRays || !(typical < kFits * extent)) return false;
-  const double limit = std::max(kStandsOut * typical, kFits * extent);
+  const std::size_t num_others = others.size();
+  const double typical = median(std::move(others));
+  if (num_others < kFewestRays || !(typical < kFits * fit.extent)) return false;
+  const double limit = std::max(kStandsOut * typical, kFits * fit.extent);
   std::size_t missed = 0;
-  for (const StartRay& ray : rays) {
-    if (!is_control(ray)) continue;
+  for (const StartRay& ray : fit.rays) {
+    if (!is_control(ray) || !is_oriented(ray)) continue;
     double& of_point = least.at(ray.object);
     if (!(of_point > limit)) continue;
     of_point = 0.0;
@@ -76,20 +74,19 @@ bool find_control(const std::vector<StartRay>& rays, FindingListener& findings) 
 
 }  // namespace
 
-bool find_foreign_control(const BundleProject& project, const std::vector<StartRay>& given,
-                          FindingListener& findings) {
-  std::vector<StartRay> rays;
-  std::copy_if(given.begin(), given.end(), std::back_inserter(rays), is_oriented);
-  if (rays.size() < kFewestRays) return false;
+bool find_foreign_control(const StartFit& fit, FindingListener& findings) {
   std::vector<double> residuals;
-  for (const StartRay& ray : rays) residuals.push_back(residual(ray));
-  const bool nowhere = !(median(std::move(residuals)) < kNowhere * extent_of(rays));
-  std::vector<StartRay> all = intersected_rays(project);
-  all.insert(all.end(), rays.begin(), rays.end());
-  if (find_control(all, findings)) return true;
-  if (!nowhere) return false;
-  const auto control = std::find_if(rays.begin(), rays.end(), is_control);
-  const ObjectPoint& first = control != rays.end() ? *control->object : *rays.front().object;
+  const StartRay* first_ray = nullptr;  // to control, or else to any point
+  for (std::size_t i = 0; i < fit.num_given; ++i) {
+    const StartRay& ray = fit.rays[i];
+    if (!is_oriented(ray)) continue;
+    residuals.push_back(fit.residuals[i]);
+    if (first_ray == nullptr || (is_control(ray) && !is_control(*first_ray))) first_ray = &ray;
+  }
+  if (residuals.size() < kFewestRays) return false;
+  if (find_control(fit, findings)) return true;
+  if (median(std::move(residuals)) < kNowhere * fit.extent_of_given) return false;
+  const ObjectPoint& first = *first_ray->object;
   report(
       first,
       "most object points are nowhere near their image points, " + printable(first.id) + " first",

@@ -1,9 +1,9 @@
 // Names against names.
 
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -111,20 +111,32 @@ void bind_corrections(BundleProject& project, OwnedList<Correction>& list, std::
   }
 }
 
-void find_unused(const BundleProject& project, FindingListener& findings) {
-  std::unordered_set<std::string_view> measured;
-  for (const BundleImage& image : project.images) {
-    for (const ImagePoint& point : image.points) measured.insert(point.id);
+// Looks all points up once, for whatever comes.
+void bind_points(BundleProject& project) {
+  const OwnedList<ObjectPoint>& points = project.object_points;
+  for (std::int32_t slot = 0; slot < points.num_slots(); ++slot) {
+    if (points[slot] != nullptr) points[slot]->slot = slot;
   }
-  // A project without measurements is a finding of its own.
-  if (measured.empty()) return;
+  for (BundleImage& image : project.images) {
+    for (ImagePoint& measured : image.points) {
+      measured.object_point = points.find(measured.id);
+      if (measured.object_point != nullptr) ++measured.object_point->num_rays;
+    }
+  }
+}
+
+void find_unused(const BundleProject& project, FindingListener& findings) {
+  std::int64_t num_measured = 0;
+  for (const BundleImage& image : project.images) num_measured += image.count_points();
+  if (num_measured == 0) return;  // a finding of its own
   for (const BundleImage& image : project.images) {
     if (image.count_points() > 0) continue;
     add_finding(findings, FindingCode::unused, {&image, 0}, {"image", image.id, {}, {}},
                 "image " + printable(image.id) + " has no measurements");
   }
   for (const ObjectPoint& point : project.object_points) {
-    if (measured.contains(point.id)) continue;
+    // Of points with one identifier the first is meant.
+    if (point.num_rays > 0 || project.object_points.find(point.id) != &point) continue;
     const bool control = point.type == PointType::control || point.type == PointType::check;
     add_finding(findings, FindingCode::unused, {&point, 0}, {"object-point", point.id, {}, {}},
                 std::string(point.type == PointType::control ? "control point "
@@ -151,6 +163,7 @@ void find_unused(const BundleProject& project, FindingListener& findings) {
 
 void check_names(BundleProject& project, FindingListener& findings) {
   bind_images(project, findings);
+  bind_points(project);
   bind_sets(project, findings);
   bind_corrections(project, project.pos_corrections, "pos-correction", "position", findings);
   bind_corrections(project, project.att_corrections, "att-correction", "attitude", findings);

@@ -23,7 +23,10 @@
 namespace vorn {
 namespace {
 
-constexpr double kFitsSomehow = 0.3;  // median residual, in parts of the half extent
+// Residuals, in parts of the half extent of the measurements.
+constexpr double kFitsSomehow = 0.3;  // of most of them
+constexpr double kVisible = 0.02;     // below, none says anything
+constexpr double kStandsOut = 0.1;    // of one that may be a gross error
 
 // Angles beyond four turns are of another unit.
 void check_angles(const BundleProject& project, FindingListener& findings) {
@@ -182,6 +185,21 @@ bool cameras_cannot_be(const FindingList& findings) {
   });
 }
 
+// What does not fit beside the rest: pairs, lists, single objects. The first kind that is found
+// explains the others.
+void find_misfits(const BundleProject& project, const StartFit& fit, FindingListener& findings) {
+  // Below that nothing stands out, and large projects take no longer than reading them.
+  if (!(fit.worst > kVisible * fit.extent)) return;
+  if (find_exchanged(project, fit, findings)) return;
+  if (!(fit.worst > kStandsOut * std::min(fit.extent, fit.extent_of_given))) return;
+  if (find_foreign_control(fit, findings)) return;
+  const auto given = static_cast<std::ptrdiff_t>(fit.num_given);
+  if (median({fit.residuals.begin(), fit.residuals.begin() + given}) <
+      kFitsSomehow * fit.extent_of_given) {
+    find_gross(project, {fit.rays.begin(), fit.rays.begin() + given}, findings);
+  }
+}
+
 }  // namespace
 
 void check_plausibility(BundleProject& project, FindingList& findings) {
@@ -190,17 +208,10 @@ void check_plausibility(BundleProject& project, FindingList& findings) {
   if (cameras_cannot_be(findings)) return;
   if (check_field_of_view(project, findings)) return;
   check_sigmas(project, findings);
-  const std::vector<StartRay> rays = start_rays(project);
+  std::vector<StartRay> rays = start_rays(project);
   const bool sound = !findings.has_errors();
   if (find_mistake(project, rays, sound, findings) || !sound) return;
-  if (find_exchanged(project, rays, findings) || find_foreign_control(project, rays, findings)) {
-    return;
-  }
-  std::vector<double> residuals;
-  for (const StartRay& ray : rays) residuals.push_back(residual(ray));
-  if (median(std::move(residuals)) < kFitsSomehow * extent_of(rays)) {
-    find_gross(project, rays, findings);
-  }
+  find_misfits(project, StartFit(project, std::move(rays)), findings);
 }
 
 }  // namespace vorn

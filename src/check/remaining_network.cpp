@@ -1,5 +1,6 @@
 #include "check/remaining_network.h"
 
+#include <cstdint>
 #include <unordered_map>
 
 #include "driver/bundle_project.h"
@@ -13,13 +14,24 @@ constexpr std::size_t kMinPointsPerImage = 3;
 }  // namespace
 
 RemainingNetwork::RemainingNetwork(const BundleProject& project) {
-  std::unordered_map<std::string_view, std::size_t> place;
-  place.reserve(static_cast<std::size_t>(project.object_points.count()));
+  constexpr std::size_t kNone = SIZE_MAX;
+  std::vector<std::size_t> place_of_slot(
+      static_cast<std::size_t>(project.object_points.num_slots()), kNone);
+  std::unordered_map<std::string_view, std::size_t> place_of_id;  // of points without a record
   for (const BundleImage& image : project.images) {
     for (const ImagePoint& measured : image.points) {
-      const auto [entry, added] = place.try_emplace(measured.id, points_.size());
-      if (added) points_.push_back({project.object_points.find(measured.id), measured.id, {}});
-      points_[entry->second].images.push_back(&image);
+      const ObjectPoint* const object = measured.object_point;
+      std::size_t& place = object != nullptr
+                               ? place_of_slot[static_cast<std::size_t>(object->slot)]
+                               : place_of_id.try_emplace(measured.id, kNone).first->second;
+      if (place == kNone) {
+        place = points_.size();
+        points_.push_back({object, measured.id, {}});
+        if (object != nullptr) {
+          points_.back().images.reserve(static_cast<std::size_t>(object->num_rays));
+        }
+      }
+      points_[place].images.push_back(&image);
     }
   }
   std::unordered_map<const BundleImage*, std::size_t> left;

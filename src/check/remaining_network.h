@@ -16,7 +16,7 @@ class BundleProject;
 inline bool is_free(double std_dev) { return state_of_sd(std_dev) == ParamState::unknown; }
 
 // What remains of the rays when points and images with too few of them are gone, as a run removes
-// them: first points, then images.
+// them: first points, then images. Of a project whose names were checked, which binds measurements.
 class RemainingNetwork {
  public:
   explicit RemainingNetwork(const BundleProject& project);

@@ -16,7 +16,7 @@ std::vector<StartRay> start_rays(const BundleProject& project) {
   for (const BundleImage& image : project.images) {
     if (image.geometry == nullptr) continue;
     for (const ImagePoint& point : image.points) {
-      const ObjectPoint* const object = project.object_points.find(point.id);
+      const ObjectPoint* const object = point.object_point;
       if (object == nullptr || !object->has_coords) continue;
       rays.push_back({&image, &point, object, object->xyz});
     }
@@ -86,7 +86,7 @@ std::vector<StartRay> intersected_rays(const BundleProject& project,
       continue;
     }
     for (const ImagePoint& measured : image.points) {
-      const ObjectPoint* const object = project.object_points.find(measured.id);
+      const ObjectPoint* const object = measured.object_point;
       if (object != nullptr && object->has_coords) continue;
       const auto [entry, added] = place.try_emplace(measured.id, groups.size());
       if (added) groups.emplace_back();
@@ -106,6 +106,18 @@ std::vector<StartRay> intersected_rays(const BundleProject& project,
     }
   }
   return rays;
+}
+
+StartFit::StartFit(const BundleProject& project, std::vector<StartRay> given_rays)
+    : rays(std::move(given_rays)), num_given(rays.size()), extent_of_given(extent_of(rays)) {
+  const std::vector<StartRay> others = intersected_rays(project);
+  rays.insert(rays.end(), others.begin(), others.end());
+  extent = others.empty() ? extent_of_given : extent_of(rays);
+  residuals.reserve(rays.size());
+  for (const StartRay& ray : rays) {
+    residuals.push_back(residual(ray));
+    worst = std::max(worst, residuals.back());
+  }
 }
 
 double quantile(std::vector<double> values, double part) {

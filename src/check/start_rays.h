@@ -52,6 +52,19 @@ Pair measured_in_image(const StartRay& ray);
 // not fit, wherever they are projected.
 double residual(const StartRay& ray, const Reading& reading = {});
 
+// How the approximations fit on the whole. Rays to points whose coordinates are given stand before
+// those that intersect.
+struct StartFit {
+  StartFit(const BundleProject& project, std::vector<StartRay> given);
+
+  std::vector<StartRay> rays;
+  std::vector<double> residuals;  // [m]
+  std::size_t num_given;
+  double extent_of_given;  // of the measurements [m]
+  double extent = 0.0;
+  double worst = 0.0;  // residual
+};
+
 // The value that a part of the values does not exceed.
 double quantile(std::vector<double> values, double part);
 inline double median(std::vector<double> values) { return quantile(std::move(values), 0.5); }
@@ -67,11 +80,9 @@ bool find_mistake(const BundleProject& project, const std::vector<StartRay>& ray
                   FindingListener& findings);
 // Images whose measurements fit the orientations of one another, and points that are exchanged in
 // an image. True when some were found.
-bool find_exchanged(const BundleProject& project, const std::vector<StartRay>& rays,
-                    FindingListener& findings);
+bool find_exchanged(const BundleProject& project, const StartFit& fit, FindingListener& findings);
 // Control, or all object points, that have nothing to do with the images. True when found.
-bool find_foreign_control(const BundleProject& project, const std::vector<StartRay>& given,
-                          FindingListener& findings);
+bool find_foreign_control(const StartFit& fit, FindingListener& findings);
 // Images, points and measurements whose residuals stand out from all others.
 void find_gross(const BundleProject& project, const std::vector<StartRay>& rays,
                 FindingListener& findings);
