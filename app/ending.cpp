@@ -1,12 +1,14 @@
 #include "app/ending.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "lsq/ls_params.h"
+#include "text/file_system.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -167,6 +169,15 @@ std::vector<std::string> files_of(const RunSummary& summary, const RunRequest& r
 ExitStatus status_of(const RunSummary& summary) {
   if (summary.result != 1 || !summary.failures.empty()) return kFailed;
   return summary.ending.converged ? kSuccess : kNotConverged;
+}
+
+ExitStatus checked_console(ExitStatus status) {
+  flush_console();
+  const int error = standard_output().error();
+  if (error == 0 || error == EPIPE) return status;
+  error_output() << "vorn: standard output is not complete: " << error_text(error) << '\n';
+  flush_console();
+  return kFailed;
 }
 
 }  // namespace vorn::app

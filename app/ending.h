@@ -22,4 +22,8 @@ void print_ending(const RunSummary& summary, const RunRequest& request, bool qui
 
 [[nodiscard]] ExitStatus status_of(const RunSummary& summary);
 
+// Writes out the console, and makes a failure of an exit status when standard output cannot take
+// all of it, which the error stream says then. A reader that has gone away has had what it wanted.
+[[nodiscard]] ExitStatus checked_console(ExitStatus status);
+
 }  // namespace vorn::app

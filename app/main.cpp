@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "app/command.h"
+#include "app/ending.h"
 #include "app/packed/packed.h"
 #include "app/separators/separators.h"
 #include "app/signals.h"
@@ -115,17 +115,6 @@ ExitStatus run_command(std::vector<std::string> arguments) {
   return commands[static_cast<std::size_t>(chosen - parsers.begin())]->run();
 }
 
-// What goes to a standard output that cannot take it is lost: no success. A reader that has gone
-// away has had what it wanted.
-ExitStatus checked_console(ExitStatus status) {
-  flush_console();
-  const int error = standard_output().error();
-  if (error == 0 || error == EPIPE) return status;
-  error_output() << "vorn: standard output is not complete: " << error_text(error) << '\n';
-  flush_console();
-  return kFailed;
-}
-
 }  // namespace
 }  // namespace vorn::app
 
@@ -146,6 +135,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     error_output() << "vorn: " << error.what() << '\n';
   }
-  status = app::checked_console(status);
-  return status;
+  return app::checked_console(status);
 }

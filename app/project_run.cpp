@@ -148,7 +148,8 @@ ExitStatus ProjectRun::run() {
     return kWrongUsage;
   }
   const std::unique_ptr<ProgressView> view = make_progress_view(progress_, !verbose_ && !quiet_);
-  const ExitStatus status = may_run() ? adjust(*view) : kFailed;
+  ExitStatus status = may_run() ? adjust(*view) : kFailed;
+  if (finish) status = finish(status);
   view->show_ending(summary, files_of(summary, request), status);
   return status;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ class ProjectRun {
   [[nodiscard]] ExitStatus run();
 
   RunRequest request;
+  // Where given, makes the exit status of the command, which is told and returned, of that of the
+  // run.
+  std::function<ExitStatus(ExitStatus)> finish = nullptr;
   // Files that a command reads or writes beside those of the project.
   std::vector<std::string> more_inputs;
   std::vector<std::string> more_outputs;

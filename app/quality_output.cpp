@@ -106,8 +106,8 @@ void QualityOutput::ask_for_page(std::string file) { page_ = std::move(file); }
 
 ExitStatus QualityOutput::run(ProjectRun& project) {
   if (!attach(project)) return kFailed;
-  const ExitStatus status = project.run();
-  return finish(status, project);
+  project.finish = [&](ExitStatus status) { return finish(status, project); };
+  return project.run();
 }
 
 bool QualityOutput::attach(ProjectRun& run) {

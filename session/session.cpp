@@ -98,12 +98,15 @@ bool concerns_control_file(ObstacleKind kind) {
 
 }  // namespace
 
-// What a run finds of the process and leaves behind: current directory, parameters, kernels,
-// console, arithmetic.
+// What a run or check finds of the process and leaves behind: current directory, parameters,
+// kernels, console, arithmetic. It begins with nothing of an earlier one.
 class Session::Environment {
  public:
   explicit Environment(Session& session)
       : directory_(current_directory()), flag_(session.running_) {
+    session.drop_results();
+    session.messages.clear();
+    session.findings.clear();
     standard_output().capture(&session.messages);
     error_output().capture(&session.messages);
     ls_params() = LSParams();
@@ -143,13 +146,11 @@ std::int32_t Session::fail(std::int32_t status, std::string reason) {
   return status;
 }
 
-void Session::discard() {
+void Session::drop_results() {
   texts_.clear();
   tables_.clear();
   results_.reset();
   project_.reset();
-  messages.clear();
-  findings.clear();
 }
 
 const ResultTable* Session::find_table(std::string_view name) const {
@@ -316,15 +317,20 @@ std::int32_t Session::run_project_here() {
 std::int32_t Session::run() {
   const RunPermit permit;
   if (!permit.granted()) return fail(VORN_ERROR_BUSY, "a run or check is going on in this process");
-  discard();
   const Environment environment(*this);
-  return run_project_here();
+  try {
+    const std::int32_t status = run_project_here();
+    if (status < 0) drop_results();
+    return status;
+  } catch (...) {
+    drop_results();
+    throw;
+  }
 }
 
 std::int32_t Session::check() {
   const RunPermit permit;
   if (!permit.granted()) return fail(VORN_ERROR_BUSY, "a run or check is going on in this process");
-  discard();
   const Environment environment(*this);
   FindingList list;
   if (!check_project(path_, list)) {

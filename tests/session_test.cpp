@@ -182,6 +182,19 @@ TEST_F(SessionTest, SaysWhatIsWrong) {
   std::filesystem::create_directory(dir_.path("project.ext"));
   EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_FILE);
   EXPECT_THAT(vorn_session_error(session_), testing::HasSubstr("project.ext"));
+  // The same after the adjustment: there are no results then.
+  const auto blocked = dir_.path("project.ext");
+  std::filesystem::remove(blocked);
+  const vorn_observer block = [](const vorn_event* event, void* user) -> std::int32_t {
+    const auto& path = *static_cast<const std::string*>(user);
+    if (event->stage == VORN_STAGE_WRITING) std::filesystem::create_directory(path);
+    return VORN_CONTINUE;
+  };
+  ASSERT_EQ(vorn_session_set_observer(session_, block, const_cast<std::string*>(&blocked)),
+            VORN_OK);
+  EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_FILE);
+  std::int32_t tables = 0;
+  EXPECT_EQ(vorn_session_count_tables(session_, &tables), VORN_ERROR_ORDER);
 }
 
 }  // namespace

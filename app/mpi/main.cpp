@@ -75,8 +75,9 @@ void refuse_what_needs_all(const Options& options, bool is_alone) {
   }
 }
 
-// The exit status of wrong arguments, or -1.
-int parse(std::vector<std::string> words, const Communicator& processes, Arguments& arguments) {
+// The exit status where the arguments ask for no run.
+std::optional<ExitStatus> parse(std::vector<std::string> words, const Communicator& processes,
+                                Arguments& arguments) {
   CLI::App parser("Bundle adjustment of one project by several processes.", "vorn-mpi");
   parser.set_version_flag("--version", "vorn-mpi " VORN_VERSION);
   parser.footer(
@@ -98,7 +99,7 @@ int parse(std::vector<std::string> words, const Communicator& processes, Argumen
     return error.get_exit_code() == 0 ? kSuccess : kWrongUsage;
   }
   const std::vector<std::string> others = parser.remaining();
-  if (others.empty()) return -1;
+  if (others.empty()) return std::nullopt;
   if (processes.is_first()) {
     error_output() << "vorn-mpi: " << others.front()
                    << ": vorn-mpi does not have that; vorn adjust, one process, may\n";
@@ -206,10 +207,10 @@ void print_last_words(const LastWords& words, Communicator& processes) {
   flush_console();
 }
 
-int run(const std::vector<std::string>& words) {
+ExitStatus run(const std::vector<std::string>& words) {
   Communicator processes;
   Arguments arguments;
-  if (const int refused = parse(words, processes, arguments); refused >= 0) return refused;
+  if (const auto refused = parse(words, processes, arguments)) return *refused;
   use_threads(arguments.threads);
   LastWords last_words;
   const std::optional<RunSummary> summary = try_to_adjust(arguments, processes, last_words);
@@ -232,8 +233,7 @@ int main(int argc, char** argv) {
   app::use_packed_files();
   standard_output().escape_controls();
   error_output().escape_controls();
-  const int status = app::run({argv + 1, argv + argc});
-  flush_console();
+  const app::ExitStatus status = app::checked_console(app::run({argv + 1, argv + argc}));
   MPI_Finalize();
   return status;
 }

@@ -260,7 +260,8 @@ void run_stages(const RunRequest& request, const PathParts& parts, const std::st
   if (summary.result != 1 && summary.ending.non_finite.iteration == 0) {
     look_into_failure(run, project, streams.report);
   }
-  if (summary.result == 1 && request.take) hand_over(std::move(owned), request);
+  const bool complete = summary.result == 1 && outputs.failures().empty();
+  if (complete && request.take) hand_over(std::move(owned), request);
 }
 
 void print_failures(const std::vector<OutputFailure>& failures) {

@@ -70,7 +70,8 @@ struct RunRequest {
   // Where given, sees the project after a completed adjustment. All files are written and closed by
   // then; it is not called when that failed.
   std::function<void(BundleProject&)> inspect = nullptr;
-  // Where given, gets the project after a completed adjustment when everything else is done.
+  // Where given, gets the project after a completed adjustment when everything else is done; like
+  // `inspect`, it is not called when writing the files failed.
   std::function<void(std::unique_ptr<BundleProject>)> take = nullptr;
   // Where given, hears what is wrong with a network whose iterations failed or, after `inspect`,
   // one whose final normal equations are singular, or but for rounding, or whose iterations ended

@@ -572,12 +572,17 @@ TEST_F(EarlierResults, ConsoleThatCannotBeWritten) {
       {"list", " | head -1 >/dev/null", 0},
       {"list", " | true", 0},
   };
-  for (const auto& [command, streams, expected] : kCases) {
-    for (const auto& [name, text] : earlier_) dir_.write(name, text);
+  const auto status_of = [this](const std::string& command, const std::string& streams) {
     const std::string line = "cd '" + dir_.path() + "'; set -o pipefail; '" VORN_COMMAND "' " +
                              command + " project.ctl" + streams;
-    const int status = std::system(("bash -c \"" + line + '"').c_str());
-    EXPECT_EQ(WEXITSTATUS(status), expected) << command << streams;
+    return WEXITSTATUS(std::system(("bash -c \"" + line + '"').c_str()));
+  };
+  EXPECT_EQ(status_of("check", " >/dev/full"), 1);
+  EXPECT_EQ(status_of("check", " | true"), 0);
+  EXPECT_EQ(status_of("check --json", " >/dev/full"), 1);
+  for (const auto& [command, streams, expected] : kCases) {
+    for (const auto& [name, text] : earlier_) dir_.write(name, text);
+    EXPECT_EQ(status_of(command, streams), expected) << command << streams;
     std::map<std::string, std::string> now = files();
     for (const auto& [name, text] : earlier_) {
       if (!is_result(name)) now[name] = later.at(name);  // not asked for

@@ -220,6 +220,8 @@ TEST_F(QualityCommand, TellsWhyThereAreNoFigures) {
   expect_failed_document("project.quality.json");
   EXPECT_EQ(dir_.read("project.prec"), earlier) << "earlier results are as they were";
 
+  EXPECT_EQ(adjust("--solve --quality --progress json"), 3);
+  EXPECT_THAT(errors_, HasSubstr(R"("end","status":"not_converged","exit_status":3,)"));
   EXPECT_EQ(adjust("--solve --quality --json"), 3) << "there are results, but not all";
   EXPECT_THAT(errors_, AllOf(HasSubstr("the minimum is one of many"),
                              HasSubstr("help: Add a third control point")));
