@@ -9,7 +9,7 @@ namespace vorn::app {
 enum ExitStatus : int {
   kSuccess = 0,       // for a run: completed and converged
   kFailed = 1,        // no results, or not all of them could be written
-  kWrongUsage = 2,    // nothing was tried
+  kWrongUsage = 2,    // nothing was tried; of `diff`: one of the projects has no results
   kNotConverged = 3,  // completed: results are there, but the iterations ended too early, or the
                       // figures of quality that were asked for do not exist
   kInterrupted = 4,   // completed early, at an interrupt: results of the iterations there were

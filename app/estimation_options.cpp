@@ -4,6 +4,8 @@
 #include <map>
 #include <string>
 
+#include "lsq/named_losses.h"
+
 namespace vorn::app {
 
 CLI::Validator finite_positive() {
@@ -24,17 +26,12 @@ void define_estimation_options(CLI::App& parser, AdjustmentSettings& settings) {
   parser.add_flag("--damped", settings.damped,
                   "damped steps (Levenberg-Marquardt), taken only when the weighted sum of squares "
                   "falls: for poor approximate values");
-  const std::map<std::string, RobustLoss> losses = {{"huber", RobustLoss::huber},
-                                                    {"cauchy", RobustLoss::cauchy},
-                                                    {"geman-mcclure", RobustLoss::geman_mcclure}};
+  std::map<std::string, RobustLoss> losses;
+  for (const NamedLoss& named : kNamedLosses) losses.emplace(named.name, named.loss);
   CLI::Option* const robust =
       parser
           .add_option_function<RobustLoss>(
-              "--robust",
-              [&settings](const RobustLoss& loss) {
-                settings.robust_loss = loss;
-                settings.damped = true;
-              },
+              "--robust", [&settings](const RobustLoss& loss) { set_robust(settings, loss); },
               "damped steps that begin with large residuals weighted down by a loss: huber, cauchy "
               "or geman-mcclure")
           ->option_text("LOSS")

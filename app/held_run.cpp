@@ -1,8 +1,11 @@
 #include "app/held_run.h"
 
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "app/diagnosis_text.h"
+#include "driver/output_guard.h"
 #include "driver/run.h"
 #include "lsq/ls_params.h"
 #include "quality/diagnosis.h"
@@ -11,10 +14,26 @@
 #include "text/text_writer.h"
 
 namespace vorn::app {
+namespace {
+
+void print_absence(const std::string& path, std::string_view reason) {
+  error_output() << "vorn: there are no results of " << path << ": " << reason << '\n';
+}
+
+bool may_be_read(const std::string& path) {
+  GuardRequest guard{path};
+  guard.writes_files = false;
+  const std::vector<Obstacle> obstacles = find_obstacles(guard);
+  for (const Obstacle& obstacle : obstacles) print_absence(path, text_of(obstacle.kind));
+  return obstacles.empty();
+}
+
+}  // namespace
 
 std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const AdjustmentSettings& settings,
                                        std::int32_t max_iterations, const QualityRequest& quality,
-                                       const std::function<void(BundleProject&)>& prepare) {
+                                       const std::function<void(BundleProject&)>& before_figures) {
+  if (!may_be_read(path)) return nullptr;
   auto held = std::make_unique<HeldRun>();
   ls_params() = LSParams();
   FindingList findings;
@@ -22,6 +41,7 @@ std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const Adjustment
   request.path = path;
   request.settings = settings;
   request.outputs = OutputMode::discarded;
+  request.limits = kRunLimits;
   request.diagnose = true;
   request.findings = &findings;
   request.after_reading = [&findings] { return !findings.has_errors(); };
@@ -31,7 +51,7 @@ std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const Adjustment
     };
   }
   request.take = [&](std::unique_ptr<BundleProject> project) {
-    if (prepare) prepare(*project);
+    if (before_figures) before_figures(*project);
     held->results = find_quality(*project, quality);
     held->project = std::move(project);
   };
@@ -52,9 +72,8 @@ std::unique_ptr<HeldRun> run_in_memory(const std::string& path, const Adjustment
     }
     return held;
   }
-  err << "vorn: there are no results of " << path << ": "
-      << (held->project ? held->results.message : std::string("vorn adjust and its report say why"))
-      << '\n';
+  print_absence(path, held->project ? std::string_view(held->results.message)
+                                    : "vorn adjust and its report say why");
   return nullptr;
 }
 

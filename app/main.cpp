@@ -16,6 +16,7 @@
 #include "app/packed/packed.h"
 #include "app/separators/separators.h"
 #include "app/signals.h"
+#include "app/threads/threads.h"
 #include "driver/run.h"
 #include "text/file_system.h"
 #include "text/text_writer.h"
@@ -125,6 +126,7 @@ int main(int argc, char** argv) {
   app::handle_signals();
   app::use_packed_files();
   app::use_metis();
+  app::use_threads(app::available_cores());
   standard_output().escape_controls();
   error_output().escape_controls();
   app::ExitStatus status = app::kFailed;

@@ -19,10 +19,6 @@
 namespace vorn::app {
 namespace {
 
-// No adjustment that converges needs as many.
-constexpr std::int32_t kMaxIterations = 1000;
-constexpr std::uint64_t kMaxReportBytes = std::uint64_t{1} << 32U;
-
 void print_obstacle(const Obstacle& obstacle) {
   error_output() << "vorn: " << text_of(obstacle.kind) << ": " << obstacle.file << '\n';
 }
@@ -66,9 +62,10 @@ class Watcher final : public RunObserver {
   ObserverAnswer on_iteration(const IterationStatistics& statistics) override {
     if (verbose_) print_open_parameter(statistics);
     view_.show_iteration(statistics);
-    if (answer() != ObserverAnswer::go_on || statistics.number < kMaxIterations) return answer();
-    error_output() << "vorn: no more than " << kMaxIterations << " iterations are run\n";
-    return ObserverAnswer::finish;
+    if (answer() == ObserverAnswer::go_on && statistics.number == kRunLimits.iterations) {
+      error_output() << "vorn: no more than " << statistics.number << " iterations are run\n";
+    }
+    return answer();
   }
 
  private:
@@ -99,7 +96,6 @@ void force_threads(std::size_t count) {
 }  // namespace
 
 void ProjectRun::define(CLI::App& parser) {
-  use_threads(available_cores());
   parser.add_option("PROJECT", request.path, "control file of the project")->required();
   parser.add_flag("-q,--quiet", quiet_, "tell only what goes wrong");
   define_progress_option(parser, progress_);
@@ -159,7 +155,7 @@ ExitStatus ProjectRun::adjust(ProgressView& view) {
   request.diagnose = true;
   request.findings = &findings_;
   request.after_reading = [this] { return judge_findings(); };
-  request.max_report_bytes = kMaxReportBytes;
+  request.limits = kRunLimits;
   Watcher watcher(view, verbose_);
   request.observer = &watcher;
   std::optional<Diagnosis> diagnosis;

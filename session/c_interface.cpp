@@ -39,13 +39,10 @@ std::int32_t note(Session& session, std::int32_t status, const char* reason) noe
   return status;
 }
 
-// Calls `action(session)` where the session may be used now.
+// Calls `action(session)`, at any time.
 template <class Action>
-std::int32_t guarded(vorn_session* session, Action action) noexcept {
+std::int32_t guarded_always(vorn_session* session, Action action) noexcept {
   if (session == nullptr) return refuse(VORN_ERROR_NULL, "the session is NULL");
-  if (session->is_running()) {
-    return note(*session, VORN_ERROR_ORDER, "not from an observer of this session");
-  }
   try {
     return action(*session);
   } catch (const std::bad_alloc&) {
@@ -55,6 +52,15 @@ std::int32_t guarded(vorn_session* session, Action action) noexcept {
   } catch (...) {
     return note(*session, VORN_ERROR_INTERNAL, "an unknown fault");
   }
+}
+
+// The same where the session may be used now.
+template <class Action>
+std::int32_t guarded(vorn_session* session, Action action) noexcept {
+  if (session != nullptr && session->is_running()) {
+    return note(*session, VORN_ERROR_ORDER, "not from an observer of this session");
+  }
+  return guarded_always(session, action);
 }
 
 std::int32_t null_argument(Session& session) {
@@ -141,6 +147,7 @@ std::int32_t find_column(Session& session, const ResultTable& table, const char*
 
 using vorn::ResultTable;
 using vorn::session::guarded;
+using vorn::session::guarded_always;
 using vorn::session::null_argument;
 using vorn::session::refuse;
 using vorn::session::Session;
@@ -227,6 +234,8 @@ int32_t vorn_session_open(const char* path, vorn_session** session) {
     return refuse(VORN_ERROR_MEMORY, "not enough memory");
   } catch (const std::exception& fault) {
     return refuse(VORN_ERROR_INTERNAL, fault.what());
+  } catch (...) {
+    return refuse(VORN_ERROR_INTERNAL, "an unknown fault");
   }
 }
 
@@ -253,10 +262,11 @@ int32_t vorn_session_set_text(vorn_session* session, const char* name, const cha
 }
 
 int32_t vorn_session_get_number(vorn_session* session, const char* name, double* value) {
-  if (session == nullptr) return refuse(VORN_ERROR_NULL, "the session is NULL");
-  if (name == nullptr || value == nullptr) return null_argument(*session);
-  if (vorn::session::get_number(session->settings, name, *value)) return VORN_OK;
-  return setting_status(*session, SettingResult::unknown_name, name);
+  return guarded_always(session, [&](Session& s) -> std::int32_t {
+    if (name == nullptr || value == nullptr) return null_argument(s);
+    if (vorn::session::get_number(s.settings, name, *value)) return VORN_OK;
+    return setting_status(s, SettingResult::unknown_name, name);
+  });
 }
 
 int32_t vorn_session_set_observer(vorn_session* session, vorn_observer observer, void* user) {

@@ -9,6 +9,7 @@
 #include "driver/run_permit.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/ls_params.h"
+#include "lsq/named_losses.h"
 #include "quality/quality.h"
 #include "session_tables.h"
 #include "text/file_system.h"
@@ -16,9 +17,6 @@
 
 namespace vorn::session {
 namespace {
-
-// A run whose report grows beyond this ends with its iteration.
-constexpr std::uint64_t kMaxReportBytes = std::uint64_t{1} << 32U;
 
 // Hands a run's events to a function in C.
 class Relay final : public RunObserver {
@@ -89,28 +87,19 @@ class Flag {
   bool& flag_;
 };
 
-// What a run that writes no files need not fear.
-bool concerns_control_file(ObstacleKind kind) {
-  return kind == ObstacleKind::control_file_missing ||
-         kind == ObstacleKind::control_file_is_directory ||
-         kind == ObstacleKind::not_a_control_file;
-}
-
 }  // namespace
 
 // What a run or check finds of the process and leaves behind: current directory, parameters,
-// kernels, console, arithmetic. It begins with nothing of an earlier one.
+// kernels, console, arithmetic.
 class Session::Environment {
  public:
   explicit Environment(Session& session)
       : directory_(current_directory()), flag_(session.running_) {
-    session.drop_results();
-    session.messages.clear();
-    session.findings.clear();
-    standard_output().capture(&session.messages);
-    error_output().capture(&session.messages);
     ls_params() = LSParams();
     static_cast<void>(use_kernels(session.settings.kernel));
+    // Nothing throws from here on: no destructor would end the capture.
+    standard_output().capture(&session.messages);
+    error_output().capture(&session.messages);
   }
   ~Environment() {
     try {
@@ -144,6 +133,12 @@ struct Session::Outcome {
 std::int32_t Session::fail(std::int32_t status, std::string reason) {
   error = std::move(reason);
   return status;
+}
+
+void Session::discard() {
+  drop_results();
+  messages.clear();
+  findings.clear();
 }
 
 void Session::drop_results() {
@@ -221,7 +216,7 @@ RunRequest Session::request(Outcome& outcome) {
   request.path = path_;
   request.with_cameras = settings.files && settings.cameras;
   request.settings = settings.adjustment;
-  if (settings.adjustment.robust_loss != RobustLoss::none) request.settings.damped = true;
+  set_robust(request.settings, settings.adjustment.robust_loss);
   request.findings = &outcome.findings;
   request.after_reading = [&outcome, this] {
     outcome.refused = outcome.findings.has_errors() && !settings.lenient;
@@ -236,7 +231,8 @@ RunRequest Session::request(Outcome& outcome) {
   }
   request.outputs = settings.files ? OutputMode::replaced : OutputMode::discarded;
   request.diagnose = true;
-  request.max_report_bytes = kMaxReportBytes;
+  // How many iterations there may be is the host's to say.
+  request.limits.report_bytes = kRunLimits.report_bytes;
   request.take = [&outcome, this](std::unique_ptr<BundleProject> project) {
     take(std::move(project), outcome);
   };
@@ -297,9 +293,9 @@ std::int32_t Session::judge(const Outcome& outcome) {
 }
 
 std::int32_t Session::run_project_here() {
-  for (const Obstacle& obstacle :
-       find_obstacles({path_, settings.cameras, settings.allow_outside})) {
-    if (!settings.files && !concerns_control_file(obstacle.kind)) continue;
+  GuardRequest guard{path_, settings.cameras, settings.allow_outside};
+  guard.writes_files = settings.files;
+  for (const Obstacle& obstacle : find_obstacles(guard)) {
     return fail(VORN_ERROR_FILE,
                 std::string(text_of(obstacle.kind)) + ": " + printable(obstacle.file));
   }
@@ -317,6 +313,7 @@ std::int32_t Session::run_project_here() {
 std::int32_t Session::run() {
   const RunPermit permit;
   if (!permit.granted()) return fail(VORN_ERROR_BUSY, "a run or check is going on in this process");
+  discard();
   const Environment environment(*this);
   try {
     const std::int32_t status = run_project_here();
@@ -331,6 +328,7 @@ std::int32_t Session::run() {
 std::int32_t Session::check() {
   const RunPermit permit;
   if (!permit.granted()) return fail(VORN_ERROR_BUSY, "a run or check is going on in this process");
+  discard();
   const Environment environment(*this);
   FindingList list;
   if (!check_project(path_, list)) {

@@ -65,6 +65,7 @@ class Session {
   class Environment;
   struct Outcome;
 
+  void discard();
   void drop_results();
   RunRequest request(Outcome& outcome);
   [[nodiscard]] std::int32_t run_project_here();

@@ -2,35 +2,40 @@
 
 #include <cmath>
 #include <limits>
-#include <utility>
 
 #include "lsq/linalg/kernels.h"
+#include "lsq/named_losses.h"
 
 namespace vorn::session {
 namespace {
 
-// A setting that is on or off, by its name.
+// A setting that is on or off, by its name: one of the session, or of the adjustment.
 struct Switch {
   std::string_view name;
-  bool& (*of)(Settings& settings);
+  bool Settings::*own;
+  bool AdjustmentSettings::*of_adjustment = nullptr;
 };
 
 constexpr Switch kSwitches[] = {
-    {"rigorous", [](Settings& s) -> bool& { return s.adjustment.rigorous; }},
-    {"damped", [](Settings& s) -> bool& { return s.adjustment.damped; }},
-    {"keep_robust", [](Settings& s) -> bool& { return s.adjustment.keep_robust; }},
-    {"quality", [](Settings& s) -> bool& { return s.quality; }},
-    {"prior", [](Settings& s) -> bool& { return s.prior; }},
-    {"inner_datum", [](Settings& s) -> bool& { return s.inner_datum; }},
-    {"lenient", [](Settings& s) -> bool& { return s.lenient; }},
-    {"files", [](Settings& s) -> bool& { return s.files; }},
-    {"cameras", [](Settings& s) -> bool& { return s.cameras; }},
-    {"allow_outside", [](Settings& s) -> bool& { return s.allow_outside; }},
+    {"rigorous", nullptr, &AdjustmentSettings::rigorous},
+    {"damped", nullptr, &AdjustmentSettings::damped},
+    {"keep_robust", nullptr, &AdjustmentSettings::keep_robust},
+    {"quality", &Settings::quality},
+    {"prior", &Settings::prior},
+    {"inner_datum", &Settings::inner_datum},
+    {"lenient", &Settings::lenient},
+    {"files", &Settings::files},
+    {"cameras", &Settings::cameras},
+    {"allow_outside", &Settings::allow_outside},
 };
 
-bool* find_switch(Settings& settings, std::string_view name) {
+// In settings that may be const; null when no switch has the name.
+template <class AnySettings>
+auto find_switch(AnySettings& settings, std::string_view name) -> decltype(&settings.quality) {
   for (const Switch& entry : kSwitches) {
-    if (entry.name == name) return &entry.of(settings);
+    if (entry.name != name) continue;
+    return entry.own != nullptr ? &(settings.*entry.own)
+                                : &(settings.adjustment.*entry.of_adjustment);
   }
   return nullptr;
 }
@@ -46,17 +51,10 @@ SettingResult set_max_iterations(Settings& settings, double value) {
 }
 
 SettingResult set_robust(Settings& settings, std::string_view value) {
-  constexpr std::pair<std::string_view, RobustLoss> kLosses[] = {
-      {"none", RobustLoss::none},
-      {"huber", RobustLoss::huber},
-      {"cauchy", RobustLoss::cauchy},
-      {"geman-mcclure", RobustLoss::geman_mcclure}};
-  for (const auto& [name, loss] : kLosses) {
-    if (name != value) continue;
-    settings.adjustment.robust_loss = loss;
-    return SettingResult::done;
-  }
-  return SettingResult::bad_value;
+  const auto loss = value == "none" ? RobustLoss::none : loss_named(value);
+  if (!loss) return SettingResult::bad_value;
+  settings.adjustment.robust_loss = *loss;
+  return SettingResult::done;
 }
 
 SettingResult set_kernel(Settings& settings, std::string_view value) {
@@ -97,8 +95,7 @@ bool get_number(const Settings& settings, std::string_view name, double& value) 
   } else if (name == "robust_scale") {
     value = settings.adjustment.robust_scale;
   } else {
-    Settings copy = settings;
-    const bool* const found = find_switch(copy, name);
+    const bool* const found = find_switch(settings, name);
     if (found == nullptr) return false;
     value = *found ? 1.0 : 0.0;
   }

@@ -10,6 +10,7 @@
 #include "driver/bundle_project.h"
 #include "driver/output_guard.h"
 #include "driver/paths.h"
+#include "lsq/named_losses.h"
 #include "quality/diagnosis.h"
 #include "quality/exclusions.h"
 #include "quality/quality.h"
@@ -22,9 +23,7 @@ namespace {
 
 RobustLoss loss_of(const std::string& name) {
   if (name.empty()) return RobustLoss::none;
-  if (name == "huber") return RobustLoss::huber;
-  if (name == "cauchy") return RobustLoss::cauchy;
-  if (name == "geman-mcclure") return RobustLoss::geman_mcclure;
+  if (const auto loss = loss_named(name)) return *loss;
   throw CallError("no robust loss '" + name + "'; there are huber, cauchy, geman-mcclure");
 }
 
@@ -120,6 +119,7 @@ class AdjustRun {
     request.with_cameras = options_.with_cameras;
     request.settings = options_.settings;
     request.outputs = OutputMode::replaced;
+    request.limits = kRunLimits;
     request.diagnose = true;
     request.findings = &findings_;
     request.observer = &observer_;
@@ -219,8 +219,7 @@ AdjustOptions options_of(const py::dict& from) {
   take(from, "damped", settings.damped);
   std::string loss;
   take(from, "robust", loss);
-  settings.robust_loss = loss_of(loss);
-  if (settings.robust_loss != RobustLoss::none) settings.damped = true;
+  set_robust(settings, loss_of(loss));
   take(from, "robust_scale", settings.robust_scale);
   take(from, "keep_robust", settings.keep_robust);
   if (!(settings.robust_scale > 0.0) || !std::isfinite(settings.robust_scale))

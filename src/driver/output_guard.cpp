@@ -136,10 +136,7 @@ class Guard {
   }
 
   std::vector<Obstacle> find() {
-    for (const std::string& output : results_) check_output(output);
-    for (const std::string& dump : dumps_) check_output(dump);
-    check_more_outputs();
-    for (std::size_t i = 0; i < dumps_.size(); ++i) check_dump(i);
+    if (request_.writes_files) check_outputs();
     const bool other_reason =
         !obstacles_.empty() && obstacles_.front().kind == ObstacleKind::control_file_is_output;
     if (!content_.plausible && !other_reason) {
@@ -156,6 +153,13 @@ class Guard {
 
  private:
   void add(ObstacleKind kind, const std::string& file) { obstacles_.push_back({kind, file}); }
+
+  void check_outputs() {
+    for (const std::string& output : results_) check_output(output);
+    for (const std::string& dump : dumps_) check_output(dump);
+    check_more_outputs();
+    for (std::size_t i = 0; i < dumps_.size(); ++i) check_dump(i);
+  }
 
   void check_output(const std::string& output) {
     if (is_same(output, request_.control_file)) {

@@ -39,6 +39,8 @@ struct GuardRequest {
   // Files that the run reads or writes beside those that its control file tells of.
   std::vector<std::string> more_inputs = {};
   std::vector<std::string> more_outputs = {};
+  // False: nothing is written, and only the control file itself may be an obstacle.
+  bool writes_files = true;
 };
 
 // Reads the control file, the options that it names and the beginning of the files that it would

@@ -243,7 +243,7 @@ void run_stages(const RunRequest& request, const PathParts& parts, const std::st
   FileText control_file;
   if (!control_file.load(control_path)) return;
 
-  RunWatch watch(request.observer, request.max_report_bytes, request.diagnose);
+  RunWatch watch(request.observer, request.limits, request.diagnose);
   const Run run{request, summary, outputs, watch};
   auto owned = std::make_unique<BundleProject>();
   BundleProject& project = *owned;

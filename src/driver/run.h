@@ -42,6 +42,15 @@ struct RunSummary {
   RunTimes times;
 };
 
+// Where a run that leads nowhere ends: an iteration of this number, or one that ends with a report
+// longer than this, is the last one; 0 for no limit.
+struct RunLimits {
+  std::int32_t iterations = 0;
+  std::uint64_t report_bytes = 0;
+};
+// No adjustment that converges needs as much.
+inline constexpr RunLimits kRunLimits{1000, std::uint64_t{1} << 32U};
+
 // What is to be run, and who listens.
 struct RunRequest {
   std::string path;           // control file
@@ -62,8 +71,7 @@ struct RunRequest {
   bool diagnose = false;
   // Where given, is told how the run goes on, and may end it.
   RunObserver* observer = nullptr;
-  // An iteration that ends with a report longer than that is the last one [bytes]; 0 for no limit.
-  std::uint64_t max_report_bytes = 0;
+  RunLimits limits{};
   // Where given, opens and writes further files of a completed adjustment, which replace earlier
   // ones together with the results. The normal equations of the project may be used up.
   std::function<void(BundleProject&, OutputFiles&)> write_more = nullptr;

@@ -21,7 +21,8 @@ void RunWatch::attach(BundleProject& project, const TextWriter& report) {
   if (observer_ != nullptr) {
     project.on_reading = [this](double fraction) { return progress(fraction); };
   }
-  if (observer_ == nullptr && max_report_bytes_ == 0 && !finite_only_) return;
+  const bool limited = limits_.iterations > 0 || limits_.report_bytes > 0;
+  if (observer_ == nullptr && !limited && !finite_only_) return;
   project.on_iteration = [this, &report](const IterationStatistics& statistics) {
     return judge(statistics, report);
   };
@@ -41,11 +42,16 @@ bool RunWatch::progress(double fraction) {
   return !stopped();
 }
 
+bool RunWatch::is_beyond_limits(std::int32_t iteration, std::uint64_t report_bytes) const {
+  return (limits_.iterations > 0 && iteration >= limits_.iterations) ||
+         (limits_.report_bytes > 0 && report_bytes > limits_.report_bytes);
+}
+
 ObserverAnswer RunWatch::judge(const IterationStatistics& statistics, const TextWriter& report) {
   if (observer_ != nullptr) keep(observer_->on_iteration(statistics));
   if (finite_only_ && !std::isfinite(statistics.vtpv)) return ObserverAnswer::stop;
-  const bool too_long = max_report_bytes_ > 0 && report.size() > max_report_bytes_;
-  return too_long ? std::max(answer_, ObserverAnswer::finish) : answer_;
+  const bool ends = is_beyond_limits(statistics.number, report.size());
+  return ends ? std::max(answer_, ObserverAnswer::finish) : answer_;
 }
 
 }  // namespace vorn

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "driver/run.h"
 #include "driver/run_observer.h"
 #include "text/text_writer.h"
 
@@ -13,10 +14,9 @@ class BundleProject;
 // asked and nothing is counted.
 class RunWatch {
  public:
-  // `observer` may be null. An iteration that ends with a report longer than `max_report_bytes`
-  // (0: no limit) is the last one; `finite_only`: one whose numbers are not finite fails.
-  RunWatch(RunObserver* observer, std::uint64_t max_report_bytes, bool finite_only)
-      : observer_(observer), max_report_bytes_(max_report_bytes), finite_only_(finite_only) {}
+  // `observer` may be null. `finite_only`: an iteration whose numbers are not finite fails.
+  RunWatch(RunObserver* observer, const RunLimits& limits, bool finite_only)
+      : observer_(observer), limits_(limits), finite_only_(finite_only) {}
   RunWatch(const RunWatch&) = delete;
   RunWatch& operator=(const RunWatch&) = delete;
 
@@ -33,9 +33,10 @@ class RunWatch {
   // Keeps the stronger one of an answer and those before.
   void keep(ObserverAnswer answer);
   ObserverAnswer judge(const IterationStatistics& statistics, const TextWriter& report);
+  [[nodiscard]] bool is_beyond_limits(std::int32_t iteration, std::uint64_t report_bytes) const;
 
   RunObserver* observer_;
-  std::uint64_t max_report_bytes_;
+  RunLimits limits_;
   bool finite_only_;
   RunStage stage_ = RunStage::reading;
   double told_ = 0.0;

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "text/file_system.h"
@@ -96,7 +97,14 @@ void TextWriter::drain() {
 }
 
 void TextWriter::capture(std::string* text) {
-  drain();
+  try {
+    drain();
+  } catch (const std::bad_alloc&) {
+    // A capture can end in a destructor.
+    used_ = 0;
+    errno = ENOMEM;
+    check(false);
+  }
   captured_ = text;
 }
 

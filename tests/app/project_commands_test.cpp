@@ -217,6 +217,15 @@ TEST_F(DiffCommand, ComparesInUnitsOfSigmas) {
              std::regex_replace(project_.files["lspar.txt"], std::regex(" 20 "), " 1 "));
   EXPECT_EQ(run("diff project.ctl other/project.ctl --limit 1e9"), 3);
   EXPECT_THAT(errors_, HasSubstr("not converged: other/project.ctl"));
+  // As many iterations as no adjustment needs, none of which is small enough.
+  dir_.write("other/lspar.txt",
+             std::regex_replace(
+                 std::regex_replace(project_.files["lspar.txt"], std::regex(" 20 "), " 1000000 "),
+                 std::regex(" 1e-7 1e-7 1e-9 1e-9 "), " 0 0 0 0 "));
+  EXPECT_EQ(run("diff project.ctl other/project.ctl"), 3);
+  EXPECT_THAT(errors_, HasSubstr("not converged: other/project.ctl"));
+  EXPECT_EQ(run("diff missing.ctl project.ctl"), 2);
+  EXPECT_EQ(errors_, "vorn: there are no results of missing.ctl: no such control file\n");
   dir_.write("other/camera.txt", "nonsense");
   for (const char* const b : {"other/project.ctl", "missing.ctl", "project.ctl --limit -1", ""}) {
     EXPECT_EQ(run("diff project.ctl " + std::string(b)), 2) << b;

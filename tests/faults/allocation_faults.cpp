@@ -7,6 +7,7 @@
 #include <new>
 
 #include "support/project_test.h"
+#include "vorn/session.h"
 
 namespace {
 
@@ -134,6 +135,43 @@ TEST_F(AllocationFaults, OneOrAllFromThereOn) {
   }
   RecordProperty("allocations", std::to_string(total));
   expect_inputs_unchanged();
+}
+
+// A session in C: no exception leaves a function, and a run that fails has no results.
+TEST_F(AllocationFaults, InASession) {
+  vorn_session* session = nullptr;
+  ASSERT_EQ(vorn_session_open(control_file_.c_str(), &session), VORN_OK);
+  ASSERT_EQ(vorn_session_set_number(session, "files", 0), VORN_OK);
+  const auto with_fault = [](const AllocationFault& plan, const auto& action) {
+    fault = plan;
+    armed = true;
+    const std::int32_t status = action();
+    armed = false;
+    return status;
+  };
+  const std::string unknown(100, 'n');
+  double value = 0.0;
+  EXPECT_EQ(with_fault({0, 1, INT64_MAX},
+                       [&] { return vorn_session_get_number(session, unknown.c_str(), &value); }),
+            VORN_ERROR_MEMORY);
+  const auto run = [session] { return vorn_session_run(session); };
+  ASSERT_EQ(with_fault({}, run), VORN_OK) << vorn_session_error(session);
+  const std::int64_t total = fault.count;
+  constexpr std::int64_t kSteps = 300;
+  int failed = 0;
+  for (std::int64_t n = 1; n <= total; n += 1 + total / kSteps) {
+    for (const bool one : {true, false}) {
+      const std::int32_t status = with_fault({0, n, one ? n : INT64_MAX}, run);
+      failed += status == VORN_ERROR_MEMORY ? 1 : 0;
+      std::int32_t tables = 0;
+      ASSERT_EQ(vorn_session_count_tables(session, &tables),
+                status < 0 ? VORN_ERROR_ORDER : VORN_OK)
+          << n << ": " << vorn_session_error(session);
+    }
+  }
+  EXPECT_GT(failed, kSteps / 2);
+  EXPECT_EQ(vorn_session_run(session), VORN_OK) << vorn_session_error(session);
+  EXPECT_EQ(vorn_session_close(session), VORN_OK);
 }
 
 }  // namespace
