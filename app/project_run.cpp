@@ -83,9 +83,9 @@ void force_kernel(const std::string& name) {
 }
 
 void force_threads(std::size_t count) {
-  constexpr std::size_t kMost = 1024;
-  if (count < 1 || count > kMost) {
-    throw CLI::ValidationError("--threads", "expected a number from 1 to " + std::to_string(kMost));
+  if (count < 1 || count > kMostThreads) {
+    throw CLI::ValidationError("--threads",
+                               "expected a number from 1 to " + std::to_string(kMostThreads));
   }
   if (count > 1 && !has_threads()) {
     throw CLI::ValidationError("--threads", "this command was built without threads (OpenMP)");

@@ -113,9 +113,8 @@ ExitStatus QualityOutput::run(ProjectRun& project) {
 bool QualityOutput::attach(ProjectRun& run) {
   RunRequest& request = run.request;
   if (!exclusion_file_.empty()) {
-    FileText text;
-    std::string error = "it cannot be read";
-    if (!text.load(exclusion_file_) || !read_exclusions(text.view(), exclusions_, error)) {
+    std::string error;
+    if (!load_exclusions(exclusion_file_, exclusions_, error)) {
       error_output() << "vorn: " << exclusion_file_ << ": " << error << '\n';
       return false;
     }

@@ -88,7 +88,7 @@ std::optional<ExitStatus> parse(std::vector<std::string> words, const Communicat
   parser.add_flag("--rigorous", arguments.request.settings.rigorous,
                   "derivatives of the observation equation itself");
   parser.add_option("--threads", arguments.threads, "threads of each process [1]")
-      ->check(CLI::Range(1, has_threads() ? 1024 : 1));
+      ->check(CLI::Range(std::size_t{1}, has_threads() ? kMostThreads : 1));
   parser.add_flag("-q,--quiet", arguments.quiet, "tell only what goes wrong");
   parser.allow_extras();
   try {

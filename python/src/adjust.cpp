@@ -16,7 +16,6 @@
 #include "quality/quality.h"
 #include "results.h"
 #include "run_scope.h"
-#include "text/file_system.h"
 
 namespace vorn::python {
 namespace {
@@ -79,12 +78,9 @@ class Observer final : public RunObserver {
 std::vector<Exclusion> exclusions_of(const std::string& file) {
   std::vector<Exclusion> exclusions;
   if (file.empty()) return exclusions;
-  FileText text;
-  std::string error = "it cannot be read";
-  if (!text.load(file) || !read_exclusions(text.view(), exclusions, error)) {
-    throw CallError(file + ": " + error);
-  }
-  return exclusions;
+  std::string error;
+  if (load_exclusions(file, exclusions, error)) return exclusions;
+  throw CallError(file + ": " + error);
 }
 
 // A run and what is kept of it. All members that hold Python objects are touched under the

@@ -9,6 +9,7 @@
 #include "app/exchange/export.h"
 #include "app/exchange/import.h"
 #include "app/exchange/source.h"
+#include "app/threads/threads.h"
 #include "check/check.h"
 #include "conversion.h"
 #include "driver/paths.h"
@@ -102,6 +103,7 @@ PYBIND11_MODULE(_core, module) {
   py::exception<CallError>(module, "CallError", PyExc_RuntimeError);
   py::register_exception_translator(translate);
   module.attr("version") = VORN_VERSION;
+  module.attr("most_threads") = app::kMostThreads;
   module.def(
       "adjust",
       [](const std::string& path, const py::dict& options, const py::object& progress) {

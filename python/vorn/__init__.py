@@ -307,8 +307,9 @@ def _estimation(
 
 
 def _running(lenient: bool, allow_outside: bool, threads: int | None) -> dict[str, Any]:
-    if threads is not None and not (isinstance(threads, Integral) and 1 <= threads <= 1024):
-        raise Error("threads must be a number from 1 to 1024")
+    most = _core.most_threads
+    if threads is not None and not (isinstance(threads, Integral) and 1 <= threads <= most):
+        raise Error(f"threads must be a number from 1 to {most}")
     return {
         "lenient": lenient,
         "allow_outside": allow_outside,

@@ -1,6 +1,7 @@
 from typing import Any, Callable
 
 version: str
+most_threads: int
 
 class CallError(RuntimeError): ...
 

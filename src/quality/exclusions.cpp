@@ -6,6 +6,7 @@
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "quality/result_findings.h"
+#include "text/file_system.h"
 
 namespace vorn {
 namespace {
@@ -155,6 +156,14 @@ bool read_exclusions(std::string_view text, std::vector<Exclusion>& exclusions,
     return false;
   }
   return true;
+}
+
+bool load_exclusions(const std::string& path, std::vector<Exclusion>& exclusions,
+                     std::string& error) {
+  FileText text;
+  if (text.load(path)) return read_exclusions(text.view(), exclusions, error);
+  error = "it cannot be read";
+  return false;
 }
 
 std::int64_t apply_exclusions(const std::vector<Exclusion>& exclusions, BundleProject& project,

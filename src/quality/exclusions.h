@@ -31,6 +31,10 @@ struct Exclusion {
 [[nodiscard]] bool read_exclusions(std::string_view text, std::vector<Exclusion>& exclusions,
                                    std::string& error);
 
+// The same of a file.
+[[nodiscard]] bool load_exclusions(const std::string& path, std::vector<Exclusion>& exclusions,
+                                   std::string& error);
+
 // Leaves the observations out of a project that was read and not yet initialised: takes the image
 // points out of their images and frees the parameters. Lists what was done in the report; what the
 // project does not have is reported there and passed over. Returns how many were left out.

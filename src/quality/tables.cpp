@@ -4,45 +4,11 @@
 #include <cmath>
 #include <string>
 
+#include "quality/table_of.h"
 #include "sensors/camera.h"
 
 namespace vorn {
 namespace {
-
-// What a column needs to be there.
-enum class Needs : std::uint8_t { nothing, figures };
-
-template <class Row>
-struct ColumnOf {
-  std::string_view name;
-  std::string_view unit;
-  Needs needs;
-  void (*put)(CellSink& sink, const Row& row, const QualityResults& results);
-};
-
-template <class Row>
-class TableOf final : public ResultTable {
- public:
-  TableOf(std::string_view table_name, const QualityResults& results, const std::vector<Row>& rows,
-          const std::vector<ColumnOf<Row>>& all)
-      : ResultTable(table_name), results_(results), rows_(rows) {
-    for (const ColumnOf<Row>& column : all) {
-      if (column.needs == Needs::figures && !results.has_figures) continue;
-      puts_.push_back(column.put);
-      columns.push_back({column.name, column.unit});
-    }
-  }
-  std::size_t num_rows() const override { return rows_.size(); }
-  void put(std::size_t row, std::size_t column, CellSink& sink) const override {
-    puts_[column](sink, rows_[row], results_);
-  }
-
- private:
-  using Put = void (*)(CellSink&, const Row&, const QualityResults&);
-  const QualityResults& results_;
-  const std::vector<Row>& rows_;
-  std::vector<Put> puts_;
-};
 
 std::string_view role_name(PointType type) {
   constexpr std::array<std::string_view, 4> kNames = {"none", "control", "intersection", "check"};
