@@ -8,7 +8,9 @@
 #include <cmath>
 #include <functional>
 #include <numeric>
+#include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "driver/bundle_project.h"
@@ -232,12 +234,24 @@ TEST(Figures, AgreeWithTheFullInverse) {
   }
 }
 
+// Fixes the first point in space.
+SyntheticProject with_fixed_point(SyntheticProject project) {
+  std::string& text = project.files.at("obj.txt");
+  const std::regex first(R"(p1 (\S+ \S+ \S+)\s+\S+ \S+ \S+)");
+  EXPECT_TRUE(std::regex_search(text, first)) << text;
+  text = std::regex_replace(text, first, "p1 $1 1e-31 1e-31 1e-31");
+  return project;
+}
+
 // Seen from the points of the inner datum nothing moves: sums over their rows of Q_S vanish, with
-// the weights of each of the seven motions (C Q_S = 0).
+// the weights of each of the seven motions (C Q_S = 0). A point that was fixed belongs to them.
 TEST(InnerDatum, TakesEveryMotionOut) {
-  const std::vector<std::string> some = {"p0", "p3", "p5", "p8", "p13", "p17"};
-  for (const std::vector<std::string>& listed : {std::vector<std::string>(), some}) {
-    with_adjusted(make_synthetic_project(specs().front()), [&](BundleProject& project) {
+  const std::vector<std::string> some = {"p1", "p3", "p5", "p8", "p13", "p17"};
+  const SyntheticProject free = make_synthetic_project(specs().front());
+  const std::pair<SyntheticProject, std::vector<std::string>> cases[] = {
+      {free, {}}, {free, some}, {with_fixed_point(free), {}}, {with_fixed_point(free), some}};
+  for (const auto& [files, listed] : cases) {
+    with_adjusted(files, [&, &listed = listed](BundleProject& project) {
       const FullSystem full(project);
       const auto n = static_cast<std::size_t>(project.unknowns.num_unknowns());
       FinalSystem system(project);

@@ -27,10 +27,17 @@ class FlatGeometry : public ImageGeometry {
     image = {object_point[0], object_point[1], image[2]};
     return true;
   }
-  bool intersection(const ImageGeometry&, const Vec3&, const Vec3&, Vec3&, double&) const override {
-    return false;
+  // The mean of both, at a height that tells how often rays were intersected.
+  bool intersection(const ImageGeometry&, const Vec3& a, const Vec3& b, Vec3& point,
+                    double& gap) const override {
+    point = {0.5 * (a[0] + b[0]), 0.5 * (a[1] + b[1]), static_cast<double>(++times_)};
+    gap = 0.5 * std::fabs(a[0] - b[0]);
+    return true;
   }
   bool get_derivs(const Vec3&, const Vec3&, PointDerivs&) override { return false; }
+
+ private:
+  mutable int times_ = 0;
 };
 
 // A and B are in three images, S, P and Q in one, N in none; I4 has no points. S is fully
@@ -89,6 +96,27 @@ TEST_F(SmallProject, ChecksImagesBehindRemovedOnes) {
   EXPECT_EQ(project_.removed_objects[0].reason, RemovalReason::too_few_points);
   EXPECT_EQ(project_.removed_objects[0].count, 0);
   EXPECT_EQ(project_.images.count(), 2);
+}
+
+// Points without coordinates come from all pairs of their rays, once; single rays give none.
+TEST_F(SmallProject, IntersectsWhatHasNoCoordinates) {
+  for (const char* const id : {"A", "B", "S"}) project_.object_points.find(id)->has_coords = false;
+  project_.check_approximations(nullptr);  // M gets a point
+  const auto intersect = [this] {
+    return written_text([&](TextWriter& out) {
+      EXPECT_EQ(project_.intersect_approximations(&out, false), 1);
+    });
+  };
+  const std::string listing = intersect();
+  EXPECT_THAT(listing, HasSubstr("Point: A by           I1           I2           I3 [3]\n"));
+  EXPECT_THAT(listing, HasSubstr("Number of intersection points : 2\n"));
+  const ObjectPoint& a = *project_.object_points.find("A");
+  EXPECT_NEAR(a.xyz[0], (0.00998 + 2 * 0.01) / 3, 1e-12);
+  EXPECT_EQ(a.xyz[2], 2.0);  // of three pairs
+  EXPECT_EQ(project_.object_points.find("B")->xyz[2], 5.0);
+  EXPECT_FALSE(project_.object_points.find("S")->has_coords);
+  EXPECT_THAT(intersect(), HasSubstr("Number of intersection points : 0\n"));
+  EXPECT_EQ(a.xyz[2], 2.0);
 }
 
 TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
