@@ -1,5 +1,7 @@
 #include "base/workers.h"
 
+#include "base/brought.h"
+
 namespace vorn {
 namespace {
 
@@ -12,19 +14,14 @@ class Caller final : public Workers {
   }
 };
 
-Workers*& brought() {
-  static Workers* workers = nullptr;
-  return workers;
-}
-
 }  // namespace
 
 Workers& workers() {
   static Caller caller;
-  Workers* const others = brought();
+  Workers* const others = brought<Workers*>();
   return others == nullptr ? caller : *others;
 }
 
-void use_workers(Workers* workers) { brought() = workers; }
+void use_workers(Workers* workers) { brought<Workers*>() = workers; }
 
 }  // namespace vorn

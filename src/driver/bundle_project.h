@@ -28,22 +28,6 @@
 
 namespace vorn {
 
-// What the checks of the data took out of the project.
-struct RemovedImage {
-  std::string id;
-  std::string geometry_id;
-  std::int32_t num_points = 0;
-};
-struct RemovedPoint {
-  std::string id;
-  std::int32_t num_rays = 0;
-  bool is_control = false;
-};
-struct Removals {
-  std::vector<RemovedImage> images;
-  std::vector<RemovedPoint> points;
-};
-
 // Everything that one run reads and computes. It owns every object read; all other references to
 // them are non-owning. Each stage of a run is one operation, implemented in the folder of its
 // stage.
@@ -107,8 +91,6 @@ class BundleProject {
   OwnedList<PosCorrection> pos_corrections;
   OwnedList<AttCorrection> att_corrections;
   AdjObjectList unknowns;
-
-  Removals removals;
 
   // The image points in the order of the normal matrix; empty for small systems.
   ObservationTable observations;

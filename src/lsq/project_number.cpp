@@ -2,20 +2,15 @@
 
 #include <utility>
 
+#include "base/brought.h"
+
 namespace vorn {
-namespace {
-
-ProjectNumber& brought() {
-  static ProjectNumber number;
-  return number;
-}
-
-}  // namespace
 
 std::int32_t project_number(std::int32_t unknown) {
-  return brought() ? brought()(unknown) : unknown;
+  const ProjectNumber& number = brought<ProjectNumber>();
+  return number ? number(unknown) : unknown;
 }
 
-void use_project_numbers(ProjectNumber number) { brought() = std::move(number); }
+void use_project_numbers(ProjectNumber number) { brought<ProjectNumber>() = std::move(number); }
 
 }  // namespace vorn

@@ -25,9 +25,10 @@ namespace {
 // Why nothing depends on an object, and what helps.
 std::pair<std::string, std::string> reason_of(const BundleProject& project,
                                               const AdjObject& object) {
-  for (const RemovedImage& image : project.removals.images) {
+  for (const Removal& image : project.removed_objects) {
+    if (image.reason != RemovalReason::too_few_points) continue;
     if (image.geometry_id == object.id && object_type_of(object) == ObjectType::orientation) {
-      return {"its image " + image.id + " was removed, having " + std::to_string(image.num_points) +
+      return {"its image " + image.id + " was removed, having " + std::to_string(image.count) +
                   " points",
               "Measure at least three points in image " + image.id +
                   ", or take the image and its orientation out of the files"};
@@ -51,28 +52,31 @@ std::pair<std::string, std::string> reason_of(const BundleProject& project,
           "Remove the orientation, or fix it (standard deviation 1e-31)"};
 }
 
+// Images first.
 void find_removed(const BundleProject& project, Diagnosis& diagnosis) {
-  for (const RemovedImage& image : project.removals.images) {
+  for (const Removal& image : project.removed_objects) {
+    if (image.reason != RemovalReason::too_few_points) continue;
     DiagnosisFinding& finding = diagnosis.findings.emplace_back();
     finding.code = "too_few_points";
     finding.severity = FindingSeverity::warning;
     finding.objects = {{"image", image.id, {}}};
-    finding.message = "Image " + image.id + " was removed: it has " +
-                      std::to_string(image.num_points) + " points, and three are needed.";
+    finding.message = "Image " + image.id + " was removed: it has " + std::to_string(image.count) +
+                      " points, and three are needed.";
     finding.remedy = "Measure more points in it, or take it out of the image file.";
-    finding.values = {{"points", image.num_points}};
+    finding.values = {{"points", image.count}};
   }
-  for (const RemovedPoint& point : project.removals.points) {
+  for (const Removal& point : project.removed_objects) {
+    if (point.reason != RemovalReason::too_few_rays) continue;
     DiagnosisFinding& finding = diagnosis.findings.emplace_back();
     finding.code = "too_few_rays";
     // A tie point more or less matters little; control that was meant to hold the datum does.
     finding.severity = point.is_control ? FindingSeverity::warning : FindingSeverity::info;
     finding.objects = {{"object_point", point.id, {}}};
-    finding.message =
-        (point.is_control ? "Control point " : "Point ") + point.id + " was removed: " +
-        (point.num_rays == 0 ? "no image measures it." : "only one image measures it.");
+    finding.message = (point.is_control ? "Control point " : "Point ") + point.id +
+                      " was removed: " +
+                      (point.count == 0 ? "no image measures it." : "only one image measures it.");
     finding.remedy = "Measure it in another image, if it is needed.";
-    finding.values = {{"rays", point.num_rays}};
+    finding.values = {{"rays", point.count}};
   }
 }
 

@@ -89,9 +89,9 @@ void apply(const std::vector<Verdict>& verdicts, const PointRays& rays, BundlePr
       continue;
     }
     for (const Ray& ray : rays[slot]) ray.image->remove_point(point.id);
-    project.removals.points.push_back({point.id, point.num_rays, point.type == PointType::control});
-    project.removed_objects.push_back(
-        {RemovalReason::too_few_rays, "object point", point.id, point.num_rays});
+    Removal& removal = project.removed_objects.emplace_back();
+    removal = {RemovalReason::too_few_rays, "object point", point.id, point.num_rays};
+    removal.is_control = point.type == PointType::control;
     project.object_points.remove(slot);
   }
 }
@@ -199,9 +199,8 @@ void BundleProject::check_rays_per_image(TextWriter* out) {
   if (out != nullptr) print_image_points(*out, images, counts, poor.size());
   for (const PoorImage& image : poor) {
     const BundleImage& poor_image = *images[image.slot];
-    removals.images.push_back({poor_image.id, poor_image.geometry_id, image.num_points});
-    removed_objects.push_back(
-        {RemovalReason::too_few_points, "image", images[image.slot]->id, image.num_points});
+    removed_objects.push_back({RemovalReason::too_few_points, "image", poor_image.id,
+                               image.num_points, poor_image.geometry_id});
     images.remove(image.slot);
   }
 }

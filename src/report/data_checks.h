@@ -18,7 +18,9 @@ struct Removal {
   RemovalReason reason;
   std::string_view kind;  // "object point", "image", "camera", ...
   std::string id;
-  std::int32_t count = 0;  // rays of the point, points of the image
+  std::int32_t count = 0;        // rays of the point, points of the image
+  std::string geometry_id = {};  // of an image
+  bool is_control = false;       // of an object point
 };
 
 }  // namespace vorn

@@ -1,18 +1,12 @@
 #include "sensors/point_share.h"
 
+#include "base/brought.h"
+
 namespace vorn {
-namespace {
 
-PointShare*& brought() {
-  static PointShare* share = nullptr;
-  return share;
-}
+PointShare* point_share() { return brought<PointShare*>(); }
 
-}  // namespace
-
-PointShare* point_share() { return brought(); }
-
-void use_point_share(PointShare* share) { brought() = share; }
+void use_point_share(PointShare* share) { brought<PointShare*>() = share; }
 
 std::vector<UnknownValue> values_above(const Vector& values, double limit) {
   std::vector<UnknownValue> above;

@@ -12,6 +12,8 @@
 #include <new>
 #include <system_error>
 
+#include "base/brought.h"
+
 #ifdef _WIN32
 #include <direct.h>
 #include <io.h>
@@ -23,11 +25,6 @@
 
 namespace vorn {
 namespace {
-
-Unpacker*& brought_unpacker() {
-  static Unpacker* unpacker = nullptr;
-  return unpacker;
-}
 
 constexpr std::size_t kDeviceLimit = std::size_t{1} << 26U;
 constexpr int kFirstFreeDescriptor = 3;  // behind standard input, output and error stream
@@ -300,7 +297,7 @@ char* FileText::make_room(std::size_t size) {
 
 bool FileText::load_data(const std::string& path, std::string& complaint) {
   complaint.clear();
-  Unpacker* const unpacker = brought_unpacker();
+  Unpacker* const unpacker = brought<Unpacker*>();
   if (unpacker == nullptr || !unpacker->takes(path)) return load(path);
   size_ = 0;
   if (file_kind(path) != FileKind::regular) return false;
@@ -312,6 +309,6 @@ bool FileText::load_data(const std::string& path, std::string& complaint) {
   return complaint.empty();
 }
 
-void use_unpacker(Unpacker* unpacker) { brought_unpacker() = unpacker; }
+void use_unpacker(Unpacker* unpacker) { brought<Unpacker*>() = unpacker; }
 
 }  // namespace vorn

@@ -103,9 +103,8 @@ TEST_F(SmallProject, IntersectsWhatHasNoCoordinates) {
   for (const char* const id : {"A", "B", "S"}) project_.object_points.find(id)->has_coords = false;
   project_.check_approximations(nullptr);  // M gets a point
   const auto intersect = [this] {
-    return written_text([&](TextWriter& out) {
-      EXPECT_EQ(project_.intersect_approximations(&out, false), 1);
-    });
+    return written_text(
+        [&](TextWriter& out) { EXPECT_EQ(project_.intersect_approximations(&out, false), 1); });
   };
   const std::string listing = intersect();
   EXPECT_THAT(listing, HasSubstr("Point: A by           I1           I2           I3 [3]\n"));

@@ -5,6 +5,8 @@
 #include <limits>
 #include <utility>
 
+#include "base/brought.h"
+
 namespace vorn {
 namespace {
 
@@ -12,11 +14,6 @@ using Nodes = std::vector<std::int32_t>;
 using Sides = std::vector<Separator::Side>;
 
 std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
-
-Separator*& brought() {
-  static Separator* separator = nullptr;
-  return separator;
-}
 
 // What a cut costs: the nodes between, and more of them the less the sides balance.
 double cost_of(std::size_t left, std::size_t between, std::size_t right) {
@@ -145,9 +142,9 @@ class Dissection {
     Sides sides;
     cut_by_levels(graph, sides);
     double cost = cost_of(sides);
-    if (brought() != nullptr) {
+    if (Separator* const separator = brought<Separator*>()) {
       Sides others;
-      brought()->cut(graph, others);
+      separator->cut(graph, others);
       const double other_cost = cost_of(others);
       if (other_cost < cost) {
         cost = other_cost;
@@ -197,6 +194,6 @@ BlockOrder dissection_order(const Graph& graph, std::size_t leaf) {
   return Dissection(graph, leaf).run(std::move(nodes), std::move(hubs));
 }
 
-void use_separator(Separator* separator) { brought() = separator; }
+void use_separator(Separator* separator) { brought<Separator*>() = separator; }
 
 }  // namespace vorn
