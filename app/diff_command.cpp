@@ -43,6 +43,20 @@ Estimates estimates_of(const QualityResults& results) {
   return all;
 }
 
+// q and -q are one rotation (Kuipers 1999): the quaternions of `b` take the sign of those of `a`.
+void align_quaternions(const Estimates& a, Estimates& b) {
+  constexpr const char* kParts[] = {"q0", "q1", "q2", "q3"};
+  for (const auto& [name, estimate] : a) {
+    if (name.second != kParts[0] || b.find(name) == b.end()) continue;
+    double product = 0.0;
+    for (const char* const part : kParts) {
+      product += a.at({name.first, part}).value * b.at({name.first, part}).value;
+    }
+    if (product >= 0.0) continue;
+    for (const char* const part : kParts) b.at({name.first, part}).value *= -1.0;
+  }
+}
+
 // B - A; of angles the smallest.
 double difference_of(const Estimate& a, const Estimate& b) {
   constexpr double kTurn = 6.283185307179586;
@@ -87,7 +101,8 @@ class DiffCommand final : public Command {
     const Estimates of_a = estimates_of(a->results);
     const auto b = run_in_memory(b_, settings_, -1, {});
     if (!b) return kWrongUsage;
-    const Estimates of_b = estimates_of(b->results);
+    Estimates of_b = estimates_of(b->results);
+    align_quaternions(of_a, of_b);
     print_sigma0(a->results, b->results);
     const ExitStatus status = print(of_a, of_b);
     const bool converged =

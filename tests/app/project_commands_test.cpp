@@ -188,12 +188,15 @@ TEST_F(NewProjectCommand, SaysWhatIsWrongWithTables) {
 
 class DiffCommand : public ProjectCommand {
  protected:
-  DiffCommand() : ProjectCommand({.images = 4, .points = 20}) {}
+  DiffCommand()
+      : ProjectCommand({.orientations = {"ext-ori-opk-rot", "ext-ori-quaternion"},
+                        .images = 4,
+                        .points = 20}) {}
 };
 
 TEST_F(DiffCommand, ComparesInUnitsOfSigmas) {
   EXPECT_EQ(run("diff project.ctl project.ctl --limit 0"), 0) << errors_;
-  EXPECT_THAT(output_, HasSubstr("compared       84 unknowns; only in A 0, only in B 0"));
+  EXPECT_THAT(output_, HasSubstr("compared       86 unknowns; only in A 0, only in B 0"));
   EXPECT_FALSE(dir_.has("project.out")) << "no file is written";
 
   // The first control point moves by a thousand standard deviations, and loses its name.
@@ -231,6 +234,19 @@ TEST_F(DiffCommand, ComparesInUnitsOfSigmas) {
     EXPECT_EQ(run("diff project.ctl " + std::string(b)), 2) << b;
     EXPECT_NE(errors_, "");
   }
+}
+
+TEST_F(DiffCommand, KnowsThatQuaternionsOfBothSignsAreOneRotation) {
+  std::filesystem::create_directory(dir_.path("other"));
+  for (const auto& [name, text] : project_.files) dir_.write("other/" + name, text);
+  const std::string before = project_.files["eo.txt"];
+  const std::string part = R"( +(-?\d\.\d+(?:e-\d+)?))";
+  const std::regex four("\n" + part + part + part + part + "\n");
+  std::string after = std::regex_replace(before, four, "\n -$1 -$2 -$3 -$4\n");
+  after = std::regex_replace(after, std::regex("--"), "");
+  ASSERT_NE(after, before);
+  dir_.write("other/eo.txt", after);
+  EXPECT_EQ(run("diff project.ctl other/project.ctl --limit 0.001"), 0) << output_ << errors_;
 }
 
 // All kinds of observations.
