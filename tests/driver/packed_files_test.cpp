@@ -40,6 +40,13 @@ class PackedFiles : public testing::TestWithParam<Format> {
   }
   void SetUp() override {
     if (!is_packed_) GTEST_SKIP() << "no " << GetParam().command << " here";
+    app::use_packed_files();
+    FileText text;
+    std::string complaint;
+    static_cast<void>(
+        text.load_data(dir_.path(std::string("eo.txt") + GetParam().extension), complaint));
+    use_unpacker(nullptr);
+    if (complaint.starts_with("this command was built without")) GTEST_SKIP() << complaint;
   }
   ~PackedFiles() override { use_unpacker(nullptr); }
 
