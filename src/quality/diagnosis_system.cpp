@@ -37,6 +37,7 @@ DiagnosedSystem::DiagnosedSystem(BundleProject& project,
 
 void DiagnosedSystem::add_images(BundleProject& project,
                                  const std::function<void(const LinearisedPoint&)>& visit) {
+  normal_.store_couplings();
   normal_.zero();
   Vector rhs(normal_.size());
   rhs.zero();

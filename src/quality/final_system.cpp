@@ -17,6 +17,8 @@ FinalSystem::FinalSystem(BundleProject& project)
       factor_(project.normal),
       inverse_(factor_) {
   project.solver.reset();
+  // Conditions change them.
+  normal_.store_couplings();
 }
 
 bool FinalSystem::form() {

@@ -1,6 +1,8 @@
 // The table of observations against the images that add theirs one after the other.
 
+#include <algorithm>
 #include <cmath>
+#include <stdexcept>
 #include <string>
 
 #include "driver/bundle_project.h"
@@ -38,6 +40,7 @@ Sums sums_of(NormalMatrix& normal, Add add) {
 }
 
 Sums by_table(BundleProject& p) {
+  p.normal.store_couplings();
   p.observations.set_up(p.images, p.object_points, p.settings.derivatives(), p.normal);
   return sums_of(p.normal,
                  [&p](Sums& s) { return p.observations.add(p.normal, s.rhs, s.lPl, s.count); });
@@ -179,6 +182,68 @@ TEST_P(ObservationTableTest, AddsWhatTheImagesAdd) {
     const Sums sums = by_table(p);
     EXPECT_EQ(sums.output, "ATTENTION: Object point lost not found.\n");
     expect_same(sums, by_images(p));
+  });
+}
+
+// Couplings that are formed again are those that are stored, to the last bit, and so are products
+// with a vector and the solution, but for rounding.
+TEST_P(ObservationTableTest, FormsCouplingsAgain) {
+  after_run([](BundleProject& p) {
+    // Linear geometries take no packs.
+    ASSERT_EQ(takes_packs(*p.images[5]), GetParam());
+    if (!GetParam()) return;
+    Vector x(p.normal.size());
+    for (std::int32_t i = 0; i < x.size(); ++i) x[i] = std::sin(i + 1.0);
+    const std::size_t num_points = p.normal.point_order().size();
+    const std::int32_t formed_row = 3 * p.normal.point_order().back();
+    const std::int32_t formed_column =
+        p.normal.block_index(p.normal.blocks_of(p.normal.point_order().back()).front().block);
+    const auto couplings_of_all = [&] {
+      std::vector<double> rows, products;
+      Couplings couplings = p.normal.couplings();
+      for (std::size_t k = 0; k < num_points; ++k) {
+        const std::size_t batch = k / kBatchPoints;
+        couplings.go_to(batch);
+        const std::size_t count = p.normal.coupling_offset(k + 1) - p.normal.coupling_offset(k);
+        rows.insert(rows.end(), couplings.at(k), couplings.at(k) + count);
+        const double* const product = couplings.multiply(batch, x) + 3 * (k % kBatchPoints);
+        products.insert(products.end(), product, product + 3);
+      }
+      return std::pair(rows, products);
+    };
+    const auto solve = [&](Vector& solution) {
+      std::int32_t count = 0;
+      ASSERT_EQ(form_normal_equations(p, p.settings.derivatives(), p.observations, p.normal, p.rhs,
+                                      p.lPl, count),
+                1);
+      AdjInterfaceNative solver(AdjInterfaceNative::Method::eliminate);
+      Vector diagonal;
+      ASSERT_EQ(solver.solve(p.normal, p.rhs, solution, diagonal), 0);
+    };
+    for (const bool rigorous : {false, true}) {
+      p.settings.rigorous = rigorous;
+      ASSERT_TRUE(p.normal.set_structure(find_structure(p), NormalMatrix::PointCouplings::formed));
+      p.observations.set_up(p.images, p.object_points, p.settings.derivatives(), p.normal);
+      const auto [formed, formed_products] = couplings_of_all();
+      EXPECT_THROW((void)p.normal.at(formed_row, formed_column), std::logic_error);
+      Vector by_formed, by_stored;
+      solve(by_formed);
+      EXPECT_FALSE(p.normal.stores_couplings());
+      p.normal.store_couplings();
+      solve(by_stored);
+      for (std::int32_t i = 0; i < x.size(); ++i) {
+        EXPECT_NEAR(by_formed[i], by_stored[i], 1e-9 * std::abs(by_stored[i]) + 1e-15) << i;
+      }
+      EXPECT_TRUE(by_table(p).added);
+      const auto [stored, stored_products] = couplings_of_all();
+      EXPECT_EQ(formed, stored);
+      ASSERT_EQ(formed_products.size(), 3 * num_points);
+      double largest = 0.0;
+      for (const double product : stored_products) largest = std::max(largest, std::abs(product));
+      for (std::size_t k = 0; k < 3 * num_points; ++k) {
+        EXPECT_NEAR(formed_products[k], stored_products[k], 1e-12 * largest) << k;
+      }
+    }
   });
 }
 

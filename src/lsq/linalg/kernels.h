@@ -127,6 +127,10 @@ struct Kernels {
   // The same for eight points at once, which gives C in full rows of the stride.
   void (*add_packed_products)(double* c, double* sums, const PackedRows& design,
                               const PackedWeights& weights);
+  // Lines up the rows of eight points and weights them, without the products.
+  void (*weigh_packed_rows)(const PackedRows& design, const PackedWeights& weights);
+  // s := A x for eight points, eight elements of their rows of x, then of y; x has `m` elements.
+  void (*multiply_packed_rows)(double* s, const PackedRows& design, const double* x);
   // Coupling blocks += Ap'PA for the 2 x 3 design rows Ap of the object point (x, then y).
   void (*add_coupling)(const CouplingBlocks& coupling, const double* point_rows,
                        const DesignRows& design);

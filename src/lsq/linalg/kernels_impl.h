@@ -454,7 +454,7 @@ inline void line_up(const double* columns, double* rows, Index m, Index stride) 
 #endif
 
 // From eight points side by side to one row after the other, plain and weighted.
-inline void line_up_rows(const PackedRows& design, const PackedWeights& weights) {
+void weigh_packed_rows(const PackedRows& design, const PackedWeights& weights) {
   const Index stride = design.stride;
   double* const x = design.rows;
   double* const y = x + 8 * stride;
@@ -474,7 +474,7 @@ inline void line_up_rows(const PackedRows& design, const PackedWeights& weights)
 void add_packed_products(double* c, double* sums, const PackedRows& design,
                          const PackedWeights& weights) {
   constexpr Index kRows = 8;  // of C in registers; divides the stride
-  line_up_rows(design, weights);
+  weigh_packed_rows(design, weights);
   const Index stride = design.stride;
   const double* const x = design.rows;
   const double* const y = x + 8 * stride;
@@ -500,6 +500,19 @@ void add_packed_products(double* c, double* sums, const PackedRows& design,
       }
       for (Index r = 0; r < kRows; ++r) store(c + (i + r) * stride + j, block[r]);
     }
+  }
+}
+
+void multiply_packed_rows(double* s, const PackedRows& design, const double* x) {
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    Lanes sum_x{};
+    Lanes sum_y{};
+    for (Index j = 0; j < design.m; ++j) {
+      sum_x = multiply_add(load(design.x + 8 * j + k), spread(x[j]), sum_x);
+      sum_y = multiply_add(load(design.y + 8 * j + k), spread(x[j]), sum_y);
+    }
+    store(s + k, sum_x);
+    store(s + 8 + k, sum_y);
   }
 }
 
@@ -598,11 +611,23 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
   for (; k < n; ++k) y[k] = multiply_add(x[k], s, y[k]);
 }
 
-constexpr Kernels kTable = {VORN_KERNEL_NAME, multiply_subtract, multiply_subtract_plain,
-                            square_subtract,  factorise,         solve_right,
-                            divide_piece,     subtract_rhs,      subtract_pairs,
-                            multiply_batch,   add_products,      add_packed_products,
-                            add_coupling,     multiply_blocks,   dot,
+constexpr Kernels kTable = {VORN_KERNEL_NAME,
+                            multiply_subtract,
+                            multiply_subtract_plain,
+                            square_subtract,
+                            factorise,
+                            solve_right,
+                            divide_piece,
+                            subtract_rhs,
+                            subtract_pairs,
+                            multiply_batch,
+                            add_products,
+                            add_packed_products,
+                            weigh_packed_rows,
+                            multiply_packed_rows,
+                            add_coupling,
+                            multiply_blocks,
+                            dot,
                             add_scaled};
 
 }  // namespace

@@ -24,10 +24,11 @@ bool LargeArray::fits(std::uint64_t count) {
 }
 
 bool LargeArray::resize(std::uint64_t count) {
-  if (count > capacity_) {
+  if (count == 0 || count > capacity_) {
     values_.reset();
     size_ = 0;
     capacity_ = 0;
+    if (count == 0) return true;
     if (!fits(count)) return false;
     std::size_t bytes = static_cast<std::size_t>(count) * sizeof(double);
     const bool large = bytes >= kLargePage;

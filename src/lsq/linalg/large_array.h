@@ -13,7 +13,8 @@ struct AlignedRelease {
 };
 
 // A large array of doubles in one allocation, aligned to cache lines, on large pages where the
-// system offers them. Takes memory only to grow.
+// system offers them. Takes memory only to grow, and
+// gives it back when nothing is left.
 class LargeArray {
  public:
   // Whether so many doubles fit the address space, with room left for the rest of a host.

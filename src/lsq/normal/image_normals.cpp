@@ -85,7 +85,9 @@ void ImageNormals::add(const EquationTarget& target, const PointEquation& equati
   add_point(target, equation.point, weights, weighted, rhs);
   const DesignRows rows{equation.rows.data(), sums.weighted.data(), width_, stride_};
   kernel_.add_products(sums.products.data(), sums.sums.data(), rows, weights, weighted);
-  add_coupling(target, equation.point, sums.weighted.data());
+  if (target.rows.coupling != nullptr) {
+    add_coupling(target, equation.point, sums.weighted.data());
+  }
 }
 
 bool ImageNormals::add(PackedEquations& equations, Vector& rhs, ImageSums& sums) const {
@@ -102,18 +104,72 @@ bool ImageNormals::add(PackedEquations& equations, Vector& rhs, ImageSums& sums)
     weights.reduced_y[k] = weights.yy[k] * y;
     sums.lPl += x * weights.reduced_x[k] + y * weights.reduced_y[k];
   }
-  constexpr auto kLanes = static_cast<std::size_t>(Pack::kSize);
-  equations.rows.resize(std::max(equations.rows.size(), 2 * kLanes * sums.weighted.size()));
-  kernel_.add_packed_products(sums.products.data(), sums.sums.data(),
-                              {equations.x.data()->data(), equations.y.data()->data(),
-                               equations.rows.data(), width_, stride_},
+  kernel_.add_packed_products(sums.products.data(), sums.sums.data(), packed_rows(equations),
                               weights);
-  add_packed_points(equations, weights, rhs);
+  add_packed_points(equations, rhs);
+  if (equations.targets[0].rows.coupling != nullptr) add_packed_couplings(equations);
   return true;
 }
 
-void ImageNormals::add_packed_points(PackedEquations& equations, const PackedWeights& weights,
-                                     Vector& rhs) const {
+void ImageNormals::add_couplings(PackedEquations& equations) const {
+  PackedWeights weights{};
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    weights.xx[k] = 1.0 / equations.cofactors[0][k];
+    weights.yy[k] = 1.0 / equations.cofactors[1][k];
+  }
+  kernel_.weigh_packed_rows(packed_rows(equations), weights);
+  add_packed_couplings(equations);
+}
+
+void ImageNormals::multiply_couplings(PackedEquations& equations, const double* x) const {
+  constexpr std::int32_t kLanes = Pack::kSize;
+  double s[2 * kLanes];  // A x, then PA x
+  kernel_.multiply_packed_rows(s, packed_rows(equations), x);
+  for (std::int32_t k = 0; k < kLanes; ++k) {
+    s[k] /= equations.cofactors[0][k];
+    s[kLanes + k] /= equations.cofactors[1][k];
+  }
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    double* const product = equations.targets[k].rows.coupling;
+    for (std::int32_t i = 0; i < 3; ++i) {
+      product[i] += equations.point_x[i][k] * s[k] + equations.point_y[i][k] * s[kLanes + k];
+    }
+  }
+}
+
+PackedRows ImageNormals::packed_rows(PackedEquations& equations) const {
+  const auto room = 4 * static_cast<std::size_t>(Pack::kSize * stride_);
+  if (equations.rows.size() < room) equations.rows.resize(room);
+  return {equations.x.data()->data(), equations.y.data()->data(), equations.rows.data(), width_,
+          stride_};
+}
+
+// `add_point` for a pack, operation by operation.
+void ImageNormals::add_packed_points(const PackedEquations& equations, Vector& rhs) {
+  const Pack* const ax = equations.point_x;
+  const Pack* const ay = equations.point_y;
+  const Pack weight_x = 1.0 / equations.cofactors[0];
+  const Pack weight_y = 1.0 / equations.cofactors[1];
+  const Pack reduced_x = weight_x * equations.misclosure[0];
+  const Pack reduced_y = weight_y * equations.misclosure[1];
+  Pack elements[6];
+  Pack right[3];
+  Pack* element = elements;
+  for (std::int32_t i = 0; i < 3; ++i) {
+    const Pack wx = weight_x * ax[i];
+    const Pack wy = weight_y * ay[i];
+    for (std::int32_t j = i; j < 3; ++j) *element++ = wx * ax[j] + wy * ay[j];
+    right[i] = ax[i] * reduced_x + ay[i] * reduced_y;
+  }
+  for (std::int32_t k = 0; k < equations.count; ++k) {
+    const EquationTarget& target = equations.targets[k];
+    for (std::int32_t e = 0; e < 6; ++e) target.rows.diagonal[e] += elements[e][k];
+    for (std::int32_t i = 0; i < 3; ++i) rhs[target.index + i] += right[i][k];
+  }
+}
+
+// From the weighted rows that the kernel has left behind the plain ones.
+void ImageNormals::add_packed_couplings(PackedEquations& equations) const {
   const std::ptrdiff_t stride = stride_;
   double* weighted = equations.rows.data() + 2 * std::ptrdiff_t{Pack::kSize} * stride;
   for (std::int32_t k = 0; k < equations.count; ++k) {
@@ -122,9 +178,6 @@ void ImageNormals::add_packed_points(PackedEquations& equations, const PackedWei
       rows[i] = equations.point_x[i][k];
       rows[3 + i] = equations.point_y[i][k];
     }
-    const double reduced[2] = {weights.reduced_x[k], weights.reduced_y[k]};
-    add_point(equations.targets[k], rows, {weights.xx[k], weights.xy[k], weights.yy[k]}, reduced,
-              rhs);
     add_coupling(equations.targets[k], rows, weighted);
     weighted += 2 * stride;
   }

@@ -85,12 +85,19 @@ class ImageNormals {
   // what was added so far is of no use then.
   [[nodiscard]] bool add(PackedEquations& equations, Vector& rhs, ImageSums& sums) const;
   void add(const ImageSums& sums);
+  // The couplings of up to eight image points alone, the same as `add` gives.
+  void add_couplings(PackedEquations& equations) const;
+  // What they make of a vector, which has an element for each column of the design rows: adds
+  // Ap'PA x, three elements, to what stands in the place of each point's couplings.
+  void multiply_couplings(PackedEquations& equations, const double* x) const;
   // Adds what is summed up: N, the right-hand side, and l'Pl.
   void finish(Vector& rhs, double& lPl);
 
  private:
-  void add_packed_points(PackedEquations& equations, const PackedWeights& weights,
-                         Vector& rhs) const;
+  // Room for the kernels' rows; the design in the form that they take.
+  PackedRows packed_rows(PackedEquations& equations) const;
+  static void add_packed_points(const PackedEquations& equations, Vector& rhs);
+  void add_packed_couplings(PackedEquations& equations) const;
   void add_coupling(const EquationTarget& target, const double* point, double* weighted) const;
   // `point` holds the 2 x 3 design rows of the object point, `weighted` is Pl.
   static void add_point(const EquationTarget& target, const double* point,

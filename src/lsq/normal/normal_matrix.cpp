@@ -41,13 +41,15 @@ std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& bl
 
 // ---- structure ---------------------------------------------------------------------------------
 
-bool NormalMatrix::set_structure(NormalStructure structure) {
+bool NormalMatrix::set_structure(NormalStructure structure, PointCouplings couplings) {
   const NormalStructure::PointBlocks blocks = structure.point_blocks();
   structure.forget_rays();
   structure_ = std::move(structure);
   // A matrix without room has no unknowns: nobody takes it for one that can be filled.
   size_ = 0;
   num_points_ = structure_.num_points();
+  stores_couplings_ = couplings == PointCouplings::stored;
+  coupling_source_ = nullptr;
   lay_out_blocks();
   if (!lay_out_points(blocks) || !lay_out_pairs()) return false;
   size_ = structure_.num_unknowns();
@@ -72,23 +74,41 @@ void NormalMatrix::lay_out_blocks() {
 }
 
 bool NormalMatrix::lay_out_points(const NormalStructure::PointBlocks& blocks) {
-  points_.assign(place(num_points_), {});
+  points_.clear();
+  points_.reserve(place(num_points_) + 1);
+  point_ranks_.resize(place(num_points_));
   point_blocks_.clear();
   point_blocks_.reserve(blocks.blocks.size());
   point_order_ = order_by_blocks(blocks, num_points_, num_blocks());
   std::uint64_t room = 0;
   for (const std::int32_t p : point_order_) {
-    PointEntry entry{static_cast<std::size_t>(room), point_blocks_.size(), 0, 0};
+    point_ranks_[place(p)] = static_cast<std::int32_t>(points_.size());
+    points_.push_back({static_cast<std::size_t>(room), point_blocks_.size()});
+    std::int32_t start = 0;
     for (const std::int32_t block : blocks.of(p)) {
-      point_blocks_.push_back({block, 3 * entry.width});
-      entry.width += block_width(block);
-      ++entry.num_blocks;
+      point_blocks_.push_back({block, start});
+      start += 3 * block_width(block);
     }
-    points_[place(p)] = entry;
-    room += kDiagonalRoom + 3 * static_cast<std::uint64_t>(entry.width);
+    room += static_cast<std::uint64_t>(start);
+    // Offsets count whether they are stored or not.
     if (!LargeArray::fits(room)) return false;
   }
-  return point_values_.resize(room);
+  points_.push_back({static_cast<std::size_t>(room), point_blocks_.size()});
+  return point_diagonals_.resize(kDiagonal * static_cast<std::uint64_t>(num_points_)) &&
+         point_couplings_.resize(stores_couplings_ ? room : 0);
+}
+
+void NormalMatrix::store_couplings() {
+  if (stores_couplings_) return;
+  if (!point_couplings_.resize(points_.back().couplings)) throw std::bad_alloc();
+  stores_couplings_ = true;
+  zero();
+}
+
+Couplings NormalMatrix::couplings() const {
+  if (stores_couplings_) return {*this, nullptr};
+  if (coupling_source_ == nullptr) throw std::logic_error("normal matrix: nobody forms couplings");
+  return {*this, coupling_source_->make_former()};
 }
 
 bool NormalMatrix::lay_out_pairs() {
@@ -124,25 +144,23 @@ bool NormalMatrix::lay_out_pairs() {
 
 void NormalMatrix::zero() {
   zero_reduced();
-  point_values_.zero();
+  point_diagonals_.zero();
+  point_couplings_.zero();
 }
 
 void NormalMatrix::zero_reduced() { pair_values_.zero(); }
 
 void NormalMatrix::zero_points(std::int32_t first, std::int32_t count) {
-  const auto start_of = [this](std::int32_t k) {
-    return k < num_points_ ? points_[place(point_order_[place(k)])].values : point_values_.size();
-  };
-  std::fill(point_values_.data() + start_of(first), point_values_.data() + start_of(first + count),
-            0.0);
+  std::fill_n(point_diagonals_.data() + kDiagonal * place(first), kDiagonal * place(count), 0.0);
+  if (!stores_couplings_) return;
+  std::fill(point_couplings_.data() + coupling_offset(place(first)),
+            point_couplings_.data() + coupling_offset(place(first + count)), 0.0);
 }
 
 NormalMatrix::PointRows NormalMatrix::point_rows(std::int32_t point) {
-  double* const values = point_values_.data() + points_[place(point)].values;
-  return {values, values + kDiagonalRoom};
+  return rows_at(rank_of(point));
 }
 
-// The blocks that each point meets, as its structure gave them.
 NormalStructure::PointBlocks NormalMatrix::point_blocks() const {
   NormalStructure::PointBlocks result;
   result.first.push_back(0);
@@ -188,13 +206,12 @@ const double* NormalMatrix::block_pair(std::int32_t a, std::int32_t b) const {
 // The stored element (i, j), i <= j; null for a structural zero.
 template <class Self>
 auto NormalMatrix::find(Self& self, std::int32_t i, std::int32_t j)
-    -> decltype(self.point_values_.data()) {
+    -> decltype(self.point_diagonals_.data()) {
   const std::int32_t reduced = self.num_point_unknowns();
-  const auto rows_of = [&self](std::int32_t point) {
-    return self.point_values_.data() + self.points_[place(point)].values;
-  };
   if (j < reduced) {
-    return i / 3 == j / 3 ? rows_of(i / 3) + diagonal_place(i % 3, j % 3) : nullptr;
+    if (i / 3 != j / 3) return nullptr;
+    return self.point_diagonals_.data() + kDiagonal * self.rank_of(i / 3) +
+           diagonal_place(i % 3, j % 3);
   }
   const std::int32_t block = self.block_of(j);
   const std::size_t width = place(self.block_width(block));
@@ -202,7 +219,9 @@ auto NormalMatrix::find(Self& self, std::int32_t i, std::int32_t j)
   if (i < reduced) {
     const PointBlock* const at = self.find_point_block(i / 3, block);
     if (at == nullptr) return nullptr;
-    return rows_of(i / 3) + kDiagonalRoom + at->start + place(i % 3) * width + column;
+    if (!self.stores_couplings_) throw std::logic_error("normal matrix: couplings are not stored");
+    return self.point_couplings_.data() + self.coupling_offset(self.rank_of(i / 3)) + at->start +
+           place(i % 3) * width + column;
   }
   const std::int32_t row_block = self.block_of(i);
   const auto pair = find_pair(self, row_block, block);

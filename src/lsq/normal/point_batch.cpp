@@ -64,8 +64,18 @@ void PointBatch::list_pieces(std::span<const std::int32_t> points,
   num_met_.push_back(met.size());
 }
 
+// Goes before the first batch, to work with some workers.
+void PointBatch::begin(std::size_t num_workers) {
+  start_.clear();
+  lining_up_.clear();
+  while (lining_up_.size() < num_workers) {
+    lining_up_.push_back({Places(reduced_.pieces().size()), normal_.couplings()});
+  }
+}
+
 // Goes to the batch that follows.
 void PointBatch::advance(std::size_t number, Batch& batch) {
+  batch.number = number;
   const std::span<const std::int32_t> rest = normal_.point_order().subspan(start_.point);
   batch.points = rest.first(size_of_next(rest));
   batch.met = std::span(met_).subspan(start_.met, num_met_[number]);
@@ -76,14 +86,13 @@ void PointBatch::advance(std::size_t number, Batch& batch) {
 // ---- elimination -------------------------------------------------------------------------------
 
 bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
-  start_.clear();
-  places_.resize(std::max(places_.size(), workers().count()));
+  begin(workers().count());
   for (std::size_t next = 0; next < num_met_.size();) {
     const std::size_t count = take_batches(next);
     const std::span<Batch> batches = std::span(batches_).first(count);
     next += count;
     workers().run(count, [&](std::size_t k, std::size_t worker) {
-      batches[k].positive = line_up_all(batches[k], places_[worker], diagonal, forward);
+      batches[k].positive = line_up_all(batches[k], lining_up_[worker], diagonal, forward);
     });
     if (!std::all_of(batches.begin(), batches.end(), [](const Batch& b) { return b.positive; })) {
       return false;
@@ -117,14 +126,23 @@ std::size_t PointBatch::take_batches(std::size_t first) {
 }
 
 // The columns of all points of a batch. False when a pivot is not greater than 0.
-bool PointBatch::line_up_all(Batch& batch, Places& places, double* diagonal,
+bool PointBatch::line_up_all(Batch& batch, LiningUp& with, double* diagonal,
                              const ForwardPass* forward) const {
-  make_room(batch, places);
+  make_room(batch, with.places);
+  // Points lie far apart: they are asked for while the batch is formed.
+  for (const std::int32_t point : batch.points) {
+    if (diagonal != nullptr) __builtin_prefetch(diagonal + place(3 * point), 1);
+    if (forward == nullptr) continue;
+    __builtin_prefetch(forward->b + place(3 * point));
+    __builtin_prefetch(forward->y + place(3 * point), 1);
+  }
+  with.couplings.go_to(batch.number);
   PointFactor factor;
   for (std::size_t k = 0; k < batch.points.size(); ++k) {
     const std::int32_t point = batch.points[k];
     const std::size_t at = place(3 * point);
-    if (factor.factorise(normal_.diagonal(point)) != 0) return false;
+    const std::size_t rank = batch.number * place(kBatchPoints) + k;
+    if (factor.factorise(normal_.diagonal_at(rank)) != 0) return false;
     if (diagonal != nullptr) {
       diagonal[at] = factor.l00();
       diagonal[at + 1] = factor.l11();
@@ -135,14 +153,13 @@ bool PointBatch::line_up_all(Batch& batch, Places& places, double* diagonal,
       factor.forward(batch.y[k]);
       std::copy_n(batch.y[k], 3, forward->y + at);
     }
-    line_up(factor, point, batch.columns.data(), places);
+    line_up(factor, rank, batch.columns.data(), with);
   }
   return true;
 }
 
 // Makes room for the columns of the pieces.
 void PointBatch::make_room(Batch& batch, Places& places) const {
-  places.resize(reduced_.pieces().size());
   batch.pieces.clear();
   std::size_t count = 0;
   for (const Met& one : batch.met) {
@@ -157,18 +174,19 @@ void PointBatch::make_room(Batch& batch, Places& places) const {
   }
 }
 
-// Puts the columns of a point where its pieces have their room; the points come in the order of
-// their bits. V = L^-1 N_pr.
-void PointBatch::line_up(const PointFactor& factor, std::int32_t point, double* columns,
-                         Places& places) const {
-  for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
-    const double* const n = normal_.coupling(point, at);
+// Puts the columns of the point at a place of the order where its pieces have their room; the
+// points come in the order of their bits. V = L^-1 N_pr.
+void PointBatch::line_up(const PointFactor& factor, std::size_t rank, double* columns,
+                         LiningUp& with) const {
+  const double* const coupling = with.couplings.at(rank);
+  for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
+    const double* const n = coupling + at.start;
     const std::int32_t stride = normal_.block_width(at.block);
     const std::int32_t first = reduced_.first_piece(at.block);
     for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
       const TilePiece& of = reduced_.pieces()[place(piece)];
-      double* const v = columns + places[place(piece)];
-      places[place(piece)] += kColumns;
+      double* const v = columns + with.places[place(piece)];
+      with.places[place(piece)] += kColumns;
       kernel_.divide_piece(factor.packed(), n + of.column, stride, of.width, v);
     }
   }
@@ -221,11 +239,10 @@ void PointBatch::subtract_rhs(std::span<const Batch> batches, double* rhs) const
 
 // U = V Z of the batch that follows; returns its points.
 std::span<const std::int32_t> PointBatch::multiply_next(const TileMatrix& z, std::size_t number) {
-  places_.resize(std::max(places_.size(), std::size_t{1}));
   Batch& batch = batches_.front();
-  Places& places = places_.front();
+  LiningUp& with = lining_up_.front();
   advance(number, batch);
-  (void)line_up_all(batch, places, nullptr, nullptr);  // the pivots passed when N was factorised
+  (void)line_up_all(batch, with, nullptr, nullptr);  // the pivots passed when N was factorised
   products_.assign(batch.columns.size(), 0.0);
   for (BatchPiece& piece : batch.pieces) {
     piece.u = products_.data() + (piece.v - batch.columns.data());
@@ -234,7 +251,7 @@ std::span<const std::int32_t> PointBatch::multiply_next(const TileMatrix& z, std
                          static_cast<std::int32_t>(batch.pieces.size()));
   // The points are taken out in the order in which they were lined up.
   for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
-    places[place(batch.met[k].piece)] =
+    with.places[place(batch.met[k].piece)] =
         static_cast<std::size_t>(batch.pieces[k].v - batch.columns.data());
   }
   return batch.points;
@@ -246,7 +263,7 @@ PointBatch::Product PointBatch::take_out(std::int32_t point) {
   taken_out_.resize(std::max(taken_out_.size(), 6 * width));
   double* const v = taken_out_.data();
   double* const u = v + 3 * width;
-  Places& places = places_.front();
+  Places& places = lining_up_.front().places;
   const double* const columns = batches_.front().columns.data();
   for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
     const std::int32_t first = reduced_.first_piece(at.block);

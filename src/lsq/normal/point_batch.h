@@ -43,7 +43,7 @@ class PointBatch {
   // ones in the diagonal. All pivots are greater than 0.
   template <class Visit>
   void for_each_product(const TileMatrix& z, Visit visit) {
-    start_.clear();
+    begin(1);
     for (std::size_t batch = 0; batch < num_met_.size(); ++batch) {
       for (const std::int32_t point : multiply_next(z, batch)) visit(take_out(point));
     }
@@ -65,6 +65,7 @@ class PointBatch {
 
   // A batch with its columns.
   struct Batch {
+    std::size_t number;
     std::span<const std::int32_t> points;
     std::span<const Met> met;
     std::vector<BatchPiece> pieces;
@@ -75,15 +76,20 @@ class PointBatch {
   };
   // Where the next point's columns go, for all pieces of the reduced matrix.
   using Places = std::vector<std::size_t>;
+  // What one worker lines batches up with.
+  struct LiningUp {
+    Places places;
+    Couplings couplings;
+  };
 
   void list_pieces(std::span<const std::int32_t> points, std::vector<std::uint64_t>& bits_of);
+  void begin(std::size_t num_workers);
   void advance(std::size_t number, Batch& batch);
   std::size_t take_batches(std::size_t first);
-  [[nodiscard]] bool line_up_all(Batch& batch, Places& places, double* diagonal,
+  [[nodiscard]] bool line_up_all(Batch& batch, LiningUp& with, double* diagonal,
                                  const ForwardPass* forward) const;
   void make_room(Batch& batch, Places& places) const;
-  void line_up(const PointFactor& factor, std::int32_t point, double* columns,
-               Places& places) const;
+  void line_up(const PointFactor& factor, std::size_t rank, double* columns, LiningUp& with) const;
   void find_tile_rows(std::span<Batch> batches);
   void subtract(std::span<const Batch> batches, std::size_t row, std::size_t column) const;
   void subtract_rhs(std::span<const Batch> batches, double* rhs) const;
@@ -97,7 +103,7 @@ class PointBatch {
   std::vector<std::size_t> num_met_;
   Start start_;
   std::vector<Batch> batches_;           // at work
-  std::vector<Places> places_;           // of all workers
+  std::vector<LiningUp> lining_up_;      // of all workers
   std::vector<std::int32_t> tile_rows_;  // that the batches at work meet, ascending
   PointFactor factor_;
   std::vector<double> products_;   // U of the running batch, laid out as the columns

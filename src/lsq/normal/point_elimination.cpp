@@ -18,7 +18,8 @@
 //   Q_rr = S^-1,   Q_pr = -L_p^-T V Q_rr,   Q_pp = L_p^-T (I + V Q_rr V') L_p^-1.
 //
 // (parts of which selected_inverse.h gives). L_p and V are formed again where they are needed:
-// storing them would cost more memory traffic than forming them costs arithmetic. The blocks of S
+// storing them would cost more memory traffic than forming them costs arithmetic; so may be N_pr
+// itself (couplings.cpp). The blocks of S
 // stand in an order of their own, which keeps L_r sparse.
 
 #include "lsq/normal/point_elimination.h"
@@ -32,6 +33,8 @@
 
 namespace vorn {
 namespace {
+
+constexpr auto kBatch = static_cast<std::size_t>(kBatchPoints);
 
 std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
@@ -180,20 +183,25 @@ void PointElimination::substitute(const Vector& b, Vector& x) const {
   x.resize(normal_.size());
   std::vector<double> rhs = reduced_rhs(b);
   PointFactor factor;
-  for (const std::int32_t i : normal_.point_order()) {
-    (void)factor.factorise(normal_.diagonal(i));  // passed when N was factorised
-    // y = L_p^-1 b_p, kept in the place of x_p.
-    double y[3] = {b[3 * i], b[3 * i + 1], b[3 * i + 2]};
-    factor.forward(y);
-    std::copy_n(y, 3, x.data() + place(3 * i));
-    // b_r -= V'y = N_rp L_p^-T y
-    factor.backward(y);
-    for (const NormalMatrix::PointBlock& at : normal_.blocks_of(i)) {
-      double* const target = rhs.data() + reduced_.start(at.block);
-      const double* const n = normal_.coupling(i, at);
-      const std::ptrdiff_t width = normal_.block_width(at.block);
-      for (std::ptrdiff_t c = 0; c < width; ++c) {
-        target[c] -= n[c] * y[0] + n[width + c] * y[1] + n[2 * width + c] * y[2];
+  Couplings couplings = normal_.couplings();
+  for (std::size_t batch = 0; batch < num_batches(); ++batch) {
+    couplings.go_to(batch);
+    for (std::size_t rank = batch * kBatch; rank < end_of(batch); ++rank) {
+      const std::int32_t i = normal_.point_order()[rank];
+      (void)factor.factorise(normal_.diagonal_at(rank));  // passed when N was factorised
+      // y = L_p^-1 b_p, kept in the place of x_p.
+      double y[3] = {b[3 * i], b[3 * i + 1], b[3 * i + 2]};
+      factor.forward(y);
+      std::copy_n(y, 3, x.data() + place(3 * i));
+      // b_r -= V'y = N_rp L_p^-T y
+      factor.backward(y);
+      for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
+        double* const target = rhs.data() + reduced_.start(at.block);
+        const double* const n = couplings.at(rank) + at.start;
+        const std::ptrdiff_t width = normal_.block_width(at.block);
+        for (std::ptrdiff_t c = 0; c < width; ++c) {
+          target[c] -= n[c] * y[0] + n[width + c] * y[1] + n[2 * width + c] * y[2];
+        }
       }
     }
   }
@@ -213,33 +221,40 @@ void PointElimination::substitute_back(std::vector<double>& reduced, Vector& x) 
 
 // x_p = L_p^-T (y - L_p^-1 N_pr x_r), with y in the place of x_p.
 void PointElimination::complete(Vector& x) const {
-  constexpr std::size_t kGrain = 512;
-  for_each_range(
-      normal_.point_order().size(), kGrain,
-      [&](std::size_t begin, std::size_t end, std::size_t) { substitute_points(begin, end, x); });
+  constexpr std::size_t kGrain = 8;
+  for_each_range(num_batches(), kGrain, [&](std::size_t begin, std::size_t end, std::size_t) {
+    Couplings couplings = normal_.couplings();
+    for (std::size_t batch = begin; batch < end; ++batch) substitute_batch(batch, couplings, x);
+  });
 }
 
-// The points that stand at [begin, end) of the order, whose blocks are known.
-void PointElimination::substitute_points(std::size_t begin, std::size_t end, Vector& x) const {
-  const Kernels& kernel = kernels();
-  std::vector<BlockProduct> products;
+// The same for the points of a batch.
+void PointElimination::substitute_batch(std::size_t batch, Couplings& couplings, Vector& x) const {
+  // Points lie far apart: they are asked for while the batch is formed.
+  for (std::size_t rank = batch * kBatch; rank < end_of(batch); ++rank) {
+    __builtin_prefetch(x.data() + place(3 * normal_.point_order()[rank]), 1);
+  }
+  const double* product = couplings.multiply(batch, x);  // N_pr x_r
   PointFactor factor;
-  for (std::size_t k = begin; k < end; ++k) {
-    normal_.prefetch_point(k + 2);
-    const std::int32_t i = normal_.point_order()[k];
-    (void)factor.factorise(normal_.diagonal(i));  // passed when N was factorised
-    products.clear();
-    for (const NormalMatrix::PointBlock& at : normal_.blocks_of(i)) {
-      products.push_back({normal_.coupling(i, at), x.data() + normal_.block_index(at.block),
-                          normal_.block_width(at.block)});
-    }
-    double s[3];
-    kernel.multiply_blocks(s, products.data(), static_cast<std::int64_t>(products.size()));
+  for (std::size_t rank = batch * kBatch; rank < end_of(batch); ++rank) {
+    const std::int32_t i = normal_.point_order()[rank];
+    (void)factor.factorise(normal_.diagonal_at(rank));  // passed when N was factorised
+    double s[3] = {product[0], product[1], product[2]};
+    product += 3;
     factor.forward(s);
     for (std::int32_t r = 0; r < 3; ++r) s[r] = x[3 * i + r] - s[r];
     factor.backward(s);
     std::copy_n(s, 3, x.data() + place(3 * i));
   }
+}
+
+std::size_t PointElimination::num_batches() const {
+  return (normal_.point_order().size() + kBatch - 1) / kBatch;
+}
+
+// The place behind the last point of a batch.
+std::size_t PointElimination::end_of(std::size_t batch) const {
+  return std::min(normal_.point_order().size(), (batch + 1) * kBatch);
 }
 
 // ---- inverse -----------------------------------------------------------------------------------

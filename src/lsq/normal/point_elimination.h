@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -26,7 +27,7 @@ class PointElimination : public NormalFactor {
   [[nodiscard]] std::int32_t factorise() override;
   void substitute(const Vector& b, Vector& x) const override;
   [[nodiscard]] std::int32_t solve(const Vector& b, Vector& x) override;
-  // Needs the natural order.
+  // Needs the natural order, and couplings that are stored.
   double lower(std::int32_t i, std::int32_t j) const override;
   void invert(Matrix& q) const override;
 
@@ -47,7 +48,9 @@ class PointElimination : public NormalFactor {
   std::int32_t failing_unknown(std::int32_t row) const;
   std::vector<double> reduced_rhs(const Vector& b) const;
   void substitute_back(std::vector<double>& reduced, Vector& x) const;
-  void substitute_points(std::size_t begin, std::size_t end, Vector& x) const;
+  void substitute_batch(std::size_t batch, Couplings& couplings, Vector& x) const;
+  std::size_t num_batches() const;
+  std::size_t end_of(std::size_t batch) const;
 
   ReducedMatrix reduced_;              // S, then its factor
   std::unique_ptr<PointBatch> batch_;  // working memory of all factorisations

@@ -173,6 +173,23 @@ AdjInterfaceNative::Method method_for(const BundleProject& project, std::int32_t
   return project.options.matrix_file == "none" ? Method::eliminate : Method::eliminate_in_order;
 }
 
+// The couplings of the points of large blocks are formed again where they are needed, unless
+// somebody wants to see the matrix, or the images add their equations themselves. Those of smaller
+// ones stay near the processor: stored, they are there sooner.
+NormalMatrix::PointCouplings couplings_for(const BundleProject& project,
+                                           AdjInterfaceNative::Method method) {
+  using Couplings = NormalMatrix::PointCouplings;
+  if (method != AdjInterfaceNative::Method::eliminate) return Couplings::stored;
+  if (project.options.structure_file != "none") return Couplings::stored;
+  constexpr std::int64_t kLarge = 1'000'000;  // image points
+  std::int64_t image_points = 0;
+  for (const BundleImage& image : project.images) {
+    if (!takes_packs(image)) return Couplings::stored;
+    image_points += image.count_points();
+  }
+  return image_points < kLarge ? Couplings::stored : Couplings::formed;
+}
+
 // False when the factor does not fit the address space.
 bool make_solver(BundleProject& project, AdjInterfaceNative::Method method) {
   if (PointShare* const share = point_share()) {
@@ -193,7 +210,8 @@ int choose_solver(BundleProject& project, TextWriter& report) {
   }
   const std::int32_t size = project.unknowns.num_unknowns();
   const auto method = method_for(project, redundancy_of(project.unknowns, 0).unknowns);
-  if (!project.normal.set_structure(find_structure(project)) || !make_solver(project, method)) {
+  if (!project.normal.set_structure(find_structure(project), couplings_for(project, method)) ||
+      !make_solver(project, method)) {
     report << "ERROR: The normal equations of " << size
            << " unknowns do not fit the address space.\n";
     return -1;

@@ -47,6 +47,8 @@ int add_all_observations(const BundleProject& project, Derivatives derivatives,
     // The images, one after the other, come upon the first failure and report it.
     clear_sums();
   }
+  // What the images add, nobody forms again.
+  normal.store_couplings();
   normal.zero();
   for (const BundleImage& image : project.images) {
     // The images' own operation serves the documented equations, as those who replace it expect.

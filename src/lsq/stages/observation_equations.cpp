@@ -89,14 +89,18 @@ void add_structure(const BundleImage& image, const OwnedList<ObjectPoint>& objec
   }
 }
 
+bool takes_packs(const BundleImage& image) {
+  const auto& sets = image.camera->ap_sets;
+  return dynamic_cast<const ExtOrientation*>(image.geometry) != nullptr &&
+         std::find(sets.begin(), sets.end(), nullptr) == sets.end();
+}
+
 ObservationEquations::ObservationEquations(const BundleImage& image, Derivatives derivatives)
     : image_(image),
       derivatives_(derivatives),
       orientation_(dynamic_cast<ExtOrientation*>(image.geometry)),
       transformation_(dynamic_cast<const DirectLinearTransf*>(image.geometry)),
-      takes_packs_(orientation_ != nullptr &&
-                   std::find(image.camera->ap_sets.begin(), image.camera->ap_sets.end(), nullptr) ==
-                       image.camera->ap_sets.end()),
+      takes_packs_(vorn::takes_packs(image)),
       ap_derivs_(image.camera->ap_sets.size()),
       cofactors_(2, 2) {
   cofactors_.zero();
@@ -172,6 +176,15 @@ Pair ObservationEquations::make_exact(const Vec3& object_point, PointEquation& e
 
 bool ObservationEquations::linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
                                      PackedEquations& equations) const {
+  PackPair computed;
+  if (!find_rows(observed, object_points, equations, &computed)) return false;
+  const PackPair misclosure = misclosure_of(observed, computed);
+  std::copy(misclosure.begin(), misclosure.end(), equations.misclosure);
+  return true;
+}
+
+bool ObservationEquations::find_rows(const PackPair& observed, const Vec3Of<Pack>& object_points,
+                                     PackedEquations& equations, PackPair* computed) const {
   const auto width = static_cast<std::size_t>(width_);
   if (equations.x.size() < width) {
     equations.x.resize(width);
@@ -186,21 +199,17 @@ bool ObservationEquations::linearise(const PackPair& observed, const Vec3Of<Pack
   }
   const std::int32_t sets = orientation_->num_values();
   const RowPair<Pack> set_columns{columns.x + sets, columns.y + sets};
-  PackPair computed;
   if (derivatives_ == Derivatives::exact) {
     const std::array<Dual<Pack>, 2> image = camera.linearise(ideal, set_columns);
     apply_chain_rule(image, equations.point_x, equations.point_y, 3);
     apply_chain_rule(image, columns.x, columns.y, sets);
-    computed = {image[0].value, image[1].value};
+    if (computed != nullptr) *computed = {image[0].value, image[1].value};
   } else {
     fill_set_columns(camera.packed_image_to_camera(observed), set_columns);
-    computed = camera.packed_camera_to_image(ideal);
+    if (computed != nullptr) *computed = camera.packed_camera_to_image(ideal);
   }
   // From the columns of the orientation, whatever these are.
   orientation_->get_packed_correction_derivs(columns, sets + set_width_);
-
-  const PackPair misclosure = misclosure_of(observed, computed);
-  std::copy(misclosure.begin(), misclosure.end(), equations.misclosure);
   return true;
 }
 

@@ -40,6 +40,10 @@ void add_structure(const BundleImage& image, const OwnedList<ObjectPoint>& objec
 // ascending.
 std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix& normal);
 
+// Whether the observation equations of an image are formed in packs, too: the geometries that
+// central perspective gives take them.
+bool takes_packs(const BundleImage& image);
+
 // Linearises the observation equations of the points of one image,
 //
 //   (x, y) + v = p + dp(p),   p = projection(object point)
@@ -69,12 +73,16 @@ class ObservationEquations {
   bool is_singular_at(const Vec3& object_point) const {
     return transformation_ != nullptr && transformation_->is_singular_at(object_point);
   }
-  // Whether the image takes points in packs, too: the geometries that central perspective gives do.
   bool takes_packs() const { return takes_packs_; }
   // Design rows and misclosures of eight points at once: their observations and object points side
-  // by side. False when the geometry has no derivatives at one of them.
+  // by side, for images that take packs. False when the geometry has no derivatives at one of them.
   [[nodiscard]] bool linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
                                PackedEquations& equations) const;
+  // The design rows alone.
+  [[nodiscard]] bool find_rows(const PackPair& observed, const Vec3Of<Pack>& object_points,
+                               PackedEquations& equations) const {
+    return find_rows(observed, object_points, equations, nullptr);
+  }
   // Says on standard output why the equation of a point could not be formed.
   void print_failure(Outcome outcome, const Vec3& object_point);
 
@@ -84,6 +92,9 @@ class ObservationEquations {
   // Replaces the columns by the derivatives of the observation equation; returns the computed image
   // coordinates.
   Pair make_exact(const Vec3& object_point, PointEquation& equation) const;
+  // The design rows, and the computed image coordinates unless they are null.
+  [[nodiscard]] bool find_rows(const PackPair& observed, const Vec3Of<Pack>& object_points,
+                               PackedEquations& equations, PackPair* computed) const;
   // The columns of all parameter sets.
   void fill_set_columns(const Vec3Of<Pack>& camera_vector, RowPair<Pack> columns) const;
 

@@ -39,7 +39,7 @@ class ObservationTable::Sorter {
         ranks_(table.points_.size()),
         rooms_((table.points_.size() + kBatch - 1) / kBatch + 1) {
     for (std::size_t rank = 0; rank < ranks_.size(); ++rank) {
-      ranks_[number_of(*table.points_[rank].object_point)] = rank;
+      ranks_[number_of(*table.points_[rank])] = rank;
     }
   }
 
@@ -85,12 +85,13 @@ class ObservationTable::Sorter {
 
   // From the sizes of the batches to their beginnings.
   void make_room() {
+    table_.batches_.push_back({0, 0, 0});
     for (std::size_t b = 1; b < rooms_.size(); ++b) {
-      table_.num_segments_.push_back(static_cast<std::int32_t>(rooms_[b].segments));
       rooms_[b].observations += rooms_[b - 1].observations;
       rooms_[b].places += rooms_[b - 1].places;
       rooms_[b].segments += rooms_[b - 1].segments;
       rooms_[b].last_image = -1;
+      table_.batches_.push_back({rooms_[b].segments, rooms_[b].observations, rooms_[b].places});
     }
     table_.observations_.resize(rooms_.back().observations);
     table_.places_.resize(rooms_.back().places);
@@ -128,6 +129,8 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
                               const OwnedList<ObjectPoint>& object_points, Derivatives derivatives,
                               NormalMatrix& normal) {
   *this = {};
+  normal_ = &normal;
+  if (!normal.stores_couplings()) normal.set_coupling_source(*this);
   for (const BundleImage& image : images) {
     images_.push_back(std::make_unique<Image>(image, derivatives, normal));
   }
@@ -135,7 +138,7 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
   for (const ObjectPoint& point : object_points) by_number[number_of(point)] = &point;
   points_.reserve(by_number.size());
   for (const std::int32_t number : normal.point_order()) {
-    points_.push_back({by_number[static_cast<std::size_t>(number)], normal.point_rows(number)});
+    points_.push_back(by_number[static_cast<std::size_t>(number)]);
   }
   Sorter(*this, images, object_points).sort(normal);
   find_chunks();
@@ -145,52 +148,63 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
 
 void ObservationTable::find_chunks() {
   std::vector<std::int32_t> place_in_chunk(images_.size(), -1);
-  Chunk next{0, 0, 0, 0, {}};
+  Chunk next{0, {}};
   const bool one_chunk = observations_.size() < kOneChunk;
   const auto close = [&] {
     Chunk& chunk = chunks_.emplace_back(next);
     for (const std::int32_t image : chunk.images) place_in_chunk[index_of(image)] = -1;
     next.images.clear();
   };
-  Chunk end = next;
-  for (const std::int32_t num_segments : num_segments_) {
-    for (std::int32_t left = num_segments; left > 0; --left) {
-      Segment& segment = segments_[end.segment++];
-      std::int32_t& place = place_in_chunk[index_of(segment.image)];
+  const std::size_t num_batches = batches_.size() - 1;
+  for (std::size_t batch = 0; batch < num_batches; ++batch) {
+    for (std::size_t k = batches_[batch].segment; k < batches_[batch + 1].segment; ++k) {
+      std::int32_t& place = place_in_chunk[index_of(segments_[k].image)];
       if (place < 0) {
         place = static_cast<std::int32_t>(next.images.size());
-        next.images.push_back(segment.image);
+        next.images.push_back(segments_[k].image);
       }
-      segment.place = place;
-      const auto count = index_of(segment.count);
-      end.observation += count;
-      end.place += count * (1 + images_[index_of(segment.image)]->normals.blocks().size());
+      segments_[k].place = place;
     }
-    ++end.batch;
     const std::size_t enough = std::max(kFewest, kFewestPerImage * next.images.size());
-    if (one_chunk || end.observation - next.observation < enough) continue;
+    const std::size_t count = batches_[batch + 1].observation - batches_[next.batch].observation;
+    if (one_chunk || count < enough) continue;
     close();
-    next = end;
+    next.batch = batch + 1;
   }
-  if (end.batch > next.batch) close();
-  chunks_.push_back(end);
+  if (num_batches > next.batch) close();
+  chunks_.push_back({num_batches, {}});
 }
 
 // ---- adding up ---------------------------------------------------------------------------------
 
-void ObservationTable::load(std::span<const Point> points, Batch& batch, const Vector& rhs) {
-  batch.points = points.data();
-  for (std::size_t k = 0; k < points.size(); ++k) {
-    batch.xyz[k] = points[k].object_point->xyz;
-    batch.index[k] = points[k].object_point->index;
-    __builtin_prefetch(rhs.data() + batch.index[k], 1);
-  }
-}
-
-std::span<const ObservationTable::Point> ObservationTable::points_of_batch(
-    std::size_t batch) const {
+std::span<const ObjectPoint* const> ObservationTable::points_of_batch(std::size_t batch) const {
   const std::size_t from = std::min(batch * kBatch, points_.size());
   return std::span(points_).subspan(from, std::min(kBatch, points_.size() - from));
+}
+
+std::span<const ObservationTable::Segment> ObservationTable::segments_of_batch(
+    std::size_t batch) const {
+  const std::size_t from = batches_[batch].segment;
+  return std::span(segments_).subspan(from, batches_[batch + 1].segment - from);
+}
+
+ObservationTable::Next ObservationTable::first_of_batch(std::size_t batch) const {
+  return {observations_.data() + batches_[batch].observation,
+          places_.data() + batches_[batch].place};
+}
+
+void ObservationTable::load(std::size_t number, Batch& batch) const {
+  // Object points lie far apart: those of the next batch are asked for.
+  for (const ObjectPoint* later : points_of_batch(number + 1)) {
+    __builtin_prefetch(&later->xyz);
+    __builtin_prefetch(&later->xyz[2]);
+  }
+  const std::span<const ObjectPoint* const> points = points_of_batch(number);
+  const std::span<const std::int32_t> numbers = normal_->point_order().subspan(number * kBatch);
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    batch.xyz[k] = points[k]->xyz;
+    batch.index[k] = 3 * numbers[k];
+  }
 }
 
 bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count) {
@@ -239,22 +253,19 @@ bool ObservationTable::add(const Chunk& chunk, Work& work, NormalMatrix& normal,
   for (std::size_t i = 0; i < chunk.images.size(); ++i) {
     images_[index_of(chunk.images[i])]->normals.start(work.sums[i]);
   }
-  work.next = {observations_.data() + chunk.observation, places_.data() + chunk.place};
-  const Segment* segment = segments_.data() + chunk.segment;
+  work.next = first_of_batch(chunk.batch);
   for (std::size_t number = chunk.batch; number < end.batch; ++number) {
-    // Object points lie far apart: those of the next batch are asked for.
-    for (const Point& later : points_of_batch(number + 1)) {
-      __builtin_prefetch(&later.object_point->index);
-      __builtin_prefetch(&later.object_point->xyz);
-      __builtin_prefetch(&later.object_point->xyz[2]);
+    load(number, work.batch);
+    const std::size_t num_points = points_of_batch(number).size();
+    for (std::size_t k = 0; k < num_points; ++k) {
+      work.batch.rows[k] = normal.rows_at(number * kBatch + k);
+      __builtin_prefetch(rhs.data() + work.batch.index[k], 1);
     }
-    const std::span<const Point> points = points_of_batch(number);
-    load(points, work.batch, rhs);
     normal.zero_points(static_cast<std::int32_t>(number * kBatch),
-                       static_cast<std::int32_t>(points.size()));
-    for (std::int32_t left = num_segments_[number]; left > 0; --left, ++segment) {
-      const bool packed = images_[index_of(segment->image)]->equations.takes_packs();
-      if (!(packed ? add_packed(*segment, work, rhs) : add(*segment, work, rhs))) return false;
+                       static_cast<std::int32_t>(num_points));
+    for (const Segment& segment : segments_of_batch(number)) {
+      const bool packed = images_[index_of(segment.image)]->equations.takes_packs();
+      if (!(packed ? add_packed(segment, work, rhs) : add(segment, work, rhs))) return false;
     }
   }
   return true;
@@ -270,7 +281,7 @@ bool ObservationTable::add(const Segment& segment, Work& work, Vector& rhs) cons
   Next& next = work.next;
   for (std::int32_t left = segment.count; left > 0; --left) {
     const std::size_t k = index_of(*next.places);
-    const EquationTarget target{batch.points[k].rows, next.places + 1, batch.index[k]};
+    const EquationTarget target{batch.rows[k], next.places + 1, batch.index[k]};
     // The images print what there is to print, and each message once.
     if (image.equations.is_singular_at(batch.xyz[k])) return false;
     if (image.equations.linearise(*next.observation, batch.xyz[k], work.equation) !=
@@ -283,11 +294,10 @@ bool ObservationTable::add(const Segment& segment, Work& work, Vector& rhs) cons
   return true;
 }
 
-bool ObservationTable::add_packed(const Segment& segment, Work& work, Vector& rhs) const {
+template <class Take>
+bool ObservationTable::for_each_pack(const Segment& segment, const Batch& batch, Next& next,
+                                     PackedEquations& packed, Take take) const {
   const Image& image = *images_[index_of(segment.image)];
-  const Batch& batch = work.batch;
-  Next& next = work.next;
-  PackedEquations& packed = work.packed;
   PackPair observed;
   Vec3Of<Pack> object_points;
   for (std::int32_t left = segment.count; left > 0; left -= packed.count) {
@@ -299,15 +309,93 @@ bool ObservationTable::add_packed(const Segment& segment, Work& work, Vector& rh
         packed.cofactors[i].set(lane, next.observation->cofactors[i]);
       }
       for (std::size_t i = 0; i < 3; ++i) object_points[i].set(lane, batch.xyz[k][i]);
-      packed.targets[lane] = {batch.points[k].rows, next.places + 1, batch.index[k]};
+      packed.targets[lane] = {batch.rows[k], next.places + 1, batch.index[k]};
       // The last point serves the lanes that are left over, too.
       if (lane < packed.count - 1) next = after(next, image);
     }
     next = after(next, image);
-    if (!image.equations.linearise(observed, object_points, packed)) return false;
-    if (!image.normals.add(packed, rhs, work.sums[index_of(segment.place)])) return false;
+    if (!take(image, observed, object_points, packed)) return false;
   }
   return true;
+}
+
+bool ObservationTable::add_packed(const Segment& segment, Work& work, Vector& rhs) const {
+  ImageSums& sums = work.sums[index_of(segment.place)];
+  return for_each_pack(segment, work.batch, work.next, work.packed,
+                       [&](const Image& image, const PackPair& observed,
+                           const Vec3Of<Pack>& object_points, PackedEquations& pack) {
+                         return image.equations.linearise(observed, object_points, pack) &&
+                                image.normals.add(pack, rhs, sums);
+                       });
+}
+
+// ---- couplings formed again --------------------------------------------------------------------
+
+class ObservationTable::Former : public CouplingFormer {
+ public:
+  explicit Former(const ObservationTable& table) : table_(table), normal_(*table.normal_) {}
+
+  void add(std::size_t batch, double* rows) override {
+    table_.load(batch, batch_);
+    const std::size_t first = batch * kBatch;
+    for_each_pack(
+        batch,
+        [&](std::size_t k) {
+          return rows + (normal_.coupling_offset(first + k) - normal_.coupling_offset(first));
+        },
+        [](const Image& image, PackedEquations& pack) { image.normals.add_couplings(pack); });
+  }
+
+  void multiply(std::size_t batch, const Vector& x, double* products) override {
+    table_.load(batch, batch_);
+    for_each_pack(
+        batch, [&](std::size_t k) { return products + 3 * k; },
+        [&](const Image& image, PackedEquations& pack) {
+          take_elements(x, image.normals.blocks());
+          image.normals.multiply_couplings(pack, x_.data());
+        });
+  }
+
+ private:
+  // Calls take(image, pack) with the design rows of all observations of a batch, whose points are
+  // loaded; place_of(k) is where what is formed for its point k goes.
+  template <class PlaceOf, class Take>
+  void for_each_pack(std::size_t batch, PlaceOf place_of, Take take) {
+    const std::size_t num_points = table_.points_of_batch(batch).size();
+    for (std::size_t k = 0; k < num_points; ++k) batch_.rows[k] = {nullptr, place_of(k)};
+    Next next = table_.first_of_batch(batch);
+    for (const Segment& segment : table_.segments_of_batch(batch)) {
+      // What could be formed before can be formed again.
+      (void)table_.for_each_pack(segment, batch_, next, packed_,
+                                 [&](const Image& image, const PackPair& observed,
+                                     const Vec3Of<Pack>& object_points, PackedEquations& pack) {
+                                   if (!image.equations.find_rows(observed, object_points, pack)) {
+                                     return false;
+                                   }
+                                   take(image, pack);
+                                   return true;
+                                 });
+    }
+  }
+
+  // The elements of x that an image's design rows meet.
+  void take_elements(const Vector& x, const std::vector<std::int32_t>& blocks) {
+    x_.clear();
+    for (const std::int32_t block : blocks) {
+      const double* const from = x.data() + normal_.block_index(block);
+      x_.insert(x_.end(), from, from + normal_.block_width(block));
+    }
+  }
+
+  const ObservationTable& table_;
+  const NormalMatrix& normal_;
+  Batch batch_;
+  PackedEquations packed_;
+  std::vector<double> x_;
+};
+
+std::unique_ptr<CouplingFormer> ObservationTable::make_former() const {
+  return std::make_unique<Former>(*this);
 }
 
 }  // namespace vorn

@@ -7,6 +7,7 @@
 
 #include "base/owned_list.h"
 #include "lsq/linalg/kernels.h"
+#include "lsq/normal/couplings.h"
 #include "lsq/normal/image_normals.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/stages/observation_equations.h"
@@ -17,10 +18,13 @@ namespace vorn {
 
 // The image points of all images in the order in which the normal matrix keeps the object points:
 // batch by batch of points, within a batch image by image. What the points of a batch touch stays
-// in the cache while their observations are added.
-class ObservationTable {
+// in the cache while their observations are added. Where all images take packs, couplings of the
+// points can be formed again, batch by batch, instead of being stored.
+class ObservationTable : public CouplingSource {
  public:
-  // Resolves all image points. Every object has its unknown number, and the matrix its structure.
+  // Resolves all image points. Every object has its unknown number, and the matrix its structure;
+  // when it does not store couplings, the table becomes its source of them, which needs images that
+  // take packs.
   void set_up(const OwnedList<BundleImage>& images, const OwnedList<ObjectPoint>& object_points,
               Derivatives derivatives, NormalMatrix& normal);
   bool is_empty() const { return observations_.empty(); }
@@ -31,6 +35,8 @@ class ObservationTable {
   // added so far is of no use then.
   [[nodiscard]] bool add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count);
 
+  std::unique_ptr<CouplingFormer> make_former() const override;
+
  private:
   // Observations of one image within a batch.
   struct Segment {
@@ -38,23 +44,22 @@ class ObservationTable {
     std::int32_t place;  // of the image among those of the chunk
     std::int32_t count;
   };
-  // Consecutive batches: where they begin, and the images that they meet.
-  struct Chunk {
-    std::size_t batch;
+  // Where the entries of a batch begin.
+  struct BatchStart {
     std::size_t segment;
     std::size_t observation;
     std::size_t place;
-    std::vector<std::int32_t> images;
   };
-  struct Point {
-    const ObjectPoint* object_point;
-    NormalMatrix::PointRows rows;
+  // Consecutive batches from one on, and the images that they meet.
+  struct Chunk {
+    std::size_t batch;
+    std::vector<std::int32_t> images;
   };
   // The object points of the running batch.
   struct Batch {
-    const Point* points;
     Vec3 xyz[kBatchPoints];
     std::int32_t index[kBatchPoints];
+    NormalMatrix::PointRows rows[kBatchPoints];
   };
   // One image: where its equations are formed, and where they are summed up.
   struct Image {
@@ -79,19 +84,28 @@ class ObservationTable {
     bool formed = false;
   };
   class Sorter;
+  class Former;
 
   static Next after(const Next& next, const Image& image);
-  static void load(std::span<const Point> points, Batch& batch, const Vector& rhs);
-  std::span<const Point> points_of_batch(std::size_t batch) const;
+  std::span<const ObjectPoint* const> points_of_batch(std::size_t batch) const;
+  std::span<const Segment> segments_of_batch(std::size_t batch) const;
+  Next first_of_batch(std::size_t batch) const;
+  void load(std::size_t number, Batch& batch) const;
   void find_chunks();
+  // Calls take(image, observed, object points, pack) for all observations of a segment, eight at a
+  // time, side by side. False, at once, when `take` says so.
+  template <class Take>
+  [[nodiscard]] bool for_each_pack(const Segment& segment, const Batch& batch, Next& next,
+                                   PackedEquations& packed, Take take) const;
   [[nodiscard]] bool add(const Chunk& chunk, Work& work, NormalMatrix& normal, Vector& rhs) const;
   [[nodiscard]] bool add(const Segment& segment, Work& work, Vector& rhs) const;
   [[nodiscard]] bool add_packed(const Segment& segment, Work& work, Vector& rhs) const;
   void add_sums(std::size_t first, std::size_t count);
 
   std::vector<std::unique_ptr<Image>> images_;
-  std::vector<Point> points_;               // in the order of the normal matrix
-  std::vector<std::int32_t> num_segments_;  // of each batch
+  NormalMatrix* normal_ = nullptr;
+  std::vector<const ObjectPoint*> points_;  // in the order of the normal matrix
+  std::vector<BatchStart> batches_;         // a last one marks the end
   std::vector<Segment> segments_;
   std::vector<Observation> observations_;
   // Of each observation: its object point's place in the batch, then where the image's blocks start
