@@ -7,6 +7,7 @@
 #include "app/command.h"
 #include "app/estimation_options.h"
 #include "app/held_run.h"
+#include "app/name_list.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -159,11 +160,8 @@ class DiffCommand final : public Command {
       if (is_new && others.find(name) == others.end()) names.push_back(name.first);
     }
     if (names.empty()) return;
-    TextWriter& out = standard_output();
-    out << "  " << label << ": ";
-    const std::size_t listed = std::min(names.size(), static_cast<std::size_t>(most_));
-    for (std::size_t i = 0; i < listed; ++i) out << (i > 0 ? ", " : "") << names[i];
-    out << (listed < names.size() ? ", ...\n" : "\n");
+    standard_output() << "  " << label << ": "
+                      << first_names(names, static_cast<std::size_t>(most_)) << '\n';
   }
 
   std::string a_;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/name_list.h"
 #include "lsq/ls_params.h"
 #include "text/file_system.h"
 #include "text/text_writer.h"
@@ -14,19 +15,15 @@
 namespace vorn::app {
 namespace {
 
-constexpr std::size_t kMaxNamed = 10;
 constexpr double kMicrometres = 1e6;
 
-// "3 what: a, b, c", the first ten by name.
+// "3 what: a, b, c".
 void print_names(std::string_view label, const std::vector<std::string>& names,
                  std::string_view what) {
   if (names.empty()) return;
   TextWriter& err = error_output();
-  err << label << static_cast<std::uint64_t>(names.size()) << ' ' << what << ": ";
-  for (std::size_t i = 0; i < std::min(names.size(), kMaxNamed); ++i) {
-    err << (i > 0 ? ", " : "") << names[i];
-  }
-  err << (names.size() > kMaxNamed ? ", ...\n" : "\n");
+  err << label << static_cast<std::uint64_t>(names.size()) << ' ' << what << ": "
+      << first_names(names) << '\n';
 }
 
 void print_removals(const std::vector<Removal>& removals) {
@@ -106,6 +103,7 @@ void print_not_converged(const RunSummary& summary) {
 }
 
 void print_lost(const std::vector<LostObject>& lost) {
+  constexpr std::size_t kMaxNamed = 10;
   TextWriter& err = error_output();
   for (std::size_t i = 0; i < std::min(lost.size(), kMaxNamed); ++i) {
     err << "vorn: " << in_words(lost[i]) << '\n';

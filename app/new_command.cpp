@@ -11,6 +11,7 @@
 #include "app/command.h"
 #include "app/estimation_options.h"
 #include "app/exchange/project_writer.h"
+#include "app/name_list.h"
 #include "app/new_project.h"
 #include "app/orient.h"
 #include "app/table_file.h"
@@ -80,16 +81,6 @@ std::map<std::string, Orient> read_orientations(const std::string& path) {
     if (!orientations.emplace(id, orient).second) line.fail("image " + id + " was given before");
   }
   return orientations;
-}
-
-// The first few names.
-std::string list_of(const std::vector<std::string>& names) {
-  constexpr std::size_t kMost = 10;
-  std::string text;
-  for (std::size_t i = 0; i < std::min(names.size(), kMost); ++i) {
-    text += (i > 0 ? ", " : "") + names[i];
-  }
-  return names.size() > kMost ? text + ", ..." : text;
 }
 
 class NewCommand final : public Command {
@@ -200,7 +191,7 @@ class NewCommand final : public Command {
     }
     if (control >= 3) return;
     const std::string hint =
-        unmeasured_.empty() ? "" : "; no image point has the name of " + list_of(unmeasured_);
+        unmeasured_.empty() ? "" : "; no image point has the name of " + first_names(unmeasured_);
     throw ExchangeError(control_ + ": " + std::to_string(control) +
                         " control points are measured in images; position, rotation and scale "
                         "need three of them, not on a line" +
@@ -240,7 +231,7 @@ class NewCommand final : public Command {
     if (open.empty()) return;
     throw ExchangeError(
         "no approximate orientation of " + std::to_string(open.size()) + " of " +
-        std::to_string(oriented.size()) + " images: " + list_of(open) +
+        std::to_string(oriented.size()) + " images: " + first_names(open) +
         "; each needs four points that are control or seen in other images, or a line in a table "
         "of --orientations (position, angles to a few degrees). Where they have enough, compare "
         "names and units of the points, and camera, pixel size and c");
@@ -254,7 +245,7 @@ class NewCommand final : public Command {
     out << "wrote " << control_file << ": " << static_cast<std::uint64_t>(project_.images.size())
         << " images, " << static_cast<std::uint64_t>(points) << " image points, "
         << static_cast<std::uint64_t>(project_.points.size()) << " known points\n";
-    if (!unmeasured_.empty()) out << "measured nowhere: " << list_of(unmeasured_) << '\n';
+    if (!unmeasured_.empty()) out << "measured nowhere: " << first_names(unmeasured_) << '\n';
     out << "next: vorn check " << control_file << "\n      vorn adjust " << control_file
         << " --solve\n";
   }

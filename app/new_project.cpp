@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <string_view>
 
 #include "app/exchange/output_file.h"
+#include "app/exchange/project_writer.h"
 #include "text/text_writer.h"
 
 namespace vorn::app {
@@ -18,23 +20,10 @@ void put(TextWriter& out, const Vec3& values) {
   for (const double value : values) out << ' ' << kNumber(value);
 }
 
-void write_control_file(TextWriter& out, const NewProject& project) {
-  out << "params          params.txt\n"
-         "ls-params       ls-params.txt\n"
-         "camera          camera.txt\n"
-         "image           images.txt\n"
-         "image-geometry  orientations.txt\n"
-         "image-crds      image-points.txt\n"
-         "obj-crds        object-points.txt\n";
-  if (project.has_checks()) out << "ctrl-supp       check-points.txt\n";
-  if (project.calibrate) out << "ap-set          calibration.txt\n";
-  out << "stop-dep\n\nKeyword and file of each part. Nothing is read behind stop-dep: every file "
-         "explains\nitself there.\n";
-}
-
-void write_params(TextWriter& out) {
-  out << "0\n0 0 0 0\n0 0 0 0 0\n0 0\n5 5\nnone none none none\n\n"
-         "0, 1: keep points seen once; four listings of the data; five of each iteration; two for\n"
+void write_options(TextWriter& out, const NewProject&) {
+  exchange::write_params(out, false);
+  out << "\n0, 1: keep points seen once; four listings of the data; five of each iteration; two "
+         "for\n"
          "debugging; rows and columns of the grids of effects; files of the normal equations.\n";
 }
 
@@ -56,13 +45,10 @@ double convergence_limit(const NewProject& project) {
 }
 
 void write_settings(TextWriter& out, const NewProject& project) {
-  const double sigma0_um = project.sigma_px * project.pixel_um;
-  const auto limit = kProduct(convergence_limit(project));
-  out << kProduct(sigma0_um * 1e-6) << "\n50\n1 1 1 1\n"
-      << limit << ' ' << limit << " 1e-6 1e-8\n1e-30 1e30  1e-31 1e31\n1e10 1e10\n0.8\n1.0 0.001\n"
-      << "1.96\n1e-4\n"
-      << kProduct(3.0 * sigma0_um) << "\nm\ndeg\nnative\n\n"
-      << "Standard deviation of an image coordinate [m]; most iterations; what convergence looks "
+  exchange::write_ls_params(out, project.sigma_px * project.pixel_um * 1e-6,
+                            convergence_limit(project));
+  out << "\n"
+         "Standard deviation of an image coordinate [m]; most iterations; what convergence looks "
          "at: points,\ncentres, rotations, others; its limits [object unit, object unit, rad, -]; "
          "below the first a\nstandard deviation means fixed, above the second free, and what is "
          "written for both; weights that\nfix; limit of correlations; increments; limit of "
@@ -78,7 +64,7 @@ void write_camera(TextWriter& out, const NewProject& project) {
          "the centre [mm];\ncolumns and rows; size of a pixel along a row and a column [um].\n";
 }
 
-void write_calibration(TextWriter& out) {
+void write_calibration(TextWriter& out, const NewProject&) {
   out << "australis  calibration  camera\n";
   constexpr const char* kParameters[] = {"0 1e31",  "0 1e31", "0 1e31", "0 1e31",  "0 1e31",
                                          "0 1e-31", "0 1e31", "0 1e31", "0 1e-31", "0 1e-31"};
@@ -147,6 +133,29 @@ void write_check_points(TextWriter& out, const NewProject& project) {
          "ones.\n";
 }
 
+bool always(const NewProject&) { return true; }
+
+// A data file: how the control file calls it, who writes it, and when there is one.
+struct Part {
+  std::string_view keyword;
+  const char* file;
+  void (*write)(TextWriter& out, const NewProject& project);
+  bool (*is_wanted)(const NewProject& project);
+};
+constexpr Part kParts[] = {
+    {"params", "params.txt", write_options, always},
+    {"ls-params", "ls-params.txt", write_settings, always},
+    {"camera", "camera.txt", write_camera, always},
+    {"image", "images.txt", write_images, always},
+    {"image-geometry", "orientations.txt", write_orientations, always},
+    {"image-crds", "image-points.txt", write_image_points, always},
+    {"obj-crds", "object-points.txt", write_object_points, always},
+    {"ctrl-supp", "check-points.txt", write_check_points,
+     [](const NewProject& project) { return project.has_checks(); }},
+    {"ap-set", "calibration.txt", write_calibration,
+     [](const NewProject& project) { return project.calibrate; }},
+};
+
 }  // namespace
 
 bool NewProject::has_checks() const {
@@ -155,11 +164,10 @@ bool NewProject::has_checks() const {
 }
 
 std::vector<std::string> NewProject::files() const {
-  std::vector<std::string> files = {name + ".ctl",      "params.txt",       "ls-params.txt",
-                                    "camera.txt",       "images.txt",       "orientations.txt",
-                                    "image-points.txt", "object-points.txt"};
-  if (has_checks()) files.emplace_back("check-points.txt");
-  if (calibrate) files.emplace_back("calibration.txt");
+  std::vector<std::string> files = {name + ".ctl"};
+  for (const Part& part : kParts) {
+    if (part.is_wanted(*this)) files.emplace_back(part.file);
+  }
   return files;
 }
 
@@ -168,16 +176,15 @@ void write_new_project(const NewProject& project, const std::string& directory) 
   const auto open = [&](const std::string& name) -> TextWriter& {
     return outputs.open((std::filesystem::path(directory) / name).string());
   };
-  write_control_file(open(project.name + ".ctl"), project);
-  write_params(open("params.txt"));
-  write_settings(open("ls-params.txt"), project);
-  write_camera(open("camera.txt"), project);
-  write_images(open("images.txt"), project);
-  write_orientations(open("orientations.txt"), project);
-  write_image_points(open("image-points.txt"), project);
-  write_object_points(open("object-points.txt"), project);
-  if (project.has_checks()) write_check_points(open("check-points.txt"), project);
-  if (project.calibrate) write_calibration(open("calibration.txt"));
+  TextWriter& control_file = open(project.name + ".ctl");
+  for (const Part& part : kParts) {
+    if (!part.is_wanted(project)) continue;
+    control_file << left_aligned(part.keyword, 15) << ' ' << part.file << '\n';
+    part.write(open(part.file), project);
+  }
+  control_file
+      << "stop-dep\n\nKeyword and file of each part. Nothing is read behind stop-dep: every "
+         "file explains\nitself there.\n";
   exchange::finish(outputs);
 }
 

@@ -59,23 +59,6 @@ void write_triple(TextWriter& out, const Vec3& v) {
   out << ' ' << kNumber(v[0]) << ' ' << kNumber(v[1]) << ' ' << kNumber(v[2]) << '\n';
 }
 
-void write_params(const std::string& path, bool with_control) {
-  ProjectFile file(path);
-  // Control that is measured in one image only takes part.
-  file.out() << (with_control ? '1' : '0')
-             << "\n0 0 0 0\n0 0 0 0 0\n0 0\n5 5\nnone none none none\n";
-}
-
-void write_ls_params(const std::string& path, const ProjectSettings& settings, double depth) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
-  const double limit = depth > 0.0 ? kRelativeLimit * depth : 0.001;
-  out << kNumber(settings.sigma * settings.pixel_size) << "\n50\n1 1 1 1\n"
-      << kNumber(limit) << ' ' << kNumber(limit) << " 1e-6 1e-8\n1e-30 1e30  1e-31 1e31\n"
-      << "1e10 1e10\n0.8\n1.0 0.001\n1.96\n1e-4\n"
-      << kNumber(3.0 * settings.sigma * settings.pixel_size * kMicrometres) << "\nm\ndeg\nnative\n";
-}
-
 // Half the format of a camera whose source has no image size: as far as its points reach [px].
 Pixel reach(const Reconstruction& model, std::size_t camera) {
   Pixel reach{1.0, 1.0};
@@ -269,6 +252,19 @@ std::string pixel_size_comment(const std::string& format, double pixel_size) {
   return format + ",pixel=" + std::string(text, end) + "um";
 }
 
+void write_params(TextWriter& out, bool keep_single_rays) {
+  out << (keep_single_rays ? '1' : '0') << "\n0 0 0 0\n0 0 0 0 0\n0 0\n5 5\nnone none none none\n";
+}
+
+void write_ls_params(TextWriter& out, double sigma0_m, double limit) {
+  // Products of given numbers, without the digits that their rounding adds.
+  constexpr NumberFormat kProduct = general(0, 10);
+  out << kProduct(sigma0_m) << "\n50\n1 1 1 1\n"
+      << kProduct(limit) << ' ' << kProduct(limit) << " 1e-6 1e-8\n1e-30 1e30  1e-31 1e31\n"
+      << "1e10 1e10\n0.8\n1.0 0.001\n1.96\n1e-4\n"
+      << kProduct(3.0 * sigma0_m * kMicrometres) << "\nm\ndeg\nnative\n";
+}
+
 void check_project_name(const std::string& name) {
   if (!name.empty() && as_word(name) == name && name.find_first_of("/\\:") == std::string::npos) {
     return;
@@ -279,8 +275,11 @@ void check_project_name(const std::string& name) {
 void write_project(const Reconstruction& model, const std::vector<ControlPoint>& control,
                    const ProjectSettings& settings, const std::string& directory) {
   const auto path = [&](std::size_t i) { return directory + '/' + kProjectFiles[i]; };
-  write_params(path(0), !control.empty());
-  write_ls_params(path(1), settings, median_depth(model));
+  const double depth = median_depth(model);
+  // Control that is measured in one image only takes part.
+  write_params(ProjectFile(path(0)).out(), !control.empty());
+  write_ls_params(ProjectFile(path(1)).out(), settings.sigma * settings.pixel_size,
+                  depth > 0.0 ? kRelativeLimit * depth : 0.001);
   write_cameras(path(2), model, settings);
   write_images(path(3), model);
   write_orientations(path(4), model, settings.datum);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "app/exchange/reconstruction.h"
+#include "text/text_writer.h"
 
 namespace vorn::exchange {
 
@@ -47,6 +48,12 @@ void check_project_name(const std::string& name);
 // ExchangeError when a file cannot be written.
 void write_project(const Reconstruction& model, const std::vector<ControlPoint>& control,
                    const ProjectSettings& settings, const std::string& directory);
+
+// The options of a new project: nothing is listed; points that are seen once stay or go.
+void write_params(TextWriter& out, bool keep_single_rays);
+// Its least-squares parameters: the standard deviation of an image coordinate, and the correction
+// of points and projection centres [object unit] that counts as none.
+void write_ls_params(TextWriter& out, double sigma0_m, double limit);
 
 // The comment that tells an export the pixel size of a camera without pixels.
 std::string pixel_size_comment(const std::string& format, double pixel_size);
