@@ -38,7 +38,8 @@ void print_findings(TextWriter& out, const Diagnosis& diagnosis) {
   print_list(out, diagnosis.findings);
   if (!diagnosis.has_errors()) {
     out << "  At the approximate values the network is sound: the iterations went astray. Look for "
-           "wrong\n  approximate values, units, rotation types and gross errors.\n";
+           "wrong\n  approximate values, units, rotation types and gross errors: vorn check names "
+           "many.\n";
   }
 }
 

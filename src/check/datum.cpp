@@ -15,8 +15,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "calibration/corrections.h"
 #include "check/check.h"
-#include "driver/bundle_project.h"
 #include "geometry/ext_orientation.h"
 
 namespace vorn {

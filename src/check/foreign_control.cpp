@@ -67,7 +67,8 @@ bool find_control(const StartFit& fit, FindingListener& findings) {
          std::to_string(missed) + " of " + std::to_string(least.size()) +
              " control points miss the rays of images that agree on the other points, " +
              printable(first->id) + " first",
-         "look whether the control is of this project, in its system, and under its identifiers",
+         "look whether the control is of this project, in its system, and under its identifiers, "
+         "and whether c is that of the camera",
          findings);
   return true;
 }

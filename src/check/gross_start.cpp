@@ -114,14 +114,29 @@ class GrossErrors {
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
     if (found.size() > kMostListed) found.resize(kMostListed);
-    for (const auto& [r, point] : found) {
-      add_finding(findings_, FindingCode::gross_start, {point, 0},
-                  {"object-point", point->id, {}, {}},
-                  "the start residuals of point " + printable(point->id) +
-                      " stand out from all others: " + size_of(r),
-                  "compare its coordinates and its identifier with their sources");
-    }
+    for (const auto& [r, point] : found) report_point(*point, r);
     return !found.empty();
+  }
+
+  void report_point(const ObjectPoint& point, double r) const {
+    add_finding(findings_, FindingCode::gross_start, {&point, 0},
+                {"object-point", point.id, {}, {}},
+                "the start residuals of point " + printable(point.id) +
+                    " stand out from all others: " + size_of(r),
+                "compare its coordinates and its identifier with their sources");
+  }
+
+  // Whether all rays of a point, several, stand out in their images: then it is wrong, and not one
+  // of its measurements.
+  bool misses_all(const ObjectPoint& point,
+                  const std::map<const BundleImage*, std::vector<double>>& images) const {
+    std::size_t rays = 0;
+    for (std::size_t i = 0; i < rays_.size(); ++i) {
+      if (rays_[i].object != &point) continue;
+      ++rays;
+      if (!(residuals_[i] > kAlone * median(images.at(rays_[i].image)))) return false;
+    }
+    return rays >= 2;
   }
 
   // Whether the other rays of an intersected point agree without this one.
@@ -154,12 +169,17 @@ class GrossErrors {
     }
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::unordered_set<const ObjectPoint*> points;
     std::size_t listed = 0;
     std::size_t tried = 0;
     for (const auto& [r, i] : found) {
       const StartRay& ray = rays_[i];
       if (++tried > 10 * kMostListed || listed == kMostListed) return;
       if (ray.object == nullptr && !others_agree(i)) continue;
+      if (ray.object != nullptr && misses_all(*ray.object, images)) {
+        if (points.insert(ray.object).second) report_point(*ray.object, r);
+        continue;
+      }
       ++listed;
       add_finding(findings_, FindingCode::gross_start, {ray.measured, 0},
                   {"image-point", ray.measured->id, ray.image->id, {}},

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -125,12 +126,26 @@ void bind_points(BundleProject& project) {
   }
 }
 
+// Two images that name one orientation: one of them may have meant another. Empty when there are
+// none.
+std::string shared_geometry(const BundleProject& project) {
+  std::unordered_map<const ImageGeometry*, const BundleImage*> first;
+  for (const BundleImage& image : project.images) {
+    if (image.geometry == nullptr) continue;
+    const auto [entry, added] = first.try_emplace(image.geometry, &image);
+    if (added) continue;
+    return "images " + printable(entry->second->id) + " and " + printable(image.id) +
+           " both name the image geometry " + printable(image.geometry->id);
+  }
+  return {};
+}
+
 void find_unused(const BundleProject& project, FindingListener& findings) {
   std::int64_t num_measured = 0;
   for (const BundleImage& image : project.images) num_measured += image.count_points();
   if (num_measured == 0) return;  // a finding of its own
   for (const BundleImage& image : project.images) {
-    if (image.count_points() > 0) continue;
+    if (image.count_points() > 0 || project.images.find(image.id) != &image) continue;
     add_finding(findings, FindingCode::unused, {&image, 0}, {"image", image.id, {}, {}},
                 "image " + printable(image.id) + " has no measurements");
   }
@@ -145,11 +160,12 @@ void find_unused(const BundleProject& project, FindingListener& findings) {
                     printable(point.id) + " is measured in no image",
                 control ? "compare its identifier with those of the image points" : "");
   }
+  const std::string shared = shared_geometry(project);
   for (const ImageGeometry& geometry : project.image_geometries) {
     if (geometry.used) continue;
     add_finding(findings, FindingCode::unused, {&geometry, 0},
                 {"image-geometry", geometry.id, {}, {}},
-                "image geometry " + printable(geometry.id) + " belongs to no image");
+                "image geometry " + printable(geometry.id) + " belongs to no image", shared);
   }
   for (const Camera& camera : project.cameras) {
     // Of cameras with one identifier only the first can be meant.

@@ -169,10 +169,13 @@ void Suspects::add_camera_mistakes() {
   const std::string units =
       "c is given in mm, pixel sizes in um; the scale factor of an image turns its coordinates "
       "into m (pixels stay pixels)";
-  add_distance(FindingCode::unit_suspect, "c is 1000 times larger against the image coordinates",
-               units, [](const Camera& c) { return 1000.0 * c.c; });
-  add_distance(FindingCode::unit_suspect, "c is 1000 times smaller against the image coordinates",
-               units, [](const Camera& c) { return 0.001 * c.c; });
+  for (const int factor : {1000, 10}) {
+    const std::string times = "c is " + std::to_string(factor) + " times ";
+    add_distance(FindingCode::unit_suspect, times + "larger against the image coordinates", units,
+                 [factor](const Camera& c) { return factor * c.c; });
+    add_distance(FindingCode::unit_suspect, times + "smaller against the image coordinates", units,
+                 [factor](const Camera& c) { return c.c / factor; });
+  }
   add_distance(FindingCode::unit_suspect, "c is given in pixels, not in mm",
                "multiply c by the size of a pixel in mm", [](const Camera& c) {
                  const Pair a = c.pixel_to_image({0.0, 0.0});

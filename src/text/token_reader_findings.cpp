@@ -26,6 +26,9 @@ bool is_structural(std::string_view word) { return lookup_keyword(word) != Keywo
 // Advice about a word that stands where a number belongs.
 std::string number_help(std::string_view word) {
   const bool digits = word.find_first_of("0123456789") != std::string_view::npos;
+  if (digits && word.find(';') != std::string_view::npos) {
+    return "separate values by blanks, not by semicolons";
+  }
   if (digits && word.find_first_not_of("+-0123456789,.eE") == std::string_view::npos &&
       word.find(',') != std::string_view::npos) {
     return "write decimal points, not commas";

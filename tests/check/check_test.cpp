@@ -207,7 +207,10 @@ const std::vector<Mistake> kMistakes = {
      "image-coords.txt:1:6"},
     {"aerial-block", "image-coords.txt", "  0.001", "  1", "unit-suspect", "image-coords.txt:1:1",
      true},
+    {"aerial-block", "camera.txt", "152.818", "15.2818", "unit-suspect", "camera.txt:2:3"},
     // what stands out
+    {"aerial-block", "object-coords.txt", "383.891", "483.891", "gross-start",
+     "object-coords.txt:3:1"},
     {"aerial-block", "orientations.txt", "  24747       50997", "  27747       50997",
      "gross-start", "orientations.txt:7:18"},
     {"aerial-block", "object-coords.txt", "30573.902   54099.248", "30573.902   50499.248",
@@ -312,6 +315,8 @@ TEST(Check, NamesNothingThatFollows) {
        "image-coords.txt:26:6"},
       {"pushbroom-strip", "orientations.txt", "-520.464", "1520.464", "gross-start",
        "orientations.txt:12:18"},
+      {"close-range-calibration", "images.txt", "stop-dep", "image-frame P01 P01 slr\nstop-dep",
+       "duplicate", "images.txt:21:13"},
   };
   for (const Mistake& mistake : kAlone) {
     const Copy copy(project_folder(mistake.project));
