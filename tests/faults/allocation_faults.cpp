@@ -157,7 +157,7 @@ TEST_F(AllocationFaults, InASession) {
   const auto run = [session] { return vorn_session_run(session); };
   ASSERT_EQ(with_fault({}, run), VORN_OK) << vorn_session_error(session);
   const std::int64_t total = fault.count;
-  constexpr std::int64_t kSteps = 300;
+  constexpr std::int64_t kSteps = 100;
   int failed = 0;
   for (std::int64_t n = 1; n <= total; n += 1 + total / kSteps) {
     for (const bool one : {true, false}) {
