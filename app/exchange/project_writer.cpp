@@ -15,6 +15,7 @@
 #include <map>
 
 #include "app/exchange/datum.h"
+#include "app/exchange/output_file.h"
 #include "app/exchange/source.h"
 #include "geometry/rotations.h"
 #include "text/text_writer.h"
@@ -33,18 +34,6 @@ constexpr double kMiddleAngleLimit = 0.95;
 
 // Corrections below this share of the depth end the iterations.
 constexpr double kRelativeLimit = 1e-6;
-
-// A file of the project, which reports when it cannot be written.
-class ProjectFile {
- public:
-  explicit ProjectFile(const std::string& path) {
-    if (!out_.open(path)) throw ExchangeError(path + ": cannot be written");
-  }
-  TextWriter& out() { return out_; }
-
- private:
-  TextWriter out_;
-};
 
 struct PixelSize {
   double column;  // [m]
@@ -71,10 +60,7 @@ Pixel reach(const Reconstruction& model, std::size_t camera) {
   return reach;
 }
 
-void write_cameras(const std::string& path, const Reconstruction& model,
-                   const ProjectSettings& settings) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
+void write_cameras(TextWriter& out, const Reconstruction& model, const ProjectSettings& settings) {
   for (std::size_t i = 0; i < model.cameras.size(); ++i) {
     const SourceCamera& camera = model.cameras[i];
     const PixelSize size = pixel_size(camera, settings.pixel_size);
@@ -97,9 +83,7 @@ void write_cameras(const std::string& path, const Reconstruction& model,
   out << "stop-dep\n";
 }
 
-void write_images(const std::string& path, const Reconstruction& model) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
+void write_images(TextWriter& out, const Reconstruction& model) {
   for (const SourceImage& image : model.images) {
     out << "image-frame " << image.name << ' ' << image.name << ' '
         << model.cameras[static_cast<std::size_t>(image.camera)].id << '\n';
@@ -119,9 +103,7 @@ Mat3 rotation_to_object(const Pose& pose, Axes axes) {
   return r;
 }
 
-void write_orientations(const std::string& path, const Reconstruction& model, Datum datum) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
+void write_orientations(TextWriter& out, const Reconstruction& model, Datum datum) {
   const ImageDatum held = datum == Datum::image ? choose_image_datum(model) : ImageDatum{};
   out << "indiv-type\n";
   for (std::size_t i = 0; i < model.images.size(); ++i) {
@@ -142,10 +124,8 @@ void write_orientations(const std::string& path, const Reconstruction& model, Da
   out << "stop-dep\n";
 }
 
-void write_image_coords(const std::string& path, const Reconstruction& model,
+void write_image_coords(TextWriter& out, const Reconstruction& model,
                         const ProjectSettings& settings) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
   const double factor = model.has_sizes() ? 1.0 : settings.pixel_size;
   for (const SourceImage& image : model.images) {
     if (image.rays.empty()) continue;
@@ -160,10 +140,8 @@ void write_image_coords(const std::string& path, const Reconstruction& model,
   out << "stop-dep\n";
 }
 
-void write_object_coords(const std::string& path, const Reconstruction& model,
+void write_object_coords(TextWriter& out, const Reconstruction& model,
                          const std::vector<ControlPoint>& control, Datum datum) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
   std::map<std::int32_t, Vec3> special;
   for (const ControlPoint& point : control) special[point.point] = point.std_devs;
   if (datum == Datum::points) {
@@ -186,10 +164,7 @@ void write_object_coords(const std::string& path, const Reconstruction& model,
   out << "stop-dep\n";
 }
 
-void write_ap_sets(const std::string& path, const Reconstruction& model,
-                   const ProjectSettings& settings) {
-  ProjectFile file(path);
-  TextWriter& out = file.out();
+void write_ap_sets(TextWriter& out, const Reconstruction& model, const ProjectSettings& settings) {
   std::vector<char> measured(model.cameras.size(), 0);
   for (const SourceImage& image : model.images) {
     if (!image.rays.empty()) measured[static_cast<std::size_t>(image.camera)] = 1;
@@ -219,29 +194,27 @@ void write_ap_sets(const std::string& path, const Reconstruction& model,
 }
 
 // The roles of check points. An unknown height is not checked.
-void write_check_points(const std::string& path, const Reconstruction& model,
+void write_check_points(TextWriter& out, const Reconstruction& model,
                         const std::vector<ControlPoint>& control) {
-  ProjectFile file(path);
   for (const ControlPoint& point : control) {
     if (!point.is_check) continue;
-    file.out() << model.points[static_cast<std::size_t>(point.point)].id << " ch "
-               << (point.std_devs[2] < kFree ? "xyz\n" : "xy\n");
+    out << model.points[static_cast<std::size_t>(point.point)].id << " ch "
+        << (point.std_devs[2] < kFree ? "xyz\n" : "xy\n");
   }
-  file.out() << "stop-dep\n";
+  out << "stop-dep\n";
 }
 
-void write_control_file(const std::string& path, bool with_check_points) {
+void write_control_file(TextWriter& out, bool with_check_points) {
   constexpr const char* kKeywords[] = {"params",         "ls-params",  "camera",   "image",
                                        "image-geometry", "image-crds", "obj-crds", "ap-set"};
   static_assert(std::size(kKeywords) == std::size(kProjectFiles));
-  ProjectFile file(path);
   for (std::size_t i = 0; i < std::size(kKeywords); ++i) {
-    file.out() << left_aligned(kKeywords[i], 15) << ' ' << kProjectFiles[i] << '\n';
+    out << left_aligned(kKeywords[i], 15) << ' ' << kProjectFiles[i] << '\n';
   }
   if (with_check_points) {
-    file.out() << left_aligned("ctrl-supp", 15) << ' ' << kCheckPointFile << '\n';
+    out << left_aligned("ctrl-supp", 15) << ' ' << kCheckPointFile << '\n';
   }
-  file.out() << "stop-dep\n";
+  out << "stop-dep\n";
 }
 
 }  // namespace
@@ -274,22 +247,26 @@ void check_project_name(const std::string& name) {
 
 void write_project(const Reconstruction& model, const std::vector<ControlPoint>& control,
                    const ProjectSettings& settings, const std::string& directory) {
-  const auto path = [&](std::size_t i) { return directory + '/' + kProjectFiles[i]; };
+  OutputFiles outputs(OutputMode::replaced);
+  const auto open = [&](const std::string& name) -> TextWriter& {
+    return outputs.open(directory + '/' + name);
+  };
   const double depth = median_depth(model);
   // Control that is measured in one image only takes part.
-  write_params(ProjectFile(path(0)).out(), !control.empty());
-  write_ls_params(ProjectFile(path(1)).out(), settings.sigma * settings.pixel_size,
+  write_params(open(kProjectFiles[0]), !control.empty());
+  write_ls_params(open(kProjectFiles[1]), settings.sigma * settings.pixel_size,
                   depth > 0.0 ? kRelativeLimit * depth : 0.001);
-  write_cameras(path(2), model, settings);
-  write_images(path(3), model);
-  write_orientations(path(4), model, settings.datum);
-  write_image_coords(path(5), model, settings);
-  write_object_coords(path(6), model, control, settings.datum);
-  write_ap_sets(path(7), model, settings);
+  write_cameras(open(kProjectFiles[2]), model, settings);
+  write_images(open(kProjectFiles[3]), model);
+  write_orientations(open(kProjectFiles[4]), model, settings.datum);
+  write_image_coords(open(kProjectFiles[5]), model, settings);
+  write_object_coords(open(kProjectFiles[6]), model, control, settings.datum);
+  write_ap_sets(open(kProjectFiles[7]), model, settings);
   const bool has_check_points =
       std::any_of(control.begin(), control.end(), [](const auto& point) { return point.is_check; });
-  if (has_check_points) write_check_points(directory + '/' + kCheckPointFile, model, control);
-  write_control_file(directory + '/' + settings.name + ".ctl", has_check_points);
+  if (has_check_points) write_check_points(open(kCheckPointFile), model, control);
+  write_control_file(open(settings.name + ".ctl"), has_check_points);
+  finish(outputs);
 }
 
 }  // namespace vorn::exchange

@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <functional>
 #include <map>
 #include <string>
@@ -358,6 +360,20 @@ TEST_F(Import, SaysWhichFilesAreMissing) {
     EXPECT_NE(import("bal", "bal.txt", ask), "");
     EXPECT_FALSE(dir_.has("out"));
   }
+}
+
+// A disk that is full, or a limit, in the middle of a file.
+TEST_F(Import, LeavesNoHalfProject) {
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{100, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &limit);
+  const std::string refusal = import("bal", "bal.txt");
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_THAT(refusal, HasSubstr("File too large"));
+  EXPECT_FALSE(dir_.has("out"));
 }
 
 TEST_F(Import, LeavesOtherProjectsAlone) {
