@@ -14,8 +14,8 @@ using Full3 = std::array<Vec3, 3>;
 void rotate(Full3& a, Full3& v, std::size_t p, std::size_t q) {
   if (a[p][q] == 0.0) return;
   const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
-  const double t = std::copysign(1.0, theta) / (std::fabs(theta) + std::hypot(1.0, theta));
-  const double c = 1.0 / std::hypot(1.0, t);
+  const double t = std::copysign(1.0, theta) / (std::fabs(theta) + std::sqrt(1.0 + theta * theta));
+  const double c = 1.0 / std::sqrt(1.0 + t * t);
   const double s = t * c;
   const std::size_t r = 3 - p - q;
   a[p][p] -= t * a[p][q];

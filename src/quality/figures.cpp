@@ -1,61 +1,21 @@
-// Precision and reliability of every observation and unknown. The points are gone through one by
-// one: the cofactors of a point with the blocks that it meets serve all its rays.
+// Precision and reliability of every observation and unknown.
 
 #include "quality/figures.h"
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
+#include <vector>
 
 #include "driver/bundle_project.h"
-#include "geometry/ext_orientation.h"
-#include "lsq/normal/selected_inverse.h"
-#include "quality/correlation_list.h"
 #include "quality/final_system.h"
-#include "quality/image_figures.h"
 #include "quality/inner_datum.h"
+#include "quality/point_figures.h"
 #include "quality/summary.h"
 
 namespace vorn {
 namespace {
 
 std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
-
-double inverse_root(double variance) { return variance > 0.0 ? 1.0 / std::sqrt(variance) : 0.0; }
-
-// The largest angle at which two rays of a point meet, folded into 0 to pi/2.
-class IntersectionAngle {
- public:
-  void start() { directions_.clear(); }
-  // False for a geometry without a direction of rays.
-  bool add(const BundleImage& image, const Vec3& point) {
-    const auto* const orientation = dynamic_cast<const ExtOrientation*>(image.geometry);
-    if (orientation == nullptr) return false;
-    const Vec3 ray = point - orientation->projection_centre();
-    directions_.push_back((1.0 / std::sqrt(dot(ray, ray))) * ray);
-    return true;
-  }
-  double largest() const {
-    double smallest_cosine = 2.0;
-    std::size_t a = 0;
-    std::size_t b = 0;
-    for (std::size_t i = 0; i < directions_.size(); ++i) {
-      for (std::size_t j = 0; j < i; ++j) {
-        const double cosine = std::fabs(dot(directions_[i], directions_[j]));
-        if (cosine >= smallest_cosine) continue;
-        smallest_cosine = cosine;
-        a = i;
-        b = j;
-      }
-    }
-    if (a == b) return kUndefined;
-    const Vec3 normal = cross(directions_[a], directions_[b]);
-    return std::atan2(std::sqrt(dot(normal, normal)), smallest_cosine);
-  }
-
- private:
-  std::vector<Vec3> directions_;
-};
 
 class FigureMaker {
  public:
@@ -70,22 +30,12 @@ class FigureMaker {
 
   bool run() {
     choose_sigma0();
-    if (!results_.observed_parameters.empty()) {
-      given_cofactors_.resize(place(first_reduced_));
-    }
     find_parameters();
-    list_rays();
-    for (const ImageResult& row : results_.images) {
-      images_.push_back(std::make_unique<ImageFigures>(*row.image, system_, datum_));
-    }
-    bool formed = true;
-    system_.for_each_point([&](const SelectedInverse::PointCofactors& cofactors) {
-      formed = formed && find_point(cofactors);
-    });
-    if (!formed) return false;
+    if (!find_points()) return false;
     find_reduced_correlations();
     results_.correlations_over_limit = correlations_.counts();
     results_.correlations = correlations_.take_largest();
+    results_.smallest_tolerances = tolerances_.list();
     find_observed();
     find_images();
     find_check_points();
@@ -99,26 +49,18 @@ class FigureMaker {
  private:
   void choose_sigma0();
   void find_parameters();
-  void list_rays();
-  bool find_point(const SelectedInverse::PointCofactors& cofactors);
-  void see_point_correlations(const PointResult& row,
-                              const SelectedInverse::PointCofactors& cofactors);
+  bool find_points();
   void find_reduced_correlations();
   void find_observed();
   void find_images();
   void find_check_points();
   void find_distance();
-  double scale() const { return sigma0_ * sigma0_; }
   double cofactor_of(const Unknown& unknown) const;
   double datum_change(std::int32_t i, std::int32_t j) const {
     return datum_ == nullptr ? 0.0 : datum_->change(i, j);
   }
-  void see_tolerance(const Unknown& unknown, double cofactor);
-  Unknown reduced_unknown(std::int32_t i) const {
-    return results_.parameters[place(i - first_reduced_)].unknown;
-  }
   double inverse_sd(std::int32_t reduced) const {
-    return inverse_sds_[place(reduced - first_reduced_)];
+    return input_.inverse_sds[place(reduced - first_reduced_)];
   }
 
   const BundleProject& project_;
@@ -127,13 +69,10 @@ class FigureMaker {
   QualityResults& results_;
   std::int32_t first_reduced_;
   CorrelationList correlations_;
+  SmallestTolerances tolerances_;
   double sigma0_ = 0.0;                  // the factor of all standard deviations
-  std::vector<double> inverse_sds_;      // 1 / sqrt(Q_ii) of the reduced part; 0 for fixed unknowns
   std::vector<double> given_cofactors_;  // diagonal of the points' part; empty when not needed
-  std::vector<std::unique_ptr<ImageFigures>> images_;
-  std::vector<std::size_t> first_ray_;  // of each point, and the end
-  std::vector<std::uint32_t> rays_;     // rows of the image points
-  IntersectionAngle angle_;
+  PointFiguresInput input_;
 };
 
 void FigureMaker::choose_sigma0() {
@@ -147,101 +86,32 @@ void FigureMaker::find_parameters() {
   for (ParameterResult& row : results_.parameters) {
     const std::int32_t i = row.unknown.number();
     const double cofactor = system_.cofactor(i, i);
-    see_tolerance(row.unknown, cofactor);
+    if (!row.unknown.is_fixed()) {
+      tolerances_.see(row.unknown, 1.0 / (system_.weights().diagonal(i) * cofactor));
+    }
     const double in_datum = cofactor + datum_change(i, i);
     row.sd = sigma0_ * std::sqrt(std::max(0.0, in_datum));
-    inverse_sds_.push_back(inverse_root(in_datum));
+    input_.inverse_sds.push_back(inverse_root(in_datum));
   }
 }
 
-// Keeps the smallest 1/(N_ii Q_ii).
-void FigureMaker::see_tolerance(const Unknown& unknown, double cofactor) {
-  if (unknown.is_fixed()) return;
-  constexpr std::size_t kListed = 10;
-  const double value = 1.0 / (system_.weights().diagonal(unknown.number()) * cofactor);
-  std::vector<ToleranceResult>& list = results_.smallest_tolerances;
-  if (list.size() == kListed && !(value < list.back().value)) return;
-  const auto at =
-      std::upper_bound(list.begin(), list.end(), value,
-                       [](double v, const ToleranceResult& row) { return v < row.value; });
-  list.insert(at, {unknown, value});
-  if (list.size() > kListed) list.pop_back();
-}
-
-// The image points by their object points, by counting.
-void FigureMaker::list_rays() {
-  const auto point_of = [this](const ImagePointResult& row) {
-    return place(object_point_of(*row.point, project_.object_points)->index / 3);
-  };
-  first_ray_.assign(results_.points.size() + 1, 0);
-  for (std::size_t k = 0; k < results_.points.size(); ++k) {
-    first_ray_[k + 1] = first_ray_[k] + place(results_.points[k].rays);
-  }
-  rays_.resize(first_ray_.back());
-  std::vector<std::size_t> next(first_ray_.begin(), first_ray_.end() - 1);
-  for (std::size_t row = 0; row < results_.image_points.size(); ++row) {
-    rays_[next[point_of(results_.image_points[row])]++] = static_cast<std::uint32_t>(row);
-  }
-}
-
-bool FigureMaker::find_point(const SelectedInverse::PointCofactors& cofactors) {
-  const std::size_t number = place(cofactors.point);
-  PointResult& point = results_.points[number];
-  std::size_t element = 0;
-  for (std::int32_t i = 0; i < 3; ++i) {
-    const std::int32_t unknown = 3 * cofactors.point + i;
-    see_tolerance({point.point, i}, cofactors.own[i][i]);
-    if (!given_cofactors_.empty()) given_cofactors_[place(unknown)] = cofactors.own[i][i];
-    for (std::int32_t j = i; j < 3; ++j) {
-      const double change = datum_change(unknown, 3 * cofactors.point + j);
-      point.covariance[element++] = scale() * (cofactors.own[i][j] + change);
+bool FigureMaker::find_points() {
+  if (!results_.observed_parameters.empty()) given_cofactors_.resize(place(first_reduced_));
+  input_.system = &system_;
+  input_.datum = datum_;
+  input_.scale = sigma0_ * sigma0_;
+  input_.first_reduced = first_reduced_;
+  for (const ImageResult& row : results_.images) input_.images.emplace_back(*row.image, system_);
+  input_.list_rays(project_, results_);
+  PointFigures figures(input_, results_, correlations_, tolerances_);
+  bool formed = true;
+  system_.for_each_point([&](const SelectedInverse::PointCofactors& cofactors) {
+    for (std::size_t i = 0; i < 3 && !given_cofactors_.empty(); ++i) {
+      given_cofactors_[3 * place(cofactors.point) + i] = cofactors.own[i][i];
     }
-  }
-  point.ellipsoid = error_ellipsoid(point.covariance);
-  see_point_correlations(point, cofactors);
-  angle_.start();
-  bool has_directions = true;
-  for (std::size_t k = first_ray_[number]; k < first_ray_[number + 1]; ++k) {
-    ImagePointResult& row = results_.image_points[rays_[k]];
-    if (!images_[place(row.image)]->fill(*point.point, cofactors, results_.settings.delta0, row)) {
-      return false;
-    }
-    point.redundancy += row.r[0] + row.r[1];
-    const BundleImage& image = *results_.images[place(row.image)].image;
-    has_directions = has_directions && angle_.add(image, point.point->xyz);
-  }
-  if (has_directions) point.angle = angle_.largest();
-  return true;
-}
-
-void FigureMaker::see_point_correlations(const PointResult& row,
-                                         const SelectedInverse::PointCofactors& cofactors) {
-  const std::int32_t first_own = row.point->index;
-  const auto own = [&](std::int32_t i, std::int32_t j) {
-    return cofactors.own[i][j] + datum_change(first_own + i, first_own + j);
-  };
-  const double inverse[3] = {inverse_root(own(0, 0)), inverse_root(own(1, 1)),
-                             inverse_root(own(2, 2))};
-  for (std::int32_t i = 0; i < 3; ++i) {
-    for (std::int32_t j = i + 1; j < 3; ++j) {
-      const double r = own(i, j) * inverse[i] * inverse[j];
-      if (std::fabs(r) >= correlations_.limit())
-        correlations_.add({row.point, i}, {row.point, j}, r);
-    }
-  }
-  const NormalMatrix& normal = system_.normal();
-  for (const NormalMatrix::PointBlock& at : normal.blocks_of(row.point->index / 3)) {
-    const std::int32_t first = normal.block_index(at.block);
-    for (std::int32_t c = 0; c < normal.block_width(at.block); ++c) {
-      for (std::int32_t r = 0; r < 3; ++r) {
-        const double q = cofactors.coupled[r * cofactors.width + at.start / 3 + c] +
-                         datum_change(first_own + r, first + c);
-        const double correlation = q * inverse[r] * inverse_sd(first + c);
-        if (!(std::fabs(correlation) >= correlations_.limit())) continue;
-        correlations_.add({row.point, r}, reduced_unknown(first + c), correlation);
-      }
-    }
-  }
+    formed = formed && figures.find(cofactors);
+  });
+  return formed;
 }
 
 // Pairs within an object, and of additional parameters and corrections with everything; different

@@ -25,7 +25,7 @@ bool FinalSystem::form() {
   constexpr Derivatives kExact = Derivatives::exact;
   // Small systems have no table.
   if (!project_.observations.is_empty()) {
-    project_.observations.set_up(project_.images, project_.object_points, kExact, normal_);
+    project_.observations.set_derivatives(project_.images, kExact, normal_);
   }
   std::int32_t count = 0;
   if (add_all_observations(project_, kExact, project_.observations, normal_, project_.rhs,

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
+#include <memory>
 #include <vector>
 
 #include "lsq/normal/selected_inverse.h"
@@ -13,12 +13,33 @@ namespace vorn {
 class FinalSystem;
 class InnerDatum;
 
-// Redundancy numbers and effects of the image points of one image: its observation equations, and
-// what they have in common, the cofactors of all unknowns but those of the object points.
+// What the observation equations of one image have in common: the unknowns of their columns besides
+// those of object points, and the cofactors of these.
 class ImageFigures {
  public:
+  ImageFigures(const BundleImage& image, const FinalSystem& system);
+
+  const BundleImage& image() const { return *image_; }
+  const std::vector<std::int32_t>& blocks() const { return blocks_; }
+  const std::vector<std::int32_t>& unknowns() const { return unknowns_; }
+  // Rows and columns of the cofactors, filled up with zeros to those of the design rows.
+  std::int32_t stride() const { return stride_; }
+  const double* cofactors() const { return cofactors_.data(); }
+
+ private:
+  const BundleImage* image_;
+  std::vector<std::int32_t> blocks_;
+  std::vector<std::int32_t> unknowns_;
+  std::int32_t stride_ = 0;
+  std::vector<double> cofactors_;
+};
+
+// Redundancy numbers and effects of image points, one after the other.
+class RayFigures {
+ public:
   // `datum` is that of the effects; null for the given one.
-  ImageFigures(const BundleImage& image, const FinalSystem& system, const InnerDatum* datum);
+  RayFigures(const std::vector<ImageFigures>& images, const FinalSystem& system,
+             const InnerDatum* datum);
 
   // Fills r, rxy and the effects into a row, given the cofactors of its object point. False when
   // the equation cannot be formed.
@@ -27,29 +48,27 @@ class ImageFigures {
                           ImagePointResult& row);
 
  private:
-  // Q a' of one of the two equations: the point's three rows, and those of everything else.
+  // An equation's row of A, in two parts, with what Q makes of it: c = Q_pr a_r of everything else,
+  // and all of Q_p a, the point's three rows.
   struct Projected {
+    Vec3 a{};
+    const double* rest = nullptr;
+    Vec3 c{};
     Vec3 point{};
-    std::vector<double> rest;
   };
 
-  void gather_coupling(const SelectedInverse::PointCofactors& cofactors);
-  void project(std::size_t equation, const SelectedInverse::PointCofactors& cofactors,
-               Projected& projected) const;
-  double product(std::size_t equation, const Projected& projected) const;
-  double shift(std::size_t equation, const ObjectPoint& point, const Projected& projected) const;
+  ObservationEquations& equations_of(std::int32_t image);
+  void gather_coupling(const ImageFigures& of, const SelectedInverse::PointCofactors& cofactors);
+  Projected project(std::size_t equation, const ImageFigures& of,
+                    const SelectedInverse::PointCofactors& cofactors) const;
+  double shift(const ImageFigures& of, const ObjectPoint& point, const Projected& projected) const;
 
+  const std::vector<ImageFigures>& images_;
   const FinalSystem& system_;
   const InnerDatum* datum_;
-  const BundleImage& image_;
-  ObservationEquations equations_;
+  std::vector<std::unique_ptr<ObservationEquations>> equations_;  // of the images met so far
   PointEquation equation_;
-  std::vector<std::int32_t> blocks_;
-  std::vector<std::int32_t> unknowns_;  // of the columns of the design rows
-  std::size_t width_ = 0;
-  std::vector<double> cofactors_;  // width x width
-  std::vector<double> coupling_;   // 3 x width: the point with the unknowns of the image
-  Projected projected_[2];
+  std::vector<double> coupling_;  // 3 rows: the point with the unknowns of the image
 };
 
 }  // namespace vorn

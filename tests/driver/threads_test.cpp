@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "base/workers.h"
+#include "driver/run.h"
+#include "quality/quality.h"
 #include "support/project_test.h"
 #include "support/text_compare.h"
 #include "support/thread_team.h"
@@ -20,6 +22,29 @@ using test::SyntheticSpec;
 // All files of a run and what it prints, without times.
 using Files = std::map<std::string, std::string>;
 
+// Bit by bit.
+std::string figures(const std::string& path) {
+  std::string bits;
+  const auto add = [&bits](double x) { bits.append(reinterpret_cast<const char*>(&x), sizeof x); };
+  RunRequest request;
+  request.path = path;
+  request.outputs = OutputMode::discarded;
+  request.inspect = [&](BundleProject& project) {
+    const QualityResults results = find_quality(project, {});
+    EXPECT_TRUE(results.has_figures);
+    for (const PointResult& row : results.points) {
+      for (const double element : row.covariance) add(element);
+    }
+    for (const ParameterResult& row : results.parameters) add(row.sd);
+    for (const ImagePointResult& row : results.image_points) {
+      for (const double x : {row.r[0], row.r[1], row.rxy, row.effect[0], row.effect[1]}) add(x);
+    }
+    for (const CorrelationResult& row : results.correlations) add(row.r);
+  };
+  test::captured_output([&] { EXPECT_EQ(run_project(request).result, 1); });
+  return bits;
+}
+
 Files run(const SyntheticSpec& spec) {
   const test::TempDir dir;
   make_synthetic_project(spec).write(dir);
@@ -30,6 +55,7 @@ Files run(const SyntheticSpec& spec) {
   for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
     files[entry.path().filename().string()] = test::without_times(test::file_text(entry.path()));
   }
+  files["figures of quality"] = figures(dir.path("project.ctl"));
   return files;
 }
 

@@ -630,6 +630,40 @@ TEST_P(KernelVersions, AddPackedPointsAsOneByOne) {
   }
 }
 
+TEST_P(KernelVersions, FindFormsAndLargeProducts) {
+  for (const std::size_t n : {8U, 24U}) {
+    std::vector<double> q(n * n), x(n), y(n);
+    double expected[3] = {};
+    for (std::size_t i = 0; i < n; ++i) {
+      x[i] = std::sin(3.0 * static_cast<double>(i));
+      y[i] = std::cos(static_cast<double>(i));
+      for (std::size_t j = 0; j <= i; ++j) {
+        q[i * n + j] = q[j * n + i] = std::sin(static_cast<double>(i * n + j));
+      }
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      for (std::size_t j = 0; j < n; ++j) {
+        expected[0] += x[i] * q[i * n + j] * x[j];
+        expected[1] += x[i] * q[i * n + j] * y[j];
+        expected[2] += y[i] * q[i * n + j] * y[j];
+      }
+    }
+    double forms[3];
+    kernel_->quadratic_forms(forms, q.data(), x.data(), y.data(), static_cast<std::int32_t>(n));
+    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(forms[k], expected[k], 1e-12);
+  }
+  // Wherever it stands, of either sign.
+  for (std::size_t n = 1; n < 20; ++n) {
+    for (std::size_t at = 0; at < n; ++at) {
+      std::vector<double> a(n, 0.5), b(n, -0.5);
+      b[(at + 1) % n] = std::nan("");
+      EXPECT_FALSE(kernel_->any_product_reaches(a.data(), b.data(), std::ssize(a), 1.0));
+      b[at] = at % 2 == 0 ? 2.0 : -2.0;
+      EXPECT_TRUE(kernel_->any_product_reaches(a.data(), b.data(), std::ssize(a), 1.0));
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, KernelVersions, testing::Values("baseline", "avx2", "avx512"),
                          [](const auto& version) { return version.param; });
 

@@ -141,6 +141,12 @@ struct Kernels {
   double (*dot)(const double* a, const double* b, std::int64_t n);
   // y += s x
   void (*add_scaled)(double* y, const double* x, double s, std::int64_t n);
+
+  // x'Qx, x'Qy and y'Qy for a symmetric n x n matrix Q, n a multiple of 8.
+  void (*quadratic_forms)(double* forms, const double* q, const double* x, const double* y,
+                          std::int32_t n);
+  // Whether |a_k b_k| is at least `limit` for any k.
+  bool (*any_product_reaches)(const double* a, const double* b, std::int64_t n, double limit);
 };
 
 // The kernels in use: the widest that the processor can run, chosen once, unless `use_kernels` has

@@ -304,12 +304,13 @@ inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPi
   }
 }
 
-// Prefetches the elements where two pieces meet.
+// Prefetches the elements where two pieces meet: to be written, or only read.
+template <bool kWrite>
 inline void prefetch_pair(const double* tile, Index t, const BatchPiece& a, const BatchPiece& b) {
   const double* column = tile + b.offset * t + a.offset;
   for (Index c = 0; c < b.width; ++c, column += t) {
-    __builtin_prefetch(column, 1);
-    __builtin_prefetch(column + a.width - 1, 1);
+    __builtin_prefetch(column, kWrite);
+    __builtin_prefetch(column + a.width - 1, kWrite);
   }
 }
 
@@ -327,41 +328,79 @@ void subtract_pairs(double* tile, std::int32_t size, const TilePieces& rows,
   for (const BatchPiece* a = rows.begin; a != rows.end; ++a) {
     // Within a tile of the diagonal the lower triangle.
     for (const BatchPiece* b = columns.begin; b != columns.end && b <= a; ++b) {
-      if (b + 1 != columns.end) prefetch_pair(tile, t, *a, b[1]);
+      if (b + 1 != columns.end) prefetch_pair<true>(tile, t, *a, b[1]);
       if ((a->points & b->points) == 0) continue;
       subtract_pair(tile + b->offset * t + a->offset, t, *a, *b);
     }
   }
 }
 
-// U_a += V_b Z_ba and, for two pieces, U_b += V_a Z_ab over the points that both have, where Z_ab
-// stands at `z`.
-inline void multiply_pair(const double* z, Index t, const BatchPiece& a, const BatchPiece& b) {
+// U_a += V_b Z_ba over the points that both pieces have, where column c of Z_ab, for column c of b,
+// stands at by[c].
+template <int Columns>
+inline void multiply_piece(const double (&by)[kRowOfPiece][kRowOfPiece], const BatchPiece& a,
+                           const BatchPiece& b) {
   constexpr Index kPoint = 3 * kRowOfPiece;
+  Lanes columns[std::size_t{Columns}][std::size_t{kParts}];
+  for (int c = 0; c < Columns; ++c) {
+    for (int k = 0; k < kParts; ++k) columns[c][k] = load(by[c] + k * kLanes);
+  }
+  for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
+    const std::uint64_t before = (common & -common) - 1;
+    double* const u = a.u + kPoint * __builtin_popcountll(a.points & before);
+    const double* const v = b.v + kPoint * __builtin_popcountll(b.points & before);
+    Lanes sum[3][kParts];
+    for (int r = 0; r < 3; ++r) {
+      for (int k = 0; k < kParts; ++k) sum[r][k] = load(u + r * kRowOfPiece + k * kLanes);
+    }
+    // Three sums that do not wait for one another.
+    for (int c = 0; c < Columns; ++c) {
+      for (int r = 0; r < 3; ++r) {
+        const Lanes factor = spread(v[r * kRowOfPiece + c]);
+        for (int k = 0; k < kParts; ++k) {
+          sum[r][k] = multiply_add(columns[c][k], factor, sum[r][k]);
+        }
+      }
+    }
+    for (int r = 0; r < 3; ++r) {
+      for (int k = 0; k < kParts; ++k) store(u + r * kRowOfPiece + k * kLanes, sum[r][k]);
+    }
+  }
+}
+
+inline void multiply_piece(const double (&by)[kRowOfPiece][kRowOfPiece], const BatchPiece& a,
+                           const BatchPiece& b) {
+  switch (b.width) {
+    case 1:
+      return multiply_piece<1>(by, a, b);
+    case 2:
+      return multiply_piece<2>(by, a, b);
+    case 3:
+      return multiply_piece<3>(by, a, b);
+    case 4:
+      return multiply_piece<4>(by, a, b);
+    case 5:
+      return multiply_piece<5>(by, a, b);
+    case 6:
+      return multiply_piece<6>(by, a, b);
+    case 7:
+      return multiply_piece<7>(by, a, b);
+    default:
+      return multiply_piece<8>(by, a, b);
+  }
+}
+
+// U_a += V_b Z_ba and, for two pieces, U_b += V_a Z_ab, where Z_ab stands at `z`.
+inline void multiply_pair(const double* z, Index t, const BatchPiece& a, const BatchPiece& b) {
   double columns[kRowOfPiece][kRowOfPiece] = {};
-  double rows[kRowOfPiece][kRowOfPiece];
   for (Index c = 0; c < b.width; ++c) load_row(z + c * t, a.width, columns[c]);
+  multiply_piece(columns, a, b);
+  if (&a == &b) return;
+  double rows[kRowOfPiece][kRowOfPiece];
   for (Index r = 0; r < kRowOfPiece; ++r) {
     for (Index c = 0; c < kRowOfPiece; ++c) rows[r][c] = columns[c][r];
   }
-  const auto add = [](double* u, const double* v, const double(&by)[kRowOfPiece][kRowOfPiece]) {
-    for (Index r = 0; r < kPoint; r += kRowOfPiece) {
-      for (Index k = 0; k < kRowOfPiece; k += kLanes) {
-        Lanes sum = load(u + r + k);
-        for (Index c = 0; c < kRowOfPiece; ++c) {
-          sum = multiply_add(load(by[c] + k), spread(v[r + c]), sum);
-        }
-        store(u + r + k, sum);
-      }
-    }
-  };
-  for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
-    const std::uint64_t before = (common & -common) - 1;
-    const Index at_a = kPoint * __builtin_popcountll(a.points & before);
-    const Index at_b = kPoint * __builtin_popcountll(b.points & before);
-    add(a.u + at_a, b.v + at_b, columns);
-    if (&a != &b) add(b.u + at_b, a.v + at_a, rows);
-  }
+  multiply_piece(rows, b, a);
 }
 
 void multiply_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t size,
@@ -376,6 +415,7 @@ void multiply_batch(double* const* tiles, std::int32_t num_tiles, std::int32_t s
       if (tile == nullptr) continue;
       for (std::int32_t i = i0; i < i1; ++i) {
         for (std::int32_t j = j0; j < j1 && j <= i; ++j) {
+          if (j + 1 < j1) prefetch_pair<false>(tile, t, pieces[i], pieces[j + 1]);
           if ((pieces[i].points & pieces[j].points) == 0) continue;
           multiply_pair(tile + pieces[j].offset * t + pieces[i].offset, t, pieces[i], pieces[j]);
         }
@@ -611,6 +651,50 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
   for (; k < n; ++k) y[k] = multiply_add(x[k], s, y[k]);
 }
 
+void quadratic_forms(double* forms, const double* q, const double* x, const double* y,
+                     std::int32_t n) {
+  Sums xx;
+  Sums xy;
+  Sums yy;
+  for (Index j = 0; j < n; j += kSums) {
+    Lanes qx[std::size_t{kVectors}] = {};
+    Lanes qy[std::size_t{kVectors}] = {};
+    for (Index i = 0; i < n; ++i) {
+      for (int k = 0; k < kVectors; ++k) {
+        const Lanes row = load(q + i * n + j + k * kLanes);
+        qx[k] = multiply_add(row, spread(x[i]), qx[k]);
+        qy[k] = multiply_add(row, spread(y[i]), qy[k]);
+      }
+    }
+    for (int k = 0; k < kVectors; ++k) {
+      const Lanes xj = load(x + j + k * kLanes);
+      const Lanes yj = load(y + j + k * kLanes);
+      xx.lanes[k] = multiply_add(qx[k], xj, xx.lanes[k]);
+      xy.lanes[k] = multiply_add(qx[k], yj, xy.lanes[k]);
+      yy.lanes[k] = multiply_add(qy[k], yj, yy.lanes[k]);
+    }
+  }
+  forms[0] = total(xx);
+  forms[1] = total(xy);
+  forms[2] = total(yy);
+}
+
+bool any_product_reaches(const double* a, const double* b, std::int64_t n, double limit) {
+  Index k = 0;
+  for (; k + kLanes <= n; k += kLanes) {
+    const Lanes product = load(a + k) * load(b + k);
+    const auto reached = (product >= spread(limit)) | (product <= spread(-limit));
+    for (Index i = 0; i < kLanes; ++i) {
+      if (reached[i] != 0) return true;
+    }
+  }
+  for (; k < n; ++k) {
+    const double product = a[k] * b[k];
+    if (product >= limit || product <= -limit) return true;
+  }
+  return false;
+}
+
 constexpr Kernels kTable = {VORN_KERNEL_NAME,
                             multiply_subtract,
                             multiply_subtract_plain,
@@ -628,7 +712,9 @@ constexpr Kernels kTable = {VORN_KERNEL_NAME,
                             add_coupling,
                             multiply_blocks,
                             dot,
-                            add_scaled};
+                            add_scaled,
+                            quadratic_forms,
+                            any_product_reaches};
 
 }  // namespace
 }  // namespace vorn

@@ -16,12 +16,13 @@
 #include <span>
 #include <vector>
 
+#include "base/workers.h"
 #include "lsq/linalg/kernels.h"
 
 namespace vorn {
 namespace {
 
-// One column of tiles of Z after the other.
+// One column of tiles of Z after the other; workers share the tiles of a column.
 class ColumnInverter {
  public:
   ColumnInverter(const TileMatrix& factor, TileMatrix& z)
@@ -35,11 +36,11 @@ class ColumnInverter {
     const std::span<const std::int32_t> below = factor_.column(column).subspan(1);
     invert_diagonal(column);
     form_w(column, below);
-    products_.assign(below.size() * area_, 0.0);
-    for (std::size_t k = 0; k < below.size(); ++k) {
+    products_.resize(std::max(products_.size(), below.size() * area_));
+    workers().run(below.size(), [&](std::size_t k, std::size_t) {
       multiply(below, k);
       copy_negative_transposed(product(k), z_.tile(below[k], column));
-    }
+    });
     finish_diagonal(column, below);
   }
 
@@ -59,15 +60,17 @@ class ColumnInverter {
 
   // -W, tile by tile: -W_k = 0 - T L_kj'
   void form_w(std::int32_t column, std::span<const std::int32_t> below) {
-    w_.assign(below.size() * area_, 0.0);
-    for (std::size_t k = 0; k < below.size(); ++k) {
+    w_.resize(std::max(w_.size(), below.size() * area_));
+    workers().run(below.size(), [&](std::size_t k, std::size_t) {
+      std::fill_n(w(k), area_, 0.0);
       kernel_.multiply_subtract(w(k), triangle_.data(), factor_.tile(below[k], column), size_);
-    }
+    });
   }
 
   // -Z_jk = sum of W_l Z_lk = 0 - sum of (-W_l) Z_lk, where Z_lk stands in the lower triangle or is
   // the transpose of what stands there.
   void multiply(std::span<const std::int32_t> below, std::size_t k) {
+    std::fill_n(product(k), area_, 0.0);
     for (std::size_t l = 0; l < below.size(); ++l) {
       if (l >= k) {
         kernel_.multiply_subtract_plain(product(k), w(l), z_.tile(below[l], below[k]), size_);

@@ -64,29 +64,25 @@ void PointBatch::list_pieces(std::span<const std::int32_t> points,
   num_met_.push_back(met.size());
 }
 
-// Goes before the first batch, to work with some workers.
-void PointBatch::begin(std::size_t num_workers) {
-  start_.clear();
-  lining_up_.clear();
-  while (lining_up_.size() < num_workers) {
-    lining_up_.push_back({Places(reduced_.pieces().size()), normal_.couplings()});
-  }
+PointBatch::LiningUp PointBatch::lining_up() const {
+  return {Places(reduced_.pieces().size()), normal_.couplings()};
 }
 
-// Goes to the batch that follows.
-void PointBatch::advance(std::size_t number, Batch& batch) {
+// Points and pieces of a batch; returns where the one that follows starts.
+PointBatch::Start PointBatch::take(const Start& start, std::size_t number, Batch& batch) const {
   batch.number = number;
-  const std::span<const std::int32_t> rest = normal_.point_order().subspan(start_.point);
+  const std::span<const std::int32_t> rest = normal_.point_order().subspan(start.point);
   batch.points = rest.first(size_of_next(rest));
-  batch.met = std::span(met_).subspan(start_.met, num_met_[number]);
-  start_.point += batch.points.size();
-  start_.met += batch.met.size();
+  batch.met = std::span(met_).subspan(start.met, num_met_[number]);
+  return {start.point + batch.points.size(), start.met + batch.met.size()};
 }
 
 // ---- elimination -------------------------------------------------------------------------------
 
 bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
-  begin(workers().count());
+  start_.clear();
+  lining_up_.clear();
+  while (lining_up_.size() < workers().count()) lining_up_.push_back(lining_up());
   for (std::size_t next = 0; next < num_met_.size();) {
     const std::size_t count = take_batches(next);
     const std::span<Batch> batches = std::span(batches_).first(count);
@@ -119,7 +115,7 @@ std::size_t PointBatch::take_batches(std::size_t first) {
   do {
     if (count == batches_.size()) batches_.emplace_back();
     Batch& batch = batches_[count];
-    advance(first + count++, batch);
+    start_ = take(start_, first + count++, batch);
     for (const Met& one : batch.met) taken += kColumns * place(std::popcount(one.points));
   } while (taken < room && first + count < num_met_.size());
   return count;
@@ -237,48 +233,57 @@ void PointBatch::subtract_rhs(std::span<const Batch> batches, double* rhs) const
 
 // ---- the way back ------------------------------------------------------------------------------
 
-// U = V Z of the batch that follows; returns its points.
-std::span<const std::int32_t> PointBatch::multiply_next(const TileMatrix& z, std::size_t number) {
-  Batch& batch = batches_.front();
-  LiningUp& with = lining_up_.front();
-  advance(number, batch);
-  (void)line_up_all(batch, with, nullptr, nullptr);  // the pivots passed when N was factorised
-  products_.assign(batch.columns.size(), 0.0);
+std::vector<PointBatch::Start> PointBatch::starts_of_batches() const {
+  std::vector<Start> starts;
+  Batch batch;
+  Start next;
+  for (std::size_t number = 0; number < num_met_.size(); ++number) {
+    starts.push_back(next);
+    next = take(next, number, batch);
+  }
+  return starts;
+}
+
+// U = V Z of a batch.
+void PointBatch::multiply(const TileMatrix& z, const Start& start, std::size_t number,
+                          WayBack& way) const {
+  Batch& batch = way.batch;
+  (void)take(start, number, batch);
+  (void)line_up_all(batch, way.with, nullptr, nullptr);  // passed when N was factorised
+  way.products.assign(batch.columns.size(), 0.0);
   for (BatchPiece& piece : batch.pieces) {
-    piece.u = products_.data() + (piece.v - batch.columns.data());
+    piece.u = way.products.data() + (piece.v - batch.columns.data());
   }
   kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), batch.pieces.data(),
                          static_cast<std::int32_t>(batch.pieces.size()));
   // The points are taken out in the order in which they were lined up.
   for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
-    with.places[place(batch.met[k].piece)] =
+    way.with.places[place(batch.met[k].piece)] =
         static_cast<std::size_t>(batch.pieces[k].v - batch.columns.data());
   }
-  return batch.points;
 }
 
-PointBatch::Product PointBatch::take_out(std::int32_t point) {
-  (void)factor_.factorise(normal_.diagonal(point));  // as above
+PointBatch::Product PointBatch::take_out(std::int32_t point, WayBack& way) const {
+  (void)way.factor.factorise(normal_.diagonal(point));  // as above
   const std::size_t width = place(normal_.coupled_width(point));
-  taken_out_.resize(std::max(taken_out_.size(), 6 * width));
-  double* const v = taken_out_.data();
+  way.taken_out.resize(std::max(way.taken_out.size(), 6 * width));
+  double* const v = way.taken_out.data();
   double* const u = v + 3 * width;
-  Places& places = lining_up_.front().places;
-  const double* const columns = batches_.front().columns.data();
   for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
     const std::int32_t first = reduced_.first_piece(at.block);
     for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
       const TilePiece& of = reduced_.pieces()[place(piece)];
-      const std::size_t from = std::exchange(places[place(piece)], places[place(piece)] + kColumns);
+      std::size_t& next = way.with.places[place(piece)];
+      const std::size_t from = std::exchange(next, next + kColumns);
       const std::size_t to = place(at.start / 3 + of.column);
       for (std::size_t r = 0; r < 3; ++r) {
         const std::size_t row = from + r * place(kPieceWidth);
-        std::copy_n(columns + row, of.width, v + r * width + to);
-        std::copy_n(products_.data() + row, of.width, u + r * width + to);
+        std::copy_n(way.batch.columns.data() + row, of.width, v + r * width + to);
+        std::copy_n(way.products.data() + row, of.width, u + r * width + to);
       }
     }
   }
-  return {point, factor_, v, u};
+  return {point, way.factor, v, u};
 }
 
 }  // namespace vorn

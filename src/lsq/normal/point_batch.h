@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
+#include "base/workers.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/normal/point_factor.h"
@@ -39,13 +41,21 @@ class PointBatch {
     const double* v;  // 3 rows of the coupled width, in the order of the point's blocks
     const double* u;  // likewise
   };
-  // Calls visit(product) for every point, in the order of the matrix. `z` has the tiles of S, full
-  // ones in the diagonal. All pivots are greater than 0.
+  // Calls visit(product) for every point, in the order of the matrix; workers multiply a batch
+  // each. `z` has the tiles of S, full ones in the diagonal. All pivots are greater than 0.
   template <class Visit>
-  void for_each_product(const TileMatrix& z, Visit visit) {
-    begin(1);
-    for (std::size_t batch = 0; batch < num_met_.size(); ++batch) {
-      for (const std::int32_t point : multiply_next(z, batch)) visit(take_out(point));
+  void for_each_product(const TileMatrix& z, Visit visit) const {
+    const std::vector<Start> starts = starts_of_batches();
+    std::vector<WayBack> ways;
+    while (ways.size() < workers().count()) ways.push_back({{}, lining_up(), {}, {}, {}});
+    for (std::size_t first = 0; first < starts.size(); first += ways.size()) {
+      const std::size_t count = std::min(ways.size(), starts.size() - first);
+      workers().run(count, [&](std::size_t k, std::size_t) {
+        multiply(z, starts[first + k], first + k, ways[k]);
+      });
+      for (std::size_t k = 0; k < count; ++k) {
+        for (const std::int32_t point : ways[k].batch.points) visit(take_out(point, ways[k]));
+      }
     }
   }
 
@@ -65,7 +75,7 @@ class PointBatch {
 
   // A batch with its columns.
   struct Batch {
-    std::size_t number;
+    std::size_t number = 0;
     std::span<const std::int32_t> points;
     std::span<const Met> met;
     std::vector<BatchPiece> pieces;
@@ -82,9 +92,18 @@ class PointBatch {
     Couplings couplings;
   };
 
+  // A batch on the way back.
+  struct WayBack {
+    Batch batch;
+    LiningUp with;
+    PointFactor factor;
+    std::vector<double> products;   // U of the batch, laid out as the columns
+    std::vector<double> taken_out;  // V and U of one point
+  };
+
   void list_pieces(std::span<const std::int32_t> points, std::vector<std::uint64_t>& bits_of);
-  void begin(std::size_t num_workers);
-  void advance(std::size_t number, Batch& batch);
+  LiningUp lining_up() const;
+  Start take(const Start& start, std::size_t number, Batch& batch) const;
   std::size_t take_batches(std::size_t first);
   [[nodiscard]] bool line_up_all(Batch& batch, LiningUp& with, double* diagonal,
                                  const ForwardPass* forward) const;
@@ -93,8 +112,9 @@ class PointBatch {
   void find_tile_rows(std::span<Batch> batches);
   void subtract(std::span<const Batch> batches, std::size_t row, std::size_t column) const;
   void subtract_rhs(std::span<const Batch> batches, double* rhs) const;
-  std::span<const std::int32_t> multiply_next(const TileMatrix& z, std::size_t number);
-  Product take_out(std::int32_t point);
+  std::vector<Start> starts_of_batches() const;
+  void multiply(const TileMatrix& z, const Start& start, std::size_t number, WayBack& way) const;
+  Product take_out(std::int32_t point, WayBack& way) const;
 
   const Kernels& kernel_ = kernels();
   const NormalMatrix& normal_;
@@ -105,9 +125,6 @@ class PointBatch {
   std::vector<Batch> batches_;           // at work
   std::vector<LiningUp> lining_up_;      // of all workers
   std::vector<std::int32_t> tile_rows_;  // that the batches at work meet, ascending
-  PointFactor factor_;
-  std::vector<double> products_;   // U of the running batch, laid out as the columns
-  std::vector<double> taken_out_;  // V and U of one point
 };
 
 }  // namespace vorn

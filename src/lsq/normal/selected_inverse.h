@@ -49,11 +49,11 @@ class SelectedInverse {
   // (`NormalMatrix::point_order`). What is visited is valid until the next visit.
   template <class Visit>
   void for_each_point(Visit visit) const {
-    PointBatch batch(normal_, reduced_);
     std::vector<double> coupled;
-    batch.for_each_product(inverse_.tiles(), [&](const PointBatch::Product& product) {
-      visit(cofactors_of(product, coupled));
-    });
+    PointBatch(normal_, reduced_)
+        .for_each_product(inverse_.tiles(), [&](const PointBatch::Product& product) {
+          visit(cofactors_of(product, coupled));
+        });
   }
 
  private:

@@ -131,9 +131,7 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
   *this = {};
   normal_ = &normal;
   if (!normal.stores_couplings()) normal.set_coupling_source(*this);
-  for (const BundleImage& image : images) {
-    images_.push_back(std::make_unique<Image>(image, derivatives, normal));
-  }
+  set_derivatives(images, derivatives, normal);
   std::vector<const ObjectPoint*> by_number(static_cast<std::size_t>(normal.num_points()));
   for (const ObjectPoint& point : object_points) by_number[number_of(point)] = &point;
   points_.reserve(by_number.size());
@@ -144,6 +142,14 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
   find_chunks();
   takes_packs_ = std::all_of(images_.begin(), images_.end(),
                              [](const auto& image) { return image->equations.takes_packs(); });
+}
+
+void ObservationTable::set_derivatives(const OwnedList<BundleImage>& images,
+                                       Derivatives derivatives, NormalMatrix& normal) {
+  images_.clear();
+  for (const BundleImage& image : images) {
+    images_.push_back(std::make_unique<Image>(image, derivatives, normal));
+  }
 }
 
 void ObservationTable::find_chunks() {

@@ -28,6 +28,9 @@ class ObservationTable : public CouplingSource {
   void set_up(const OwnedList<BundleImage>& images, const OwnedList<ObjectPoint>& object_points,
               Derivatives derivatives, NormalMatrix& normal);
   bool is_empty() const { return observations_.empty(); }
+  // The same observations with other derivatives from now on.
+  void set_derivatives(const OwnedList<BundleImage>& images, Derivatives derivatives,
+                       NormalMatrix& normal);
 
   // Clears the normal matrix and adds all observations; `count` grows by 2 per observed point.
   // Image points without an object point are reported on standard output and passed over. False,
