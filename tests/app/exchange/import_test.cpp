@@ -408,7 +408,8 @@ TEST_F(Import, OverwritesNoOtherFiles) {
   const auto files = [this] {
     std::map<std::string, std::string> texts;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path())) {
-      if (entry.is_regular_file()) texts[entry.path()] = test::file_text(entry.path());
+      if (entry.is_regular_file())
+        texts[entry.path().string()] = test::file_text(entry.path().string());
     }
     return texts;
   };
