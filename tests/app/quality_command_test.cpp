@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
+#include <sstream>
 
 #include "support/project_test.h"
 
@@ -241,6 +242,32 @@ TEST_F(QualityCommand, TellsWhyThereAreNoFigures) {
   const std::string document = dir_.read("project.quality.json");
   EXPECT_EQ(value_of(document, "status"), "failed");
   EXPECT_THAT(document, HasSubstr("before it had normal equations"));
+}
+
+// Fenced blocks "```text NAME.prec" of the page hold lines of the example NAME.
+TEST(QualityFiles, HaveTheLinesOfThePage) {
+  const std::string page = test::file_text(VORN_SOURCE_DIR "/docs/reading-the-report.md");
+  const std::string opening = "\n```text ";
+  int blocks = 0;
+  for (std::size_t at = 0; (at = page.find(opening, at)) != std::string::npos; ++blocks) {
+    at += opening.size();
+    const std::size_t begin = page.find('\n', at) + 1;
+    const std::string file = page.substr(at, begin - 1 - at);
+    at = page.find("\n```\n", begin);
+    const std::string name = file.substr(0, file.rfind('.'));
+    const test::TempDir dir;
+    std::filesystem::copy(std::filesystem::path(VORN_SOURCE_DIR "/examples") / name, dir.path(),
+                          std::filesystem::copy_options::recursive);
+    const std::string line = "cd '" + dir.path() + "' && '" VORN_COMMAND "' adjust -q " + name +
+                             ".ctl --quality >out.txt 2>err.txt </dev/null";
+    ASSERT_EQ(std::system(line.c_str()), 0) << dir.read("err.txt");
+    const std::string actual = '\n' + dir.read(file);
+    std::istringstream lines(page.substr(begin, at - begin));
+    for (std::string shown; std::getline(lines, shown);) {
+      EXPECT_NE(actual.find('\n' + shown + '\n'), std::string::npos) << file << ": " << shown;
+    }
+  }
+  EXPECT_EQ(blocks, 2);
 }
 
 }  // namespace
