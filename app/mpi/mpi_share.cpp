@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "app/mpi/mumps_solver.h"
+#include "base/place.h"
 #include "driver/bundle_project.h"
 #include "lsq/project_number.h"
 
@@ -21,8 +22,6 @@ constexpr std::uint64_t kAdded = std::uint64_t{1} << 62U;
 
 // The same in every process: that of the standard library has no key.
 std::uint64_t hash_of(std::string_view id) { return std::hash<std::string_view>()(id); }
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 // ---- image points on their way -----------------------------------------------------------------
 

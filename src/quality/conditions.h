@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/place.h"
 #include "lsq/adj_object_list.h"
 #include "lsq/linalg/matrix.h"
 #include "lsq/normal/normal_matrix.h"
@@ -39,7 +40,6 @@ class Conditions {
     bool fixed = false;
   };
 
-  static std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
   void add(std::int32_t first, std::vector<double> n, bool fixed);
 
   std::vector<Part> parts_;                          // by unknowns

@@ -7,6 +7,7 @@
 #include <numeric>
 #include <random>
 
+#include "base/place.h"
 #include "lsq/normal/selected_inverse.h"
 #include "quality/diagnosis_algebra.h"
 
@@ -19,8 +20,6 @@ using Column = std::vector<double>;
 // is determined.
 constexpr double kFraction = 1e-12;
 constexpr double kNullEigenvalue = 1e-14;
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 double product(const Column& a, const Column& b) {
   return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "base/place.h"
 #include "driver/bundle_project.h"
 #include "quality/final_system.h"
 #include "quality/inner_datum.h"
@@ -14,8 +15,6 @@
 
 namespace vorn {
 namespace {
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 class FigureMaker {
  public:

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/place.h"
 #include "geometry/vec3.h"
 #include "lsq/linalg/matrix.h"
 #include "quality/diagnosis_motions.h"
@@ -39,8 +40,6 @@ class InnerDatum {
   [[nodiscard]] Vec3 change_of_shift(std::int32_t point, const Row7& product) const;
 
  private:
-  static std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
-
   std::vector<Row7> motions_;               // G, by unknowns
   std::vector<Row7> cofactors_;             // F, by unknowns
   std::array<Row7, kNumMotions> kernel_{};  // K

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <tuple>
 
+#include "base/place.h"
 #include "driver/bundle_project.h"
 #include "geometry/ext_orientation.h"
 #include "lsq/linalg/kernels.h"
@@ -11,11 +12,7 @@
 #include "quality/inner_datum.h"
 
 namespace vorn {
-namespace {
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
-
-}  // namespace
+namespace {}  // namespace
 
 void SmallestTolerances::see(const Unknown& unknown, double value) {
   if (list_.size() == kListed && value > list_.back().value) return;

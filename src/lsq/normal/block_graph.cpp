@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <numeric>
 
+#include "base/place.h"
+
 namespace vorn {
 namespace {
 
 using Order = std::vector<std::int32_t>;
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 }  // namespace
 

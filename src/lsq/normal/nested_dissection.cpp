@@ -6,14 +6,13 @@
 #include <utility>
 
 #include "base/brought.h"
+#include "base/place.h"
 
 namespace vorn {
 namespace {
 
 using Nodes = std::vector<std::int32_t>;
 using Sides = std::vector<Separator::Side>;
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 // What a cut costs: the nodes between, and more of them the less the sides balance.
 double cost_of(std::size_t left, std::size_t between, std::size_t right) {

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "base/place.h"
 #include "lsq/linalg/large_array.h"
 #include "lsq/linalg/matrix.h"
 #include "lsq/normal/couplings.h"
@@ -184,7 +185,6 @@ class NormalMatrix {
   };
   static constexpr std::size_t kDiagonal = 6;  // elements of a diagonal block
 
-  static std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
   std::size_t rank_of(std::int32_t point) const { return place(point_ranks_[place(point)]); }
 
   void lay_out_blocks();

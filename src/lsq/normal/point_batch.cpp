@@ -5,6 +5,7 @@
 #include <cmath>
 #include <utility>
 
+#include "base/place.h"
 #include "base/workers.h"
 
 namespace vorn {
@@ -15,8 +16,6 @@ constexpr std::size_t kColumns = 3 * static_cast<std::size_t>(kPieceWidth);
 
 // What the columns of the batches at work may take per worker [doubles]: a part of the cache.
 constexpr std::size_t kRoomPerWorker = std::size_t{1} << 18U;
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 std::size_t size_of_next(std::span<const std::int32_t> points) {
   return std::min(points.size(), place(kBatchPoints));

@@ -27,6 +27,7 @@
 #include <algorithm>
 #include <span>
 
+#include "base/place.h"
 #include "base/workers.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/normal/point_factor.h"
@@ -35,8 +36,6 @@ namespace vorn {
 namespace {
 
 constexpr auto kBatch = static_cast<std::size_t>(kBatchPoints);
-
-std::size_t place(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 // S := N_rr, in the lower triangle.
 void load(const NormalMatrix& normal, ReducedMatrix& reduced) {

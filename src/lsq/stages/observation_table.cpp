@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/place.h"
 #include "base/workers.h"
 #include "text/text_writer.h"
 
@@ -16,8 +17,6 @@ constexpr auto kBatch = static_cast<std::size_t>(kBatchPoints);
 constexpr std::size_t kOneChunk = 32768;
 constexpr std::size_t kFewest = 4096;
 constexpr std::size_t kFewestPerImage = 64;
-
-std::size_t index_of(std::int32_t i) { return static_cast<std::size_t>(i); }
 
 std::size_t number_of(const ObjectPoint& point) {
   return static_cast<std::size_t>(point.index / 3);
@@ -47,7 +46,7 @@ class ObservationTable::Sorter {
     for_each_image([this](std::int32_t number, const BundleImage& image) { count(number, image); });
     make_room();
     for_each_image([this, &normal](std::int32_t number, const BundleImage& image) {
-      place(number, image, normal);
+      put(number, image, normal);
     });
   }
 
@@ -98,7 +97,7 @@ class ObservationTable::Sorter {
     table_.segments_.resize(rooms_.back().segments);
   }
 
-  void place(std::int32_t number, const BundleImage& image, const NormalMatrix& normal) {
+  void put(std::int32_t number, const BundleImage& image, const NormalMatrix& normal) {
     const std::vector<std::int32_t>& blocks =
         table_.images_[static_cast<std::size_t>(number)]->normals.blocks();
     for (const ImagePoint& point : image.points) {
@@ -158,18 +157,18 @@ void ObservationTable::find_chunks() {
   const bool one_chunk = observations_.size() < kOneChunk;
   const auto close = [&] {
     Chunk& chunk = chunks_.emplace_back(next);
-    for (const std::int32_t image : chunk.images) place_in_chunk[index_of(image)] = -1;
+    for (const std::int32_t image : chunk.images) place_in_chunk[place(image)] = -1;
     next.images.clear();
   };
   const std::size_t num_batches = batches_.size() - 1;
   for (std::size_t batch = 0; batch < num_batches; ++batch) {
     for (std::size_t k = batches_[batch].segment; k < batches_[batch + 1].segment; ++k) {
-      std::int32_t& place = place_in_chunk[index_of(segments_[k].image)];
-      if (place < 0) {
-        place = static_cast<std::int32_t>(next.images.size());
+      std::int32_t& in_chunk = place_in_chunk[place(segments_[k].image)];
+      if (in_chunk < 0) {
+        in_chunk = static_cast<std::int32_t>(next.images.size());
         next.images.push_back(segments_[k].image);
       }
-      segments_[k].place = place;
+      segments_[k].place = in_chunk;
     }
     const std::size_t enough = std::max(kFewest, kFewestPerImage * next.images.size());
     const std::size_t count = batches_[batch + 1].observation - batches_[next.batch].observation;
@@ -244,7 +243,7 @@ void ObservationTable::add_sums(std::size_t first, std::size_t count) {
     for (std::size_t k = 0; k < count; ++k) {
       const std::vector<std::int32_t>& images = chunks_[first + k].images;
       for (std::size_t i = 0; i < images.size(); ++i) {
-        const std::size_t image = index_of(images[i]);
+        const std::size_t image = place(images[i]);
         if (image % num_parts == part) images_[image]->normals.add(work_[k].sums[i]);
       }
     }
@@ -257,7 +256,7 @@ bool ObservationTable::add(const Chunk& chunk, Work& work, NormalMatrix& normal,
   const Chunk& end = *(&chunk + 1);
   work.sums.resize(std::max(work.sums.size(), chunk.images.size()));
   for (std::size_t i = 0; i < chunk.images.size(); ++i) {
-    images_[index_of(chunk.images[i])]->normals.start(work.sums[i]);
+    images_[place(chunk.images[i])]->normals.start(work.sums[i]);
   }
   work.next = first_of_batch(chunk.batch);
   for (std::size_t number = chunk.batch; number < end.batch; ++number) {
@@ -270,7 +269,7 @@ bool ObservationTable::add(const Chunk& chunk, Work& work, NormalMatrix& normal,
     normal.zero_points(static_cast<std::int32_t>(number * kBatch),
                        static_cast<std::int32_t>(num_points));
     for (const Segment& segment : segments_of_batch(number)) {
-      const bool packed = images_[index_of(segment.image)]->equations.takes_packs();
+      const bool packed = images_[place(segment.image)]->equations.takes_packs();
       if (!(packed ? add_packed(segment, work, rhs) : add(segment, work, rhs))) return false;
     }
   }
@@ -282,11 +281,11 @@ ObservationTable::Next ObservationTable::after(const Next& next, const Image& im
 }
 
 bool ObservationTable::add(const Segment& segment, Work& work, Vector& rhs) const {
-  Image& image = *images_[index_of(segment.image)];
+  Image& image = *images_[place(segment.image)];
   const Batch& batch = work.batch;
   Next& next = work.next;
   for (std::int32_t left = segment.count; left > 0; --left) {
-    const std::size_t k = index_of(*next.places);
+    const std::size_t k = place(*next.places);
     const EquationTarget target{batch.rows[k], next.places + 1, batch.index[k]};
     // The images print what there is to print, and each message once.
     if (image.equations.is_singular_at(batch.xyz[k])) return false;
@@ -294,7 +293,7 @@ bool ObservationTable::add(const Segment& segment, Work& work, Vector& rhs) cons
         ObservationEquations::Outcome::formed) {
       return false;
     }
-    image.normals.add(target, work.equation, rhs, work.sums[index_of(segment.place)]);
+    image.normals.add(target, work.equation, rhs, work.sums[place(segment.place)]);
     next = after(next, image);
   }
   return true;
@@ -303,13 +302,13 @@ bool ObservationTable::add(const Segment& segment, Work& work, Vector& rhs) cons
 template <class Take>
 bool ObservationTable::for_each_pack(const Segment& segment, const Batch& batch, Next& next,
                                      PackedEquations& packed, Take take) const {
-  const Image& image = *images_[index_of(segment.image)];
+  const Image& image = *images_[place(segment.image)];
   PackPair observed;
   Vec3Of<Pack> object_points;
   for (std::int32_t left = segment.count; left > 0; left -= packed.count) {
     packed.count = std::min(left, Pack::kSize);
     for (std::int32_t lane = 0; lane < Pack::kSize; ++lane) {
-      const std::size_t k = index_of(*next.places);
+      const std::size_t k = place(*next.places);
       for (std::size_t i = 0; i < 2; ++i) {
         observed[i].set(lane, next.observation->xy[i]);
         packed.cofactors[i].set(lane, next.observation->cofactors[i]);
@@ -326,7 +325,7 @@ bool ObservationTable::for_each_pack(const Segment& segment, const Batch& batch,
 }
 
 bool ObservationTable::add_packed(const Segment& segment, Work& work, Vector& rhs) const {
-  ImageSums& sums = work.sums[index_of(segment.place)];
+  ImageSums& sums = work.sums[place(segment.place)];
   return for_each_pack(segment, work.batch, work.next, work.packed,
                        [&](const Image& image, const PackPair& observed,
                            const Vec3Of<Pack>& object_points, PackedEquations& pack) {
