@@ -12,7 +12,6 @@
 #include "quality/inner_datum.h"
 
 namespace vorn {
-namespace {}  // namespace
 
 void SmallestTolerances::see(const Unknown& unknown, double value) {
   if (list_.size() == kListed && value > list_.back().value) return;

@@ -447,7 +447,7 @@ TEST_F(EarlierResults, SurviveFailures) {
   EXPECT_NE(changed(files()), "");
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && __SIZEOF_POINTER__ == 8
 // Where there is no room for the stacks of all threads, those work that can be started, and the run
 // ends by itself.
 TEST_F(EarlierResults, FewerThreadsWhereMemoryIsShort) {
