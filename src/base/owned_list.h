@@ -15,9 +15,9 @@ namespace vorn {
 //
 // A removal empties a slot and closes no gap, so slot numbers stay valid. `find` gives what a
 // linear scan for the exact text would give, the first match, in constant time: a hash table holds,
-// for each identifier, the first slot that carries it, and each slot knows the next one of the same
-// identifier. T has a public member `id` convertible to std::string_view that does not change while
-// it is listed.
+// for each identifier, the first slot that carries it. Lists in which identifiers repeat also know
+// the next slot of the same identifier. T has a public member `id` convertible to std::string_view
+// that does not change while it is listed.
 template <class T>
 class OwnedList {
  public:
@@ -25,9 +25,7 @@ class OwnedList {
 
   std::int32_t num_slots() const { return static_cast<std::int32_t>(slots_.size()); }
   // The object of a slot, null when the slot was emptied.
-  T* operator[](std::int32_t slot) const {
-    return slots_[static_cast<std::size_t>(slot)].object.get();
-  }
+  T* operator[](std::int32_t slot) const { return slots_[static_cast<std::size_t>(slot)].get(); }
   // Number of slots that are not empty.
   std::int32_t count() const { return count_; }
 
@@ -41,26 +39,25 @@ class OwnedList {
   }
 
   T& append(std::unique_ptr<T> object) {
-    if ((slots_.size() + 1) * 2 > table_.size()) grow();
+    if ((slots_.size() + 1) * 4 > table_.size() * 3) grow();
     T& added = *object;
     const std::int32_t slot = num_slots();
     const std::size_t place = probe(added.id);
-    slots_.push_back({std::move(object), kNone, slot});
+    slots_.push_back(std::move(object));
+    if (!same_.empty()) same_.push_back({kNone, slot});
     ++count_;
     if (table_[place] == kNone) {
       table_[place] = slot;
     } else {
-      Slot& first = at(table_[place]);
-      at(first.last_same).next_same = slot;
-      first.last_same = slot;
+      repeat(table_[place], slot);
     }
     return added;
   }
 
   // Puts the object into the slot of another one with the same identifier, which is destroyed.
   T& replace(std::int32_t slot, std::unique_ptr<T> object) {
-    at(slot).object = std::move(object);
-    return *at(slot).object;
+    at(slot) = std::move(object);
+    return *at(slot);
   }
 
   // Appends the object, or puts it into the place of the first one with its identifier, which is
@@ -77,25 +74,28 @@ class OwnedList {
 
   // Empties a slot and hands its object over.
   std::unique_ptr<T> take_out(std::int32_t slot) {
-    Slot& emptied = at(slot);
-    const std::size_t place = probe(emptied.object->id);
+    const std::size_t place = probe(at(slot)->id);
     --count_;
-    if (table_[place] != slot) return std::move(emptied.object);
-    std::int32_t next = emptied.next_same;
-    while (next != kNone && !at(next).object) next = at(next).next_same;
+    if (table_[place] != slot) return std::move(at(slot));
+    std::int32_t next = next_same(slot);
+    while (next != kNone && !at(next)) next = next_same(next);
     if (next != kNone) {
-      at(next).last_same = emptied.last_same;
+      same(next).last = same(slot).last;
       table_[place] = next;
-      return std::move(emptied.object);
+      return std::move(at(slot));
     }
-    std::unique_ptr<T> object = std::move(emptied.object);
+    std::unique_ptr<T> object = std::move(at(slot));
     erase(place);
     return object;
   }
   void remove(std::int32_t slot) { take_out(slot); }
 
+  // Gives back memory beyond what the list needs as it is.
+  void fit() { slots_.shrink_to_fit(); }
+
   void clear() {
     slots_.clear();
+    same_.clear();
     table_.clear();
     count_ = 0;
   }
@@ -123,13 +123,24 @@ class OwnedList {
   Iterator end() const { return {this, num_slots()}; }
 
  private:
-  struct Slot {
-    std::unique_ptr<T> object;
-    std::int32_t next_same;  // next slot with this identifier
-    std::int32_t last_same;  // last such slot; kept at the first one only
+  // Other slots with the identifier of a slot.
+  struct Same {
+    std::int32_t next;
+    std::int32_t last;  // kept at the first one only
   };
 
-  Slot& at(std::int32_t slot) { return slots_[static_cast<std::size_t>(slot)]; }
+  std::unique_ptr<T>& at(std::int32_t slot) { return slots_[static_cast<std::size_t>(slot)]; }
+  Same& same(std::int32_t slot) { return same_[static_cast<std::size_t>(slot)]; }
+  std::int32_t next_same(std::int32_t slot) { return same_.empty() ? kNone : same(slot).next; }
+
+  // Notes that the last slot carries the identifier of an earlier one.
+  void repeat(std::int32_t first, std::int32_t slot) {
+    for (std::int32_t i = static_cast<std::int32_t>(same_.size()); i <= slot; ++i) {
+      same_.push_back({kNone, i});
+    }
+    same(same(first).last).next = slot;
+    same(first).last = slot;
+  }
 
   // Place of the identifier in the table, or the free place where it belongs.
   std::size_t probe(std::string_view id) const {
@@ -162,7 +173,8 @@ class OwnedList {
     }
   }
 
-  std::vector<Slot> slots_;
+  std::vector<std::unique_ptr<T>> slots_;
+  std::vector<Same> same_;           // empty until an identifier repeats
   std::vector<std::int32_t> table_;  // power of two, open addressing; first slots
   std::int32_t count_ = 0;
 };

@@ -117,7 +117,9 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
     // The next block stands where the end word of this one is missing.
     return !is_head(in, record) && may_begin_record(in, record, next, kWordsPerImagePoint);
   };
-  return read_records(in, EndWords::keyword_or_minus_one, read_point, begins_point) == 1;
+  const int read = read_records(in, EndWords::keyword_or_minus_one, read_point, begins_point);
+  image.points.fit();
+  return read == 1;
 }
 
 void Camera::write_image_coords(TextWriter& out, const BundleImage& image) const {
