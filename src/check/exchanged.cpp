@@ -101,6 +101,7 @@ std::vector<const ImageRays*> Exchanges::suspects() const {
 
 // All rays to points without coordinates, of these identifiers.
 void Exchanges::list_rays(const std::unordered_set<std::string_view>& ids) {
+  rays_of_.clear();
   for (const BundleImage& image : project_.images) {
     if (dynamic_cast<const ExtOrientation*>(image.geometry) == nullptr) continue;
     for (const ImagePoint& measured : image.points) {

@@ -129,12 +129,12 @@ class GrossErrors {
   // Whether all rays of a point, several, stand out in their images: then it is wrong, and not one
   // of its measurements.
   bool misses_all(const ObjectPoint& point,
-                  const std::map<const BundleImage*, std::vector<double>>& images) const {
+                  const std::map<const BundleImage*, double>& typical) const {
     std::size_t rays = 0;
     for (std::size_t i = 0; i < rays_.size(); ++i) {
       if (rays_[i].object != &point) continue;
       ++rays;
-      if (!(residuals_[i] > kAlone * median(images.at(rays_[i].image)))) return false;
+      if (!(residuals_[i] > kAlone * typical.at(rays_[i].image))) return false;
     }
     return rays >= 2;
   }
@@ -159,13 +159,15 @@ class GrossErrors {
   }
 
   void report_measurements() {
-    const auto images = residuals_by<const BundleImage*>([](const StartRay& r) { return r.image; });
+    std::map<const BundleImage*, double> typical;  // median of each image
+    for (auto& [image, residuals] :
+         residuals_by<const BundleImage*>([](const StartRay& r) { return r.image; })) {
+      typical.emplace(image, median(residuals));
+    }
     std::vector<std::pair<double, std::size_t>> found;
     for (std::size_t i = 0; i < rays_.size(); ++i) {
       const double r = residuals_[i];
-      const std::vector<double>& neighbours = images.at(rays_[i].image);
-      if (!(r > limit_) || neighbours.size() < 2) continue;
-      if (r > kAlone * median(neighbours)) found.emplace_back(r, i);
+      if (r > limit_ && r > kAlone * typical.at(rays_[i].image)) found.emplace_back(r, i);
     }
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
@@ -176,7 +178,7 @@ class GrossErrors {
       const StartRay& ray = rays_[i];
       if (++tried > 10 * kMostListed || listed == kMostListed) return;
       if (ray.object == nullptr && !others_agree(i)) continue;
-      if (ray.object != nullptr && misses_all(*ray.object, images)) {
+      if (ray.object != nullptr && misses_all(*ray.object, typical)) {
         if (points.insert(ray.object).second) report_point(*ray.object, r);
         continue;
       }
