@@ -49,8 +49,9 @@ constexpr CommandRow kCommands[] = {
 };
 
 // Ends the program with its status before the destructors of other people's libraries run: where
-// address space is short, a BLAS that GDAL brings waits in its own for ever. A runtime that gives
-// up by exit() comes this way, too. The sanitizers look for leaks after this place.
+// address space is short, a BLAS that GDAL brings for a GeoPackage waits in its own for ever. A
+// runtime that gives up by exit() comes this way, too. The sanitizers look for leaks after this
+// place.
 void end_before_libraries() {
 #if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   on_exit(

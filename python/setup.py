@@ -52,6 +52,9 @@ class BuildWithCMake(build_ext):
         built = [file for file in (build / "lib").glob("_core*") if file.suffix in (".so", ".pyd")]
         target.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy2(built[0], target)
+        # GDAL's module, where it was built, is loaded from beside the extension module.
+        for module in build.glob("lib/**/vorn_geopackage.so"):
+            shutil.copy2(module, target.parent)
 
     @staticmethod
     def run_cmake(arguments):

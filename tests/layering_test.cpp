@@ -14,12 +14,29 @@ namespace {
 namespace fs = std::filesystem;
 
 // From the bottom up: a folder includes itself and those before it.
-const std::vector<std::string> kLayers = {
-    "base",       "text",           "lsq/linalg",   "lsq/normal", "lsq",
-    "geometry",   "sensors",        "calibration",  "lsq/stages", "report",
-    "quality",    "driver",         "check",        "session",    "app/threads",
-    "app/packed", "app/separators", "app/exchange", "app/json",   "app/report_page",
-    "app",        "app/mpi"};
+const std::vector<std::string> kLayers = {"base",
+                                          "text",
+                                          "lsq/linalg",
+                                          "lsq/normal",
+                                          "lsq",
+                                          "geometry",
+                                          "sensors",
+                                          "calibration",
+                                          "lsq/stages",
+                                          "report",
+                                          "quality",
+                                          "driver",
+                                          "check",
+                                          "session",
+                                          "app/threads",
+                                          "app/packed",
+                                          "app/separators",
+                                          "app/exchange",
+                                          "app/exchange/geopackage",
+                                          "app/json",
+                                          "app/report_page",
+                                          "app",
+                                          "app/mpi"};
 
 // Knots: headers cut them by forward declarations, sources tie them again. A source of the layer
 // may include the header although it lies above.

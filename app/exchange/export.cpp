@@ -133,7 +133,7 @@ bool is_epsg_code(const std::string& crs) {
 
 void check_export(const ExportRequest& request, const std::string& control_file) {
   const Format& format = format_named(kFormats, request.format);
-  if (request.format == "gpkg" && !has_geopackage()) write_geopackage({}, {}, {});
+  if (request.format == "gpkg") require_geopackage();
   if (!request.crs.empty() && !is_epsg_code(request.crs)) {
     throw ExchangeError("'" + request.crs + "' is no coordinate system; write EPSG:25832, say");
   }

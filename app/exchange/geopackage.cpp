@@ -1,50 +1,27 @@
-// GeoPackage by GDAL, where this program was built with it.
+// GeoPackage by the module that GDAL is linked to, where it was built.
 
 #include "app/exchange/layers.h"
 #include "app/exchange/source.h"
 
 #ifdef VORN_WITH_GDAL
 
-#include <cpl_conv.h>
-#include <cpl_error.h>
-#include <gdal.h>
-#include <ogr_api.h>
-#include <ogr_srs_api.h>
+#include <dlfcn.h>
+#include <link.h>
 
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <string>
-#include <type_traits>
+#include <string_view>
+#include <vector>
 
+#include "app/exchange/geopackage_module.h"
 #include "text/file_system.h"
 
 namespace vorn::exchange {
 namespace {
 
-struct CloseDataset {
-  void operator()(void* dataset) const { GDALClose(dataset); }
-};
-struct DestroySystem {
-  void operator()(OGRSpatialReferenceH system) const { OSRDestroySpatialReference(system); }
-};
-struct DestroyFeature {
-  void operator()(OGRFeatureH feature) const { OGR_F_Destroy(feature); }
-};
-using Dataset = std::unique_ptr<void, CloseDataset>;
-using System = std::unique_ptr<std::remove_pointer_t<OGRSpatialReferenceH>, DestroySystem>;
-using GdalFeature = std::unique_ptr<std::remove_pointer_t<OGRFeatureH>, DestroyFeature>;
-
-// GDAL's own messages become part of ours.
-class QuietErrors {
- public:
-  QuietErrors() { CPLPushErrorHandler(CPLQuietErrorHandler); }
-  ~QuietErrors() { CPLPopErrorHandler(); }
-  QuietErrors(const QuietErrors&) = delete;
-  QuietErrors& operator=(const QuietErrors&) = delete;
-};
+constexpr char kModuleName[] = "vorn_geopackage.so";
 
 // A file beside the one whose place it takes when it is complete.
 class PartFile {
@@ -68,112 +45,58 @@ class PartFile {
   std::string part_;
 };
 
-[[noreturn]] void refuse(const std::string& what) {
-  throw ExchangeError(what + ": " + CPLGetLastErrorMsg());
+// Where the program is.
+std::filesystem::path program_folder() {
+  std::error_code error;
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) throw ExchangeError("cannot find the module for GeoPackage: no /proc/self/exe");
+  return program.parent_path();
 }
 
-OGRwkbGeometryType type_of(Shape shape) {
-  switch (shape) {
-    case Shape::point:
-      return wkbPoint25D;
-    case Shape::line:
-      return wkbLineString25D;
-    case Shape::polygon:
-      return wkbPolygon25D;
-    case Shape::none:
-      break;
-  }
-  return wkbNone;
+// Programs have the module in their library directory, an extension module has it beside itself. It
+// is never searched for along a path, where anybody's file could stand.
+std::string module_file() {
+  Dl_info info;
+  void* map = nullptr;
+  const bool is_found = dladdr1(kModuleName, &info, &map, RTLD_DL_LINKMAP) != 0;
+  const std::filesystem::path object = is_found ? static_cast<const link_map*>(map)->l_name : "";
+  const std::filesystem::path folder =
+      object.empty() ? program_folder() / VORN_MODULE_DIR : object.parent_path();
+  return (folder / kModuleName).lexically_normal().string();
 }
 
-OGRFieldType type_of(FieldKind kind) {
-  switch (kind) {
-    case FieldKind::integer:
-      return OFTInteger64;
-    case FieldKind::real:
-      return OFTReal;
-    case FieldKind::text:
-      break;
+const GeopackageModule& load_module() {
+  const std::string file = module_file();
+  void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) {
+    throw ExchangeError(std::string("cannot load the module for GeoPackage: ") + dlerror());
   }
-  return OFTString;
+  const auto* module = static_cast<const GeopackageModule*>(dlsym(library, kGeopackageSymbol));
+  if (module == nullptr || module->version != std::string_view(VORN_VERSION)) {
+    throw ExchangeError(file + ": is no module of version " VORN_VERSION);
+  }
+  return *module;
 }
 
-OGRGeometryH geometry_of(const Layer& layer, const Feature& feature) {
-  const OGRGeometryH geometry = OGR_G_CreateGeometry(type_of(layer.shape));
-  const bool is_polygon = layer.shape == Shape::polygon;
-  const OGRGeometryH points = is_polygon ? OGR_G_CreateGeometry(wkbLinearRing) : geometry;
-  for (std::size_t i = 0; i < feature.vertices.size(); ++i) {
-    const Vec3& x = feature.vertices[i];
-    OGR_G_SetPoint(points, static_cast<int>(i), x[0], x[1], x[2]);
-  }
-  if (is_polygon) OGR_G_AddGeometryDirectly(geometry, points);
-  return geometry;
-}
-
-void set_value(OGRFeatureH target, int field, const FieldValue& value) {
-  if (const auto* text = std::get_if<std::string>(&value)) {
-    OGR_F_SetFieldString(target, field, text->c_str());
-  } else if (const auto* number = std::get_if<std::int64_t>(&value)) {
-    OGR_F_SetFieldInteger64(target, field, *number);
-  } else if (std::isfinite(std::get<double>(value))) {
-    OGR_F_SetFieldDouble(target, field, std::get<double>(value));
-  } else {
-    OGR_F_SetFieldNull(target, field);
-  }
-}
-
-void add_layer(GDALDatasetH dataset, const Layer& layer, OGRSpatialReferenceH system) {
-  const OGRLayerH target =
-      GDALDatasetCreateLayer(dataset, layer.name, system, type_of(layer.shape), nullptr);
-  if (target == nullptr) refuse(std::string("layer ") + layer.name);
-  for (const Field& field : layer.fields) {
-    const OGRFieldDefnH definition = OGR_Fld_Create(field.name, type_of(field.kind));
-    const OGRErr error = OGR_L_CreateField(target, definition, TRUE);
-    OGR_Fld_Destroy(definition);
-    if (error != OGRERR_NONE) refuse(std::string("field ") + field.name);
-  }
-  for (const Feature& feature : layer.features) {
-    const GdalFeature made(OGR_F_Create(OGR_L_GetLayerDefn(target)));
-    for (std::size_t i = 0; i < feature.values.size(); ++i) {
-      set_value(made.get(), static_cast<int>(i), feature.values[i]);
-    }
-    if (layer.shape != Shape::none) {
-      OGR_F_SetGeometryDirectly(made.get(), geometry_of(layer, feature));
-    }
-    if (OGR_L_CreateFeature(target, made.get()) != OGRERR_NONE) {
-      refuse(std::string("layer ") + layer.name);
-    }
-  }
+// Stays loaded: GDAL is not made to be unloaded.
+const GeopackageModule& loaded_module() {
+  static const GeopackageModule& module = load_module();
+  return module;
 }
 
 }  // namespace
 
-bool has_geopackage() { return true; }
+void require_geopackage() { loaded_module(); }
 
 void write_geopackage(const std::vector<Layer>& layers, const std::string& path,
                       const std::string& crs) {
-  const QuietErrors quiet;
-  GDALAllRegister();
-  System system;
-  if (!crs.empty()) {
-    system.reset(OSRNewSpatialReference(nullptr));
-    if (OSRSetFromUserInput(system.get(), crs.c_str()) != OGRERR_NONE) {
-      refuse("unknown coordinate system '" + crs + "'");
-    }
-    OSRSetAxisMappingStrategy(system.get(), OAMS_TRADITIONAL_GIS_ORDER);
-  }
-  const GDALDriverH driver = GDALGetDriverByName("GPKG");
-  if (driver == nullptr) throw ExchangeError("this GDAL has no driver for GeoPackage");
+  const GeopackageModule& module = loaded_module();
   const PartFile part(path);
-  CPLErrorReset();
-  Dataset dataset(GDALCreate(driver, part.path().c_str(), 0, 0, 0, GDT_Unknown, nullptr));
-  if (dataset == nullptr) refuse(path);
-  if (GDALDatasetStartTransaction(dataset.get(), FALSE) != OGRERR_NONE) refuse(path);
-  for (const Layer& layer : layers) add_layer(dataset.get(), layer, system.get());
-  if (GDALDatasetCommitTransaction(dataset.get()) != OGRERR_NONE) refuse(path);
-  CPLErrorReset();
-  dataset.reset();
-  if (CPLGetLastErrorType() >= CE_Failure) refuse(path);
+  try {
+    module.write(layers, part.path(), crs);
+  } catch (const ExchangeError& error) {
+    throw ExchangeError(path + ": " + error.what());
+  }
   part.take_place();
 }
 
@@ -183,11 +106,13 @@ void write_geopackage(const std::vector<Layer>& layers, const std::string& path,
 
 namespace vorn::exchange {
 
-bool has_geopackage() { return false; }
-
-void write_geopackage(const std::vector<Layer>&, const std::string&, const std::string&) {
+void require_geopackage() {
   throw ExchangeError(
       "this program was built without GDAL (Debian: libgdal-dev) and cannot write GeoPackage");
+}
+
+void write_geopackage(const std::vector<Layer>&, const std::string&, const std::string&) {
+  require_geopackage();
 }
 
 }  // namespace vorn::exchange

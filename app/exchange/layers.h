@@ -1,39 +1,15 @@
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <string>
-#include <variant>
 #include <vector>
 
+#include "app/exchange/feature_layer.h"
 #include "driver/bundle_project.h"
-#include "geometry/vec3.h"
 
-// A project as tables of features, which geographic information systems open as layers.
+// A project as tables of features.
 
 namespace vorn::exchange {
-
-enum class Shape : std::uint8_t { none, point, line, polygon };
-enum class FieldKind : std::uint8_t { text, integer, real };
-
-struct Field {
-  const char* name;
-  FieldKind kind;
-};
-// A real value that is not finite is missing.
-using FieldValue = std::variant<std::string, std::int64_t, double>;
-
-struct Feature {
-  std::vector<Vec3> vertices;  // of a polygon: the first one is the last one, too
-  std::vector<FieldValue> values;
-};
-
-struct Layer {
-  const char* name;
-  Shape shape;
-  std::vector<Field> fields;
-  std::vector<Feature> features;
-};
 
 // Horizontal covariance of a point: xx, xy, yy, and the variance of Z, in squares of object units.
 struct PointCovariance {
@@ -60,11 +36,11 @@ std::vector<std::string> csv_files(const std::vector<Layer>& layers, const std::
 void write_geojson(const std::vector<Layer>& layers, const std::string& path,
                    const std::string& crs);
 std::vector<std::string> geojson_files(const std::vector<Layer>& layers, const std::string& path);
-// One GeoPackage of all layers, by GDAL.
+// One GeoPackage of all layers, by the module for it.
 void write_geopackage(const std::vector<Layer>& layers, const std::string& path,
                       const std::string& crs);
-// Whether this program can write one.
-bool has_geopackage();
+// Throws ExchangeError where this program has no such module or cannot load it.
+void require_geopackage();
 
 // Object points in the Polygon File Format as text; control red, check points blue.
 void write_ply(const BundleProject& project, const std::string& path);

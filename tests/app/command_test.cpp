@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -30,8 +31,11 @@ class Command : public test::ProjectTest {
  protected:
   // Runs `vorn arguments` in the directory; the streams go to output_ and errors_.
   int run(const std::string& arguments, const std::string& before = {}) {
-    const std::string line = "cd '" + dir_.path() + "' && " + before + "'" VORN_COMMAND "' " +
-                             arguments + " >stdout.txt 2>stderr.txt </dev/null";
+    return run_line(before + "'" VORN_COMMAND "' " + arguments);
+  }
+  int run_line(const std::string& words) {
+    const std::string line =
+        "cd '" + dir_.path() + "' && " + words + " >stdout.txt 2>stderr.txt </dev/null";
     const int status = std::system(line.c_str());
     output_ = dir_.read("stdout.txt");
     errors_ = dir_.read("stderr.txt");
@@ -242,6 +246,35 @@ TEST_F(Command, ExportsAllFilesOrNone) {
   }
   expect_inputs_unchanged();
 }
+
+#ifdef VORN_GEOPACKAGE_MODULE
+// A program whose module is not what it should be says so before it computes, and does all else.
+TEST_F(Command, LoadsTheModuleForGeoPackageWhenItIsAskedFor) {
+  namespace fs = std::filesystem;
+  const fs::path command(VORN_COMMAND);
+  const std::string own = dir_.path("tree/bin/vorn");
+  const fs::path module =
+      (fs::path(own).parent_path() / fs::relative(VORN_GEOPACKAGE_MODULE, command.parent_path()))
+          .lexically_normal();
+  fs::create_directories(fs::path(own).parent_path());
+  fs::create_directories(module.parent_path());
+  fs::copy_file(command, own);
+  const auto expect_refusal = [&](const std::string& reason) {
+    EXPECT_EQ(run_line("tree/bin/vorn export gpkg project.ctl -o x.gpkg"), 1);
+    EXPECT_THAT(errors_, HasSubstr(reason));
+    EXPECT_EQ(output_, "");
+    EXPECT_FALSE(dir_.has("x.gpkg"));
+  };
+  expect_refusal("cannot load the module for GeoPackage: " + module.string() + ": cannot open");
+  std::ofstream(module) << "no library";
+  expect_refusal("cannot load the module for GeoPackage: " + module.string());
+  fs::copy_file(VORN_FOREIGN_MODULE, module, fs::copy_options::overwrite_existing);
+  expect_refusal(module.string() + ": is no module of version ");
+  EXPECT_EQ(run_line("tree/bin/vorn export csv project.ctl -o made"), 0) << errors_;
+  fs::copy_file(VORN_GEOPACKAGE_MODULE, module, fs::copy_options::overwrite_existing);
+  EXPECT_EQ(run_line("tree/bin/vorn export gpkg project.ctl -o x.gpkg"), 0) << errors_;
+}
+#endif
 
 // Files of the normal equations that the options name.
 TEST_F(Command, RefusesDumpsThatWouldReplaceOtherFiles) {
