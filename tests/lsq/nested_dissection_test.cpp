@@ -44,6 +44,21 @@ Edges grid(std::int32_t rows, std::int32_t columns, std::int32_t start = 0) {
   return edges;
 }
 
+// An aerial block: an image meets three neighbours on either side in its strip and seven in each
+// strip beside it, so that a corner is cut off by far fewer images than the block is halved.
+Edges aerial(std::int32_t strips, std::int32_t images) {
+  Edges edges;
+  for (std::int32_t k = 0; k < strips * images; ++k) {
+    const std::int32_t at = k % images;
+    for (std::int32_t d = -3; d <= 3; ++d) {
+      if (at + d < 0 || at + d >= images) continue;
+      if (d > 0) edges.emplace_back(k, k + d);
+      if (k + images < strips * images) edges.emplace_back(k, k + images + d);
+    }
+  }
+  return edges;
+}
+
 // Operations of the factorisation, node by node.
 std::int64_t operations(const Graph& graph, const std::vector<std::int32_t>& order) {
   std::vector<std::int32_t> place(order.size());
@@ -89,6 +104,7 @@ TEST_F(NestedDissection, OrdersAllNodesAndSavesOperations) {
     Graph graph;
     double most;  // of the operations that the band takes
   } cases[] = {{"grid", graph_of(2500, grid(50, 50)), 0.75},
+               {"aerial block", graph_of(4800, aerial(60, 80)), 0.65},
                {"two strips and three single nodes", graph_of(543, unconnected), 1.5},
                {"with a hub", graph_of(901, with_hub), 1.0},
                {"one node", graph_of(1, {}), 1.0},
@@ -105,6 +121,8 @@ TEST_F(NestedDissection, OrdersAllNodesAndSavesOperations) {
     std::iota(all.begin(), all.end(), 0);
     EXPECT_EQ(sorted, all) << c.name;
     EXPECT_TRUE(std::is_sorted(own.fronts.begin(), own.fronts.end())) << c.name;
+    // Parts are cut in the middle, more or less: two for each one above the size of leaves.
+    EXPECT_LE(own.fronts.size(), all.size() / 3 + 2) << c.name;
     for (PoorSeparator* const separator : {&none, &bad}) {
       use_separator(separator);
       EXPECT_EQ(dissection_order(c.graph, 8).blocks, own.blocks) << c.name;
