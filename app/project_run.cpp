@@ -4,12 +4,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "app/diagnosis_text.h"
 #include "app/ending.h"
 #include "app/quality_document.h"
 #include "app/signals.h"
 #include "app/threads/threads.h"
+#include "driver/bundle_project.h"
 #include "driver/output_guard.h"
 #include "lsq/linalg/kernels.h"
 #include "lsq/stages/iteration_report.h"
@@ -77,6 +79,13 @@ class Watcher final : public RunObserver {
   bool verbose_;
 };
 
+// The system takes back the memory of a process faster than a project can be taken apart: the one
+// that was adjusted last lives until then.
+void keep_until_the_end(std::unique_ptr<BundleProject> project) {
+  static auto* const kept = new std::unique_ptr<BundleProject>;
+  *kept = std::move(project);
+}
+
 void force_kernel(const std::string& name) {
   if (!name.empty() && use_kernels(name)) return;
   throw CLI::ValidationError("--kernel", "no kernel '" + name + "' for this processor");
@@ -121,6 +130,8 @@ void ProjectRun::define(CLI::App& parser) {
 }
 
 bool ProjectRun::judge_findings() {
+  // Nobody asks any more where what was read had stood.
+  findings_.places = {};
   standard_output().flush();
   for (const Finding& finding : findings_.findings()) {
     if (!quiet_ || finding.severity() == Severity::error) print_finding(error_output(), finding);
@@ -158,6 +169,7 @@ ExitStatus ProjectRun::adjust(ProgressView& view) {
   request.limits = kRunLimits;
   Watcher watcher(view, verbose_);
   request.observer = &watcher;
+  if (!request.take) request.take = keep_until_the_end;
   std::optional<Diagnosis> diagnosis;
   request.hear_diagnosis = [&, also = request.hear_diagnosis](const Diagnosis& heard) {
     diagnosis = heard;

@@ -6,7 +6,9 @@
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "lsq/stages/observation_equations.h"
+#include "sensors/image_ranges.h"
 #include "sensors/point_share.h"
+#include "text/ordered_ranges.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -53,6 +55,38 @@ void print_image(TextWriter& out, const ImageResiduals& residuals, double limit)
   }
   out << "\nNumber of points       :   " << residuals.statistics.count << '\n';
   print_statistics(out, residuals.statistics);
+}
+
+// The block of one image in the residual file.
+void write_image(TextWriter& out, const ImageResiduals& residuals) {
+  constexpr NumberFormat kResidual = fixed(3, 10);
+  out << residuals.image->id << '\n';
+  for (const PointResidual& r : residuals.points) {
+    if (r.object_point == nullptr) {
+      standard_output() << "ATTENTION: Object point " << r.image_point->id << " not found\n";
+      continue;
+    }
+    out << "  " << right_aligned(r.image_point->id, 8) << "  " << kResidual(r.vx * kMicrometres)
+        << ' ' << kResidual(r.vy * kMicrometres) << '\n';
+  }
+  out << "stop-dep\n";
+}
+
+// Calls write(text, residuals, slot) for all images; the texts follow one another in `out`.
+template <class Write>
+void write_all(TextWriter& out, const OwnedList<BundleImage>& images,
+               const OwnedList<ObjectPoint>& object_points, Write write) {
+  write_ranges(out, num_slots(images), complete_images_per_range(images),
+               [&](TextWriter& text, std::size_t begin, std::size_t end) {
+                 ImageResiduals residuals;
+                 for (std::size_t slot = begin; slot < end; ++slot) {
+                   BundleImage* const image = images[static_cast<std::int32_t>(slot)];
+                   if (image == nullptr) continue;
+                   const CompleteImage complete(*image);
+                   compute_residuals(*image, object_points, residuals);
+                   write(text, residuals, slot);
+                 }
+               });
 }
 
 void print_summary(TextWriter& out, const ResidualStatistics& total, std::int32_t redundancy) {
@@ -120,34 +154,22 @@ void BundleProject::print_residuals(TextWriter& out) const {
   out << "Residuals of image coords.\n"
          "==========================\n";
   out << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
+  std::vector<ResidualStatistics> statistics(num_slots(images));
+  write_all(out, images, object_points,
+            [&](TextWriter& text, const ImageResiduals& residuals, std::size_t slot) {
+              print_image(text, residuals, limit);
+              statistics[slot] = residuals.statistics;
+            });
   ResidualStatistics total;
-  ImageResiduals residuals;
-  for (BundleImage& image : images) {
-    const CompleteImage complete(image);
-    compute_residuals(image, object_points, residuals);
-    print_image(out, residuals, limit);
-    total.add(residuals.statistics);
-  }
+  for (const ResidualStatistics& image : statistics) total.add(image);
   print_summary(out, total, redundancy);
 }
 
 void BundleProject::write_residuals(TextWriter& out) const {
-  constexpr NumberFormat kResidual = fixed(3, 10);
-  ImageResiduals residuals;
-  for (BundleImage& image : images) {
-    const CompleteImage complete(image);
-    compute_residuals(image, object_points, residuals);
-    out << image.id << '\n';
-    for (const PointResidual& r : residuals.points) {
-      if (r.object_point == nullptr) {
-        standard_output() << "ATTENTION: Object point " << r.image_point->id << " not found\n";
-        continue;
-      }
-      out << "  " << right_aligned(r.image_point->id, 8) << "  " << kResidual(r.vx * kMicrometres)
-          << ' ' << kResidual(r.vy * kMicrometres) << '\n';
-    }
-    out << "stop-dep\n";
-  }
+  write_all(out, images, object_points,
+            [](TextWriter& text, const ImageResiduals& residuals, std::size_t) {
+              write_image(text, residuals);
+            });
   out << "stop-dep\n";
 }
 

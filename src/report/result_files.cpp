@@ -2,6 +2,8 @@
 // residual records stand beside the section that shows the same numbers, in residuals.cpp.
 
 #include "driver/bundle_project.h"
+#include "sensors/image_ranges.h"
+#include "text/ordered_ranges.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -18,7 +20,11 @@ void BundleProject::write_exterior_orientations(TextWriter& out) const {
 }
 
 void BundleProject::write_object_points(TextWriter& out) const {
-  for (const ObjectPoint& point : object_points) point.write_line(out);
+  write_ranges(out, num_slots(object_points), kElementsPerRange,
+               [this](TextWriter& text, std::size_t begin, std::size_t end) {
+                 for_each_in(object_points, begin, end,
+                             [&](const ObjectPoint& point) { point.write_line(text); });
+               });
   out << "stop-dep\n";
 }
 

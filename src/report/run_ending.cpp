@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <optional>
 #include <unordered_set>
 
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
 #include "lsq/stages/point_rays.h"
 #include "report/residuals.h"
+#include "sensors/image_ranges.h"
+#include "text/ordered_ranges.h"
 
 namespace vorn {
 namespace {
@@ -29,27 +32,60 @@ double in_sigmas(const PointResidual& r) {
   return std::max(std::fabs(r.vx) * std::sqrt(r.px), std::fabs(r.vy) * std::sqrt(r.py)) / s0;
 }
 
-// The largest residuals and, in `non_finite`, the first that is no number.
-std::vector<LargeResidual> find_largest(const BundleProject& project, NonFiniteValue& non_finite) {
+// The largest residuals of some images, and the first that is not finite.
+struct Extremes {
   std::vector<LargeResidual> largest;
+  std::optional<LargeResidual> non_finite;
+
+  bool takes(double length) const {
+    return largest.size() < kNumLargest || length > largest.back().length_m;
+  }
+  // Of residuals of the same length the one that comes first is the larger one.
+  void add(const LargeResidual& residual) {
+    const double length = residual.length_m;
+    if (!takes(length)) return;
+    if (largest.size() == kNumLargest) largest.pop_back();
+    const auto place =
+        std::find_if(largest.begin(), largest.end(),
+                     [length](const LargeResidual& other) { return other.length_m < length; });
+    largest.insert(place, residual);
+  }
+};
+
+Extremes find_extremes(const BundleProject& project, std::size_t begin, std::size_t end) {
+  Extremes extremes;
   ImageResiduals residuals;
-  for (const BundleImage& image : project.images) {
+  for_each_in(project.images, begin, end, [&](const BundleImage& image) {
     compute_residuals(image, project.object_points, residuals);
     for (const PointResidual& r : residuals.points) {
       if (r.object_point == nullptr) continue;
       const double length = std::hypot(r.vx, r.vy);
-      if (!std::isfinite(length) && non_finite.iteration == 0) {
-        non_finite = {std::max(project.num_iterations, 1), image.id, r.image_point->id};
+      const auto found = [&] {
+        return LargeResidual{image.id, r.image_point->id, length, in_sigmas(r)};
+      };
+      if (!std::isfinite(length)) {
+        if (!extremes.non_finite) extremes.non_finite = found();
+      } else if (extremes.takes(length)) {
+        extremes.add(found());
       }
-      if (largest.size() == kNumLargest && !(length > largest.back().length_m)) continue;
-      if (largest.size() == kNumLargest) largest.pop_back();
-      const auto place =
-          std::find_if(largest.begin(), largest.end(),
-                       [length](const LargeResidual& other) { return other.length_m < length; });
-      largest.insert(place, {image.id, r.image_point->id, length, in_sigmas(r)});
     }
+  });
+  return extremes;
+}
+
+Extremes find_extremes(const BundleProject& project) {
+  const std::size_t count = num_slots(project.images);
+  const std::size_t grain = images_per_range(project.images);
+  std::vector<Extremes> ranges(count / grain + 1);
+  visit_ranges(count, grain, [&](std::size_t begin, std::size_t end) {
+    ranges[begin / grain] = find_extremes(project, begin, end);
+  });
+  Extremes extremes;
+  for (const Extremes& range : ranges) {
+    for (const LargeResidual& residual : range.largest) extremes.add(residual);
+    if (!extremes.non_finite) extremes.non_finite = range.non_finite;
   }
-  return largest;
+  return extremes;
 }
 
 bool has_free_parameter(const AdjObject& object) {
@@ -96,7 +132,12 @@ NamedParameter open_parameter(const IterationStatistics& statistics) {
 
 RunEnding ending_of_completed(const BundleProject& project) {
   RunEnding ending = common_ending(project);
-  ending.largest = find_largest(project, ending.non_finite);
+  const Extremes extremes = find_extremes(project);
+  ending.largest = extremes.largest;
+  if (extremes.non_finite && ending.non_finite.iteration == 0) {
+    ending.non_finite = {std::max(project.num_iterations, 1), extremes.non_finite->image,
+                         extremes.non_finite->point};
+  }
   const bool finite = std::isfinite(project.vtpv) && std::isfinite(project.sigma0);
   if (!finite && ending.non_finite.iteration == 0) {
     ending.non_finite.iteration = std::max(project.num_iterations, 1);

@@ -1,7 +1,9 @@
 // Sections of the report that list objects, in list order.
 
 #include "driver/bundle_project.h"
+#include "sensors/image_ranges.h"
 #include "sensors/point_share.h"
+#include "text/ordered_ranges.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -41,11 +43,14 @@ PointCounts count_points(const OwnedList<ObjectPoint>& points) {
 void BundleProject::print_image_coords(TextWriter& out) const {
   out << "Image coordinates\n"
          "=================\n\n";
-  for (BundleImage& image : images) {
-    const CompleteImage complete(image);
-    out << "BundleImage ID : " << image.id << "\n\n";
-    image.camera->print_image_coords(out, image);
-  }
+  write_ranges(out, num_slots(images), complete_images_per_range(images),
+               [this](TextWriter& text, std::size_t begin, std::size_t end) {
+                 for_each_in(images, begin, end, [&](BundleImage& image) {
+                   const CompleteImage complete(image);
+                   text << "BundleImage ID : " << image.id << "\n\n";
+                   image.camera->print_image_coords(text, image);
+                 });
+               });
 }
 
 void BundleProject::print_cameras(TextWriter& out) const {
@@ -73,7 +78,11 @@ void BundleProject::print_object_points(TextWriter& out) const {
          "Object point type:\n"
          "in=intersection, co=control point, ch=check point\n\n"
          "Point ID       X/m         Y/m         Z/m      sX/m      sY/m      sZ/m\n\n";
-  for (const ObjectPoint& point : object_points) point.print_line(out);
+  write_ranges(out, num_slots(object_points), kElementsPerRange,
+               [this](TextWriter& text, std::size_t begin, std::size_t end) {
+                 for_each_in(object_points, begin, end,
+                             [&](const ObjectPoint& point) { point.print_line(text); });
+               });
   const PointCounts counts = count_points(object_points);
   out << "\nNumber of object points with type\n";
   out << "  intersection  :  " << counts.intersection << '\n';

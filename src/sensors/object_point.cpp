@@ -1,6 +1,7 @@
 #include "sensors/object_point.h"
 
 #include <array>
+#include <atomic>
 #include <cmath>
 
 #include "lsq/project_number.h"
@@ -24,10 +25,14 @@ void put_std_dev(TextWriter& out, double sigma, int width) {
 
 std::string_view point_type_name(PointType type) {
   constexpr std::array<std::string_view, 4> kNames = {"nu", "co", "in", "ch"};
-  static std::string_view last_name;
+  // Listings are written by several threads.
+  static std::atomic<std::size_t> last_code = kNames.size();
   const auto code = static_cast<std::size_t>(type);
-  if (code < kNames.size()) last_name = kNames[code];
-  return last_name;
+  if (code < kNames.size()) {
+    if (last_code.load(std::memory_order_relaxed) != code) last_code = code;
+    return kNames[code];
+  }
+  return last_code < kNames.size() ? kNames[last_code] : std::string_view();
 }
 
 std::string ObjectPoint::get_param_name(std::int32_t i) const {

@@ -21,6 +21,10 @@ bool is_control(char c) {
   return (code < 0x20U && c != '\n' && c != '\t' && c != '\r') || code == 0x7fU;
 }
 
+// What stands for the process's streams on this thread.
+thread_local TextWriter* redirected_standard = nullptr;
+thread_local TextWriter* redirected_error = nullptr;
+
 }  // namespace
 
 TextWriter::TextWriter(std::FILE* stream) : stream_(stream) {}
@@ -197,12 +201,17 @@ TextWriter& TextWriter::integer(std::int64_t value, int width) {
 
 TextWriter& standard_output() {
   static TextWriter writer(stdout);
-  return writer;
+  return redirected_standard != nullptr ? *redirected_standard : writer;
 }
 
 TextWriter& error_output() {
   static TextWriter writer(stderr);
-  return writer;
+  return redirected_error != nullptr ? *redirected_error : writer;
+}
+
+void redirect_console(TextWriter* standard, TextWriter* error) {
+  redirected_standard = standard;
+  redirected_error = error;
 }
 
 void flush_console() {

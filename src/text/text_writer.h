@@ -96,6 +96,8 @@ class TextWriter {
 // The process's standard output and error streams. Their buffers are written out by flush_console.
 TextWriter& standard_output();
 TextWriter& error_output();
+// From now on these stand for them on the running thread; nulls end that.
+void redirect_console(TextWriter* standard, TextWriter* error);
 // Writes out both; every run ends with it.
 void flush_console();
 

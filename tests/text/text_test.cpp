@@ -4,13 +4,17 @@
 
 #include <bit>
 #include <cmath>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "support/captured_output.h"
 #include "support/noise.h"
 #include "support/temp_dir.h"
 #include "support/text_reference.h"
+#include "support/thread_team.h"
 #include "text/number_format.h"
+#include "text/ordered_ranges.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 
@@ -99,6 +103,39 @@ TEST(NumberFormat, EqualsPrintf) {
     // Ties: multiples of powers of two.
     expect_like_printf(std::ldexp(std::round(noise.uniform(-5000.0, 5000.0)), -i % 12));
   }
+}
+
+TEST(OrderedRanges, ComeOutInOrderWhoeverWritesThem) {
+  const auto run = [](std::size_t num_workers, std::size_t grain) {
+    const test::ThreadTeam team(num_workers);
+    const test::TempDir dir;
+    TextWriter out;
+    EXPECT_TRUE(out.open(dir.path("text")));
+    std::string said;
+    const std::string errors = test::captured_errors([&] {
+      said = test::captured_output([&] {
+        write_ranges(out, 1000, grain, [](TextWriter& text, std::size_t begin, std::size_t end) {
+          for (std::size_t k = begin; k < end; ++k) {
+            text << std::uint64_t{k} << ' ';
+            if (k % 100 == 0) standard_output() << std::uint64_t{k} << "\a ";
+            if (k % 90 == 0) error_output() << std::uint64_t{k} << '\n';
+          }
+        });
+        visit_ranges(10, 1, [](std::size_t begin, std::size_t end) {
+          for (std::size_t k = begin; k < end; ++k) standard_output() << std::uint64_t{k};
+        });
+        standard_output() << "end";
+      });
+    });
+    out.close();
+    return dir.read("text") + '|' + said + '|' + errors;
+  };
+  const std::string alone = run(1, 7);
+  EXPECT_NE(alone.find(" 998 999 |0\a 100\a "), std::string::npos);
+  EXPECT_NE(alone.find(" 0123456789end|0\n90\n"), std::string::npos);
+  for (const std::size_t grain : {1U, 7U, 400U, 1000U}) EXPECT_EQ(run(3, grain), alone) << grain;
+  EXPECT_THROW(visit_ranges(1, 1, [](std::size_t, std::size_t) { throw std::bad_alloc(); }),
+               std::bad_alloc);
 }
 
 TEST(TextWriter, WritesEverythingInOrderOrNowhere) {

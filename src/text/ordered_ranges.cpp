@@ -1,0 +1,131 @@
+#include "text/ordered_ranges.h"
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/workers.h"
+
+namespace vorn {
+namespace {
+
+// What one range writes.
+struct RangeText {
+  std::string text;
+  std::string standard;
+  std::string error;
+  std::atomic<bool> complete = false;
+};
+
+// A writer whose text goes to a string.
+struct Capture {
+  explicit Capture(std::string& text) { writer.capture(&text); }
+  ~Capture() { writer.capture(nullptr); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+  // The text is complete; throws when there was no memory for its end.
+  void finish() {
+    writer.capture(nullptr);
+    if (writer.error() != 0) throw std::bad_alloc();
+  }
+
+  TextWriter writer;
+};
+
+// What the running thread says on the console is kept for as long as this object lives.
+class KeptConsole {
+ public:
+  explicit KeptConsole(RangeText& range) : standard_(range.standard), error_(range.error) {
+    redirect_console(&standard_.writer, &error_.writer);
+  }
+  ~KeptConsole() { redirect_console(nullptr, nullptr); }
+  KeptConsole(const KeptConsole&) = delete;
+  KeptConsole& operator=(const KeptConsole&) = delete;
+  void finish() {
+    standard_.finish();
+    error_.finish();
+  }
+
+ private:
+  Capture standard_;
+  Capture error_;
+};
+
+void append(TextWriter& out, std::string& text) {
+  if (!text.empty()) out << std::exchange(text, {});
+}
+
+// Some ranges whose texts follow one another. Whoever completes the next one writes out all that
+// are complete, while others work on.
+class Round {
+ public:
+  Round(TextWriter& out, std::size_t num_ranges)
+      : out_(out),
+        standard_(standard_output()),
+        error_(error_output()),
+        ranges_(num_ranges),
+        next_(0) {}
+
+  template <class Write>
+  void work_at(std::size_t k, const Write& write) {
+    RangeText& range = ranges_[k];
+    {
+      KeptConsole console(range);
+      Capture capture(range.text);
+      write(capture.writer);
+      capture.finish();
+      console.finish();
+    }
+    range.complete = true;
+    // Who finds another one writing leaves its text to that one, which looks again afterwards.
+    while (next_is_complete() && !writing_.test_and_set()) {
+      while (next_is_complete()) write_out(ranges_[next_++]);
+      writing_.clear();
+    }
+  }
+
+ private:
+  bool next_is_complete() const {
+    const std::size_t next = next_;
+    return next < ranges_.size() && ranges_[next].complete;
+  }
+  void write_out(RangeText& range) {
+    append(out_, range.text);
+    append(standard_, range.standard);
+    append(error_, range.error);
+  }
+
+  TextWriter& out_;
+  TextWriter& standard_;  // the console of the caller's thread
+  TextWriter& error_;
+  std::vector<RangeText> ranges_;
+  std::atomic<std::size_t> next_;
+  std::atomic_flag writing_;
+};
+
+}  // namespace
+
+void write_ranges(TextWriter& out, std::size_t count, std::size_t grain, const WriteRange& write) {
+  constexpr std::size_t kRangesPerWorker = 16;
+  if (workers().count() == 1 || count <= grain) return write(out, 0, count);
+  const std::size_t per_round = grain * kRangesPerWorker * workers().count();
+  for (std::size_t first = 0; first < count; first += per_round) {
+    const std::size_t num_elements = std::min(per_round, count - first);
+    Round round(out, (num_elements + grain - 1) / grain);
+    for_each_range(num_elements, grain, [&](std::size_t begin, std::size_t end, std::size_t) {
+      round.work_at(begin / grain,
+                    [&](TextWriter& text) { write(text, first + begin, first + end); });
+    });
+  }
+}
+
+void visit_ranges(std::size_t count, std::size_t grain, const VisitRange& visit) {
+  TextWriter nothing;
+  write_ranges(nothing, count, grain,
+               [&](TextWriter&, std::size_t begin, std::size_t end) { visit(begin, end); });
+}
+
+}  // namespace vorn
