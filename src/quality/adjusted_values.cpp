@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "base/place.h"
 #include "driver/bundle_project.h"
 #include "geometry/eo_quaternion.h"
 #include "lsq/ls_params.h"
@@ -13,6 +14,7 @@ namespace {
 
 void list_points(const BundleProject& project, QualityResults& results) {
   const AdjObjectList& unknowns = project.unknowns;
+  results.points.reserve(place(project.object_points.count()));
   for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
     const AdjObject& object = unknowns[i];
     const auto* const point = dynamic_cast<const ObjectPoint*>(&object);
@@ -42,6 +44,7 @@ void list_image_points(const BundleProject& project, const BundleImage& image,
     ImagePointResult& row = results.image_points.emplace_back();
     row.point = &point;
     row.image = number;
+    row.object_point = object_point->index / 3;
     const Pair computed = image.object_to_image(object_point->xyz);
     const Pair measured = image.camera->pixel_to_image({point.x, point.y});
     row.s = image.camera->sdev_to_image({point.sx, point.sy});
@@ -52,7 +55,7 @@ void list_image_points(const BundleProject& project, const BundleImage& image,
       listed.vtpv += weighted * weighted;
     }
     ++listed.points;
-    ++results.points[static_cast<std::size_t>(object_point->index / 3)].rays;
+    ++results.points[place(row.object_point)].rays;
   }
   if (listed.points == 0) return;
   for (std::size_t i = 0; i < 2; ++i) listed.rms[i] = std::sqrt(squares[i] / listed.points);

@@ -24,7 +24,19 @@ void CorrelationList::add(const Unknown& a, const Unknown& b, double r) {
   const std::size_t within = a.object == b.object ? 1 : 0;
   Kind& kind = kinds_[(within * kTypes + type_a) * kTypes + type_b];
   if (kind.count++ == 0) kind.example = {a, b, r};
-  const CorrelationResult result{a, b, r};
+  keep({a, b, r});
+}
+
+void CorrelationList::take(const CorrelationList& other) {
+  for (std::size_t k = 0; k < kinds_.size(); ++k) {
+    const Kind& kind = other.kinds_[k];
+    if (kinds_[k].count == 0) kinds_[k].example = kind.example;
+    kinds_[k].count += kind.count;
+  }
+  for (const CorrelationResult& result : other.largest_) keep(result);
+}
+
+void CorrelationList::keep(const CorrelationResult& result) {
   if (largest_.size() == kMaxListed) {
     if (!is_larger(result, largest_.front())) return;
     std::pop_heap(largest_.begin(), largest_.end(), is_larger);

@@ -21,6 +21,10 @@ class CorrelationList {
   // b.
   void add(const Unknown& a, const Unknown& b, double r);
 
+  // Takes over those of another list with the same limit: what they are together does not depend on
+  // who found them.
+  void take(const CorrelationList& other);
+
   // The largest ones, descending; those of one size in the order of their unknowns.
   [[nodiscard]] std::vector<CorrelationResult> take_largest();
   // Numbers of pairs of the kinds that there are.
@@ -32,6 +36,8 @@ class CorrelationList {
     std::int64_t count = 0;
     CorrelationResult example;
   };
+
+  void keep(const CorrelationResult& result);
 
   double limit_;
   std::array<Kind, 2 * static_cast<std::size_t>(kNumObjectTypes) * kNumObjectTypes> kinds_{};

@@ -103,8 +103,10 @@ std::vector<std::pair<double, std::int32_t>> Weakness::tolerances() const {
     constexpr double kOpen = 1e3;
     values.emplace_back(value > kOpen * fraction_ ? value : 0.0, u);
   };
-  inverse.for_each_point([&](const SelectedInverse::PointCofactors& point) {
-    for (std::int32_t k = 0; k < 3; ++k) add(3 * point.point + k, point.own[k][k]);
+  inverse.for_each_batch(true, [&](std::size_t, const auto& points, std::size_t) {
+    for (const SelectedInverse::PointCofactors& point : points) {
+      for (std::int32_t k = 0; k < 3; ++k) add(3 * point.point + k, point.own[k][k]);
+    }
   });
   for (std::int32_t u = system_.normal().num_point_unknowns(); u < system_.size(); ++u) {
     add(u, inverse.at(u, u));

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/place.h"
-#include "driver/bundle_project.h"
+#include "base/workers.h"
 #include "quality/final_system.h"
 #include "quality/inner_datum.h"
 #include "quality/point_figures.h"
@@ -18,10 +18,8 @@ namespace {
 
 class FigureMaker {
  public:
-  FigureMaker(const BundleProject& project, FinalSystem& system, const InnerDatum* datum,
-              QualityResults& results)
-      : project_(project),
-        system_(system),
+  FigureMaker(FinalSystem& system, const InnerDatum* datum, QualityResults& results)
+      : system_(system),
         datum_(datum),
         results_(results),
         first_reduced_(system.normal().num_point_unknowns()),
@@ -62,7 +60,6 @@ class FigureMaker {
     return input_.inverse_sds[place(reduced - first_reduced_)];
   }
 
-  const BundleProject& project_;
   FinalSystem& system_;
   const InnerDatum* datum_;  // null for the given one
   QualityResults& results_;
@@ -101,16 +98,25 @@ bool FigureMaker::find_points() {
   input_.scale = sigma0_ * sigma0_;
   input_.first_reduced = first_reduced_;
   for (const ImageResult& row : results_.images) input_.images.emplace_back(*row.image, system_);
-  input_.list_rays(project_, results_);
-  PointFigures figures(input_, results_, correlations_, tolerances_);
-  bool formed = true;
-  system_.for_each_point([&](const SelectedInverse::PointCofactors& cofactors) {
-    for (std::size_t i = 0; i < 3 && !given_cofactors_.empty(); ++i) {
-      given_cofactors_[3 * place(cofactors.point) + i] = cofactors.own[i][i];
+  input_.list_rays(results_);
+  const bool alone = !input_.can_be_shared();
+  std::vector<PointFigures> figures;
+  while (figures.size() < workers().count()) figures.emplace_back(input_, results_);
+  system_.for_each_batch(alone, [&](std::size_t batch, const auto& points, std::size_t worker) {
+    for (const SelectedInverse::PointCofactors& cofactors : points) {
+      for (std::size_t i = 0; i < 3 && !given_cofactors_.empty(); ++i) {
+        given_cofactors_[3 * place(cofactors.point) + i] = cofactors.own[i][i];
+      }
     }
-    formed = formed && figures.find(cofactors);
+    figures[worker].find(batch, points);
   });
-  return formed;
+  bool all_formed = true;
+  for (const PointFigures& of : figures) {
+    correlations_.take(of.correlations());
+    for (const ToleranceResult& tolerance : of.tolerances().list()) tolerances_.see(tolerance);
+    all_formed = all_formed && of.all_formed();
+  }
+  return all_formed;
 }
 
 // Pairs within an object, and of additional parameters and corrections with everything; different
@@ -217,9 +223,8 @@ void FigureMaker::find_distance() {
 
 }  // namespace
 
-bool add_figures(const BundleProject& project, FinalSystem& system, const InnerDatum* datum,
-                 QualityResults& results) {
-  return FigureMaker(project, system, datum, results).run();
+bool add_figures(FinalSystem& system, const InnerDatum* datum, QualityResults& results) {
+  return FigureMaker(system, datum, results).run();
 }
 
 }  // namespace vorn

@@ -4,7 +4,6 @@
 
 namespace vorn {
 
-class BundleProject;
 class FinalSystem;
 class InnerDatum;
 
@@ -12,7 +11,7 @@ class InnerDatum;
 // correlations, variance components, suspects. The system is inverted by then; `datum` is that of
 // the standard deviations, null for the given one. False when an observation equation cannot be
 // formed.
-[[nodiscard]] bool add_figures(const BundleProject& project, FinalSystem& system,
-                               const InnerDatum* datum, QualityResults& results);
+[[nodiscard]] bool add_figures(FinalSystem& system, const InnerDatum* datum,
+                               QualityResults& results);
 
 }  // namespace vorn

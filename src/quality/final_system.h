@@ -54,15 +54,17 @@ class FinalSystem {
   // The reduced part of a column of the reduced part, as far as it is known; where it is not it is
   // solved for, unless that may not be: then it is not a number.
   void find_reduced_column(std::int32_t i, bool may_solve, Vector& column) const;
-  // Calls visit(cofactors) for every point.
+  // As SelectedInverse::for_each_batch.
   template <class Visit>
-  void for_each_point(Visit visit) const {
-    inverse_.for_each_point([&](SelectedInverse::PointCofactors cofactors) {
+  void for_each_batch(bool alone, Visit visit) const {
+    inverse_.for_each_batch(alone, [&](std::size_t batch, auto points, std::size_t worker) {
       // What conditions add stands on the diagonal of fixed coordinates.
-      for (std::int32_t axis = 0; axis < 3; ++axis) {
-        if (is_fixed(3 * cofactors.point + axis)) cofactors.own[axis][axis] = 0.0;
+      for (SelectedInverse::PointCofactors& cofactors : points) {
+        for (std::int32_t axis = 0; axis < 3; ++axis) {
+          if (is_fixed(3 * cofactors.point + axis)) cofactors.own[axis][axis] = 0.0;
+        }
       }
-      visit(cofactors);
+      visit(batch, points, worker);
     });
   }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "lsq/normal/selected_inverse.h"
@@ -25,50 +27,62 @@ class ImageFigures {
   // Rows and columns of the cofactors, filled up with zeros to those of the design rows.
   std::int32_t stride() const { return stride_; }
   const double* cofactors() const { return cofactors_.data(); }
+  // At the final values. Where the image takes packs, workers share them; otherwise they are those
+  // of one worker.
+  ObservationEquations& equations() const { return *equations_; }
 
  private:
   const BundleImage* image_;
+  std::unique_ptr<ObservationEquations> equations_;
   std::vector<std::int32_t> blocks_;
   std::vector<std::int32_t> unknowns_;
   std::int32_t stride_ = 0;
   std::vector<double> cofactors_;
 };
 
-// Redundancy numbers and effects of image points, one after the other.
+// Redundancy numbers and effects of image points, for one worker.
 class RayFigures {
  public:
   // `datum` is that of the effects; null for the given one.
-  RayFigures(const std::vector<ImageFigures>& images, const FinalSystem& system,
-             const InnerDatum* datum);
+  RayFigures(const FinalSystem& system, const InnerDatum* datum, double delta0)
+      : system_(system), datum_(datum), delta0_(delta0) {}
 
-  // Fills r, rxy and the effects into a row, given the cofactors of its object point. False when
-  // the equation cannot be formed.
-  [[nodiscard]] bool fill(const ObjectPoint& point,
-                          const SelectedInverse::PointCofactors& cofactors, double delta0,
-                          ImagePointResult& row);
+  // An image point: its object point with the cofactors, and where its figures go.
+  struct Ray {
+    const ObjectPoint* point;
+    const SelectedInverse::PointCofactors* cofactors;
+    ImagePointResult* row;
+  };
+  static constexpr std::size_t kMostRays = Pack::kSize;
+  // Fills r, rxy and the effects of some image points of one image, at most kMostRays. False when
+  // their equations cannot be formed.
+  [[nodiscard]] bool fill(const ImageFigures& of, std::span<const Ray> rays);
 
  private:
   // An equation's row of A, in two parts, with what Q makes of it: c = Q_pr a_r of everything else,
   // and all of Q_p a, the point's three rows.
   struct Projected {
-    Vec3 a{};
-    const double* rest = nullptr;
-    Vec3 c{};
-    Vec3 point{};
+    Vec3 a;
+    const double* rest;
+    Vec3 c;
+    Vec3 point;
   };
 
-  ObservationEquations& equations_of(std::int32_t image);
-  void gather_coupling(const ImageFigures& of, const SelectedInverse::PointCofactors& cofactors);
-  Projected project(std::size_t equation, const ImageFigures& of,
-                    const SelectedInverse::PointCofactors& cofactors) const;
+  [[nodiscard]] bool form(const ImageFigures& of, std::span<const Ray> rays);
+  [[nodiscard]] bool fill_one_by_one(const ImageFigures& of, std::span<const Ray> rays);
+  void list_coupling(const ImageFigures& of, const SelectedInverse::PointCofactors& cofactors);
+  Projected project(const Vec3& point_row, const double* rest,
+                    const SelectedInverse::PointCofactors& cofactors);
+  void fill(const ImageFigures& of, const Ray& ray, const std::array<Vec3, 2>& point_rows,
+            const std::array<const double*, 2>& rows);
   double shift(const ImageFigures& of, const ObjectPoint& point, const Projected& projected) const;
 
-  const std::vector<ImageFigures>& images_;
   const FinalSystem& system_;
   const InnerDatum* datum_;
-  std::vector<std::unique_ptr<ObservationEquations>> equations_;  // of the images met so far
+  double delta0_;
   PointEquation equation_;
-  std::vector<double> coupling_;  // 3 rows: the point with the unknowns of the image
+  PackedEquations packed_;
+  std::vector<BlockProduct> coupling_;  // the point with the blocks of the image
 };
 
 }  // namespace vorn

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <tuple>
 
 #include "base/place.h"
-#include "driver/bundle_project.h"
 #include "geometry/ext_orientation.h"
 #include "lsq/linalg/kernels.h"
 #include "quality/final_system.h"
@@ -13,12 +13,11 @@
 
 namespace vorn {
 
-void SmallestTolerances::see(const Unknown& unknown, double value) {
-  if (list_.size() == kListed && value > list_.back().value) return;
+void SmallestTolerances::see(const ToleranceResult& seen) {
+  if (list_.size() == kListed && seen.value > list_.back().value) return;
   const auto key = [](const ToleranceResult& row) {
     return std::tuple(row.value, row.unknown.number());
   };
-  const ToleranceResult seen{unknown, value};
   const auto at = std::upper_bound(
       list_.begin(), list_.end(), seen,
       [&key](const ToleranceResult& a, const ToleranceResult& b) { return key(a) < key(b); });
@@ -27,29 +26,86 @@ void SmallestTolerances::see(const Unknown& unknown, double value) {
 }
 
 // By counting.
-void PointFiguresInput::list_rays(const BundleProject& project, const QualityResults& results) {
-  first_ray.assign(results.points.size() + 1, 0);
-  for (std::size_t k = 0; k < results.points.size(); ++k) {
-    first_ray[k + 1] = first_ray[k] + place(results.points[k].rays);
+void PointFiguresInput::list_rays(const QualityResults& results) {
+  constexpr auto kBatch = static_cast<std::uint32_t>(kBatchPoints);
+  const std::span<const std::int32_t> order = system->normal().point_order();
+  std::vector<std::uint32_t> ranks(order.size());
+  for (std::size_t rank = 0; rank < order.size(); ++rank) {
+    ranks[place(order[rank])] = static_cast<std::uint32_t>(rank);
   }
+  first_ray.assign((order.size() + kBatch - 1) / kBatch + 1, 0);
+  for (const PointResult& point : results.points) {
+    first_ray[ranks[place(point.point->index / 3)] / kBatch + 1] += place(point.rays);
+  }
+  std::partial_sum(first_ray.begin(), first_ray.end(), first_ray.begin());
   rays.resize(first_ray.back());
   std::vector<std::size_t> next(first_ray.begin(), first_ray.end() - 1);
-  for (std::size_t row = 0; row < results.image_points.size(); ++row) {
-    const ImagePoint& point = *results.image_points[row].point;
-    const std::int32_t number = object_point_of(point, project.object_points)->index / 3;
-    rays[next[place(number)]++] = static_cast<std::uint32_t>(row);
+  std::uint32_t row = 0;
+  for (const ImagePointResult& point : results.image_points) {
+    const std::uint32_t rank = ranks[place(point.object_point)];
+    rays[next[rank / kBatch]++] = {row++, rank % kBatch};
   }
+}
+
+bool PointFiguresInput::can_be_shared() const {
+  return std::all_of(images.begin(), images.end(),
+                     [](const ImageFigures& image) { return image.equations().takes_packs(); });
 }
 
 double PointFiguresInput::datum_change(std::int32_t i, std::int32_t j) const {
   return datum == nullptr ? 0.0 : datum->change(i, j);
 }
 
-bool PointFigures::find(const SelectedInverse::PointCofactors& cofactors) {
-  PointResult& point = results_.points[place(cofactors.point)];
-  find_precision(point, cofactors);
-  see_correlations(point, cofactors);
-  return find_rays(point, cofactors);
+namespace {
+
+// The largest angle at which two rays of a point meet, folded into 0 to pi/2.
+double largest_angle(const std::vector<Vec3>& directions) {
+  double smallest_cosine = 2.0;
+  std::size_t a = 0;
+  std::size_t b = 0;
+  for (std::size_t i = 0; i < directions.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      const double cosine = std::fabs(dot(directions[i], directions[j]));
+      if (cosine >= smallest_cosine) continue;
+      smallest_cosine = cosine;
+      a = i;
+      b = j;
+    }
+  }
+  if (a == b) return kUndefined;
+  const Vec3 normal = cross(directions[a], directions[b]);
+  return std::atan2(std::sqrt(dot(normal, normal)), smallest_cosine);
+}
+
+}  // namespace
+
+void PointFigures::find(std::size_t batch,
+                        std::span<const SelectedInverse::PointCofactors> cofactors) {
+  // Points and rows lie far apart: they are asked for.
+  const std::span<const PointFiguresInput::Ray> rays = input_.rays_of(batch);
+  points_.clear();
+  for (const SelectedInverse::PointCofactors& of : cofactors) {
+    PointResult& point = *points_.emplace_back(&results_.points[place(of.point)]);
+    __builtin_prefetch(&point, 1);
+    __builtin_prefetch(&point.ellipsoid, 1);
+    __builtin_prefetch(&point.angle, 1);
+  }
+  for (const PointFiguresInput::Ray& ray : rays) {
+    const ImagePointResult& row = results_.image_points[ray.row];
+    __builtin_prefetch(&row, 1);
+    __builtin_prefetch(&row.effect, 1);
+  }
+  directions_.resize(cofactors.size());
+  for (std::size_t k = 0; k < cofactors.size(); ++k) {
+    find_precision(*points_[k], cofactors[k]);
+    see_correlations(*points_[k], cofactors[k]);
+    directions_[k].clear();
+    has_directions_[k] = true;
+  }
+  all_formed_ = all_formed_ && find_rays(rays, cofactors);
+  for (std::size_t k = 0; k < cofactors.size(); ++k) {
+    if (has_directions_[k]) points_[k]->angle = largest_angle(directions_[k]);
+  }
 }
 
 void PointFigures::find_precision(PointResult& point,
@@ -93,7 +149,7 @@ void PointFigures::see_correlations(const PointResult& row,
     const std::int32_t width = normal.block_width(at.block);
     const double* const inverse_sds = &input_.inverse_sds[place(first - input_.first_reduced)];
     for (std::int32_t r = 0; r < 3; ++r) {
-      const double* const q = cofactors.coupled + r * cofactors.width + at.start / 3;
+      const double* const q = cofactors.coupled + at.start + r * width;
       if (input_.datum == nullptr &&
           !kernels().any_product_reaches(q, inverse_sds, width, kBitBelow * limit / inverse[r])) {
         continue;
@@ -109,54 +165,43 @@ void PointFigures::see_correlations(const PointResult& row,
   }
 }
 
-bool PointFigures::find_rays(PointResult& point, const SelectedInverse::PointCofactors& cofactors) {
-  const std::size_t first = input_.first_ray[place(cofactors.point)];
-  const std::size_t end = input_.first_ray[place(cofactors.point) + 1];
-  // The rows of a point lie far apart.
-  for (std::size_t k = first; k < end; ++k) {
-    const ImagePointResult& row = results_.image_points[input_.rays[k]];
-    __builtin_prefetch(&row.point);
-    __builtin_prefetch(&row.effect, 1);
+// Image by image, some image points at a time.
+bool PointFigures::find_rays(std::span<const PointFiguresInput::Ray> rays,
+                             std::span<const SelectedInverse::PointCofactors> cofactors) {
+  const auto row_of = [this](const PointFiguresInput::Ray& ray) -> ImagePointResult& {
+    return results_.image_points[ray.row];
+  };
+  RayFigures::Ray some[RayFigures::kMostRays];
+  for (std::size_t k = 0; k < rays.size();) {
+    const std::int32_t image = row_of(rays[k]).image;
+    const std::size_t first = k;
+    std::size_t count = 0;
+    for (; k < rays.size() && count < RayFigures::kMostRays && row_of(rays[k]).image == image;
+         ++k) {
+      some[count++] = {points_[rays[k].place]->point, &cofactors[rays[k].place], &row_of(rays[k])};
+    }
+    const ImageFigures& of = input_.images[place(image)];
+    if (!rays_.fill(of, std::span(some).first(count))) return false;
+    add_directions(of, rays.subspan(first, count));
+    for (std::size_t i = first; i < k; ++i) {
+      const ImagePointResult& row = row_of(rays[i]);
+      points_[rays[i].place]->redundancy += row.r[0] + row.r[1];
+    }
   }
-  for (std::size_t k = first; k < end; ++k) {
-    const ImagePoint* const measured = results_.image_points[input_.rays[k]].point;
-    __builtin_prefetch(&measured->x);
-    __builtin_prefetch(&measured->weight_factor);
-  }
-  directions_.clear();
-  bool has_directions = true;
-  for (std::size_t k = first; k < end; ++k) {
-    ImagePointResult& row = results_.image_points[input_.rays[k]];
-    if (!rays_.fill(*point.point, cofactors, results_.settings.delta0, row)) return false;
-    point.redundancy += row.r[0] + row.r[1];
-    const ImageGeometry* const geometry = input_.images[place(row.image)].image().geometry;
-    const auto* const orientation = dynamic_cast<const ExtOrientation*>(geometry);
-    has_directions = has_directions && orientation != nullptr;
-    if (!has_directions) continue;
-    const Vec3 ray = point.point->xyz - orientation->projection_centre();
-    directions_.push_back((1.0 / std::sqrt(dot(ray, ray))) * ray);
-  }
-  if (has_directions) point.angle = largest_angle();
   return true;
 }
 
-// The largest angle at which two rays of a point meet, folded into 0 to pi/2.
-double PointFigures::largest_angle() const {
-  double smallest_cosine = 2.0;
-  std::size_t a = 0;
-  std::size_t b = 0;
-  for (std::size_t i = 0; i < directions_.size(); ++i) {
-    for (std::size_t j = 0; j < i; ++j) {
-      const double cosine = std::fabs(dot(directions_[i], directions_[j]));
-      if (cosine >= smallest_cosine) continue;
-      smallest_cosine = cosine;
-      a = i;
-      b = j;
+void PointFigures::add_directions(const ImageFigures& image,
+                                  std::span<const PointFiguresInput::Ray> rays) {
+  const auto* const orientation = dynamic_cast<const ExtOrientation*>(image.image().geometry);
+  for (const PointFiguresInput::Ray& ray : rays) {
+    if (orientation == nullptr) {
+      has_directions_[ray.place] = false;
+      continue;
     }
+    const Vec3 line = points_[ray.place]->point->xyz - orientation->projection_centre();
+    directions_[ray.place].push_back((1.0 / std::sqrt(dot(line, line))) * line);
   }
-  if (a == b) return kUndefined;
-  const Vec3 normal = cross(directions_[a], directions_[b]);
-  return std::atan2(std::sqrt(dot(normal, normal)), smallest_cosine);
 }
 
 }  // namespace vorn

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "geometry/vec3.h"
@@ -13,7 +14,6 @@
 
 namespace vorn {
 
-class BundleProject;
 class FinalSystem;
 class InnerDatum;
 
@@ -25,7 +25,8 @@ class InnerDatum;
 // The smallest 1/(N_ii Q_ii), ascending; those of one size in the order of their unknowns.
 class SmallestTolerances {
  public:
-  void see(const Unknown& unknown, double value);
+  void see(const Unknown& unknown, double value) { see(ToleranceResult{unknown, value}); }
+  void see(const ToleranceResult& seen);
   const std::vector<ToleranceResult>& list() const { return list_; }
 
  private:
@@ -35,49 +36,68 @@ class SmallestTolerances {
 
 // What the figures of all object points have in common; it stays as it is.
 struct PointFiguresInput {
+  // An image point of a batch of object points.
+  struct Ray {
+    std::uint32_t row;    // among the image points
+    std::uint32_t place;  // of the object point in the batch
+  };
+
   const FinalSystem* system = nullptr;
   const InnerDatum* datum = nullptr;  // null for the given one
   double scale = 0.0;                 // of all cofactors, sigma0^2 [m2]
   std::int32_t first_reduced = 0;
   std::vector<double> inverse_sds;     // 1 / sqrt(Q_ii) of the reduced part; 0 for fixed unknowns
   std::vector<ImageFigures> images;    // in the order of the results
-  std::vector<std::size_t> first_ray;  // of each point, and the end
-  std::vector<std::uint32_t> rays;     // rows of the image points
+  std::vector<std::size_t> first_ray;  // of each batch, and the end
+  std::vector<Ray> rays;               // batch by batch, within a batch image by image
 
-  // The image points by their object points.
-  void list_rays(const BundleProject& project, const QualityResults& results);
+  // The image points by the batches of their object points.
+  void list_rays(const QualityResults& results);
+  std::span<const Ray> rays_of(std::size_t batch) const {
+    return std::span(rays).subspan(first_ray[batch], first_ray[batch + 1] - first_ray[batch]);
+  }
+  // Whether workers can share the equations of all images.
+  bool can_be_shared() const;
   // q_S - q of two unknowns.
   double datum_change(std::int32_t i, std::int32_t j) const;
 };
 
-// The figures of object points and of their image points, one point after the other: the cofactors
-// of a point with the blocks that it meets serve all its rays.
+// The figures of object points and of their image points, batch by batch, for one worker: the
+// cofactors of a point with the blocks that it meets serve all its rays.
 class PointFigures {
  public:
-  PointFigures(const PointFiguresInput& input, QualityResults& results,
-               CorrelationList& correlations, SmallestTolerances& tolerances)
+  PointFigures(const PointFiguresInput& input, QualityResults& results)
       : input_(input),
         results_(results),
-        rays_(input.images, *input.system, input.datum),
-        correlations_(correlations),
-        tolerances_(tolerances) {}
+        rays_(*input.system, input.datum, results.settings.delta0),
+        correlations_(results.settings.correlation_limit) {}
 
-  // False when an observation equation cannot be formed.
-  [[nodiscard]] bool find(const SelectedInverse::PointCofactors& cofactors);
+  // Fills in the results of the points of a batch and of their image points.
+  void find(std::size_t batch, std::span<const SelectedInverse::PointCofactors> cofactors);
+
+  // False when an observation equation could not be formed.
+  bool all_formed() const { return all_formed_; }
+  // Of all batches so far.
+  const CorrelationList& correlations() const { return correlations_; }
+  const SmallestTolerances& tolerances() const { return tolerances_; }
 
  private:
   void find_precision(PointResult& point, const SelectedInverse::PointCofactors& cofactors);
   void see_correlations(const PointResult& row, const SelectedInverse::PointCofactors& cofactors);
-  [[nodiscard]] bool find_rays(PointResult& point,
-                               const SelectedInverse::PointCofactors& cofactors);
-  double largest_angle() const;
+  [[nodiscard]] bool find_rays(std::span<const PointFiguresInput::Ray> rays,
+                               std::span<const SelectedInverse::PointCofactors> cofactors);
+  void add_directions(const ImageFigures& image, std::span<const PointFiguresInput::Ray> rays);
 
   const PointFiguresInput& input_;
   QualityResults& results_;
   RayFigures rays_;
-  CorrelationList& correlations_;
-  SmallestTolerances& tolerances_;
-  std::vector<Vec3> directions_;  // of the rays of one point
+  CorrelationList correlations_;
+  SmallestTolerances tolerances_;
+  bool all_formed_ = true;
+  // Of the running batch.
+  std::vector<PointResult*> points_;
+  std::vector<std::vector<Vec3>> directions_;  // of the rays of each point
+  bool has_directions_[kBatchPoints];
 };
 
 }  // namespace vorn

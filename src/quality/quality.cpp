@@ -37,7 +37,7 @@ void add_all_figures(BundleProject& project, const QualityRequest& request, Qual
       return fail(results, "The points of the inner datum do not fix the similarity motions.");
     }
   }
-  if (!add_figures(project, system, datum ? &*datum : nullptr, results)) {
+  if (!add_figures(system, datum ? &*datum : nullptr, results)) {
     return fail(results, "An observation equation cannot be formed at the final values.");
   }
   if (diagnosis == nullptr) return;

@@ -115,9 +115,10 @@ struct ParameterResult {
 // where it is asked for: see PointTest.
 struct ImagePointResult {
   const ImagePoint* point = nullptr;
-  std::int32_t image = 0;     // its place among the images of the results
-  std::array<double, 2> v{};  // computed - measured [m]
-  std::array<double, 2> s{};  // a priori [m]
+  std::int32_t image = 0;         // its place among the images of the results
+  std::int32_t object_point = 0;  // likewise among the points
+  std::array<double, 2> v{};      // computed - measured [m]
+  std::array<double, 2> s{};      // a priori [m]
   std::array<double, 2> r{};
   double rxy = 0.0;
   std::array<double, 2> effect{};  // of the smallest detectable errors on the object point [m]

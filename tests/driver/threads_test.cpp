@@ -34,12 +34,20 @@ std::string figures(const std::string& path) {
     EXPECT_TRUE(results.has_figures);
     for (const PointResult& row : results.points) {
       for (const double element : row.covariance) add(element);
+      for (const double x : {row.ellipsoid.axes[0], row.angle, row.redundancy}) add(x);
     }
     for (const ParameterResult& row : results.parameters) add(row.sd);
     for (const ImagePointResult& row : results.image_points) {
       for (const double x : {row.r[0], row.r[1], row.rxy, row.effect[0], row.effect[1]}) add(x);
     }
     for (const CorrelationResult& row : results.correlations) add(row.r);
+    for (const auto& [kind, count] : results.correlations_over_limit) {
+      bits += kind + std::to_string(count);
+    }
+    for (const ToleranceResult& row : results.smallest_tolerances) {
+      add(row.value);
+      bits += std::to_string(row.unknown.number());
+    }
   };
   test::captured_output([&] { EXPECT_EQ(run_project(request).result, 1); });
   return bits;
@@ -85,7 +93,8 @@ INSTANTIATE_TEST_SUITE_P(
                       .ap_sets = {"gap"},
                       .images = 60,
                       .points = 130},
-        SyntheticSpec{.cameras = {"camera-pushbroom"}, .images = 9, .points = 150, .triples = 1}));
+        SyntheticSpec{.cameras = {"camera-pushbroom"}, .images = 9, .points = 150, .triples = 1},
+        SyntheticSpec{.orientations = {"ext-ori-opk-rot", "dlt"}, .images = 9, .points = 150}));
 
 // The program's own threads: every part once, and exceptions come out.
 TEST(Workers, DoEveryPartOnceAndHandExceptionsOver) {

@@ -278,17 +278,20 @@ void expect_parts(const NormalMatrix& normal, const Matrix& dense) {
     }
   }
   std::vector<std::int32_t> visited;
-  inverse.for_each_point([&](const SelectedInverse::PointCofactors& point) {
-    visited.push_back(point.point);
-    const double* const row = dense[3 * point.point];
-    for (std::int32_t r = 0; r < 3; ++r) {
-      for (std::int32_t c = 0; c < 3; ++c) {
-        EXPECT_NEAR(dense[3 * point.point + r][3 * point.point + c], point.own[r][c], 1e-9);
-      }
-      for (const NormalMatrix::PointBlock& at : normal.blocks_of(point.point)) {
-        for (std::int32_t c = 0; c < normal.block_width(at.block); ++c) {
-          EXPECT_NEAR(row[r * dense.cols() + normal.block_index(at.block) + c],
-                      point.coupled[r * point.width + at.start / 3 + c], 1e-9);
+  inverse.for_each_batch(true, [&](std::size_t, const auto& points, std::size_t) {
+    for (const SelectedInverse::PointCofactors& point : points) {
+      visited.push_back(point.point);
+      const double* const row = dense[3 * point.point];
+      for (std::int32_t r = 0; r < 3; ++r) {
+        for (std::int32_t c = 0; c < 3; ++c) {
+          EXPECT_NEAR(dense[3 * point.point + r][3 * point.point + c], point.own[r][c], 1e-9);
+        }
+        for (const NormalMatrix::PointBlock& at : normal.blocks_of(point.point)) {
+          const std::int32_t width = normal.block_width(at.block);
+          for (std::int32_t c = 0; c < width; ++c) {
+            EXPECT_NEAR(row[r * dense.cols() + normal.block_index(at.block) + c],
+                        point.coupled[at.start + r * width + c], 1e-9);
+          }
         }
       }
     }

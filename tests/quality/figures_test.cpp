@@ -56,6 +56,8 @@ const std::vector<SyntheticSpec>& specs() {
        .ap_sets = {"australis"},
        .images = 12,
        .points = 90},
+      // Of these types some have equations that are formed one by one.
+      {.orientations = {"ext-ori-opk-rot", "dlt"}, .images = 8, .points = 30},
   };
   return kSpecs;
 }
@@ -229,6 +231,46 @@ TEST(Figures, AgreeWithTheFullInverse) {
         const double effect = results.settings.sigma0_prior / s * shift *
                               smallest_detectable(s, row.r[i % 2], results.settings.delta0);
         EXPECT_NEAR(row.effect[i % 2], effect, 1e-7 * effect);
+      }
+    });
+  }
+}
+
+// What the rays of a point give together, found image by image.
+TEST(Figures, SumUpTheRaysOfPoints) {
+  for (const SyntheticSpec& spec : specs()) {
+    SCOPED_TRACE(spec.orientations.back());
+    with_adjusted(make_synthetic_project(spec), [](BundleProject& project) {
+      const QualityResults results = find_quality(project, {});
+      const std::size_t n = results.points.size();
+      std::vector<double> redundancy(n, 0.0);
+      std::vector<std::vector<Vec3>> lines(n);
+      std::vector<bool> has_angle(n, true);
+      for (const ImagePointResult& row : results.image_points) {
+        const ObjectPoint& point = *object_point_of(*row.point, project.object_points);
+        const auto at = static_cast<std::size_t>(row.object_point);
+        EXPECT_EQ(results.points[at].point, &point);
+        redundancy[at] += row.r[0] + row.r[1];
+        const BundleImage& image = *results.images[static_cast<std::size_t>(row.image)].image;
+        const auto* const orientation = dynamic_cast<const ExtOrientation*>(image.geometry);
+        has_angle[at] = has_angle[at] && orientation != nullptr;
+        if (orientation == nullptr) continue;
+        lines[at].push_back(point.xyz - orientation->projection_centre());
+      }
+      for (std::size_t k = 0; k < n; ++k) {
+        EXPECT_NEAR(results.points[k].redundancy, redundancy[k], 1e-12);
+        EXPECT_EQ(is_defined(results.points[k].angle), has_angle[k] && lines[k].size() > 1);
+        double largest = 0.0;
+        for (const Vec3& a : lines[k]) {
+          for (const Vec3& b : lines[k]) {
+            const Vec3 normal = cross(a, b);
+            const double angle = std::atan2(std::sqrt(dot(normal, normal)), std::fabs(dot(a, b)));
+            largest = std::max(largest, angle);
+          }
+        }
+        if (is_defined(results.points[k].angle)) {
+          EXPECT_NEAR(results.points[k].angle, largest, 1e-9);
+        }
       }
     });
   }

@@ -169,22 +169,27 @@ void PointBatch::make_room(Batch& batch, Places& places) const {
   }
 }
 
-// Puts the columns of the point at a place of the order where its pieces have their room; the
-// points come in the order of their bits. V = L^-1 N_pr.
+template <class Visit>
+void PointBatch::for_each_piece(std::size_t rank, Places& places, Visit visit) const {
+  for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
+    const std::int32_t first = reduced_.first_piece(at.block);
+    for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
+      std::size_t& next = places[place(piece)];
+      visit(at, reduced_.pieces()[place(piece)], std::exchange(next, next + kColumns));
+    }
+  }
+}
+
+// Puts the columns of the point at a place of the order where its pieces have their room.
+// V = L^-1 N_pr.
 void PointBatch::line_up(const PointFactor& factor, std::size_t rank, double* columns,
                          LiningUp& with) const {
   const double* const coupling = with.couplings.at(rank);
-  for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
-    const double* const n = coupling + at.start;
-    const std::int32_t stride = normal_.block_width(at.block);
-    const std::int32_t first = reduced_.first_piece(at.block);
-    for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
-      const TilePiece& of = reduced_.pieces()[place(piece)];
-      double* const v = columns + with.places[place(piece)];
-      with.places[place(piece)] += kColumns;
-      kernel_.divide_piece(factor.packed(), n + of.column, stride, of.width, v);
-    }
-  }
+  for_each_piece(rank, with.places,
+                 [&](const NormalMatrix::PointBlock& at, const TilePiece& piece, std::size_t to) {
+                   kernel_.divide_piece(factor.packed(), coupling + at.start + piece.column,
+                                        normal_.block_width(at.block), piece.width, columns + to);
+                 });
 }
 
 // Finds the tile rows that the batches meet, and where each batch has its pieces of them.
@@ -255,34 +260,34 @@ void PointBatch::multiply(const TileMatrix& z, const Start& start, std::size_t n
   }
   kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), batch.pieces.data(),
                          static_cast<std::int32_t>(batch.pieces.size()));
-  // The points are taken out in the order in which they were lined up.
+  list_products(number, way);
+}
+
+// Where V and U of each point stand.
+void PointBatch::list_products(std::size_t number, WayBack& way) const {
+  const Batch& batch = way.batch;
   for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
     way.with.places[place(batch.met[k].piece)] =
         static_cast<std::size_t>(batch.pieces[k].v - batch.columns.data());
   }
-}
-
-PointBatch::Product PointBatch::take_out(std::int32_t point, WayBack& way) const {
-  (void)way.factor.factorise(normal_.diagonal(point));  // as above
-  const std::size_t width = place(normal_.coupled_width(point));
-  way.taken_out.resize(std::max(way.taken_out.size(), 6 * width));
-  double* const v = way.taken_out.data();
-  double* const u = v + 3 * width;
-  for (const NormalMatrix::PointBlock& at : normal_.blocks_of(point)) {
-    const std::int32_t first = reduced_.first_piece(at.block);
-    for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
-      const TilePiece& of = reduced_.pieces()[place(piece)];
-      std::size_t& next = way.with.places[place(piece)];
-      const std::size_t from = std::exchange(next, next + kColumns);
-      const std::size_t to = place(at.start / 3 + of.column);
-      for (std::size_t r = 0; r < 3; ++r) {
-        const std::size_t row = from + r * place(kPieceWidth);
-        std::copy_n(way.batch.columns.data() + row, of.width, v + r * width + to);
-        std::copy_n(way.products.data() + row, of.width, u + r * width + to);
-      }
-    }
+  // Room for all first: what points to the pieces stays valid.
+  std::size_t count = 0;
+  for (const Met& one : batch.met) count += place(std::popcount(one.points));
+  way.pieces.resize(count);
+  way.points.resize(batch.points.size());
+  PieceProduct* next = way.pieces.data();
+  for (std::size_t k = 0; k < batch.points.size(); ++k) {
+    const std::size_t rank = number * place(kBatchPoints) + k;
+    PieceProduct* const first = next;
+    for_each_piece(
+        rank, way.with.places,
+        [&](const NormalMatrix::PointBlock& at, const TilePiece& piece, std::size_t from) {
+          *next++ = {batch.columns.data() + from, way.products.data() + from, piece.width,
+                     at.start + piece.column, normal_.block_width(at.block)};
+        });
+    way.points[k].pieces = {first, next};
+    (void)way.points[k].factor.factorise(normal_.diagonal_at(rank));  // as above
   }
-  return {point, way.factor, v, u};
 }
 
 }  // namespace vorn

@@ -34,29 +34,35 @@ class PointBatch {
   // unless it is null. False when a pivot is not greater than 0.
   [[nodiscard]] bool eliminate_all(double* diagonal, const ForwardPass* forward);
 
-  // One point with V and U = V Z, Z a symmetric matrix.
-  struct Product {
-    std::int32_t point;
-    const PointFactor& factor;
-    const double* v;  // 3 rows of the coupled width, in the order of the point's blocks
-    const double* u;  // likewise
+  // A piece of V and U = V Z of one point, Z a symmetric matrix: 3 rows of eight each, zero behind
+  // the width. Among the point's coupling blocks, which are laid out as those of the matrix, it has
+  // its place at `start`, with rows `stride` apart.
+  struct PieceProduct {
+    const double* v;
+    const double* u;
+    std::int32_t width;
+    std::int32_t start;
+    std::int32_t stride;
   };
-  // Calls visit(product) for every point, in the order of the matrix; workers multiply a batch
-  // each. `z` has the tiles of S, full ones in the diagonal. All pivots are greater than 0.
+  struct PointProduct {
+    PointFactor factor;
+    std::span<const PieceProduct> pieces;
+  };
+  // Calls visit(batch, products, worker) for every batch with the products of its points, in the
+  // order of the matrix. Workers visit a batch each; one alone visits all of them where `alone`.
+  // `z` has the tiles of S, full ones in the diagonal. All pivots are greater than 0.
   template <class Visit>
-  void for_each_product(const TileMatrix& z, Visit visit) const {
+  void for_each_batch(const TileMatrix& z, bool alone, Visit visit) const {
     const std::vector<Start> starts = starts_of_batches();
     std::vector<WayBack> ways;
-    while (ways.size() < workers().count()) ways.push_back({{}, lining_up(), {}, {}, {}});
-    for (std::size_t first = 0; first < starts.size(); first += ways.size()) {
-      const std::size_t count = std::min(ways.size(), starts.size() - first);
-      workers().run(count, [&](std::size_t k, std::size_t) {
-        multiply(z, starts[first + k], first + k, ways[k]);
-      });
-      for (std::size_t k = 0; k < count; ++k) {
-        for (const std::int32_t point : ways[k].batch.points) visit(take_out(point, ways[k]));
-      }
-    }
+    while (ways.size() < (alone ? 1 : workers().count())) ways.push_back(way_back());
+    const auto visit_batch = [&](std::size_t number, std::size_t worker) {
+      WayBack& way = ways[worker];
+      multiply(z, starts[number], number, way);
+      visit(number, std::span<const PointProduct>(way.points), worker);
+    };
+    if (!alone) return workers().run(starts.size(), visit_batch);
+    for (std::size_t number = 0; number < starts.size(); ++number) visit_batch(number, 0);
   }
 
  private:
@@ -96,9 +102,9 @@ class PointBatch {
   struct WayBack {
     Batch batch;
     LiningUp with;
-    PointFactor factor;
-    std::vector<double> products;   // U of the batch, laid out as the columns
-    std::vector<double> taken_out;  // V and U of one point
+    std::vector<double> products;  // U of the batch, laid out as the columns
+    std::vector<PieceProduct> pieces;
+    std::vector<PointProduct> points;
   };
 
   void list_pieces(std::span<const std::int32_t> points, std::vector<std::uint64_t>& bits_of);
@@ -112,9 +118,14 @@ class PointBatch {
   void find_tile_rows(std::span<Batch> batches);
   void subtract(std::span<const Batch> batches, std::size_t row, std::size_t column) const;
   void subtract_rhs(std::span<const Batch> batches, double* rhs) const;
+  // Calls visit(block, piece, columns) for the pieces of the point at a place of the order, whose
+  // columns have their place among those of the batch; the points come in the order of their bits.
+  template <class Visit>
+  void for_each_piece(std::size_t rank, Places& places, Visit visit) const;
   std::vector<Start> starts_of_batches() const;
+  WayBack way_back() const { return {{}, lining_up(), {}, {}, {}}; }
   void multiply(const TileMatrix& z, const Start& start, std::size_t number, WayBack& way) const;
-  Product take_out(std::int32_t point, WayBack& way) const;
+  void list_products(std::size_t number, WayBack& way) const;
 
   const Kernels& kernel_ = kernels();
   const NormalMatrix& normal_;

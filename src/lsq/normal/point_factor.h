@@ -35,9 +35,10 @@ class PointFactor {
     x[1] = (x[1] - l10() * x[0]) * packed_[1];
     x[2] = (x[2] - l20() * x[0] - l21() * x[1]) * packed_[2];
   }
-  // x := L^-T x
-  void backward(double (&x)[3]) const {
-    x[2] *= packed_[2];
+  // x := L^-T x, for three numbers or three packs
+  template <class T>
+  void backward(T (&x)[3]) const {
+    x[2] = x[2] * packed_[2];
     x[1] = (x[1] - l21() * x[2]) * packed_[1];
     x[0] = (x[0] - l10() * x[1] - l20() * x[2]) * packed_[0];
   }

@@ -1,9 +1,71 @@
 #include "lsq/normal/selected_inverse.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <cstring>
+
+#include "base/pack.h"
+#include "base/place.h"
 
 namespace vorn {
+namespace {
+
+constexpr auto kRow = static_cast<std::size_t>(kPieceWidth);
+
+// Of a 3 x 3 matrix: xx, xy, xz, yy, yz, zz.
+using Symmetric = std::array<double, 6>;
+
+Pack load(const double* row) {
+  Pack pack;
+  std::memcpy(static_cast<void*>(&pack), row, sizeof pack);
+  return pack;
+}
+
+double sum_of(const Pack& pack) {
+  double sum = 0.0;
+  for (std::int32_t lane = 0; lane < Pack::kSize; ++lane) sum += pack[lane];
+  return sum;
+}
+
+// Puts the blocks of Q_pr = -L_p^-T U in their places; returns M = I + U V'.
+Symmetric find_coupled(const PointBatch::PointProduct& product, double* coupled) {
+  Pack sums[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
+  for (const PointBatch::PieceProduct& piece : product.pieces) {
+    const Pack u[3] = {load(piece.u), load(piece.u + kRow), load(piece.u + 2 * kRow)};
+    Pack* sum = sums;
+    for (std::size_t r = 0; r < 3; ++r) {
+      for (std::size_t c = r; c < 3; ++c) *sum++ += u[r] * load(piece.v + kRow * c);
+    }
+    Pack q[3] = {-u[0], -u[1], -u[2]};
+    product.factor.backward(q);
+    double* to = coupled + piece.start;
+    for (const Pack& row : q) {
+      std::copy_n(row.data(), piece.width, to);
+      to += piece.stride;
+    }
+  }
+  Symmetric m;
+  for (std::size_t k = 0; k < m.size(); ++k) m[k] = sum_of(sums[k]);
+  for (double* diagonal : {&m[0], &m[3], &m[5]}) *diagonal += 1.0;
+  return m;
+}
+
+// Q_pp = L_p^-T M L_p^-1: L_p^-T M by columns, then the other factor by rows.
+void find_own(const PointFactor& factor, const Symmetric& m, double (&own)[3][3]) {
+  double columns[3][3] = {{m[0], m[1], m[2]}, {m[1], m[3], m[4]}, {m[2], m[4], m[5]}};
+  for (double(&column)[3] : columns) factor.backward(column);
+  for (std::size_t r = 0; r < 3; ++r) {
+    double row[3] = {columns[0][r], columns[1][r], columns[2][r]};
+    factor.backward(row);
+    std::copy_n(row, 3, own[r]);
+  }
+  for (std::size_t r = 0; r < 3; ++r) {
+    for (std::size_t c = 0; c < r; ++c) own[r][c] = own[c][r];
+  }
+}
+
+}  // namespace
 
 void SelectedInverse::block_pair(std::int32_t a, std::int32_t b, Matrix& q) const {
   q.resize(normal_.block_width(a), normal_.block_width(b));
@@ -14,42 +76,25 @@ void SelectedInverse::block_pair(std::int32_t a, std::int32_t b, Matrix& q) cons
   }
 }
 
-SelectedInverse::PointCofactors SelectedInverse::cofactors_of(const PointBatch::Product& product,
-                                                              std::vector<double>& coupled) const {
-  const std::int32_t width = normal_.coupled_width(product.point);
-  const auto stride = static_cast<std::size_t>(width);
-  const PointFactor& factor = product.factor;
-  const double* const v = product.v;
-  const double* const u = product.u;
-
-  // Q_pr = -L_p^-T U
-  coupled.resize(std::max(coupled.size(), 3 * stride));
-  for (std::size_t c = 0; c < stride; ++c) {
-    double q[3] = {-u[c], -u[stride + c], -u[2 * stride + c]};
-    factor.backward(q);
-    for (std::size_t r = 0; r < 3; ++r) coupled[r * stride + c] = q[r];
+void SelectedInverse::find_cofactors(std::size_t batch,
+                                     std::span<const PointBatch::PointProduct> products,
+                                     BatchCofactors& cofactors) const {
+  const std::size_t first = batch * place(kBatchPoints);
+  const auto width_of = [&](std::size_t k) {
+    return 3 * place(normal_.coupled_width(normal_.point_order()[first + k]));
+  };
+  cofactors.points.resize(products.size());
+  std::size_t room = 0;
+  for (std::size_t k = 0; k < products.size(); ++k) room += width_of(k);
+  cofactors.coupled.resize(std::max(cofactors.coupled.size(), room));
+  double* coupled = cofactors.coupled.data();
+  for (std::size_t k = 0; k < products.size(); ++k) {
+    PointCofactors& point = cofactors.points[k];
+    point.point = normal_.point_order()[first + k];
+    point.coupled = coupled;
+    find_own(products[k].factor, find_coupled(products[k], coupled), point.own);
+    coupled += width_of(k);
   }
-
-  // M = I + U V', symmetric; L_p^-T M by columns, then (L_p^-T M) L_p^-1 by rows.
-  PointCofactors result{product.point, {}, coupled.data(), width};
-  double columns[3][3];  // column c of L_p^-T M
-  for (std::size_t c = 0; c < 3; ++c) {
-    for (std::size_t r = 0; r < 3; ++r) {
-      double sum = r == c ? 1.0 : 0.0;
-      for (std::size_t k = 0; k < stride; ++k) sum += u[r * stride + k] * v[c * stride + k];
-      columns[c][r] = sum;
-    }
-    factor.backward(columns[c]);
-  }
-  for (std::size_t r = 0; r < 3; ++r) {
-    double row[3] = {columns[0][r], columns[1][r], columns[2][r]};
-    factor.backward(row);
-    std::copy_n(row, 3, result.own[r]);
-  }
-  for (std::size_t r = 0; r < 3; ++r) {
-    for (std::size_t c = 0; c < r; ++c) result.own[r][c] = result.own[c][r];
-  }
-  return result;
 }
 
 }  // namespace vorn

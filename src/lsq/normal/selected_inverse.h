@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
+#include "base/workers.h"
 #include "lsq/linalg/matrix.h"
 #include "lsq/linalg/tile_inverse.h"
 #include "lsq/normal/normal_matrix.h"
@@ -40,20 +43,23 @@ class SelectedInverse {
   struct PointCofactors {
     std::int32_t point;
     double own[3][3];  // Q_pp
-    // Q_pr: 3 rows, `width` apart; the columns of a block `at` of `NormalMatrix::blocks_of` begin
-    // at at.start / 3.
+    // Q_pr, laid out as the couplings of the matrix: the block `at` of `NormalMatrix::blocks_of`,
+    // 3 x width, row-major, at coupled[at.start].
     const double* coupled;
-    std::int32_t width;
   };
-  // Calls visit(const PointCofactors&) for every point, in the order of the matrix
-  // (`NormalMatrix::point_order`). What is visited is valid until the next visit.
+  // Calls visit(batch, cofactors, worker) for every batch of points, in the order of the matrix
+  // (`NormalMatrix::point_order`). Workers visit a batch each, or one alone visits all of them.
+  // What is visited is valid until the worker's next visit, and may be changed.
   template <class Visit>
-  void for_each_point(Visit visit) const {
-    std::vector<double> coupled;
+  void for_each_batch(bool alone, Visit visit) const {
+    std::vector<BatchCofactors> rooms(workers().count());
     PointBatch(normal_, reduced_)
-        .for_each_product(inverse_.tiles(), [&](const PointBatch::Product& product) {
-          visit(cofactors_of(product, coupled));
-        });
+        .for_each_batch(inverse_.tiles(), alone,
+                        [&](std::size_t batch, std::span<const PointBatch::PointProduct> products,
+                            std::size_t worker) {
+                          find_cofactors(batch, products, rooms[worker]);
+                          visit(batch, std::span<PointCofactors>(rooms[worker].points), worker);
+                        });
   }
 
  private:
@@ -61,8 +67,13 @@ class SelectedInverse {
     const std::int32_t block = normal_.block_of(unknown);
     return reduced_.start(block) + unknown - normal_.block_index(block);
   }
-  PointCofactors cofactors_of(const PointBatch::Product& product,
-                              std::vector<double>& coupled) const;
+  // Those of the points of a batch.
+  struct BatchCofactors {
+    std::vector<PointCofactors> points;
+    std::vector<double> coupled;
+  };
+  void find_cofactors(std::size_t batch, std::span<const PointBatch::PointProduct> products,
+                      BatchCofactors& cofactors) const;
 
   const NormalMatrix& normal_;
   const ReducedMatrix& reduced_;
