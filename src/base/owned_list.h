@@ -38,6 +38,39 @@ class OwnedList {
     return slot == kNone ? nullptr : (*this)[slot];
   }
 
+  // As `find` for each of the texts id_of(k), k below `count`: found(k, object or null). Memory is
+  // asked some identifiers ahead for what the search for them looks at.
+  template <class IdOf, class Found>
+  void find_each(std::size_t count, IdOf id_of, Found found) const {
+    constexpr std::size_t kAhead = 8;
+    constexpr std::size_t kRing = 2 * kAhead;
+    if (table_.empty()) {
+      for (std::size_t k = 0; k < count; ++k) found(k, static_cast<T*>(nullptr));
+      return;
+    }
+    std::size_t homes[kRing];
+    for (std::size_t step = 0; step < count + kRing; ++step) {
+      if (step >= kRing) {
+        const std::size_t k = step - kRing;
+        const std::int32_t slot = table_[probe(id_of(k), homes[k % kRing])];
+        found(k, slot == kNone ? nullptr : (*this)[slot]);
+      }
+      if (step >= kAhead && step - kAhead < count) {
+        const std::int32_t slot = table_[homes[(step - kAhead) % kRing]];
+        if (slot != kNone) __builtin_prefetch((*this)[slot]);
+      }
+      if (step < count) {
+        homes[step % kRing] = home_of(id_of(step));
+        __builtin_prefetch(&table_[homes[step % kRing]]);
+      }
+    }
+  }
+
+  // Makes room in the table for so many identifiers.
+  void reserve(std::size_t count) {
+    while (count * 4 > table_.size() * 3) grow();
+  }
+
   T& append(std::unique_ptr<T> object) {
     if ((slots_.size() + 1) * 4 > table_.size() * 3) grow();
     T& added = *object;
@@ -142,10 +175,15 @@ class OwnedList {
     same(first).last = slot;
   }
 
+  // Where the search for an identifier begins.
+  std::size_t home_of(std::string_view id) const {
+    return static_cast<std::size_t>(hash_id(id)) & (table_.size() - 1);
+  }
+
   // Place of the identifier in the table, or the free place where it belongs.
-  std::size_t probe(std::string_view id) const {
+  std::size_t probe(std::string_view id) const { return probe(id, home_of(id)); }
+  std::size_t probe(std::string_view id, std::size_t place) const {
     const std::size_t mask = table_.size() - 1;
-    std::size_t place = static_cast<std::size_t>(hash_id(id)) & mask;
     while (table_[place] != kNone && std::string_view((*this)[table_[place]]->id) != id) {
       place = (place + 1) & mask;
     }
@@ -158,7 +196,7 @@ class OwnedList {
     table_[hole] = kNone;
     for (std::size_t place = (hole + 1) & mask; table_[place] != kNone;
          place = (place + 1) & mask) {
-      const std::size_t home = static_cast<std::size_t>(hash_id((*this)[table_[place]]->id)) & mask;
+      const std::size_t home = home_of((*this)[table_[place]]->id);
       if (((place - home) & mask) < ((place - hole) & mask)) continue;
       table_[hole] = std::exchange(table_[place], kNone);
       hole = place;

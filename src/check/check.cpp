@@ -66,6 +66,7 @@ bool check_project(const std::string& control_file, FindingList& findings) {
 
   BundleProject project;
   findings.goes_on = true;
+  findings.remembers_image_points = true;
   project.findings = &findings;
   if (report_utf16(text.view(), name, &findings)) return true;
   TokenReader in(text.view(), name, &findings);

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "base/workers.h"
 #include "lsq/ls_params.h"
 
 namespace vorn {
@@ -33,7 +34,10 @@ void AdjObjectList::add_weights(NormalMatrix& normal, Vector& rhs, double& lPl) 
 }
 
 void AdjObjectList::apply_corrections(const Vector& corrections) {
-  for (AdjObject* object : objects_) object->apply_corrections(corrections);
+  constexpr std::size_t kGrain = 1024;
+  for_each_range(objects_.size(), kGrain, [&](std::size_t begin, std::size_t end, std::size_t) {
+    for (std::size_t i = begin; i < end; ++i) objects_[i]->apply_corrections(corrections);
+  });
 }
 
 void AdjObjectList::print_table(TextWriter& out) const {

@@ -96,11 +96,12 @@ bool Camera::read_image_coords(TokenReader& in, BundleImage& image) const {
   if (!read_on && !in.read(factor, {"the scale factor", Range::positive})) return false;
   const char* const block = in.rest().data();
   PointShare* const share = point_share();
+  const bool remembers_points = in.listens() && in.listener()->remembers_image_points;
   int repeated = 0;
   const auto read_point = [&](std::string_view point_id) {
     in.begin_record({"image-point", point_id, image_word});
     auto point = std::make_unique<ImagePoint>();
-    in.remember(point.get(), point_id);
+    if (remembers_points) in.remember(point.get(), point_id);
     point->id = point_id;
     if (!in.read_pair(point->x, point->y, kPoint)) return -1;
     if (!in.read_pair(point->sx, point->sy, kPointStdDevs)) return -1;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "sensors/blocks_ahead.h"
 #include "sensors/bundle_image.h"
 #include "sensors/camera.h"
 #include "sensors/point_share.h"
@@ -32,6 +33,14 @@ bool pass_over_block(TokenReader& in, std::string_view image_id) {
   while (in.read_word(word) && !is_end_word(word, EndWords::keyword_or_minus_one)) {
   }
   return true;
+}
+
+// Reads a block behind its head.
+bool read_block(TokenReader& in, BundleImage& image, const OwnedList<BundleImage>& images) {
+  in.begin_record({"image", in.last_word()});
+  report_broken_lines(in, kWordsPerImagePoint, "point",
+                      [&](std::string_view id) { return images.find(id) != nullptr; });
+  return image.camera->read_image_coords(in, image);
 }
 
 }  // namespace
@@ -64,24 +73,27 @@ int read_image_file(TokenReader& in, OwnedList<BundleImage>& images,
 
 int read_image_crds_file(TokenReader& in, const OwnedList<BundleImage>& images) {
   if (PointShare* const share = point_share()) share->meet(images);
-  const auto begins_block = [&](std::string_view id) { return images.find(id) != nullptr; };
-  const auto read_block = [&](std::string_view word) {
+  BlocksAhead ahead(in, images, read_block);
+  const auto read_next = [&](std::string_view word) {
     BundleImage* const image = images.find(word);
-    in.begin_record({"image", word});
     if (image == nullptr) {
+      in.begin_record({"image", word});
       report_unknown_reference(in, word, "image", "image", images);
       if (pass_over_block(in, word)) return 1;
       return reading_failed("ERROR: BundleImage ", word, " not found.\n");
     }
-    report_broken_lines(in, kWordsPerImagePoint, "point", begins_block);
-    if (!image->camera->read_image_coords(in, *image)) {
+    const std::string_view end_word = ahead.take(word, *image);
+    if (!end_word.empty()) {
+      in.remember(image, word, place_of::kMeasurements);
+      in.pass(end_word);
+    } else if (!read_block(in, *image, images)) {
       return reading_failed("ERROR: BundleImage ", word, " read image coords. failed.\n");
     }
     return 1;
   };
-  return read_records(in, EndWords::keyword_or_minus_one, read_block,
+  return read_records(in, EndWords::keyword_or_minus_one, read_next,
                       [&](std::string_view record, std::string_view next) {
-                        return begins_block(next) ||
+                        return images.find(next) != nullptr ||
                                may_begin_record(in, record, next, kWordsPerHead);
                       });
 }

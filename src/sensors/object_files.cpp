@@ -1,5 +1,6 @@
 // Object-coordinates file and control-support file.
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <unordered_set>
@@ -116,6 +117,11 @@ int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points) {
   in.begin_record({"object-point"});
   const std::size_t words_per_record = common ? 4 : 7;
   report_broken_lines(in, words_per_record, "point", [](std::string_view) { return false; });
+  // Records have a line each, as a rule, and characters for their words in any case.
+  const std::string_view text = in.rest();
+  const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  points.reserve(static_cast<std::size_t>(points.count()) +
+                 std::min(lines, text.size() / (2 * words_per_record)));
   const auto read_point = [&](std::string_view id) {
     in.begin_record({"object-point", id});
     double xyz[3];

@@ -130,6 +130,8 @@ class FindingListener {
   virtual bool only_counts(FindingCode /*code*/, std::string_view /*file*/) const { return false; }
 
   RecordPlaces places;
+  // Whether those of image points are asked for, of which there are many.
+  bool remembers_image_points = false;
   // Readers take up what follows a word or record that they cannot read, to find more. They fail in
   // the end all the same.
   bool goes_on = false;

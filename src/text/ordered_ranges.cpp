@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/workers.h"
+#include "text/kept_console.h"
 
 namespace vorn {
 namespace {
@@ -18,40 +18,6 @@ struct RangeText {
   std::string standard;
   std::string error;
   std::atomic<bool> complete = false;
-};
-
-// A writer whose text goes to a string.
-struct Capture {
-  explicit Capture(std::string& text) { writer.capture(&text); }
-  ~Capture() { writer.capture(nullptr); }
-  Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
-  // The text is complete; throws when there was no memory for its end.
-  void finish() {
-    writer.capture(nullptr);
-    if (writer.error() != 0) throw std::bad_alloc();
-  }
-
-  TextWriter writer;
-};
-
-// What the running thread says on the console is kept for as long as this object lives.
-class KeptConsole {
- public:
-  explicit KeptConsole(RangeText& range) : standard_(range.standard), error_(range.error) {
-    redirect_console(&standard_.writer, &error_.writer);
-  }
-  ~KeptConsole() { redirect_console(nullptr, nullptr); }
-  KeptConsole(const KeptConsole&) = delete;
-  KeptConsole& operator=(const KeptConsole&) = delete;
-  void finish() {
-    standard_.finish();
-    error_.finish();
-  }
-
- private:
-  Capture standard_;
-  Capture error_;
 };
 
 void append(TextWriter& out, std::string& text) {
@@ -72,13 +38,12 @@ class Round {
   template <class Write>
   void work_at(std::size_t k, const Write& write) {
     RangeText& range = ranges_[k];
-    {
-      KeptConsole console(range);
-      Capture capture(range.text);
-      write(capture.writer);
-      capture.finish();
-      console.finish();
-    }
+    KeptConsole console;
+    KeptText text;
+    write(text.writer());
+    range.text = text.take();
+    range.standard = console.take_standard();
+    range.error = console.take_error();
     range.complete = true;
     // Who finds another one writing leaves its text to that one, which looks again afterwards.
     while (next_is_complete() && !writing_.test_and_set()) {

@@ -22,8 +22,7 @@ bool is_control(char c) {
 }
 
 // What stands for the process's streams on this thread.
-thread_local TextWriter* redirected_standard = nullptr;
-thread_local TextWriter* redirected_error = nullptr;
+thread_local Console redirected;
 
 }  // namespace
 
@@ -201,18 +200,15 @@ TextWriter& TextWriter::integer(std::int64_t value, int width) {
 
 TextWriter& standard_output() {
   static TextWriter writer(stdout);
-  return redirected_standard != nullptr ? *redirected_standard : writer;
+  return redirected.standard != nullptr ? *redirected.standard : writer;
 }
 
 TextWriter& error_output() {
   static TextWriter writer(stderr);
-  return redirected_error != nullptr ? *redirected_error : writer;
+  return redirected.error != nullptr ? *redirected.error : writer;
 }
 
-void redirect_console(TextWriter* standard, TextWriter* error) {
-  redirected_standard = standard;
-  redirected_error = error;
-}
+Console redirect_console(Console console) { return std::exchange(redirected, console); }
 
 void flush_console() {
   standard_output().flush();

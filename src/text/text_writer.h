@@ -96,8 +96,13 @@ class TextWriter {
 // The process's standard output and error streams. Their buffers are written out by flush_console.
 TextWriter& standard_output();
 TextWriter& error_output();
-// From now on these stand for them on the running thread; nulls end that.
-void redirect_console(TextWriter* standard, TextWriter* error);
+// What stands for them on a thread; nulls: nothing else.
+struct Console {
+  TextWriter* standard = nullptr;
+  TextWriter* error = nullptr;
+};
+// From now on this does, on the running thread. What did so before.
+Console redirect_console(Console console);
 // Writes out both; every run ends with it.
 void flush_console();
 

@@ -278,6 +278,12 @@ void TokenReader::skip_line() noexcept {
   if (pos_ != end_) ++pos_;
 }
 
+void TokenReader::pass(std::string_view word) noexcept {
+  token_ = word.data();
+  pos_ = token_ + word.size();
+  at_end_ = pos_ == end_;
+}
+
 void TokenReader::skip_rest() noexcept {
   pos_ = token_ = end_;
   at_end_ = failed_ = true;

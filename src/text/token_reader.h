@@ -85,6 +85,8 @@ class TokenReader {
   bool only_blanks_left() const noexcept;
   // Skips the rest of the line, its end included.
   void skip_line() noexcept;
+  // Goes on behind a word further on, up to which another reader has read this text.
+  void pass(std::string_view word) noexcept;
   // Skips all that is left; the reader is then failed, as at the end of the text.
   void skip_rest() noexcept;
 

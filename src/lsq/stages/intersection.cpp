@@ -6,9 +6,13 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
+#include "base/place.h"
+#include "base/workers.h"
 #include "driver/bundle_project.h"
 #include "lsq/stages/point_rays.h"
+#include "sensors/image_ranges.h"
 #include "sensors/point_share.h"
 
 namespace vorn {
@@ -65,6 +69,31 @@ Intersection mean_of_pairs(std::span<const Ray> rays, TextWriter* pairs_out) {
   return sum;
 }
 
+// Binds all image points to the object points that there are. Which images, by their slots, have
+// image points without one.
+std::vector<char> link_points(const OwnedList<BundleImage>& images,
+                              const OwnedList<ObjectPoint>& object_points) {
+  std::vector<char> incomplete(num_slots(images), 0);
+  for_each_range(num_slots(images), images_per_range(images),
+                 [&](std::size_t begin, std::size_t end, std::size_t) {
+                   std::vector<ImagePoint*> measured;
+                   for (std::size_t slot = begin; slot < end; ++slot) {
+                     BundleImage* const image = images[static_cast<std::int32_t>(slot)];
+                     if (image == nullptr) continue;
+                     measured.clear();
+                     for (ImagePoint& point : image->points) measured.push_back(&point);
+                     object_points.find_each(
+                         measured.size(),
+                         [&](std::size_t k) { return std::string_view(measured[k]->id); },
+                         [&](std::size_t k, ObjectPoint* found) {
+                           measured[k]->object_point = found;
+                           if (found == nullptr) incomplete[slot] = 1;
+                         });
+                   }
+                 });
+  return incomplete;
+}
+
 void print_rays(TextWriter& out, const ObjectPoint& point, std::span<const Ray> rays) {
   out << "Point: " << point.id << " by ";
   for (const Ray& ray : rays) out << right_aligned(ray.image->id, kImageIdWidth) << ' ';
@@ -81,8 +110,12 @@ int BundleProject::check_approximations(TextWriter* out) {
   std::optional<PointLines> lines;
   if (out != nullptr) lines.emplace(*out);
   std::int32_t added = 0;
-  for (const BundleImage& image : images) {
-    for (ImagePoint& measured : image.points) {
+  const std::vector<char> incomplete = link_points(images, object_points);
+  for (std::int32_t slot = 0; slot < images.num_slots(); ++slot) {
+    if (incomplete[place(slot)] == 0) continue;
+    for (ImagePoint& measured : images[slot]->points) {
+      if (measured.object_point != nullptr) continue;
+      // Measured twice, it was added at the first place.
       measured.object_point = object_points.find(measured.id);
       if (measured.object_point != nullptr) continue;
       if (out != nullptr) lines->begin(object_points.num_slots());

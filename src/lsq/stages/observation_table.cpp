@@ -27,89 +27,114 @@ std::size_t number_of(const ObjectPoint& point) {
 // ---- set-up ------------------------------------------------------------------------------------
 
 // Sorts the observations by the batches of their object points, by counting; within a batch the
-// order of the images stays.
+// order of the images stays. Workers share the images in consecutive ranges, each of which has
+// rooms of its own in the batches, behind those of the ranges before it.
 class ObservationTable::Sorter {
  public:
   Sorter(ObservationTable& table, const OwnedList<BundleImage>& images,
          const OwnedList<ObjectPoint>& object_points)
       : table_(table),
-        images_(images),
         object_points_(object_points),
         ranks_(table.points_.size()),
-        rooms_((table.points_.size() + kBatch - 1) / kBatch + 1) {
+        num_batches_((table.points_.size() + kBatch - 1) / kBatch) {
     for (std::size_t rank = 0; rank < ranks_.size(); ++rank) {
       ranks_[number_of(*table.points_[rank])] = rank;
     }
+    for (const BundleImage& image : images) images_.push_back(&image);
+    // Rooms take memory: a few ranges for each worker.
+    constexpr std::size_t kRangesPerWorker = 4;
+    const std::size_t most = workers().count() == 1 ? 1 : kRangesPerWorker * workers().count();
+    grain_ = std::max<std::size_t>(1, (images_.size() + most - 1) / most);
+    ranges_.resize((images_.size() + grain_ - 1) / grain_);
   }
 
   void sort(const NormalMatrix& normal) {
-    for_each_image([this](std::int32_t number, const BundleImage& image) { count(number, image); });
+    for_each_range([this](Range& range, std::size_t begin, std::size_t end) {
+      range.rooms.resize(num_batches_);
+      for (std::size_t image = begin; image < end; ++image) count(image, range);
+    });
     make_room();
-    for_each_image([this, &normal](std::int32_t number, const BundleImage& image) {
-      put(number, image, normal);
+    for_each_range([this, &normal](Range& range, std::size_t begin, std::size_t end) {
+      for (std::size_t image = begin; image < end; ++image) put(image, normal, range);
     });
   }
 
  private:
-  // How much a batch holds; later on, where its next entries go.
+  // How much of a range a batch holds; later on, where its next entries go.
   struct Room {
     std::size_t observations = 0;
     std::size_t places = 0;
     std::size_t segments = 0;
     std::int32_t last_image = -1;
   };
+  struct Range {
+    std::vector<Room> rooms;                    // of all batches
+    std::vector<const ImagePoint*> unresolved;  // in the order of the images
+  };
 
   template <class Visit>
-  void for_each_image(Visit visit) const {
-    std::int32_t number = 0;
-    for (const BundleImage& image : images_) visit(number++, image);
+  void for_each_range(Visit visit) {
+    vorn::for_each_range(images_.size(), grain_,
+                         [&](std::size_t begin, std::size_t end, std::size_t) {
+                           visit(ranges_[begin / grain_], begin, end);
+                         });
   }
-  std::size_t num_places(std::int32_t image) const {
-    return 1 + table_.images_[static_cast<std::size_t>(image)]->normals.blocks().size();
+  const std::vector<std::int32_t>& blocks_of(std::size_t image) const {
+    return table_.images_[image]->normals.blocks();
   }
 
-  void count(std::int32_t number, const BundleImage& image) {
-    for (const ImagePoint& point : image.points) {
+  void count(std::size_t image, Range& range) const {
+    const std::size_t num_places = 1 + blocks_of(image).size();
+    const auto number = static_cast<std::int32_t>(image);
+    for (const ImagePoint& point : images_[image]->points) {
       const ObjectPoint* const object_point = object_point_of(point, object_points_);
       if (object_point == nullptr) {
-        table_.unresolved_.push_back(&point);
+        range.unresolved.push_back(&point);
         continue;
       }
-      Room& room = rooms_[ranks_[number_of(*object_point)] / kBatch + 1];
+      Room& room = range.rooms[ranks_[number_of(*object_point)] / kBatch];
       ++room.observations;
-      room.places += num_places(number);
+      room.places += num_places;
       if (std::exchange(room.last_image, number) != number) ++room.segments;
     }
   }
 
   // From the sizes of the batches to their beginnings.
   void make_room() {
-    table_.batches_.push_back({0, 0, 0});
-    for (std::size_t b = 1; b < rooms_.size(); ++b) {
-      rooms_[b].observations += rooms_[b - 1].observations;
-      rooms_[b].places += rooms_[b - 1].places;
-      rooms_[b].segments += rooms_[b - 1].segments;
-      rooms_[b].last_image = -1;
-      table_.batches_.push_back({rooms_[b].segments, rooms_[b].observations, rooms_[b].places});
+    BatchStart next{0, 0, 0};
+    for (std::size_t b = 0; b < num_batches_; ++b) {
+      table_.batches_.push_back(next);
+      for (Range& range : ranges_) {
+        Room& room = range.rooms[b];
+        room.last_image = -1;
+        next.segment += std::exchange(room.segments, next.segment);
+        next.observation += std::exchange(room.observations, next.observation);
+        next.place += std::exchange(room.places, next.place);
+      }
     }
-    table_.observations_.resize(rooms_.back().observations);
-    table_.places_.resize(rooms_.back().places);
-    table_.segments_.resize(rooms_.back().segments);
+    table_.batches_.push_back(next);
+    table_.observations_.resize(next.observation);
+    table_.places_.resize(next.place);
+    table_.segments_.resize(next.segment);
+    for (const Range& range : ranges_) {
+      table_.unresolved_.insert(table_.unresolved_.end(), range.unresolved.begin(),
+                                range.unresolved.end());
+    }
   }
 
-  void put(std::int32_t number, const BundleImage& image, const NormalMatrix& normal) {
-    const std::vector<std::int32_t>& blocks =
-        table_.images_[static_cast<std::size_t>(number)]->normals.blocks();
-    for (const ImagePoint& point : image.points) {
+  void put(std::size_t image, const NormalMatrix& normal, Range& range) const {
+    const std::vector<std::int32_t>& blocks = blocks_of(image);
+    const auto number = static_cast<std::int32_t>(image);
+    for (const ImagePoint& point : images_[image]->points) {
       const ObjectPoint* const object_point = object_point_of(point, object_points_);
       if (object_point == nullptr) continue;
       const std::size_t rank = ranks_[number_of(*object_point)];
-      Room& room = rooms_[rank / kBatch];
+      Room& room = range.rooms[rank / kBatch];
       if (std::exchange(room.last_image, number) != number) {
         table_.segments_[room.segments++] = {number, 0, 0};
       }
       ++table_.segments_[room.segments - 1].count;
-      table_.observations_[room.observations++] = observation_of(point, *image.camera);
+      table_.observations_[room.observations++] = observation_of(point, *images_[image]->camera);
       table_.places_[room.places++] = static_cast<std::int32_t>(rank % kBatch);
       for (const std::int32_t block : blocks) {
         table_.places_[room.places++] = normal.coupling_start(object_point->index / 3, block);
@@ -118,10 +143,12 @@ class ObservationTable::Sorter {
   }
 
   ObservationTable& table_;
-  const OwnedList<BundleImage>& images_;
   const OwnedList<ObjectPoint>& object_points_;
+  std::vector<const BundleImage*> images_;
   std::vector<std::size_t> ranks_;  // of the object points in the order of the normal matrix
-  std::vector<Room> rooms_;         // of all batches
+  std::size_t num_batches_;
+  std::size_t grain_ = 1;  // images of a range
+  std::vector<Range> ranges_;
 };
 
 void ObservationTable::set_up(const OwnedList<BundleImage>& images,

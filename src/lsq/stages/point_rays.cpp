@@ -1,32 +1,55 @@
 #include "lsq/stages/point_rays.h"
 
+#include "base/place.h"
+#include "base/workers.h"
+#include "sensors/image_ranges.h"
+
 namespace vorn {
+namespace {
+
+// The slots of the object points of all image points, image by image; -1 where there is none.
+std::vector<std::int32_t> slots_of_points(const OwnedList<BundleImage>& images,
+                                          const OwnedList<ObjectPoint>& object_points) {
+  std::vector<std::size_t> first = {0};  // of each image
+  for (std::int32_t k = 0; k < images.num_slots(); ++k) {
+    const std::int32_t count = images[k] == nullptr ? 0 : images[k]->count_points();
+    first.push_back(first.back() + place(count));
+  }
+  std::vector<std::int32_t> slots(first.back());
+  for_each_range(num_slots(images), images_per_range(images),
+                 [&](std::size_t begin, std::size_t end, std::size_t) {
+                   std::size_t next = first[begin];
+                   for_each_in(images, begin, end, [&](const BundleImage& image) {
+                     for (const ImagePoint& point : image.points) {
+                       const ObjectPoint* const found = object_point_of(point, object_points);
+                       slots[next++] = found == nullptr ? -1 : found->slot;
+                     }
+                   });
+                 });
+  return slots;
+}
+
+}  // namespace
 
 PointRays::PointRays(const OwnedList<BundleImage>& images,
                      const OwnedList<ObjectPoint>& object_points)
-    : first_(static_cast<std::size_t>(object_points.num_slots()) + 1, 0) {
-  struct Measured {
-    std::int32_t slot;
-    Ray ray;
-  };
-  std::vector<Measured> measured;
+    : first_(num_slots(object_points) + 1, 0) {
   for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
     if (object_points[slot] != nullptr) object_points[slot]->slot = slot;
   }
-  for (BundleImage& image : images) {
-    for (const ImagePoint& point : image.points) {
-      const ObjectPoint* const object_point = object_point_of(point, object_points);
-      if (object_point == nullptr) continue;
-      const std::int32_t slot = object_point->slot;
-      measured.push_back({slot, {&image, &point}});
-      ++first_[static_cast<std::size_t>(slot) + 1];
-    }
+  const std::vector<std::int32_t> slots = slots_of_points(images, object_points);
+  for (const std::int32_t slot : slots) {
+    if (slot >= 0) ++first_[place(slot) + 1];
   }
   for (std::size_t i = 1; i < first_.size(); ++i) first_[i] += first_[i - 1];
-  rays_.resize(measured.size());
+  rays_.resize(first_.back());
   std::vector<std::size_t> next(first_.begin(), first_.end() - 1);
-  for (const Measured& entry : measured) {
-    rays_[next[static_cast<std::size_t>(entry.slot)]++] = entry.ray;
+  std::size_t number = 0;
+  for (BundleImage& image : images) {
+    for (const ImagePoint& point : image.points) {
+      const std::int32_t slot = slots[number++];
+      if (slot >= 0) rays_[next[place(slot)]++] = {&image, &point};
+    }
   }
 }
 

@@ -1,7 +1,13 @@
 #include "lsq/stages/statistics.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <cstddef>
+#include <span>
+#include <vector>
 
+#include "base/workers.h"
 #include "geometry/ext_orientation.h"
 #include "sensors/object_point.h"
 #include "sensors/point_share.h"
@@ -10,6 +16,8 @@ namespace vorn {
 namespace {
 
 constexpr std::int32_t kNumCentreParams = 3;
+
+constexpr std::size_t kObjectsPerRange = 1024;
 
 void find_largest(const AdjObject& object, std::int32_t k, const Vector& corrections,
                   GroupChange& change) {
@@ -33,6 +41,49 @@ void add_all(const AdjObject& object, const Vector& corrections, GroupChange& ch
   for (std::int32_t k = 0; k < count; ++k) find_largest(object, k, corrections, change);
 }
 
+// As add_all for some object points: workers gather the corrections and look for the largest ones;
+// the sum is that of one point after the other.
+void add_points(std::span<const ObjectPoint* const> points, const Vector& corrections,
+                GroupChange& change) {
+  constexpr std::size_t kParams = 3;
+  std::vector<double> sizes(kParams * points.size());  // 0 where nothing is to be added
+  std::vector<GroupChange> ranges(points.size() / kObjectsPerRange + 1);
+  for_each_range(points.size(), kObjectsPerRange,
+                 [&](std::size_t begin, std::size_t end, std::size_t) {
+                   GroupChange& range = ranges[begin / kObjectsPerRange];
+                   for (std::size_t i = kParams * begin; i < kParams * end; ++i) {
+                     const ObjectPoint& point = *points[i / kParams];
+                     const auto k = static_cast<std::int32_t>(i % kParams);
+                     if (point.param(k).state == ParamState::eliminated) continue;
+                     sizes[i] = std::fabs(corrections[point.index + k]);
+                     ++range.count;
+                     find_largest(point, k, corrections, range);
+                   }
+                 });
+  for (const double size : sizes) change.sum += size;
+  for (const GroupChange& range : ranges) {
+    change.count += range.count;
+    if (!(range.max > change.max)) continue;
+    change.max = range.max;
+    change.object = range.object;
+    change.param = range.param;
+  }
+}
+
+void add_all_points(const AdjObjectList& unknowns, const Vector& corrections, GroupChange& change) {
+  constexpr std::size_t kAtOnce = 32 * kObjectsPerRange;
+  std::vector<const ObjectPoint*> points;
+  const auto add_them = [&] {
+    add_points(points, corrections, change);
+    points.clear();
+  };
+  unknowns.for_each<ObjectPoint>([&](const ObjectPoint& point) {
+    points.push_back(&point);
+    if (points.size() == kAtOnce) add_them();
+  });
+  add_them();
+}
+
 }  // namespace
 
 Redundancy redundancy_of(const AdjObjectList& unknowns, std::int32_t observations) {
@@ -51,8 +102,7 @@ Redundancy redundancy_of(const AdjObjectList& unknowns, std::int32_t observation
 
 void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
                   IterationStatistics& statistics) {
-  unknowns.for_each<ObjectPoint>(
-      [&](const ObjectPoint& point) { add_all(point, corrections, statistics.points); });
+  add_all_points(unknowns, corrections, statistics.points);
   statistics.points.sum = in_total(statistics.points.sum);
   statistics.points.count = in_total(statistics.points.count);
   unknowns.for_each<ExtOrientation>([&](const ExtOrientation& orientation) {
@@ -69,13 +119,20 @@ void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
 
 void find_open_parameter(const AdjObjectList& unknowns, const Vector& corrections,
                          IterationStatistics& statistics) {
-  for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
-    const std::int32_t open = unknowns[i].check_convergence(corrections);
-    if (open == -1) continue;
-    statistics.open_object = &unknowns[i];
-    statistics.open_param = open;
-    return;
-  }
+  const auto count = static_cast<std::size_t>(unknowns.num_objects());
+  std::atomic<std::size_t> first = count;  // object found so far
+  for_each_range(count, kObjectsPerRange, [&](std::size_t begin, std::size_t end, std::size_t) {
+    for (std::size_t i = begin; i < std::min(end, first.load()); ++i) {
+      if (unknowns[static_cast<std::int32_t>(i)].check_convergence(corrections) == -1) continue;
+      std::size_t found = first;
+      while (i < found && !first.compare_exchange_weak(found, i)) {
+      }
+      return;
+    }
+  });
+  if (first == count) return;
+  statistics.open_object = &unknowns[static_cast<std::int32_t>(first)];
+  statistics.open_param = statistics.open_object->check_convergence(corrections);
 }
 
 }  // namespace vorn
