@@ -12,7 +12,12 @@ using Full3 = std::array<Vec3, 3>;
 
 // A := J'AJ with the rotation J of the plane (p, q) that makes A[p][q] zero; the rows of V follow.
 void rotate(Full3& a, Full3& v, std::size_t p, std::size_t q) {
-  if (a[p][q] == 0.0) return;
+  // What is this small against both turns nothing that counts.
+  constexpr double kNegligible = 1e-36;
+  if (a[p][q] * a[p][q] <= kNegligible * std::fabs(a[p][p] * a[q][q])) {
+    a[p][q] = a[q][p] = 0.0;
+    return;
+  }
   const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
   const double t = std::copysign(1.0, theta) / (std::fabs(theta) + std::sqrt(1.0 + theta * theta));
   const double c = 1.0 / std::sqrt(1.0 + t * t);

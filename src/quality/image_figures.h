@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -24,8 +23,7 @@ class ImageFigures {
   const BundleImage& image() const { return *image_; }
   const std::vector<std::int32_t>& blocks() const { return blocks_; }
   const std::vector<std::int32_t>& unknowns() const { return unknowns_; }
-  // Rows and columns of the cofactors, filled up with zeros to those of the design rows.
-  std::int32_t stride() const { return stride_; }
+  // Of these unknowns, row by row.
   const double* cofactors() const { return cofactors_.data(); }
   // At the final values. Where the image takes packs, workers share them; otherwise they are those
   // of one worker.
@@ -36,7 +34,6 @@ class ImageFigures {
   std::unique_ptr<ObservationEquations> equations_;
   std::vector<std::int32_t> blocks_;
   std::vector<std::int32_t> unknowns_;
-  std::int32_t stride_ = 0;
   std::vector<double> cofactors_;
 };
 
@@ -59,30 +56,29 @@ class RayFigures {
   [[nodiscard]] bool fill(const ImageFigures& of, std::span<const Ray> rays);
 
  private:
-  // An equation's row of A, in two parts, with what Q makes of it: c = Q_pr a_r of everything else,
-  // and all of Q_p a, the point's three rows.
+  // What stands in an equation's row of A for the object point, with what Q makes of the row:
+  // c = Q_pr a_r of everything else, and all of Q_p a, the point's three rows.
   struct Projected {
     Vec3 a;
-    const double* rest;
     Vec3 c;
     Vec3 point;
   };
 
   [[nodiscard]] bool form(const ImageFigures& of, std::span<const Ray> rays);
-  [[nodiscard]] bool fill_one_by_one(const ImageFigures& of, std::span<const Ray> rays);
-  void list_coupling(const ImageFigures& of, const SelectedInverse::PointCofactors& cofactors);
-  Projected project(const Vec3& point_row, const double* rest,
-                    const SelectedInverse::PointCofactors& cofactors);
-  void fill(const ImageFigures& of, const Ray& ray, const std::array<Vec3, 2>& point_rows,
-            const std::array<const double*, 2>& rows);
-  double shift(const ImageFigures& of, const ObjectPoint& point, const Projected& projected) const;
+  [[nodiscard]] bool form_one_by_one(const ImageFigures& of, std::span<const Ray> rays);
+  void line_up_coupling(const ImageFigures& of, std::span<const Ray> rays);
+  void fill(const ImageFigures& of, const Ray& ray, std::size_t k);
+  double shift(const ImageFigures& of, const Ray& ray, const Projected& projected, const Pack* rest,
+               int lane) const;
 
   const FinalSystem& system_;
   const InnerDatum* datum_;
   double delta0_;
-  PointEquation equation_;
+  // Of the rays at work.
   PackedEquations packed_;
-  std::vector<BlockProduct> coupling_;  // the point with the blocks of the image
+  std::vector<double> coupling_;  // with the unknowns of the image
+  PackedProjection projection_;
+  PointEquation equation_;
 };
 
 }  // namespace vorn

@@ -633,27 +633,44 @@ TEST_P(KernelVersions, AddPackedPointsAsOneByOne) {
   }
 }
 
-TEST_P(KernelVersions, FindFormsAndLargeProducts) {
-  for (const std::size_t n : {8U, 24U}) {
-    std::vector<double> q(n * n), x(n), y(n);
-    double expected[3] = {};
-    for (std::size_t i = 0; i < n; ++i) {
-      x[i] = std::sin(3.0 * static_cast<double>(i));
-      y[i] = std::cos(static_cast<double>(i));
-      for (std::size_t j = 0; j <= i; ++j) {
-        q[i * n + j] = q[j * n + i] = std::sin(static_cast<double>(i * n + j));
+TEST_P(KernelVersions, ProjectRowsAndFindLargeProducts) {
+  for (const std::size_t m : {1U, 6U, 13U}) {
+    const std::size_t stride = m + 3;
+    const auto wave = [](std::size_t k) { return std::sin(3.0 * static_cast<double>(k)); };
+    std::vector<double> x(8 * m), y(8 * m), coupling(24 * m), q(stride * m, std::nan(""));
+    for (std::size_t k = 0; k < x.size(); ++k) x[k] = wave(k), y[k] = wave(k + 1000);
+    for (std::size_t k = 0; k < coupling.size(); ++k) coupling[k] = wave(k + 2000);
+    for (std::size_t i = 0; i < m; ++i) {
+      for (std::size_t j = 0; j <= i; ++j) q[i * stride + j] = wave(i * m + j + 3000);
+    }
+    PackedProjection result;
+    const auto width = static_cast<std::int32_t>(m);
+    kernel_->project_packed_rows(result, {x.data(), y.data(), q.data(), coupling.data(), width,
+                                          static_cast<std::int32_t>(stride)});
+    for (std::size_t k = 0; k < 8; ++k) {
+      const auto form = [&](const std::vector<double>& a, const std::vector<double>& b) {
+        double sum = 0.0;
+        for (std::size_t i = 0; i < m; ++i) {
+          for (std::size_t j = 0; j < m; ++j) {
+            sum += a[8 * i + k] * q[std::max(i, j) * stride + std::min(i, j)] * b[8 * j + k];
+          }
+        }
+        return sum;
+      };
+      EXPECT_NEAR(result.xx[k], form(x, x), 1e-12);
+      EXPECT_NEAR(result.xy[k], form(x, y), 1e-12);
+      EXPECT_NEAR(result.yy[k], form(y, y), 1e-12);
+      for (std::size_t r = 0; r < 3; ++r) {
+        double kx = 0.0;
+        double ky = 0.0;
+        for (std::size_t j = 0; j < m; ++j) {
+          kx += coupling[8 * (r * m + j) + k] * x[8 * j + k];
+          ky += coupling[8 * (r * m + j) + k] * y[8 * j + k];
+        }
+        EXPECT_NEAR(result.kx[r][k], kx, 1e-12);
+        EXPECT_NEAR(result.ky[r][k], ky, 1e-12);
       }
     }
-    for (std::size_t i = 0; i < n; ++i) {
-      for (std::size_t j = 0; j < n; ++j) {
-        expected[0] += x[i] * q[i * n + j] * x[j];
-        expected[1] += x[i] * q[i * n + j] * y[j];
-        expected[2] += y[i] * q[i * n + j] * y[j];
-      }
-    }
-    double forms[3];
-    kernel_->quadratic_forms(forms, q.data(), x.data(), y.data(), static_cast<std::int32_t>(n));
-    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(forms[k], expected[k], 1e-12);
   }
   // Wherever it stands, of either sign.
   for (std::size_t n = 1; n < 20; ++n) {

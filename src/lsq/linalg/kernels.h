@@ -56,6 +56,26 @@ struct PackedWeights {
   double reduced_y[8];
 };
 
+// The design rows x and y of eight image points as in PackedRows; the symmetric m x m matrix Q of
+// their columns, row-major, rows `stride` apart, of which the lower triangle is read; and the 3 x m
+// matrix K of each point, element (r, j) of point k at [8 * (r * m + j) + k].
+struct PackedFactors {
+  const double* x;
+  const double* y;
+  const double* q;
+  const double* coupling;
+  std::int32_t m;
+  std::int32_t stride;
+};
+// x'Qx, x'Qy, y'Qy, Kx and Ky of eight points.
+struct PackedProjection {
+  double xx[8];
+  double xy[8];
+  double yy[8];
+  double kx[3][8];
+  double ky[3][8];
+};
+
 // Symmetric 2 x 2 weight matrix P of one image point.
 struct PointWeights {
   double xx;
@@ -142,9 +162,8 @@ struct Kernels {
   // y += s x
   void (*add_scaled)(double* y, const double* x, double s, std::int64_t n);
 
-  // x'Qx, x'Qy and y'Qy for a symmetric n x n matrix Q, n a multiple of 8.
-  void (*quadratic_forms)(double* forms, const double* q, const double* x, const double* y,
-                          std::int32_t n);
+  // What cofactors make of the design rows of eight points.
+  void (*project_packed_rows)(PackedProjection& result, const PackedFactors& of);
   // Whether |a_k b_k| is at least `limit` for any k.
   bool (*any_product_reaches)(const double* a, const double* b, std::int64_t n, double limit);
 };

@@ -651,32 +651,44 @@ void add_scaled(double* y, const double* x, double s, std::int64_t n) {
   for (; k < n; ++k) y[k] = multiply_add(x[k], s, y[k]);
 }
 
-void quadratic_forms(double* forms, const double* q, const double* x, const double* y,
-                     std::int32_t n) {
-  Sums xx;
-  Sums xy;
-  Sums yy;
-  for (Index j = 0; j < n; j += kSums) {
-    Lanes qx[std::size_t{kVectors}] = {};
-    Lanes qy[std::size_t{kVectors}] = {};
-    for (Index i = 0; i < n; ++i) {
-      for (int k = 0; k < kVectors; ++k) {
-        const Lanes row = load(q + i * n + j + k * kLanes);
-        qx[k] = multiply_add(row, spread(x[i]), qx[k]);
-        qy[k] = multiply_add(row, spread(y[i]), qy[k]);
+void project_packed_rows(PackedProjection& result, const PackedFactors& of) {
+  const Index m = of.m;
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    const auto at = [k](const double* column, Index j) { return load(column + 8 * j + k); };
+    Lanes xx{};
+    Lanes xy{};
+    Lanes yy{};
+    Lanes kx[3] = {};
+    Lanes ky[3] = {};
+    for (Index i = 0; i < m; ++i) {
+      // Half the diagonal, then what stands in front of it.
+      const Lanes xi = at(of.x, i);
+      const Lanes yi = at(of.y, i);
+      const Lanes half = spread(0.5 * of.q[i * of.stride + i]);
+      Lanes qx = half * xi;
+      Lanes qy = half * yi;
+      for (Index j = 0; j < i; ++j) {
+        const Lanes q = spread(of.q[i * of.stride + j]);
+        qx = multiply_add(q, at(of.x, j), qx);
+        qy = multiply_add(q, at(of.y, j), qy);
+      }
+      xx = multiply_add(qx, xi, xx);
+      xy = multiply_add(qy, xi, multiply_add(qx, yi, xy));
+      yy = multiply_add(qy, yi, yy);
+      for (Index r = 0; r < 3; ++r) {
+        const Lanes coupling = at(of.coupling, r * m + i);
+        kx[r] = multiply_add(coupling, xi, kx[r]);
+        ky[r] = multiply_add(coupling, yi, ky[r]);
       }
     }
-    for (int k = 0; k < kVectors; ++k) {
-      const Lanes xj = load(x + j + k * kLanes);
-      const Lanes yj = load(y + j + k * kLanes);
-      xx.lanes[k] = multiply_add(qx[k], xj, xx.lanes[k]);
-      xy.lanes[k] = multiply_add(qx[k], yj, xy.lanes[k]);
-      yy.lanes[k] = multiply_add(qy[k], yj, yy.lanes[k]);
+    store(result.xx + k, xx + xx);
+    store(result.xy + k, xy);
+    store(result.yy + k, yy + yy);
+    for (Index r = 0; r < 3; ++r) {
+      store(result.kx[r] + k, kx[r]);
+      store(result.ky[r] + k, ky[r]);
     }
   }
-  forms[0] = total(xx);
-  forms[1] = total(xy);
-  forms[2] = total(yy);
 }
 
 bool any_product_reaches(const double* a, const double* b, std::int64_t n, double limit) {
@@ -713,7 +725,7 @@ constexpr Kernels kTable = {VORN_KERNEL_NAME,
                             multiply_blocks,
                             dot,
                             add_scaled,
-                            quadratic_forms,
+                            project_packed_rows,
                             any_product_reaches};
 
 }  // namespace
