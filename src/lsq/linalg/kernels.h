@@ -105,18 +105,21 @@ struct BlockProduct {
 struct Kernels {
   const char* name;
 
-  // C -= A B'
-  void (*multiply_subtract)(double* c, const double* a, const double* b, std::int32_t t);
+  // C -= A B' for the first `rows` of A and `columns` of B, multiples of 8. A part of a tile that
+  // begins at another row or column is given by where it begins.
+  void (*multiply_subtract)(double* c, const double* a, const double* b, std::int32_t t,
+                            std::int32_t rows, std::int32_t columns);
   // C -= A B
   void (*multiply_subtract_plain)(double* c, const double* a, const double* b, std::int32_t t);
-  // The lower triangle of C -= A A'; what stands above it becomes undefined.
-  void (*square_subtract)(double* c, const double* a, std::int32_t t);
+  // The lower triangle of C -= A A' for the first `rows` of A, likewise; what stands above it
+  // becomes undefined.
+  void (*square_subtract)(double* c, const double* a, std::int32_t t, std::int32_t rows);
   // Cholesky factorisation of a diagonal tile in its lower triangle, the diagonal of L included;
   // reads nothing above the diagonal. 0, or k > 0 when pivot k (counted from 1) is not greater than
   // 0.
   std::int32_t (*factorise)(double* a, std::int32_t t);
-  // C := C L^-T with the lower triangle of L
-  void (*solve_right)(double* c, const double* l, std::int32_t t);
+  // C := C L^-T with the lower triangle of L, for the first `rows` of C, likewise
+  void (*solve_right)(double* c, const double* l, std::int32_t t, std::int32_t rows);
 
   // Columns of one piece of a point: V := L^-1 N, 3 x width from rows of N that stand `stride`
   // apart to rows of eight filled up with zeros. `factor` holds the inverse diagonal of L and l10,

@@ -106,82 +106,98 @@ inline void subtract_block(double* c, const double* a, const double* b, Index t,
   }
 }
 
-// Rows [first, t) of K columns, `first` a multiple of 8.
+// Rows [first, end) of K columns, multiples of 8.
 template <int K>
 inline void subtract_columns(double* c, const double* a, const double* b, Index t, Index depth,
-                             Index first) {
+                             Index first, Index end) {
   constexpr Index kTall = 3 * kLanes;
   Index row = first;
-  for (; row + kTall <= t; row += kTall) subtract_block<3, K, false>(c + row, a + row, b, t, depth);
-  for (; row < t; row += VORN_LANES) subtract_block<1, K, false>(c + row, a + row, b, t, depth);
-}
-
-// All rows and columns of C. A block of rows of A stays in the first cache while B passes by once.
-template <bool Plain>
-inline void subtract_tile_product(double* c, const double* a, const double* b, Index t) {
-  constexpr Index kTall = 3 * kLanes;  // divides t
-  for (Index row = 0; row < t; row += kTall) {
-    for (Index j = 0; j < t; j += VORN_COLUMNS) {
-      subtract_block<3, VORN_COLUMNS, Plain>(c + j * t + row, a + row, Plain ? b + j * t : b + j, t,
-                                             t);
-    }
+  for (; row + kTall <= end; row += kTall) {
+    subtract_block<3, K, false>(c + row, a + row, b, t, depth);
+  }
+  for (; row < end; row += VORN_LANES) {
+    subtract_block<1, K, false>(c + row, a + row, b, t, depth);
   }
 }
 
-void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size) {
-  subtract_tile_product<false>(c, a, b, size);
+// R vectors of rows, and the columns of C. They stay in the first cache while B passes by once.
+template <int R, bool Plain>
+inline void subtract_band(double* c, const double* a, const double* b, Index t, Index columns) {
+  for (Index j = 0; j < columns; j += VORN_COLUMNS) {
+    subtract_block<R, VORN_COLUMNS, Plain>(c + j * t, a, Plain ? b + j * t : b + j, t, t);
+  }
+}
+
+template <bool Plain>
+inline void subtract_tile_product(double* c, const double* a, const double* b, Index t, Index rows,
+                                  Index columns) {
+  constexpr Index kTall = 3 * kLanes;  // divides t
+  Index row = 0;
+  for (; row + kTall <= rows; row += kTall) {
+    subtract_band<3, Plain>(c + row, a + row, b, t, columns);
+  }
+  if (row + 2 * kLanes == rows) {
+    subtract_band<2, Plain>(c + row, a + row, b, t, columns);
+  } else if (row < rows) {
+    subtract_band<1, Plain>(c + row, a + row, b, t, columns);
+  }
+}
+
+void multiply_subtract(double* c, const double* a, const double* b, std::int32_t size,
+                       std::int32_t rows, std::int32_t columns) {
+  subtract_tile_product<false>(c, a, b, size, rows, columns);
 }
 
 void multiply_subtract_plain(double* c, const double* a, const double* b, std::int32_t size) {
-  subtract_tile_product<true>(c, a, b, size);
+  subtract_tile_product<true>(c, a, b, size, size, size);
 }
 
-void square_subtract(double* c, const double* a, std::int32_t size) {
+void square_subtract(double* c, const double* a, std::int32_t size, std::int32_t rows) {
   const Index t = size;
-  for (Index j = 0; j < t; j += VORN_COLUMNS) {
-    subtract_columns<VORN_COLUMNS>(c + j * t, a, a + j, t, t, j / 8 * 8);
+  for (Index j = 0; j < rows; j += VORN_COLUMNS) {
+    subtract_columns<VORN_COLUMNS>(c + j * t, a, a + j, t, t, j / 8 * 8, rows);
   }
 }
 
 // Columns are finished in panels of this width.
 constexpr Index kPanel = 8;
 
-// Brings the contributions of all earlier columns into one panel of C, rows [first, t).
+// Brings the contributions of all earlier columns into one panel of C, rows [first, end).
 inline void update_panel(double* c, const double* a, const double* l, Index t, Index panel,
-                         Index first) {
+                         Index first, Index end) {
   for (Index j = 0; j < kPanel; j += VORN_COLUMNS) {
-    subtract_columns<VORN_COLUMNS>(c + (panel + j) * t, a, l + panel + j, t, panel, first);
+    subtract_columns<VORN_COLUMNS>(c + (panel + j) * t, a, l + panel + j, t, panel, first, end);
   }
 }
 
-// Divides one panel of C, rows [first, t), by the triangular panel of L: C := C L^-T.
-inline void divide_panel(double* c, const double* l, Index t, Index panel, Index first) {
+// Divides one panel of C, rows [first, end), by the triangular panel of L: C := C L^-T.
+inline void divide_panel(double* c, const double* l, Index t, Index panel, Index first, Index end) {
   for (Index j = panel; j < panel + kPanel; ++j) {
     double* const column = c + j * t;
     for (Index k = panel; k < j; ++k) {
       const Lanes factor = spread(l[k * t + j]);
       const double* const earlier = c + k * t;
-      for (Index r = first; r < t; r += VORN_LANES) {
+      for (Index r = first; r < end; r += VORN_LANES) {
         store(column + r, subtract_product(load(column + r), load(earlier + r), factor));
       }
     }
     const double inverse = 1.0 / l[j * t + j];
-    for (Index r = first; r < t; r += VORN_LANES) store(column + r, load(column + r) * inverse);
+    for (Index r = first; r < end; r += VORN_LANES) store(column + r, load(column + r) * inverse);
   }
 }
 
-void solve_right(double* c, const double* l, std::int32_t size) {
+void solve_right(double* c, const double* l, std::int32_t size, std::int32_t rows) {
   const Index t = size;
   for (Index panel = 0; panel < t; panel += kPanel) {
-    update_panel(c, c, l, t, panel, 0);
-    divide_panel(c, l, t, panel, 0);
+    update_panel(c, c, l, t, panel, 0, rows);
+    divide_panel(c, l, t, panel, 0, rows);
   }
 }
 
 std::int32_t factorise(double* a, std::int32_t size) {
   const Index t = size;
   for (Index panel = 0; panel < t; panel += kPanel) {
-    update_panel(a, a, a, t, panel, panel);
+    update_panel(a, a, a, t, panel, panel, t);
     for (Index j = panel; j < panel + kPanel; ++j) {
       for (Index i = j; i < panel + kPanel; ++i) {
         double s = a[j * t + i];
@@ -198,7 +214,7 @@ std::int32_t factorise(double* a, std::int32_t size) {
         a[j * t + i] = s;
       }
     }
-    divide_panel(a, a, t, panel, panel + kPanel);
+    divide_panel(a, a, t, panel, panel + kPanel, t);
   }
   return 0;
 }

@@ -55,7 +55,7 @@ class ColumnInverter {
   void invert_diagonal(std::int32_t column) {
     std::fill(triangle_.begin(), triangle_.end(), 0.0);
     for (std::int32_t i = 0; i < size_; ++i) element(triangle_.data(), i, i) = 1.0;
-    kernel_.solve_right(triangle_.data(), factor_.tile(column, column), size_);
+    kernel_.solve_right(triangle_.data(), factor_.tile(column, column), size_, size_);
   }
 
   // -W, tile by tile: -W_k = 0 - T L_kj'
@@ -63,7 +63,8 @@ class ColumnInverter {
     w_.resize(std::max(w_.size(), below.size() * area_));
     workers().run(below.size(), [&](std::size_t k, std::size_t) {
       std::fill_n(w(k), area_, 0.0);
-      kernel_.multiply_subtract(w(k), triangle_.data(), factor_.tile(below[k], column), size_);
+      kernel_.multiply_subtract(w(k), triangle_.data(), factor_.tile(below[k], column), size_,
+                                size_, size_);
     });
   }
 
@@ -75,7 +76,8 @@ class ColumnInverter {
       if (l >= k) {
         kernel_.multiply_subtract_plain(product(k), w(l), z_.tile(below[l], below[k]), size_);
       } else {
-        kernel_.multiply_subtract(product(k), w(l), z_.tile(below[k], below[l]), size_);
+        kernel_.multiply_subtract(product(k), w(l), z_.tile(below[k], below[l]), size_, size_,
+                                  size_);
       }
     }
   }
@@ -84,10 +86,10 @@ class ColumnInverter {
   void finish_diagonal(std::int32_t column, std::span<const std::int32_t> below) {
     double* const z = z_.tile(column, column);
     std::fill_n(z, area_, 0.0);
-    kernel_.square_subtract(z, triangle_.data(), size_);
+    kernel_.square_subtract(z, triangle_.data(), size_, size_);
     for (std::size_t i = 0; i < area_; ++i) z[i] = -z[i];
     for (std::size_t k = 0; k < below.size(); ++k) {
-      kernel_.multiply_subtract(z, w(k), product(k), size_);
+      kernel_.multiply_subtract(z, w(k), product(k), size_, size_, size_);
     }
     for (std::int32_t c = 0; c < size_; ++c) {
       for (std::int32_t r = 0; r < c; ++r) element(z, r, c) = element(z, c, r);

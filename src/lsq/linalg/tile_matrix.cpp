@@ -102,6 +102,7 @@ bool TileMatrix::take_tiles() {
   // Column by column, as the factorisation walks.
   const auto n = static_cast<std::size_t>(num_tiles_);
   tiles_.assign(n * n, nullptr);
+  row_ranges_.assign(n * n, {0, static_cast<std::uint8_t>(tile_size_ / 8)});
   double* next = values_.data();
   for (std::size_t c = 0; c < n; ++c) {
     for (const std::int32_t r : columns_[c]) {
@@ -110,6 +111,29 @@ bool TileMatrix::take_tiles() {
     }
   }
   return true;
+}
+
+void TileMatrix::narrow_rows(std::span<const TileElements> elements) {
+  const auto all = static_cast<std::uint8_t>(tile_size_ / 8);
+  row_ranges_.assign(row_ranges_.size(), {all, 0});
+  for (std::int32_t i = 0; i < num_tiles_; ++i) widen(i, i, {0, all});
+  for (const TileElements& at : elements) {
+    widen(at.row, at.column,
+          {static_cast<std::uint8_t>(at.first / 8), static_cast<std::uint8_t>((at.end + 7) / 8)});
+  }
+  // A_ij - L_ik L_jk' differs from zero in the rows of both.
+  for (std::int32_t k = 0; k < num_tiles_; ++k) {
+    const std::span<const std::int32_t> below = column(k).subspan(1);
+    for (std::size_t i = 0; i < below.size(); ++i) {
+      const Rows rows = rows_of(below[i], k);
+      for (std::size_t j = 0; j < i; ++j) widen(below[i], below[j], rows);
+    }
+  }
+}
+
+void TileMatrix::widen(std::int32_t r, std::int32_t c, Rows rows) {
+  Rows& own = row_ranges_[place_of(r, c)];
+  own = {std::min(own.first, rows.first), std::max(own.end, rows.end)};
 }
 
 void TileMatrix::zero() {
@@ -196,7 +220,9 @@ void TileMatrix::finish_row(const ColumnBlock& block, std::int32_t row) {
   for (std::int32_t j = block.first; j < std::min(block.end, row + 1); ++j) {
     if (tile(row, j) == nullptr) continue;
     for (std::int32_t k = block.first; k < j; ++k) subtract_product(row, j, k);
-    if (j < row) kernels().solve_right(tile(row, j), tile(j, j), tile_size_);
+    if (j == row) continue;
+    const Rows rows = rows_of(row, j);
+    kernels().solve_right(tile(row, j) + rows.begin(), tile(j, j), tile_size_, rows.count());
   }
 }
 
@@ -205,10 +231,14 @@ void TileMatrix::subtract_product(std::int32_t i, std::int32_t j, std::int32_t k
   const double* const left = tile(i, k);
   const double* const right = tile(j, k);
   if (left == nullptr || right == nullptr) return;
+  const Rows rows = rows_of(i, k);
+  const Rows columns = rows_of(j, k);
+  double* const product = tile(i, j) + columns.begin() * tile_size_ + rows.begin();
   if (i == j) {
-    kernels().square_subtract(tile(i, j), left, tile_size_);
+    kernels().square_subtract(product, left + rows.begin(), tile_size_, rows.count());
   } else {
-    kernels().multiply_subtract(tile(i, j), left, right, tile_size_);
+    kernels().multiply_subtract(product, left + rows.begin(), right + columns.begin(), tile_size_,
+                                rows.count(), columns.count());
   }
 }
 
@@ -220,7 +250,11 @@ void TileMatrix::solve_lower(double* x) const {
     for (const std::int32_t i : columns_[static_cast<std::size_t>(j)]) {
       const double* const l = tile(i, j);
       if (i != j) {
-        for (std::ptrdiff_t c = 0; c < t; ++c) kernel.add_scaled(x + i * t, l + c * t, -xj[c], t);
+        const Rows rows = rows_of(i, j);
+        double* const xi = x + i * t + rows.begin();
+        for (std::ptrdiff_t c = 0; c < t; ++c) {
+          kernel.add_scaled(xi, l + c * t + rows.begin(), -xj[c], rows.count());
+        }
         continue;
       }
       for (std::ptrdiff_t c = 0; c < t; ++c) {
@@ -241,7 +275,11 @@ void TileMatrix::solve_upper(double* x) const {
       const std::int32_t i = rows[k];
       const double* const l = tile(i, j);
       if (i != j) {
-        for (std::ptrdiff_t c = 0; c < t; ++c) xj[c] -= kernel.dot(l + c * t, x + i * t, t);
+        const Rows range = rows_of(i, j);
+        const double* const xi = x + i * t + range.begin();
+        for (std::ptrdiff_t c = 0; c < t; ++c) {
+          xj[c] -= kernel.dot(l + c * t + range.begin(), xi, range.count());
+        }
         continue;
       }
       for (std::ptrdiff_t c = t - 1; c >= 0; --c) {

@@ -33,6 +33,15 @@ class TilePattern {
   std::vector<std::uint64_t> bits_;  // row by row
 };
 
+// Where elements of a matrix stand that differ from zero: in rows [first, end) of the tile of a row
+// and a column of tiles.
+struct TileElements {
+  std::int32_t row;
+  std::int32_t column;  // <= row
+  std::int32_t first;
+  std::int32_t end;
+};
+
 // Symmetric positive definite matrix in square tiles of its lower triangle, of which only those
 // that the factorisation touches exist: a full matrix has all, a sparse one few. Rows that stand
 // for nothing, among them those that fill up the last tile, are rows of the identity matrix.
@@ -40,7 +49,8 @@ class TilePattern {
 // Factorisation A = L L' by blocks of columns of tiles, left-looking (Golub and Van Loan
 // 2013, 4.2): a square of tiles stays in the cache while everything before it passes by. Each tile
 // is formed by the same operations in the same order, k ascending in A_ij - sum of L_ik L_jk',
-// whatever the width of the blocks and whoever works at them. It does no pivoting.
+// whatever the width of the blocks and whoever works at them. It does no pivoting. Rows of a tile
+// that stay zero are left out, which changes no sum.
 class TileMatrix {
  public:
   // Lays the matrix out; contents are undefined until `zero`. The pattern includes the fill-in;
@@ -48,6 +58,9 @@ class TileMatrix {
   [[nodiscard]] bool set_structure(std::int32_t size, std::int32_t tile_size,
                                    const TilePattern& pattern,
                                    std::span<const std::int32_t> empty_rows = {});
+  // Says where all elements outside the diagonal tiles stand that may differ from zero; rows of
+  // tiles which the factorisation leaves zero are left out then. Otherwise none is.
+  void narrow_rows(std::span<const TileElements> elements);
   // The same tiles as another matrix.
   [[nodiscard]] bool set_structure(const TileMatrix& other);
   void zero();
@@ -58,10 +71,7 @@ class TileMatrix {
   // tiles()[r * num_tiles() + c] for c <= r; null where there is none.
   double* const* tiles() const { return tiles_.data(); }
   // Tile of row r, column c <= r: column-major; null where there is none.
-  double* tile(std::int32_t r, std::int32_t c) const {
-    return tiles_[static_cast<std::size_t>(r) * static_cast<std::size_t>(num_tiles_) +
-                  static_cast<std::size_t>(c)];
-  }
+  double* tile(std::int32_t r, std::int32_t c) const { return tiles_[place_of(r, c)]; }
   // The rows of a column's tiles, ascending: that of the diagonal is the first.
   std::span<const std::int32_t> column(std::int32_t c) const {
     return columns_[static_cast<std::size_t>(c)];
@@ -86,6 +96,19 @@ class TileMatrix {
     std::vector<std::int32_t> below;   // rows of its tiles from `end` on, ascending
   };
 
+  // Rows of a tile that may differ from zero, in eights: of a vector register, and of partial sums.
+  struct Rows {
+    std::uint8_t first;
+    std::uint8_t end;
+    std::int32_t begin() const { return 8 * first; }
+    std::int32_t count() const { return 8 * (end - first); }
+  };
+  Rows rows_of(std::int32_t r, std::int32_t c) const { return row_ranges_[place_of(r, c)]; }
+  std::size_t place_of(std::int32_t r, std::int32_t c) const {
+    return static_cast<std::size_t>(r) * static_cast<std::size_t>(num_tiles_) +
+           static_cast<std::size_t>(c);
+  }
+  void widen(std::int32_t r, std::int32_t c, Rows rows);
   [[nodiscard]] bool take_tiles();
   ColumnBlock block_at(std::int32_t first, std::int32_t end) const;
   [[nodiscard]] std::int32_t factorise_block(const ColumnBlock& block);
@@ -98,6 +121,7 @@ class TileMatrix {
   std::int32_t num_tiles_ = 0;
   std::vector<std::int32_t> empty_rows_;
   std::vector<double*> tiles_;
+  std::vector<Rows> row_ranges_;                    // of the tiles, likewise
   std::vector<std::vector<std::int32_t>> rows_;     // columns of each row's tiles, ascending
   std::vector<std::vector<std::int32_t>> columns_;  // rows of each column's tiles, ascending
   LargeArray values_;

@@ -130,9 +130,31 @@ void ReducedMatrix::choose(const NormalStructure& structure, const Meetings& mee
   if (own.cost * gain < best.cost) best = std::move(own);
 }
 
+// Where blocks that meet have their elements, in the lower triangle.
+std::vector<TileElements> ReducedMatrix::elements_of(const Graph& graph) const {
+  std::vector<TileElements> elements;
+  const auto pieces_of = [this](std::int32_t block) {
+    return std::span(pieces_).subspan(static_cast<std::size_t>(first_piece(block)),
+                                      static_cast<std::size_t>(num_pieces(block)));
+  };
+  const auto meet = [&](std::int32_t below, std::int32_t above) {
+    for (const TilePiece& row : pieces_of(below)) {
+      for (const TilePiece& column : pieces_of(above)) {
+        if (row.tile <= column.tile) continue;
+        elements.push_back({row.tile, column.tile, row.offset, row.offset + row.width});
+      }
+    }
+  };
+  for (std::int32_t a = 0; a < graph.size(); ++a) {
+    meet(a, a);
+    for (const std::int32_t b : graph.of(a)) meet(a, b);
+  }
+  return elements;
+}
+
 ReducedMatrix::Choice ReducedMatrix::best_choice(const NormalStructure& structure,
                                                  const NormalStructure::PointBlocks& points,
-                                                 bool natural_order) {
+                                                 bool natural_order, Graph& graph) {
   const BlockOrder natural = natural_order_of(structure);
   Choice best;
   if (natural_order || is_full(structure, points)) {
@@ -141,7 +163,7 @@ ReducedMatrix::Choice ReducedMatrix::best_choice(const NormalStructure& structur
     };
     choose(structure, meetings, natural, 1.0, best);
   } else {
-    const Graph graph = block_graph(structure, points);
+    graph = block_graph(structure, points);
     const Meetings meetings = [&](const Meet& meet) {
       for (std::int32_t a = 0; a < graph.size(); ++a) {
         for (const std::int32_t b : graph.of(a)) {
@@ -161,9 +183,12 @@ ReducedMatrix::Choice ReducedMatrix::best_choice(const NormalStructure& structur
 
 bool ReducedMatrix::set_structure(const NormalStructure& structure,
                                   const NormalStructure::PointBlocks& points, bool natural_order) {
-  const Choice best = best_choice(structure, points, natural_order);
+  Graph graph;
+  const Choice best = best_choice(structure, points, natural_order, graph);
   lay_out(structure, best.layout);
-  return tiles.set_structure(num_rows_, tile_size_, best.pattern, empty_rows_);
+  if (!tiles.set_structure(num_rows_, tile_size_, best.pattern, empty_rows_)) return false;
+  if (graph.size() > 0) tiles.narrow_rows(elements_of(graph));
+  return true;
 }
 
 bool ReducedMatrix::set_unfilled_structure(const NormalStructure& structure,

@@ -70,8 +70,10 @@ class ReducedMatrix {
   TilePattern pattern(const Meetings& meetings) const;
   void choose(const NormalStructure& structure, const Meetings& meetings, const BlockOrder& order,
               double gain, Choice& best);
+  // Leaves the graph of the blocks unless it was not needed.
   Choice best_choice(const NormalStructure& structure, const NormalStructure::PointBlocks& points,
-                     bool natural_order);
+                     bool natural_order, Graph& graph);
+  std::vector<TileElements> elements_of(const Graph& graph) const;
   void mark_all(std::span<const std::int32_t> blocks, std::vector<std::int32_t>& touched,
                 TilePattern& marked) const;
 
