@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "text/blanks.h"
 #include "text/keywords.h"
 #include "text/unicode.h"
 
@@ -59,11 +60,14 @@ bool looks_like_a_record(std::span<const std::string_view> words,
 std::size_t split_line(std::string_view line, std::size_t limit,
                        std::vector<std::string_view>& words) {
   words.clear();
-  for (std::size_t at = line.find_first_not_of(kBlanks);
-       at != std::string_view::npos && words.size() <= limit;) {
-    const std::size_t end = std::min(line.find_first_of(kBlanks, at), line.size());
-    words.push_back(line.substr(at, end - at));
-    at = line.find_first_not_of(kBlanks, end);
+  // Searches for one of several characters are calls for each character of the line.
+  std::size_t at = 0;
+  while (words.size() <= limit) {
+    while (at < line.size() && is_blank(line[at])) ++at;
+    if (at == line.size()) break;
+    const std::size_t begin = at;
+    while (at < line.size() && !is_blank(line[at])) ++at;
+    words.push_back(line.substr(begin, at - begin));
   }
   return words.size();
 }
