@@ -30,17 +30,16 @@ void write_options(TextWriter& out, const NewProject&) {
 // A hundredth of a pixel on the object; what is adjusted further is lost in the noise.
 double convergence_limit(const NewProject& project) {
   double sum = 0.0;
-  std::int32_t count = 0;
+  std::int64_t count = 0;
   for (const MeasuredImage& image : project.images) {
     for (const auto& [id, point] : project.points) {
-      const Vec3 ray = point.xyz - image.centre;
-      sum += std::sqrt(dot(ray, ray));
+      sum += length(point.xyz - image.centre);
       ++count;
     }
   }
   constexpr double kPart = 0.01;
   const double pixel = project.pixel_um * 1e-3 / project.c_mm;
-  const double limit = count > 0 ? kPart * pixel * sum / count : 0.0;
+  const double limit = count > 0 ? kPart * pixel * sum / static_cast<double>(count) : 0.0;
   return limit > 0.0 ? std::pow(10.0, std::floor(std::log10(limit))) : 0.001;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "geometry/ray_bundle.h"
 #include "lsq/linalg/cholesky.h"
 
 namespace vorn::app {
@@ -15,9 +16,6 @@ namespace {
 // Rays agree with a point within this [rad]; a lens without calibration bends them by less.
 constexpr double kAgreement = 0.03;
 constexpr std::size_t kFewestPoints = 4;
-
-double length(const Vec3& v) { return std::sqrt(dot(v, v)); }
-Vec3 unit(const Vec3& v) { return (1.0 / length(v)) * v; }
 
 struct Known {
   Vec3 direction;  // unit vector in the image
@@ -236,38 +234,6 @@ std::vector<Known> known_of(const std::vector<OrientRay>& rays,
   return points;
 }
 
-// The point nearest to its rays, from the sum of the projections across them; nothing for rays that
-// are nearly parallel.
-struct RayBundle {
-  Mat3 n{};
-  Vec3 rhs{};
-  std::vector<Vec3> directions;
-
-  void add(const Orient& orient, const Vec3& vector) {
-    const Vec3 d = unit(orient.rot_obj_from_img * vector);
-    for (std::size_t i = 0; i < 3; ++i) {
-      for (std::size_t j = 0; j < 3; ++j) {
-        const double across = (i == j ? 1.0 : 0.0) - d[i] * d[j];
-        n[i][j] += across;
-        rhs[i] += across * orient.centre[j];
-      }
-    }
-    directions.push_back(d);
-  }
-  [[nodiscard]] std::optional<Vec3> point() const {
-    constexpr double kSmallestAngle = 0.02;
-    double widest = 0.0;
-    for (const Vec3& d : directions) widest = std::max(widest, length(cross(directions[0], d)));
-    if (widest < kSmallestAngle) return std::nullopt;
-    const Mat3 columns = transposed(n);
-    const Vec3 across = cross(columns[1], columns[2]);
-    const double determinant = dot(columns[0], across);
-    return Vec3{dot(rhs, across) / determinant,
-                dot(columns[0], cross(rhs, columns[2])) / determinant,
-                dot(columns[0], cross(columns[1], rhs)) / determinant};
-  }
-};
-
 // What oriented images see of points that are not given.
 std::map<std::string, Vec3> intersected(const std::vector<std::vector<OrientRay>>& images,
                                         const std::map<std::string, Vec3>& given,
@@ -276,12 +242,15 @@ std::map<std::string, Vec3> intersected(const std::vector<std::vector<OrientRay>
   for (std::size_t i = 0; i < images.size(); ++i) {
     if (!oriented[i]) continue;
     for (const OrientRay& ray : images[i]) {
-      if (given.find(ray.point) == given.end()) bundles[ray.point].add(*oriented[i], ray.vector);
+      if (given.find(ray.point) != given.end()) continue;
+      bundles[ray.point].add(oriented[i]->centre, oriented[i]->rot_obj_from_img * ray.vector);
     }
   }
+  constexpr double kSmallestAngle = 0.02;
   std::map<std::string, Vec3> known = given;
   for (const auto& [id, bundle] : bundles) {
-    if (const std::optional<Vec3> xyz = bundle.point()) known.emplace(id, *xyz);
+    if (const std::optional<Vec3> xyz = bundle.nearest_point(kSmallestAngle))
+      known.emplace(id, *xyz);
   }
   return known;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "app/exchange/similarity.h"
+#include "geometry/ray_bundle.h"
 #include "text/number_format.h"
 
 namespace vorn::exchange {
@@ -179,30 +180,16 @@ struct ControlRay {
   Pixel xy;
 };
 
-// The point nearest to all rays: sum (I - d d') X = sum (I - d d') C, by Cramer's rule. False for
-// parallel rays.
-bool intersect(const Reconstruction& model, const std::vector<ControlRay>& rays, Vec3& result) {
-  Mat3 n{};
-  Vec3 rhs{};
+// The point nearest to the rays; nothing for parallel ones.
+std::optional<Vec3> intersection(const Reconstruction& model, const std::vector<ControlRay>& rays) {
+  constexpr double kParallel = 1e-6;  // sine of the angle between two rays
+  RayBundle bundle;
   for (const ControlRay& ray : rays) {
     const SourceImage& image = model.images[static_cast<std::size_t>(ray.image)];
     const Pixel uv = direction_of(model.cameras[static_cast<std::size_t>(image.camera)], ray.xy);
-    Vec3 d = transposed_times(image.pose.r, Vec3{uv[0], uv[1], 1.0});
-    d = (1.0 / length(d)) * d;
-    const Vec3 centre = image.pose.centre();
-    for (std::size_t i = 0; i < 3; ++i) {
-      Vec3 row = -d[i] * d;
-      row[i] += 1.0;
-      n[i] = n[i] + row;
-      rhs[i] += dot(row, centre);
-    }
+    bundle.add(image.pose.centre(), transposed_times(image.pose.r, Vec3{uv[0], uv[1], 1.0}));
   }
-  const Vec3 a = cross(n[1], n[2]);
-  const double determinant = dot(n[0], a);
-  if (!(determinant > 1e-12)) return false;
-  result =
-      (1.0 / determinant) * (rhs[0] * a + rhs[1] * cross(n[2], n[0]) + rhs[2] * cross(n[0], n[1]));
-  return true;
+  return bundle.nearest_point(kParallel);
 }
 
 std::string text_of(double value) {
@@ -231,10 +218,8 @@ class ControlLayer {
       }
     }
     intersected_.resize(list_.points.size());
-    is_intersected_.resize(list_.points.size(), 0);
     for (std::size_t i = 0; i < rays_.size(); ++i) {
-      if (rays_[i].size() < 2) continue;
-      is_intersected_[i] = intersect(model_, rays_[i], intersected_[i]) ? 1 : 0;
+      intersected_[i] = intersection(model_, rays_[i]);
     }
     fit();
     add_points();
@@ -247,8 +232,8 @@ class ControlLayer {
     std::vector<Vec3> from;
     std::vector<Vec3> to;
     for (std::size_t i = 0; i < list_.points.size(); ++i) {
-      if (is_intersected_[i] == 0 || !list_.points[i].has_height) continue;
-      from.push_back(intersected_[i]);
+      if (!intersected_[i] || !list_.points[i].has_height) continue;
+      from.push_back(*intersected_[i]);
       to.push_back(list_.points[i].xyz);
     }
     Similarity similarity;
@@ -270,7 +255,9 @@ class ControlLayer {
                            text_of(similarity.scale) + ", rms of a coordinate " +
                            text_of(std::sqrt(sum / (3.0 * static_cast<double>(from.size())))));
     transform(model_, similarity);
-    for (Vec3& x : intersected_) x = similarity(x);
+    for (std::optional<Vec3>& x : intersected_) {
+      if (x) x = similarity(*x);
+    }
   }
 
   void add_points() {
@@ -279,7 +266,7 @@ class ControlLayer {
     for (std::size_t i = 0; i < list_.points.size(); ++i) {
       const ListedPoint& point = list_.points[i];
       // Without a height it takes two rays to find one.
-      if (rays_[i].empty() || (!point.has_height && is_intersected_[i] == 0)) {
+      if (rays_[i].empty() || (!point.has_height && !intersected_[i])) {
         ++unused_;
         continue;
       }
@@ -288,7 +275,7 @@ class ControlLayer {
       Vec3 xyz = point.xyz;
       Vec3 std_devs{sigma_, sigma_, sigma_};
       if (!point.has_height) {
-        xyz[2] = intersected_[i][2];
+        xyz[2] = (*intersected_[i])[2];
         std_devs[2] = kFree;
       }
       const auto number = static_cast<std::int32_t>(model_.points.size());
@@ -326,8 +313,7 @@ class ControlLayer {
   double sigma_;
   ControlList list_;
   std::vector<std::vector<ControlRay>> rays_;  // per point of the list
-  std::vector<Vec3> intersected_;
-  std::vector<char> is_intersected_;
+  std::vector<std::optional<Vec3>> intersected_;
   std::vector<ControlPoint> control_;
   std::int64_t num_rays_ = 0;
   std::int64_t unmatched_ = 0;

@@ -101,7 +101,7 @@ class ProjectModel {
     }
     // A quaternion that is not of unit length scales the matrix.
     Mat3 r = orientation.rotation_matrix();
-    const double scale = 1.0 / std::sqrt(dot(r[0], r[0]));
+    const double scale = 1.0 / length(r[0]);
     Pose pose;
     for (std::size_t i = 0; i < 3; ++i) pose.r[i] = scale * (r * axes[i]);
     pose.offset = -(pose.r * orientation.projection_centre());

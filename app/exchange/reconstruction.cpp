@@ -202,6 +202,4 @@ bool is_rotation(const Mat3& r, double tolerance) {
   return dot(cross(columns[0], columns[1]), columns[2]) > 0.0;
 }
 
-double length(const Vec3& v) { return std::sqrt(dot(v, v)); }
-
 }  // namespace vorn::exchange

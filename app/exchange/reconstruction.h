@@ -145,6 +145,5 @@ std::array<double, 4> quaternion_of(const Mat3& r);
 Vec3 vector_of(const Mat3& r);
 // Whether R'R = I to within the tolerance and det R > 0.
 bool is_rotation(const Mat3& r, double tolerance);
-double length(const Vec3& v);
 
 }  // namespace vorn::exchange

@@ -200,12 +200,9 @@ Frame frame_of(const std::vector<Vec3>& places) {
     frame.centre = frame.centre + (1.0 / static_cast<double>(places.size())) * place;
   }
   double extent = 0.0;
-  for (const Vec3& place : places) {
-    const Vec3 d = place - frame.centre;
-    extent = std::max(extent, std::sqrt(dot(d, d)));
-  }
+  for (const Vec3& place : places) extent = std::max(extent, length(place - frame.centre));
   // A single place has no extent but what rounding makes.
-  const double size = std::sqrt(dot(frame.centre, frame.centre));
+  const double size = length(frame.centre);
   frame.scale = extent > 1e-9 * size && extent > 0.0 ? extent : std::max(size, 1.0);
   return frame;
 }

@@ -124,7 +124,9 @@ double Exchanges::fit(const StartRay& ray, const StartRay& point,
     for (const StartRay& other : others->second) {
       if (other.image != ray.image && other.image != without) all.push_back(&other);
     }
-    if (all.size() < 2 || !intersect(all, moved.xyz)) return HUGE_VAL;
+    const std::optional<Vec3> xyz = intersection(all);
+    if (!xyz) return HUGE_VAL;
+    moved.xyz = *xyz;
   }
   return residual(moved);
 }

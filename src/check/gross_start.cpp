@@ -150,10 +150,11 @@ class GrossErrors {
     }
     std::vector<const StartRay*> all;
     for (const StartRay& ray : others) all.push_back(&ray);
-    Vec3 xyz{};
-    if (all.size() < kRaysToAgree || !intersect(all, xyz)) return false;
+    if (all.size() < kRaysToAgree) return false;
+    const std::optional<Vec3> xyz = intersection(all);
+    if (!xyz) return false;
     return std::all_of(others.begin(), others.end(), [&](StartRay ray) {
-      ray.xyz = xyz;
+      ray.xyz = *xyz;
       return kAlone * residual(ray) < limit_;
     });
   }

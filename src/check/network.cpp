@@ -212,15 +212,11 @@ void check_ray_angles(const RemainingNetwork& network, FindingListener& findings
     for (const BundleImage* image : point.images) {
       const auto* const eo = dynamic_cast<const ExtOrientation*>(image->geometry);
       if (eo == nullptr) break;
-      const Vec3 d = object.xyz - eo->projection_centre();
-      rays.push_back((1.0 / std::sqrt(dot(d, d))) * d);
+      rays.push_back(unit(object.xyz - eo->projection_centre()));
     }
     if (rays.size() != point.images.size() || rays.size() < 2) continue;
     double widest = 0.0;
-    for (const Vec3& ray : rays) {
-      const Vec3 normal = cross(rays.front(), ray);
-      widest = std::max(widest, std::sqrt(dot(normal, normal)));
-    }
+    for (const Vec3& ray : rays) widest = std::max(widest, length(cross(rays.front(), ray)));
     if (!(widest < kParallel)) continue;
     add_finding(findings, FindingCode::geometry_weak, {&object, 0},
                 {"object-point", object.id, {}, {}},

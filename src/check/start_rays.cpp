@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "driver/bundle_project.h"
+#include "geometry/ray_bundle.h"
 
 namespace vorn {
 
@@ -50,30 +51,15 @@ double residual(const StartRay& ray, const Reading& reading) {
   return std::isfinite(distance) ? distance : HUGE_VAL;
 }
 
-// The sum of the projections I - d d^T on the planes across the directions d, times the point,
-// equals that of the centres.
-bool intersect(const std::vector<const StartRay*>& rays, Vec3& point) {
-  Mat3 n{};
-  Vec3 rhs{};
+std::optional<Vec3> intersection(const std::vector<const StartRay*>& rays) {
+  constexpr double kParallel = 6e-5;  // sine of the angle between two rays
+  RayBundle bundle;
   for (const StartRay* ray : rays) {
     const auto& eo = static_cast<const ExtOrientation&>(*ray->image->geometry);
-    Vec3 d = eo.rotation_matrix() * ray->image->camera->image_to_camera(measured_in_image(*ray));
-    d = (1.0 / std::sqrt(dot(d, d))) * d;
-    const Vec3 centre = eo.projection_centre();
-    const double along = dot(d, centre);
-    for (std::size_t i = 0; i < 3; ++i) {
-      for (std::size_t j = 0; j < 3; ++j) n[i][j] += (i == j ? 1.0 : 0.0) - d[i] * d[j];
-      rhs[i] += centre[i] - along * d[i];
-    }
+    bundle.add(eo.projection_centre(),
+               eo.rotation_matrix() * ray->image->camera->image_to_camera(measured_in_image(*ray)));
   }
-  const Vec3 across = cross(n[1], n[2]);
-  const double determinant = dot(n[0], across);
-  const auto count = static_cast<double>(rays.size());
-  constexpr double kParallel = 1e-9;
-  if (!(determinant > kParallel * count * count * count)) return false;
-  point = (1.0 / determinant) *
-          (rhs[0] * across + rhs[1] * cross(n[2], n[0]) + rhs[2] * cross(n[0], n[1]));
-  return true;
+  return bundle.nearest_point(kParallel);
 }
 
 std::vector<StartRay> intersected_rays(const BundleProject& project,
@@ -98,10 +84,10 @@ std::vector<StartRay> intersected_rays(const BundleProject& project,
     if (group.size() < 2) continue;
     std::vector<const StartRay*> all;
     for (const StartRay& ray : group) all.push_back(&ray);
-    Vec3 xyz{};
-    if (!intersect(all, xyz)) continue;
+    const std::optional<Vec3> xyz = intersection(all);
+    if (!xyz) continue;
     for (StartRay& ray : group) {
-      ray.xyz = xyz;
+      ray.xyz = *xyz;
       rays.push_back(ray);
     }
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -38,9 +39,8 @@ struct Reading {
   std::function<double(const Camera&)> distance;  // c [m]
 };
 
-// The point with the smallest sum of squared distances from rays whose images have projection
-// centres. False when they are parallel.
-[[nodiscard]] bool intersect(const std::vector<const StartRay*>& rays, Vec3& point);
+// The point nearest to rays whose images have projection centres. Nothing when they are parallel.
+[[nodiscard]] std::optional<Vec3> intersection(const std::vector<const StartRay*>& rays);
 // Rays of points without coordinates, with those that their rays, but for the ones of the images
 // `without`, give them. They may miss one another.
 std::vector<StartRay> intersected_rays(const BundleProject& project,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 
 namespace vorn {
@@ -27,6 +28,9 @@ template <class T = double>
 Vec3Of<T> cross(const Vec3Of<T>& a, const Vec3& b) {
   return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
+inline double length(const Vec3& v) { return std::sqrt(dot(v, v)); }
+// The unit vector along another one.
+inline Vec3 unit(const Vec3& v) { return (1.0 / length(v)) * v; }
 // M v.
 inline Vec3 operator*(const Mat3& m, const Vec3& v) {
   return {dot(m[0], v), dot(m[1], v), dot(m[2], v)};

@@ -269,7 +269,7 @@ Vec3 direction(const Vec3& v) {
   for (std::size_t k = 1; k < 3; ++k) {
     if (std::fabs(v[k]) > std::fabs(v[largest])) largest = k;
   }
-  return (std::copysign(1.0, v[largest]) / std::sqrt(dot(v, v))) * v;
+  return std::copysign(1.0, v[largest]) * unit(v);
 }
 
 // A rotation: at X = centre + w x t / |w|^2 nothing moves but along the axis. What does is a screw.

@@ -14,13 +14,12 @@ constexpr double kCoincident = 1e-12;
 std::vector<Vec3> unit_lines(const Vec3& point, std::span<const Vec3> places) {
   double farthest = 0.0;
   for (const Vec3& place : places) {
-    farthest = std::max(farthest, std::sqrt(dot(place - point, place - point)));
+    farthest = std::max(farthest, length(place - point));
   }
   std::vector<Vec3> lines;
   for (const Vec3& place : places) {
     const Vec3 line = place - point;
-    const double length = std::sqrt(dot(line, line));
-    if (length > kCoincident * farthest) lines.push_back((1 / length) * line);
+    if (length(line) > kCoincident * farthest) lines.push_back(unit(line));
   }
   return lines;
 }

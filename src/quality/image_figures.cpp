@@ -149,7 +149,7 @@ double RayFigures::shift(const ImageFigures& of, const Ray& ray, const Projected
     }
     shift = shift + datum_->change_of_shift(first / 3, along);
   }
-  return std::sqrt(dot(shift, shift));
+  return length(shift);
 }
 
 }  // namespace vorn

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <span>
 #include <string_view>
 
 #include "driver/bundle_project.h"
-#include "lsq/linalg/cholesky.h"
+#include "geometry/ray_bundle.h"
 #include "lsq/stages/weighted_squares.h"
 
 namespace vorn {
@@ -49,38 +50,19 @@ bool is_before_all(std::span<const Ray> rays, const Vec3& xyz) {
   return true;
 }
 
-// The point with the least sum of squared distances from the rays:
-// sum (I - a a') X = sum (I - a a') Xo, a the unit vector of a ray. False where the rays do not fix
-// it or one of them is no ray.
-bool intersect(std::span<const Ray> rays, Vec3& xyz) {
-  Matrix n(3, 3);
-  Vector rhs(3);
-  n.zero();
-  rhs.zero();
+// The point nearest to the rays. Nothing where they do not fix it or one of them is no ray.
+std::optional<Vec3> intersection(std::span<const Ray> rays) {
+  constexpr double kParallel = 1e-7;  // sine of the angle between two rays
+  RayBundle bundle;
   for (const Ray& ray : rays) {
     const ExtOrientation* const orientation = orientation_of(ray);
-    if (orientation == nullptr) return false;
+    if (orientation == nullptr) return std::nullopt;
     const Camera& camera = *ray.image->camera;
     const Pair measured = camera.pixel_to_image({ray.point->x, ray.point->y});
-    Vec3 a = orientation->rotation_matrix() * camera.image_to_camera(measured);
-    a = (1.0 / std::sqrt(dot(a, a))) * a;
-    const Vec3& centre = orientation->projection_centre();
-    for (std::int32_t i = 0; i < 3; ++i) {
-      const auto row = static_cast<std::size_t>(i);
-      for (std::int32_t j = 0; j < 3; ++j) {
-        const auto column = static_cast<std::size_t>(j);
-        const double element = (i == j ? 1.0 : 0.0) - a[row] * a[column];
-        n[i][j] += element;
-        rhs[i] += element * centre[column];
-      }
-    }
+    bundle.add(orientation->projection_centre(),
+               orientation->rotation_matrix() * camera.image_to_camera(measured));
   }
-  Vector diagonal;
-  Vector solution;
-  if (cholesky(n, diagonal) != 0 || back_substitution(n, diagonal, rhs, solution) != 0)
-    return false;
-  xyz = {solution[0], solution[1], solution[2]};
-  return std::isfinite(xyz[0] + xyz[1] + xyz[2]);
+  return bundle.nearest_point(kParallel);
 }
 
 std::string_view sentence(HeldPoint::Reason reason) {
@@ -115,18 +97,19 @@ void PointPlacement::place_all(std::vector<HeldPoint>& noted) {
                        std::isinf(given) ? HeldPoint::Reason::at_centre : HeldPoint::Reason::behind,
                        1});
     }
-    Vec3 xyz;
-    if (!intersect(rays, xyz) || !is_before_all(rays, xyz)) continue;
-    if (squares_at(rays, xyz) < (good_place ? kMuchBetter : 1.0) * given) point.xyz = xyz;
+    const std::optional<Vec3> xyz = intersection(rays);
+    if (!xyz || !is_before_all(rays, *xyz)) continue;
+    if (squares_at(rays, *xyz) < (good_place ? kMuchBetter : 1.0) * given) point.xyz = *xyz;
   }
 }
 
 bool PointPlacement::place(ObjectPoint& point) {
   const std::span<const Ray> rays = rays_[point.slot];
-  Vec3 xyz;
-  if (!is_free(point) || !intersect(rays, xyz) || !is_before_all(rays, xyz)) return false;
-  if (!(squares_at(rays, xyz) < squares_at(rays, point.xyz))) return false;
-  point.xyz = xyz;
+  if (!is_free(point)) return false;
+  const std::optional<Vec3> xyz = intersection(rays);
+  if (!xyz || !is_before_all(rays, *xyz)) return false;
+  if (!(squares_at(rays, *xyz) < squares_at(rays, point.xyz))) return false;
+  point.xyz = *xyz;
   return true;
 }
 
