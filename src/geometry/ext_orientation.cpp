@@ -33,14 +33,15 @@ Vec3Of<T> image_of(const T& z, const Vec3Of<T>& u) {
 }  // namespace
 
 ExtOrientation::ExtOrientation(std::uint32_t num_rotation_params)
-    : ImageGeometry(3 + num_rotation_params) {}
+    : ImageGeometry(std::uint32_t{kNumCentreParams} + num_rotation_params) {}
 
 std::string ExtOrientation::param_name(std::int32_t i,
                                        std::span<const std::string_view> rotation) const {
   constexpr std::array<std::string_view, 3> kCentre = {"Xo", "Yo", "Zo"};
   if (i < 0 || i >= num_values()) return ImageGeometry::get_param_name(i);
-  const auto k = static_cast<std::size_t>(i);
-  return std::string(k < 3 ? kCentre[k] : rotation[k - 3]);
+  return std::string(i < kNumCentreParams
+                         ? kCentre[static_cast<std::size_t>(i)]
+                         : rotation[static_cast<std::size_t>(i - kNumCentreParams)]);
 }
 
 // ---- files -------------------------------------------------------------------------------------
@@ -60,12 +61,12 @@ int ExtOrientation::read_exposure_and_centre(TokenReader& in) {
   if (!in.read(exposure_time, kExposureTime)) {
     return reading_failed("ERROR: Cannot read exposure time.\n");
   }
-  for (std::int32_t k = 0; k < 3; ++k) {
+  for (std::int32_t k = 0; k < kNumCentreParams; ++k) {
     if (!read_parameter(in, *this, k, value(k))) {
       return reading_failed("ERROR: Reading projection centre coords. failed.\n");
     }
   }
-  for (std::int32_t k = 0; k < 3; ++k) {
+  for (std::int32_t k = 0; k < kNumCentreParams; ++k) {
     if (!read_std_dev(in, *this, k, std_dev(k))) {
       return reading_failed("ERROR: Reading std. dev. of proj. centre coords. failed.\n");
     }
@@ -74,14 +75,14 @@ int ExtOrientation::read_exposure_and_centre(TokenReader& in) {
 }
 
 bool ExtOrientation::read_rotation(TokenReader& in) {
-  for (std::int32_t k = 3; k < num_values(); ++k) {
+  for (std::int32_t k = kNumCentreParams; k < num_values(); ++k) {
     if (!read_parameter(in, *this, k, value(k))) return false;
   }
   return true;
 }
 
 bool ExtOrientation::read_rotation_std_devs(TokenReader& in) {
-  for (std::int32_t k = 3; k < num_values(); ++k) {
+  for (std::int32_t k = kNumCentreParams; k < num_values(); ++k) {
     if (!read_std_dev(in, *this, k, std_dev(k))) return false;
   }
   return true;
@@ -94,20 +95,21 @@ void ExtOrientation::write(TextWriter& out) const {
 
 void ExtOrientation::write_values(TextWriter& out, double rotation_factor) const {
   const double factor = ls_params().unit_object.factor;
-  for (std::int32_t k = 0; k < 3; ++k) out << ' ' << kRecordFixed(value(k) * factor);
+  for (std::int32_t k = 0; k < kNumCentreParams; ++k) out << ' ' << kRecordFixed(value(k) * factor);
   out << '\n';
-  for (std::int32_t k = 0; k < 3; ++k) {
+  for (std::int32_t k = 0; k < kNumCentreParams; ++k) {
     const double sigma = std_dev(k);
     out << ' '
         << (ls_params().is_observed(sigma) ? kRecordFixed(sigma * factor)
                                            : kRecordScientific(sigma));
   }
   out << '\n';
-  for (std::int32_t k = 3; k < num_values(); ++k) {
+  for (std::int32_t k = kNumCentreParams; k < num_values(); ++k) {
     out << ' ' << kRecordScientific(value(k) * rotation_factor);
   }
   out << '\n';
-  for (std::int32_t k = 3; k < num_values(); ++k) out << ' ' << kRecordScientific(std_dev(k));
+  for (std::int32_t k = kNumCentreParams; k < num_values(); ++k)
+    out << ' ' << kRecordScientific(std_dev(k));
   out << '\n';
 }
 
@@ -131,8 +133,9 @@ void ExtOrientation::print_in(TextWriter& out, const ListingStyle& style) const 
       << "Type          :  " << get_type_name() << "\n\n"
       << "  Param.     State         Value       Std.dev.\n\n";
   for (std::int32_t k = 0; k < num_values(); ++k) {
-    const double factor = k < 3 ? style.length_factor : style.rotation_factor;
-    const NumberFormat number = fixed(k < 3 ? kCentreDecimals : style.rotation_decimals, 12);
+    const double factor = k < kNumCentreParams ? style.length_factor : style.rotation_factor;
+    const NumberFormat number =
+        fixed(k < kNumCentreParams ? kCentreDecimals : style.rotation_decimals, 12);
     out << "  " << left_aligned(get_param_name(k), 8) << "   "
         << left_aligned(state_name_of_sd(std_dev(k)), 4) << "   " << number(value(k) * factor)
         << "   " << listed_std_dev(std_dev(k), factor, number) << '\n';
@@ -148,8 +151,9 @@ void ExtOrientation::print_changes_in(TextWriter& out, const Vector& corrections
       << "Index      :  " << project_number(index) << "\n\n"
       << "  Name       State       Approx.         Change       Adjusted\n\n";
   for (std::int32_t k = 0; k < num_values(); ++k) {
-    const double factor = k < 3 ? style.length_factor : style.rotation_factor;
-    const NumberFormat number = fixed(k < 3 ? kCentreDecimals : style.rotation_decimals, 12);
+    const double factor = k < kNumCentreParams ? style.length_factor : style.rotation_factor;
+    const NumberFormat number =
+        fixed(k < kNumCentreParams ? kCentreDecimals : style.rotation_decimals, 12);
     const double change = correction_of(k, corrections);
     out << "  " << left_aligned(get_param_name(k), 8) << "   " << left_aligned(state_name(k), 4)
         << "   " << number(value(k) * factor) << "   " << number(change * factor) << "   "
@@ -164,8 +168,9 @@ void ExtOrientation::print_results_in(TextWriter& out, const ListingStyle& style
       << "Index      :  " << project_number(index) << "\n\n"
       << "  Param.    State      Initial      Adjusted        Change      Std.dev.\n\n";
   for (std::int32_t k = 0; k < num_values(); ++k) {
-    const double factor = k < 3 ? style.length_factor : style.rotation_factor;
-    const NumberFormat number = fixed(k < 3 ? kCentreDecimals : style.rotation_decimals, 12);
+    const double factor = k < kNumCentreParams ? style.length_factor : style.rotation_factor;
+    const NumberFormat number =
+        fixed(k < kNumCentreParams ? kCentreDecimals : style.rotation_decimals, 12);
     const double initial = param(k).initial;
     out << "  " << left_aligned(get_param_name(k), 8) << "  " << left_aligned(state_name(k), 4)
         << "  " << number(initial * factor) << "  " << number(value(k) * factor) << "  "
@@ -189,8 +194,8 @@ void ExtOrientation::print_matrix(TextWriter& out) const {
 std::int32_t ExtOrientation::check_convergence(const Vector& corrections) const {
   const LSParams& settings = ls_params();
   for (std::int32_t k = 0; k < num_values(); ++k) {
-    const bool check = k < 3 ? settings.check_position : settings.check_rotation;
-    const double limit = k < 3 ? settings.limit_position : settings.limit_rotation;
+    const bool check = k < kNumCentreParams ? settings.check_position : settings.check_rotation;
+    const double limit = k < kNumCentreParams ? settings.limit_position : settings.limit_rotation;
     if (check && std::abs(correction_of(k, corrections)) > limit) return k;
   }
   return -1;
@@ -199,7 +204,7 @@ std::int32_t ExtOrientation::check_convergence(const Vector& corrections) const 
 ExtOrientation::RotationParams ExtOrientation::stored_rotation_params() const {
   RotationParams params{};
   for (std::int32_t k = 0; k < num_rotation_params(); ++k) {
-    params[static_cast<std::size_t>(k)] = value(3 + k);
+    params[static_cast<std::size_t>(k)] = value(kNumCentreParams + k);
   }
   return params;
 }
@@ -303,10 +308,8 @@ bool ExtOrientation::intersection(const ImageGeometry& other, const Vec3& image_
     error_output() << "ExtOrientation::intersection: Incompatible image geometries!\n";
     return false;
   }
-  Vec3 a = rotation_ * image_this;
-  Vec3 b = partner->rotation_ * image_other;
-  a = (1 / std::sqrt(dot(a, a))) * a;
-  b = (1 / std::sqrt(dot(b, b))) * b;
+  const Vec3 a = unit(rotation_ * image_this);
+  const Vec3 b = unit(partner->rotation_ * image_other);
   const Vec3 normal = cross(a, b);
   const double det = dot(normal, normal);
   if (det == 0.0) {
@@ -316,9 +319,8 @@ bool ExtOrientation::intersection(const ImageGeometry& other, const Vec3& image_
   const Vec3 w = partner->centre_ - centre_;
   const Vec3 nearest = centre_ + (dot(cross(w, b), normal) / det) * a;
   const Vec3 nearest_other = partner->centre_ + (dot(cross(w, a), normal) / det) * b;
-  const Vec3 between = nearest - nearest_other;
   object_point = 0.5 * (nearest + nearest_other);
-  gap = std::sqrt(dot(between, between));
+  gap = length(nearest - nearest_other);
   return true;
 }
 

@@ -25,6 +25,8 @@ class PosCorrection;
 // parameter: it computes what `projection`, `intersection` and `get_derivs` work with.
 class ExtOrientation : public ImageGeometry {
  public:
+  // The parameters of the projection centre come first.
+  static constexpr std::int32_t kNumCentreParams = 3;
   // Rotation parameters; three-angle types leave the last one 0.
   using RotationParams = std::array<double, 4>;
 

@@ -15,8 +15,6 @@
 namespace vorn {
 namespace {
 
-constexpr std::int32_t kNumCentreParams = 3;
-
 constexpr std::size_t kObjectsPerRange = 1024;
 
 void find_largest(const AdjObject& object, std::int32_t k, const Vector& corrections,
@@ -108,7 +106,7 @@ void find_changes(const AdjObjectList& unknowns, const Vector& corrections,
   unknowns.for_each<ExtOrientation>([&](const ExtOrientation& orientation) {
     for (std::int32_t k = 0; k < orientation.num_values(); ++k) {
       add(orientation, k, corrections,
-          k < kNumCentreParams ? statistics.centres : statistics.rotations);
+          k < ExtOrientation::kNumCentreParams ? statistics.centres : statistics.rotations);
     }
   });
   // Orientations are geometries too: their parameters count a second time.
