@@ -203,10 +203,11 @@ class TokenReader {
   bool passed_over_ = false;
   const char* broken_ = nullptr;
   std::vector<const char*> invisible_;  // words reported for characters that cannot be seen
-  // The last place that was asked for, and its line and the start of that line.
+  // The last place that was asked for, from which the next one is counted: all words of a file may
+  // stand in one line.
   mutable const char* counted_ = nullptr;
-  mutable const char* line_start_ = nullptr;
   mutable std::int32_t line_ = 1;
+  mutable std::int32_t column_ = 1;
 };
 
 }  // namespace vorn

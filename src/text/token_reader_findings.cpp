@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
@@ -68,20 +67,22 @@ std::string_view TokenReader::word_around(const char* at) const noexcept {
 
 Place TokenReader::place_of(std::string_view word) const {
   const char* const at = word.data();
-  if (counted_ == nullptr || at < counted_) {
-    counted_ = line_start_ = begin_;
-    line_ = 1;
-  }
-  while (const void* const found =
-             at == counted_
-                 ? nullptr
-                 : std::memchr(counted_, '\n', static_cast<std::size_t>(at - counted_))) {
-    counted_ = line_start_ = static_cast<const char*>(found) + 1;
-    ++line_;
+  if (counted_ == nullptr) counted_ = begin_;
+  const auto characters = [](const char* from, const char* to) {
+    return static_cast<std::int32_t>(count_characters({from, static_cast<std::size_t>(to - from)}));
+  };
+  const auto lines =
+      static_cast<std::int32_t>(std::count(std::min(at, counted_), std::max(at, counted_), '\n'));
+  if (lines > 0) {
+    const char* start = at;
+    while (start != begin_ && start[-1] != '\n') --start;
+    line_ += at < counted_ ? -lines : lines;
+    column_ = 1 + characters(start, at);
+  } else {
+    column_ += at < counted_ ? -characters(at, counted_) : characters(counted_, at);
   }
   counted_ = at;
-  const auto before = count_characters({line_start_, static_cast<std::size_t>(at - line_start_)});
-  return {std::string(), line_, static_cast<std::int32_t>(before) + 1};
+  return {std::string(), line_, column_};
 }
 
 void TokenReader::begin_object(std::string_view type, const void* object) {

@@ -161,5 +161,33 @@ TEST(TextWriter, WritesEverythingInOrderOrNowhere) {
   EXPECT_EQ(dir.read("other"), "else");
 }
 
+// In any order, whether lines are many or long.
+TEST(TokenReader, KnowsThePlaceOfEachWord) {
+  const std::string text = "a \xC3\xA9t\xC3\xA9 b\n\n\t c d\xE9 \xE2\x82\xAC e\r\nf g h\n i";
+  const TokenReader all(text);
+  std::vector<std::pair<std::string_view, std::pair<int, int>>> words;
+  int line = 1;
+  int column = 1;
+  bool in_word = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool continues = (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
+    const bool blank = std::string_view(" \t\r\n").find(text[at]) != std::string_view::npos;
+    if (!blank && !in_word) words.push_back({std::string_view(text).substr(at, 1), {line, column}});
+    in_word = !blank;
+    column += continues ? 0 : 1;
+    if (text[at] != '\n') continue;
+    ++line;
+    column = 1;
+  }
+  ASSERT_EQ(words.size(), 11U);
+  for (std::size_t step = 1; step < words.size(); ++step) {
+    for (std::size_t k = 0; k < words.size(); ++k) {
+      const auto& [word, expected] = words[k * step % words.size()];
+      const Place place = all.place_of(word);
+      EXPECT_EQ(std::pair(place.line, place.column), expected) << word << ", step " << step;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace vorn
