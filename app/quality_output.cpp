@@ -15,8 +15,10 @@
 #include "driver/paths.h"
 #include "quality/adjusted_values.h"
 #include "quality/diagnosis.h"
+#include "quality/missing_names.h"
 #include "quality/text_reports.h"
 #include "text/file_system.h"
+#include "text/keywords.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 
@@ -120,11 +122,8 @@ bool QualityOutput::attach(ProjectRun& run) {
     }
     run.more_inputs.push_back(absolute_path(exclusion_file_));
     request.prepare = [this](BundleProject& project, TextWriter& report) {
-      const auto listed = static_cast<std::int64_t>(exclusions_.size());
-      const std::int64_t missing = listed - apply_exclusions(exclusions_, project, report);
-      if (missing == 0) return;
-      error_output() << "vorn: " << exclusion_file_ << ": the project does not have " << missing
-                     << " of its " << listed << " observations; the report names them\n";
+      tell_missing_observations("vorn: " + exclusion_file_, exclusions_.size(),
+                                apply_exclusions(exclusions_, project, report));
     };
   }
   if (!needs_figures() && !json_) return true;
@@ -186,22 +185,16 @@ bool QualityOutput::read_datum() {
     return false;
   }
   TokenReader in(text.view());
-  for (std::string id; in.read_word(id) && id != "stop-dep";) {
+  for (std::string id; in.read_word(id) && id != kEndWord;) {
     quality_request_.datum_points.push_back(id);
   }
-  return true;
-}
-
-// A wrong identifier would change the datum without a word.
-void QualityOutput::tell_missing_datum_points(const BundleProject& project) const {
-  for (const std::string& id : quality_request_.datum_points) {
-    if (project.object_points.find(id) != nullptr) continue;
-    error_output() << "vorn: " << datum_file_ << ": no point " << id << " was adjusted\n";
-  }
+  if (!quality_request_.datum_points.empty()) return true;
+  error_output() << "vorn: " << datum_file_ << ": it names no point\n";
+  return false;
 }
 
 void QualityOutput::write(BundleProject& project, OutputFiles& outputs) {
-  tell_missing_datum_points(project);
+  tell_missing_points("vorn: " + datum_file_, quality_request_.datum_points, project);
   std::optional<Diagnosis> diagnosis;
   if (is_doubtful(project)) diagnosis = diagnose_completed(project);
   if (diagnosis && !diagnosis->condemns_results()) diagnosis.reset();

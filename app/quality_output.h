@@ -40,7 +40,6 @@ class QualityOutput {
   [[nodiscard]] DocumentFiles failed_document() const;
   [[nodiscard]] std::string failed_page() const;
   [[nodiscard]] std::vector<std::string> paths() const;  // all that may be written
-  void tell_missing_datum_points(const BundleProject& project) const;
   void write(BundleProject& project, OutputFiles& outputs);
   void write_texts(const QualityResults& results, const Diagnosis& diagnosis,
                    OutputFiles& outputs) const;

@@ -13,6 +13,7 @@
 #include "lsq/named_losses.h"
 #include "quality/diagnosis.h"
 #include "quality/exclusions.h"
+#include "quality/missing_names.h"
 #include "quality/quality.h"
 #include "results.h"
 #include "run_scope.h"
@@ -122,7 +123,8 @@ class AdjustRun {
     request.after_reading = [this] { return options_.lenient || !findings_.has_errors(); };
     if (!exclusions.empty()) {
       request.prepare = [&](BundleProject& project, TextWriter& report) {
-        apply_exclusions(exclusions, project, report);
+        tell_missing_observations(options_.exclusions, exclusions.size(),
+                                  apply_exclusions(exclusions, project, report));
       };
     }
     request.inspect = [this](BundleProject& project) { keep(project); };
@@ -137,6 +139,7 @@ class AdjustRun {
     request.prior = options_.prior;
     request.inner_datum = options_.inner_datum;
     request.datum_points = options_.datum_points;
+    tell_missing_points("datum_points", options_.datum_points, project);
     std::optional<Diagnosis> diagnosis;
     QualityResults results = find_quality(project, request, diagnosis);
     const PathParts parts = split_path(path_);

@@ -322,10 +322,12 @@ def _datum(datum: str, points: str | Iterable[str] | None) -> dict[str, Any]:
         raise Error(f"no datum '{datum}'; there are given, inner")
     if points is not None and datum != "inner":
         raise Error('datum_points need datum="inner"')
-    return {
-        "inner_datum": datum == "inner",
-        "datum_points": [points] if isinstance(points, str) else [str(p) for p in points or ()],
-    }
+    ids: list[str] = []
+    if points is not None:
+        ids = [points] if isinstance(points, str) else [str(point) for point in points]
+        if not ids:
+            raise Error("datum_points names no point")
+    return {"inner_datum": datum == "inner", "datum_points": ids}
 
 
 def _call(call: Callable[[], Any]) -> Any:

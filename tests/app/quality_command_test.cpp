@@ -194,6 +194,9 @@ TEST_F(QualityCommand, TellsWhatAListDoesNotFind) {
   dir_.write("datum.txt", "p1 p2 p3 p4 p99 stop-dep");
   EXPECT_EQ(adjust("--quality --datum inner --datum-points datum.txt"), 0) << errors_;
   EXPECT_THAT(errors_, HasSubstr("datum.txt: no point p99 was adjusted"));
+  dir_.write("datum.txt", "stop-dep p1 p2 p3");
+  EXPECT_EQ(adjust("--quality --datum inner --datum-points datum.txt"), 1);
+  EXPECT_EQ(errors_, "vorn: datum.txt: it names no point\n");
   dir_.write("datum.txt", "p1 p2");
   EXPECT_EQ(adjust("--quality --json --datum inner --datum-points datum.txt"), 3) << errors_;
   EXPECT_THAT(errors_, HasSubstr("do not fix the similarity motions"));

@@ -109,8 +109,9 @@ class Adjust(ProjectTest):
         point = first.points["id"][first.points["rays"].argmax()]
         image = first.image_points["image"][first.image_points["point"] == point][0]
         exclusions = self.folder / "exclusions.txt"
-        exclusions.write_text(f"image-point {image} {point}\n")
+        exclusions.write_text(f"image-point {image} {point}\nimage-point {image} none\n")
         again = vorn.adjust(self.block, exclude=exclusions)
+        self.assertIn("does not have 1 of its 2 observations", "\n".join(again.messages))
         self.assertEqual(again.image_points.num_rows, first.image_points.num_rows - 1)
 
 
@@ -232,7 +233,8 @@ class Figures(ProjectTest):
         self.assertIsNone(everything.quality_message)
         ids = list(everything.points["id"])
         some = [ids[k] for k in np.linspace(0, len(ids) - 1, 5).astype(int)]
-        listed = vorn.adjust(self.block, datum="inner", datum_points=iter(some))
+        listed = vorn.adjust(self.block, datum="inner", datum_points=np.array(some + ["none"]))
+        self.assertIn("datum_points: no point none was adjusted", listed.messages)
         chosen = np.isin(ids, some)
         of_all, of_some = (np.square(r.point_std_devs) for r in (everything, listed))
         self.assertLess(of_all.sum(), of_some.sum())
@@ -346,6 +348,7 @@ class Errors(ProjectTest):
                 (lambda: vorn.adjust(self.block, robust="huber", robust_scale=float("nan")), "positive"),
                 (lambda: vorn.adjust(self.block, threads=2.5), "threads must be a number"),
                 (lambda: vorn.adjust(self.block, datum_points=["1"]), "inner"),
+                (lambda: vorn.adjust(self.block, datum="inner", datum_points=iter(())), "no point"),
                 (lambda: vorn.adjust(self.block, exclude=self.folder / "none"), "cannot be read"),
                 (lambda: vorn.import_project("colmap", self.folder / "no", "out"), "no such folder"),
                 (lambda: vorn.export_project(self.block, "dwg", "out"), "unknown format 'dwg'")):
