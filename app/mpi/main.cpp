@@ -222,11 +222,22 @@ ExitStatus run(const std::vector<std::string>& words) {
   return status_of(*summary);
 }
 
+// False, with a sentence on the error stream, where the address space is so small that the
+// libraries behind MPI and MUMPS would wait for ever for memory that they do not get.
+bool has_address_space() {
+  constexpr rlim_t kSmallest = rlim_t{1} << 30U;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur >= kSmallest) return true;
+  error_output() << "vorn-mpi: each process needs an address space of 1 GiB (ulimit -v)\n";
+  return false;
+}
+
 }  // namespace
 }  // namespace vorn::app
 
 int main(int argc, char** argv) {
   using namespace vorn;
+  if (!app::has_address_space()) return app::checked_console(app::kFailed);
   int provided = 0;
   MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &provided);
   app::handle_signals();
