@@ -67,14 +67,15 @@ std::int32_t null_argument(Session& session) {
   return session.fail(VORN_ERROR_NULL, "an argument is NULL");
 }
 
+std::int32_t no_results(Session& session) {
+  return session.fail(VORN_ERROR_ORDER, "there are no results: run the session first");
+}
+
 // The same where there are results.
 template <class Action>
 std::int32_t with_results(vorn_session* session, Action action) noexcept {
   return guarded(session, [&](Session& s) -> std::int32_t {
-    if (!s.has_results()) {
-      return s.fail(VORN_ERROR_ORDER, "there are no results: run the session first");
-    }
-    return action(s);
+    return s.has_results() ? action(s) : no_results(s);
   });
 }
 
@@ -84,9 +85,7 @@ std::int32_t with_table(vorn_session* session, const char* name, const void* res
                         Action action) noexcept {
   return guarded(session, [&](Session& s) -> std::int32_t {
     if (name == nullptr || result == nullptr) return null_argument(s);
-    if (!s.has_results()) {
-      return s.fail(VORN_ERROR_ORDER, "there are no results: run the session first");
-    }
+    if (!s.has_results()) return no_results(s);
     const ResultTable* const table = s.find_table(name);
     if (table == nullptr) {
       return s.fail(VORN_ERROR_ARGUMENT, "no table is called \"" + std::string(name) + '"');

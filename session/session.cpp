@@ -87,6 +87,21 @@ class Flag {
   bool& flag_;
 };
 
+// Takes the text of a cell.
+class TextSink final : public CellSink {
+ public:
+  explicit TextSink(std::vector<std::string>& texts) : texts_(texts) {}
+  void number(double) override {}
+  void short_number(double) override {}
+  void count(std::int64_t) override {}
+  void flag(bool) override {}
+  void text(std::string_view value) override { texts_.emplace_back(value); }
+  void undefined() override { texts_.emplace_back(); }
+
+ private:
+  std::vector<std::string>& texts_;
+};
+
 }  // namespace
 
 // What a run or check finds of the process and leaves behind: current directory, parameters,
@@ -153,25 +168,6 @@ const ResultTable* Session::find_table(std::string_view name) const {
                                   [name](const auto& table) { return table->name == name; });
   return found == tables_.end() ? nullptr : found->get();
 }
-
-namespace {
-
-// Takes the text of a cell.
-class TextSink final : public CellSink {
- public:
-  explicit TextSink(std::vector<std::string>& texts) : texts_(texts) {}
-  void number(double) override {}
-  void short_number(double) override {}
-  void count(std::int64_t) override {}
-  void flag(bool) override {}
-  void text(std::string_view value) override { texts_.emplace_back(value); }
-  void undefined() override { texts_.emplace_back(); }
-
- private:
-  std::vector<std::string>& texts_;
-};
-
-}  // namespace
 
 const std::vector<std::string>& Session::texts(const ResultTable& table, std::size_t column) {
   const auto key = std::pair(&table, column);

@@ -4,10 +4,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <iterator>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/project_test.h"
@@ -195,6 +199,98 @@ TEST_F(SessionTest, SaysWhatIsWrong) {
   EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_FILE);
   std::int32_t tables = 0;
   EXPECT_EQ(vorn_session_count_tables(session_, &tables), VORN_ERROR_ORDER);
+}
+
+// Neither a failed run nor a check leaves results that the files do not have any more.
+TEST_F(SessionTest, KeepsNoResultsOfOtherFiles) {
+  std::int32_t tables = 0;
+  ASSERT_EQ(vorn_session_run(session_), VORN_OK);
+  const double sigma0 = statistic("sigma0_posterior");
+  std::int64_t found = 0;
+  EXPECT_EQ(vorn_session_count_findings(session_, &found), VORN_OK);
+  dir_.write("crds.txt", "i1 1 p1 0,5 0 1 1");
+  EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_DATA);
+  EXPECT_EQ(vorn_session_count_tables(session_, &tables), VORN_ERROR_ORDER);
+  project_.write(dir_);
+  ASSERT_EQ(vorn_session_run(session_), VORN_OK) << vorn_session_error(session_);
+  EXPECT_EQ(statistic("sigma0_posterior"), sigma0);
+  std::int64_t findings = 0;
+  EXPECT_EQ(vorn_session_count_findings(session_, &findings), VORN_OK);
+  EXPECT_EQ(findings, found) << "those of the run before are gone";
+  EXPECT_EQ(vorn_session_check(session_), VORN_OK);
+  EXPECT_EQ(vorn_session_count_tables(session_, &tables), VORN_ERROR_ORDER);
+  std::filesystem::remove(dir_.path("project.ctl"));
+  EXPECT_EQ(vorn_session_check(session_), VORN_ERROR_FILE);
+  EXPECT_EQ(vorn_session_run(session_), VORN_ERROR_FILE);
+  EXPECT_THAT(vorn_session_error(session_), testing::HasSubstr("project.ctl"));
+}
+
+TEST_F(SessionTest, RefusesArgumentsThatItCannotUse) {
+  ASSERT_EQ(vorn_session_run(session_), VORN_OK);
+  constexpr double kUntouched = -7.0;
+  std::vector<double> values(8, kUntouched);
+  const char* text = nullptr;
+  std::int32_t number = 0;
+  std::int64_t count = 0;
+  vorn_session* const s = session_;
+  const std::pair<std::int32_t, std::int32_t> kCalls[] = {
+      {vorn_session_set_number(s, nullptr, 1), VORN_ERROR_NULL},
+      {vorn_session_set_number(s, "robust_scale", 0), VORN_ERROR_ARGUMENT},
+      {vorn_session_set_number(s, "damped", 0.5), VORN_ERROR_ARGUMENT},
+      {vorn_session_set_text(s, "robust", nullptr), VORN_ERROR_NULL},
+      {vorn_session_set_text(s, "kernel", "abacus"), VORN_ERROR_ARGUMENT},
+      {vorn_session_set_text(s, "damped", "1"), VORN_ERROR_ARGUMENT},
+      {vorn_session_get_number(s, "nonsense", values.data()), VORN_ERROR_ARGUMENT},
+      {vorn_session_get_number(s, "damped", nullptr), VORN_ERROR_NULL},
+      {vorn_session_count_findings(s, nullptr), VORN_ERROR_NULL},
+      {vorn_session_finding(s, -1, nullptr), VORN_ERROR_NULL},
+      {vorn_session_count_tables(s, nullptr), VORN_ERROR_NULL},
+      {vorn_session_table_name(s, -1, &text), VORN_ERROR_RANGE},
+      {vorn_session_table_name(s, 999, &text), VORN_ERROR_RANGE},
+      {vorn_session_count_rows(s, "nonsense", &count), VORN_ERROR_ARGUMENT},
+      {vorn_session_count_columns(s, nullptr, &number), VORN_ERROR_NULL},
+      {vorn_session_column(s, "points", 999, &text, &text), VORN_ERROR_RANGE},
+      {vorn_session_column(s, "points", -1, &text, &text), VORN_ERROR_RANGE},
+      {vorn_session_numbers(s, "points", "nonsense", values.data(), 8, &count),
+       VORN_ERROR_ARGUMENT},
+      {vorn_session_numbers(s, "points", "x", nullptr, 8, &count), VORN_ERROR_NULL},
+      {vorn_session_numbers(s, "points", "x", values.data(), 7, &count), VORN_ERROR_SIZE},
+      {vorn_session_numbers(s, "points", "x", values.data(), -1, nullptr), VORN_ERROR_SIZE},
+      {vorn_session_texts(s, "points", "id", nullptr, 8, &count), VORN_ERROR_NULL},
+      {vorn_session_statistic(s, "nonsense", values.data()), VORN_ERROR_ARGUMENT},
+      {vorn_session_statistic(s, "redundancy", nullptr), VORN_ERROR_NULL},
+  };
+  for (std::size_t call = 0; call < std::size(kCalls); ++call) {
+    EXPECT_EQ(kCalls[call].first, kCalls[call].second) << "call " << call;
+  }
+  EXPECT_EQ(values, Numbers(8, kUntouched)) << "a refused call writes nothing";
+  EXPECT_EQ(count, 8) << "but for the number of rows";
+  EXPECT_EQ(vorn_session_numbers(s, "points", "x", values.data(), 8, nullptr), VORN_OK);
+  EXPECT_EQ(std::count(values.begin(), values.end(), kUntouched), 0);
+}
+
+TEST_F(SessionTest, TellsItsSettingsAndStatuses) {
+  for (const char* const name : {"rigorous", "damped", "keep_robust", "quality", "prior",
+                                 "inner_datum", "lenient", "files", "cameras", "allow_outside"}) {
+    for (const double value : {1.0, 0.0}) {
+      set(name, value);
+      double told = -1.0;
+      EXPECT_EQ(vorn_session_get_number(session_, name, &told), VORN_OK);
+      EXPECT_EQ(told, value) << name;
+    }
+  }
+  for (const auto& [name, value] : {std::pair("max_iterations", 7.0), {"robust_scale", 2.5}}) {
+    set(name, value);
+    double told = -1.0;
+    EXPECT_EQ(vorn_session_get_number(session_, name, &told), VORN_OK);
+    EXPECT_EQ(told, value) << name;
+  }
+  std::set<std::string> texts;
+  for (std::int32_t status = VORN_ERROR_INTERNAL; status <= VORN_NO_FIGURES; ++status) {
+    EXPECT_TRUE(texts.insert(vorn_status_text(status)).second) << status;
+  }
+  EXPECT_EQ(vorn_status_text(VORN_NO_FIGURES + 1), std::string("unknown status"));
+  EXPECT_EQ(texts.count("unknown status"), 0U);
 }
 
 }  // namespace
