@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <numbers>
 
 #include "app/command.h"
 #include "app/estimation_options.h"
@@ -60,7 +61,7 @@ void align_quaternions(const Estimates& a, Estimates& b) {
 
 // B - A; of angles the smallest.
 double difference_of(const Estimate& a, const Estimate& b) {
-  constexpr double kTurn = 6.283185307179586;
+  constexpr double kTurn = 2.0 * std::numbers::pi;
   const double difference = b.value - a.value;
   return a.is_angle ? std::remainder(difference, kTurn) : difference;
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <numbers>
 #include <optional>
 #include <set>
 
@@ -24,7 +25,7 @@ namespace {
 
 using exchange::ExchangeError;
 
-constexpr double kDegrees = 57.29577951308232;
+constexpr double kDegrees = 180.0 / std::numbers::pi;
 constexpr std::int32_t kMaxSide = 1'000'000;  // [pixels]
 
 std::vector<MeasuredImage> read_image_points(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <limits>
 #include <map>
+#include <numbers>
 #include <optional>
 #include <random>
 #include <utility>
@@ -29,7 +30,7 @@ class Noise {
  public:
   explicit Noise(std::uint64_t seed) : engine_(seed) {}
   double normal() {
-    constexpr double kTwoPi = 6.283185307179586;
+    constexpr double kTwoPi = 2.0 * std::numbers::pi;
     const double u = uniform();
     return std::sqrt(-2.0 * std::log(u)) * std::cos(kTwoPi * uniform());
   }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -79,11 +80,15 @@ void make_words(std::vector<Record>& records, std::string Record::*name, const c
                 std::vector<std::string>& notes) {
   std::unordered_set<std::string> taken;
   taken.reserve(records.size());
+  std::unordered_map<std::string, std::int64_t> numbers;  // the last one that a name got
   std::int64_t changed = 0;
   for (Record& record : records) {
     const std::string start = as_word(record.*name);
     std::string word = start;
-    for (int i = 2; !taken.insert(word).second; ++i) word = start + '_' + std::to_string(i);
+    while (!taken.insert(word).second) {
+      std::int64_t& number = numbers.try_emplace(start, 1).first->second;
+      word = start + '_' + std::to_string(++number);
+    }
     if (word == record.*name) continue;
     record.*name = std::move(word);
     ++changed;

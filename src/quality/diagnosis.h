@@ -129,17 +129,17 @@ struct Diagnosis {
 // structure, at the current values. The normal equations are formed anew and used up.
 [[nodiscard]] Diagnosis diagnose(BundleProject& project);
 
-// The same of a network whose figures of quality are there, from what they were made of: the
+// The same where the unknowns were before the iterations, which may have diverged. They keep the
+// values that they have.
+[[nodiscard]] Diagnosis diagnose_initially(BundleProject& project);
+
+// Diagnoses a network whose figures of quality are there, from what they were made of: the
 // equations at the final values, and the largest angles of intersection, by points. Nothing where
 // all that can be known is asked for: of a small network, and of one that has a free datum or
 // undetermined points.
 [[nodiscard]] std::optional<Diagnosis> diagnose_sound(const BundleProject& project,
                                                       const FinalSystem& system,
                                                       const std::vector<double>& angles);
-
-// The same where the unknowns were before the iterations, which may have diverged. They keep the
-// values that they have.
-[[nodiscard]] Diagnosis diagnose_initially(BundleProject& project);
 
 // A completed run that needs a word: at the values to which damped steps led, which cannot diverge
 // (approximate values may lie where nothing can be said, such as a point beside a projection

@@ -25,15 +25,6 @@ namespace {
 // Why nothing depends on an object, and what helps.
 std::pair<std::string, std::string> reason_of(const BundleProject& project,
                                               const AdjObject& object) {
-  for (const Removal& image : project.removed_objects) {
-    if (image.reason != RemovalReason::too_few_points) continue;
-    if (image.geometry_id == object.id && object_type_of(object) == ObjectType::orientation) {
-      return {"its image " + image.id + " was removed, having " + std::to_string(image.count) +
-                  " points",
-              "Measure at least three points in image " + image.id +
-                  ", or take the image and its orientation out of the files"};
-    }
-  }
   switch (object_type_of(object)) {
     case ObjectType::ap_set:
       return {"no image was taken with its camera",
@@ -47,6 +38,13 @@ std::pair<std::string, std::string> reason_of(const BundleProject& project,
               "Remove the point, or measure more points in its images"};
     case ObjectType::orientation:
       break;
+  }
+  for (const Removal& image : project.removed_objects) {
+    if (image.reason != RemovalReason::too_few_points || image.geometry_id != object.id) continue;
+    return {
+        "its image " + image.id + " was removed, having " + std::to_string(image.count) + " points",
+        "Measure at least three points in image " + image.id +
+            ", or take the image and its orientation out of the files"};
   }
   return {"it has no image with points",
           "Remove the orientation, or fix it (standard deviation 1e-31)"};
@@ -146,21 +144,21 @@ bool is_singular(const NormalMatrix& normal, std::int32_t point) {
 
 // Where the rays of a point come from, and how precise their directions are [rad]. No places where
 // an image has no projection centre.
-struct RayBundle {
+struct RayOrigins {
   std::vector<Vec3> places;
   double precision = 0.0;
 };
-RayBundle bundle_of(std::span<const Ray> rays) {
-  RayBundle bundle;
+RayOrigins origins_of(std::span<const Ray> rays) {
+  RayOrigins origins;
   for (const Ray& ray : rays) {
     const auto* const orientation = dynamic_cast<const ExtOrientation*>(ray.image->geometry);
     if (orientation == nullptr) return {};
-    bundle.places.push_back(orientation->projection_centre());
+    origins.places.push_back(orientation->projection_centre());
     const Camera& camera = *ray.image->camera;
     const Pair sdev = camera.sdev_to_image({ray.point->sx, ray.point->sy});
-    bundle.precision = std::max({bundle.precision, sdev[0] / camera.c, sdev[1] / camera.c});
+    origins.precision = std::max({origins.precision, sdev[0] / camera.c, sdev[1] / camera.c});
   }
-  return bundle;
+  return origins;
 }
 
 DiagnosisFinding weak_intersection(const ObjectPoint& point, std::size_t rays, double angle,
@@ -214,12 +212,12 @@ std::vector<const ObjectPoint*> find_weak_intersections(const BundleProject& pro
         angles.empty() || angles[static_cast<std::size_t>(number)] < kNearOneDegree;
     if (!singular && !may_be_weak) continue;
     if (!rays) rays.emplace(project.images, project.object_points);
-    const RayBundle bundle = bundle_of((*rays)[slot]);
-    const double angle = bundle.places.empty() ? std::numeric_limits<double>::quiet_NaN()
-                                               : largest_angle(point->xyz, bundle.places);
+    const RayOrigins origins = origins_of((*rays)[slot]);
+    const double angle = origins.places.empty() ? std::numeric_limits<double>::quiet_NaN()
+                                                : largest_angle(point->xyz, origins.places);
     if (!singular && !(angle < kOneDegree)) continue;
     if (singular) undetermined.push_back(point);
-    const bool useless = singular || angle < 3 * bundle.precision;
+    const bool useless = singular || angle < 3 * origins.precision;
     diagnosis.findings.push_back(weak_intersection(*point, (*rays)[slot].size(), angle, useless));
   }
   return undetermined;
