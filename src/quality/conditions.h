@@ -20,6 +20,7 @@ class Conditions {
   // Finds the conditions of all unknowns, at the current values.
   explicit Conditions(const AdjObjectList& unknowns);
 
+  bool is_empty() const { return directions_.empty(); }
   // Restricts normal equations that were formed anew.
   void apply(NormalMatrix& normal, Vector& rhs);
 

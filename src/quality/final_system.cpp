@@ -17,8 +17,8 @@ FinalSystem::FinalSystem(BundleProject& project)
       factor_(project.normal),
       inverse_(factor_) {
   project.solver.reset();
-  // Conditions change them.
-  normal_.store_couplings();
+  // Conditions change them; without any they can be formed again where they are needed.
+  if (!conditions_.is_empty()) normal_.store_couplings();
 }
 
 bool FinalSystem::form() {

@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <functional>
+#include <map>
 #include <numeric>
 #include <regex>
 #include <string>
@@ -16,6 +17,7 @@
 #include "driver/bundle_project.h"
 #include "driver/run.h"
 #include "geometry/eo_quaternion.h"
+#include "lsq/stages/normal_equations.h"
 #include "lsq/stages/observation_equations.h"
 #include "quality/distributions.h"
 #include "quality/final_system.h"
@@ -274,6 +276,32 @@ TEST(Figures, SumUpTheRaysOfPoints) {
       }
     });
   }
+}
+
+// Without conditions large blocks do not store the couplings of their points for the figures,
+// either.
+TEST(Figures, AreTheSameWithCouplingsThatAreFormedAgain) {
+  using Couplings = NormalMatrix::PointCouplings;
+  std::map<Couplings, QualityResults> results;
+  for (const Couplings couplings : {Couplings::stored, Couplings::formed}) {
+    with_adjusted(make_synthetic_project(SyntheticSpec{.images = 12, .points = 90}),
+                  [&](BundleProject& project) {
+                    ASSERT_TRUE(project.normal.set_structure(find_structure(project), couplings));
+                    project.observations.set_up(project.images, project.object_points,
+                                                project.settings.derivatives(), project.normal);
+                    results[couplings] = find_quality(project, {});
+                    EXPECT_EQ(project.normal.stores_couplings(), couplings == Couplings::stored);
+                  });
+  }
+  const QualityResults& stored = results[Couplings::stored];
+  const QualityResults& formed = results[Couplings::formed];
+  ASSERT_TRUE(stored.has_figures && formed.has_figures);
+  for (std::size_t k = 0; k < stored.image_points.size(); ++k) {
+    for (std::size_t i = 0; i < 2; ++i) {
+      EXPECT_NEAR(formed.image_points[k].r[i], stored.image_points[k].r[i], 1e-12);
+    }
+  }
+  EXPECT_NEAR(formed.statistics.distance_to_minimum, stored.statistics.distance_to_minimum, 1e-9);
 }
 
 // Fixes the first point in space.
