@@ -516,6 +516,7 @@ TEST_F(EarlierResults, DocumentsOfFailures) {
 // Files that options of the command name, or that follow from them.
 TEST_F(EarlierResults, AreNotReplacedByOtherOutputs) {
   dir_.write("none.txt", "stop-dep");
+  dir_.write("datum.txt", "p1 p2 p3 p4 stop-dep");
   const std::pair<const char*, const char*> kRefused[] = {
       {"--suggest crds.txt", "a data file has the name"},
       {"--suggest project.ctl", "the name of one of its own outputs"},
@@ -523,7 +524,7 @@ TEST_F(EarlierResults, AreNotReplacedByOtherOutputs) {
       {"--suggest project.prec", "two outputs"},
       {"--suggest r.txt", "two outputs"},
       {"--suggest none.txt --exclude none.txt", "a data file has the name"},
-      {"--suggest none.txt --datum inner --datum-points none.txt", "a data file has the name"},
+      {"--suggest datum.txt --datum inner --datum-points datum.txt", "a data file has the name"},
       {"--suggest link.txt", "is a link"},
       {"--suggest sub", "is no file"},
   };

@@ -81,6 +81,8 @@ class Datum : public testing::Test {
 };
 
 TEST_F(Datum, NamesTheMotionsThatNothingFixes) {
+  // Rotations and scale are those about the middle of what is held: one about another place moves
+  // that middle, which then is said to shift.
   const std::pair<Held, std::string> kCases[] = {
       {{},
        "shift X, shift Y, shift Z, rotation about X, rotation about Y, rotation about Z, scale"},
@@ -88,13 +90,13 @@ TEST_F(Datum, NamesTheMotionsThatNothingFixes) {
       {{{"xyz", "xyz"}}, "rotation about X"},
       {{{"xyz", "", "xyz"}}, "rotation about Y"},
       {{{"z", "z", "z"}}, "shift X, shift Y, rotation about Z, scale"},
-      {{{"xyz", "xy", "z"}}, "rotation about Y"},
+      {{{"xyz", "xy", "z"}}, "shift Z, rotation about Y"},
       {{{"xyz", "xyz", "z"}}, ""},
       {{{"xyz", "xyz", "x", "z"}}, ""},
       // images
       {{{}, {"xyz"}, {true}}, "scale"},
       {{{}, {"xyz", "x"}, {true}}, ""},
-      {{{}, {"xyz", "z"}, {true}}, "scale"},  // the centres are at one height
+      {{{}, {"xyz", "z"}, {true}}, "shift X, scale"},  // the centres are at one height
       {{{}, {}, {true}}, "shift X, shift Y, shift Z, scale"},
       {{{}, {}, {true, true}}, "shift X, shift Y, shift Z, scale"},
       {{{"xyz"}, {"z"}, {true}}, ""},
