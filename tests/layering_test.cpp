@@ -41,12 +41,13 @@ const std::vector<std::string> kLayers = {"base",
 // Knots: headers cut them by forward declarations, sources tie them again. A source of the layer
 // may include the header although it lies above.
 const std::vector<std::pair<std::string, std::string>> kKnots = {
-    {"geometry", "calibration/corrections.h"},  // an orientation and its corrections
-    {"sensors", "calibration/ap_set.h"},        // a camera and its sets
-    {"calibration", "driver/options.h"},        // the size of a set's grid of effects
-    {"lsq/stages", "driver/bundle_project.h"},  // operations of the project
-    {"report", "driver/bundle_project.h"},      // likewise
-    {"quality", "driver/bundle_project.h"},     // what is judged is the project
+    {"geometry", "calibration/corrections.h"},     // an orientation and its corrections
+    {"sensors", "calibration/ap_set.h"},           // a camera and its sets
+    {"sensors", "calibration/camera_formulas.h"},  // likewise
+    {"calibration", "driver/options.h"},           // the size of a set's grid of effects
+    {"lsq/stages", "driver/bundle_project.h"},     // operations of the project
+    {"report", "driver/bundle_project.h"},         // likewise
+    {"quality", "driver/bundle_project.h"},        // what is judged is the project
 };
 
 std::ptrdiff_t index_of(const auto& value, const auto& list) {

@@ -1,45 +1,25 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 namespace vorn {
 
-// Eight numbers that are computed with side by side: the same quantity of eight image points.
-// Formulas that are templates of their number type serve one point and eight alike.
+// Eight numbers side by side: the same quantity of eight image points. What is computed with packs
+// is computed by Lanes (base/lanes.h).
 class Pack {
  public:
   static constexpr std::int32_t kSize = 8;
 
-  Pack() = default;
-  // Eight times the same number; implicit, as from int to double.
-  Pack(double n) : values_{n, n, n, n, n, n, n, n} {}
-
   double operator[](int lane) const { return values_[lane]; }
-  const double* data() const { return reinterpret_cast<const double*>(this); }
+  double* data() { return values_; }
+  const double* data() const { return values_; }
   void set(int lane, double number) { values_[lane] = number; }
 
-  Pack operator-() const { return Pack(-values_); }
-  friend Pack operator+(const Pack& a, const Pack& b) { return Pack(a.values_ + b.values_); }
-  friend Pack operator-(const Pack& a, const Pack& b) { return Pack(a.values_ - b.values_); }
-  friend Pack operator*(const Pack& a, const Pack& b) { return Pack(a.values_ * b.values_); }
-  friend Pack operator/(const Pack& a, const Pack& b) { return Pack(a.values_ / b.values_); }
-  Pack& operator-=(const Pack& other) {
-    values_ -= other.values_;
-    return *this;
-  }
-  Pack& operator+=(const Pack& other) {
-    values_ += other.values_;
-    return *this;
-  }
-
  private:
-  // Not aligned: nothing may depend on the alignment of a host's stack.
-  typedef double Values
-      __attribute__((vector_size(kSize * sizeof(double)), aligned(sizeof(double))));
-
-  explicit Pack(const Values& values) : values_(values) {}
-
-  Values values_;
+  double values_[kSize];
 };
+
+using PackPair = std::array<Pack, 2>;
 
 }  // namespace vorn

@@ -17,6 +17,7 @@ class APSetP : public APSet {
   int read(TokenReader& in) override;
   void write(TextWriter& out) const override;
   void print(TextWriter& out) const override;
+  APTerms terms() const override;
 
   double grid_width = 0.0;  // b: the outer points of the grid lie at -b and +b [m]
 };

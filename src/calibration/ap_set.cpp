@@ -151,17 +151,10 @@ int APSet::bind_to_camera(const OwnedList<Camera>& cameras) {
   return 1;
 }
 
-Pair APSet::get_correction(const Vec3& point) const {
-  get_derivs(point, derivs_);
-  const double* const row_x = derivs_.a[0];
-  const double* const row_y = derivs_.a[1];
-  Pair sum{};
-  for (std::int32_t k = 0; k < num_ap_; ++k) {
-    const double v = value(k);
-    sum[0] += row_x[k] * v;
-    sum[1] += row_y[k] * v;
-  }
-  return sum;
+void APSet::get_derivs(const Vec3& point, DesignBlock& block) const {
+  block.a.resize(2, num_ap_);
+  block.index = index;
+  fill_set_columns(terms(), point, RowPair<double*>{block.a[0], block.a[1]});
 }
 
 Pair APSet::get_correction_masked(const Vec3& point, std::string_view mask) const {

@@ -9,6 +9,7 @@
 
 #include "base/dual.h"
 #include "base/owned_list.h"
+#include "calibration/ap_formulas.h"
 #include "geometry/image_geometry.h"
 #include "lsq/adj_object.h"
 #include "lsq/normal/design_block.h"
@@ -28,6 +29,7 @@ struct EffectGrid {
 
 // What distinguishes a model apart from its formulas.
 struct APModel {
+  APFormula formula;
   std::string_view keyword;
   std::string_view type_name;
   std::uint32_t num_ap;                             // number of parameters
@@ -41,8 +43,6 @@ struct APModel {
 class APSet : public AdjObject {
  public:
   explicit APSet(const APModel& model);
-  // A set of n parameters without a name of its own.
-  explicit APSet(std::uint32_t num_ap) : APSet(APModel{"undef", "undefined", num_ap}) {}
 
   std::string_view get_type_name() const override { return model_.type_name; }
   std::string_view get_keyword() const override { return model_.keyword; }
@@ -58,7 +58,7 @@ class APSet : public AdjObject {
   virtual void print(TextWriter& out) const;
   // Derivatives of (dx, dy) with respect to the parameters at a reduced point, 2xn, and the set's
   // index.
-  virtual void get_derivs(const Vec3& point, DesignBlock& block) const = 0;
+  void get_derivs(const Vec3& point, DesignBlock& block) const;
   // A slot without meaning: says so on the error stream.
   virtual void reserved_op();
   // Prints the set's effects on image coordinates over a grid of the camera's format, [mm] and
@@ -70,18 +70,10 @@ class APSet : public AdjObject {
 
   // Binds the set to the camera it names. 1, or -1 with a message on standard output.
   [[nodiscard]] int bind_to_camera(const OwnedList<Camera>& cameras);
-  // Correction (dx, dy) [m] at a reduced image point: the derivatives times the parameters. The
-  // models sum it up without forming the derivatives.
-  virtual Pair get_correction(const Vec3& point) const;
-  // Both for eight points side by side.
-  virtual void get_packed_derivs(const Vec3Of<Pack>& point, const RowPair<Pack>& rows) const = 0;
-  virtual PackPair get_packed_correction(const Vec3Of<Pack>& point) const = 0;
-  // All of it at an ideal image point: the derivatives with respect to the parameters into two
-  // rows, and the correction, with its derivatives with respect to x and y, added to `sum`.
-  virtual void linearise(const Vec3& point, const RowPair<double>& rows,
-                         std::array<Dual<double>, 2>& sum) const = 0;
-  virtual void linearise(const Vec3Of<Pack>& point, const RowPair<Pack>& rows,
-                         std::array<Dual<Pack>, 2>& sum) const = 0;
+  // What the formulas take (calibration/ap_formulas.h).
+  virtual APTerms terms() const { return {model_.formula, num_ap_, values(), 0.0}; }
+  // Correction (dx, dy) [m] at a reduced image point: the derivatives times the parameters.
+  Pair get_correction(const Vec3& point) const { return vorn::correction_of(terms(), point); }
   // The correction from those parameters k only whose character mask[k] is '1'.
   Pair get_correction_masked(const Vec3& point, std::string_view mask) const;
 
@@ -108,7 +100,7 @@ class APSet : public AdjObject {
   std::int32_t num_ap_;
   std::unique_ptr<double[]> values_;
   std::unique_ptr<double[]> std_devs_;
-  mutable DesignBlock derivs_;  // scratch of get_correction
+  mutable DesignBlock derivs_;  // scratch of get_correction_masked
 };
 
 // Reads an AP-set file into the list. A set whose identifier is listed already takes the place of

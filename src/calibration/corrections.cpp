@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "geometry/collinearity.h"
 #include "geometry/ext_orientation.h"
 #include "lsq/param_reading.h"
 #include "text/records.h"
@@ -118,7 +119,7 @@ void TimePolynomial::get_derivs(double tau, const Matrix& components, std::int32
   derivs.resize(2, n);
   if (n == 0) return;
   for (std::int32_t row = 0; row < 2; ++row) {
-    get_derivs(tau, components[row] + first, derivs[row]);
+    fill_time_columns(tau, n, components[row] + first, derivs[row]);
   }
 }
 

@@ -24,12 +24,6 @@ class TimePolynomial {
   // respect to the three components: columns `first` to `first` + 2 of `components`. Column 3k + c
   // is the column of component c times tau^k. The block's index is left alone.
   void get_derivs(double tau, const Matrix& components, std::int32_t first, Matrix& derivs) const;
-  // One row of them, given the three components' elements: of numbers, or of packs of numbers.
-  template <class T>
-  void get_derivs(double tau, const T* components, T* row) const {
-    const std::int32_t n = num_values();
-    for (std::int32_t j = 0; j < n; ++j) row[j] = j < 3 ? components[j] : row[j - 3] * tau;
-  }
   // Makes the parameter records of the object that owns the polynomial.
   void init_params(AdjObject& owner);
   // Reads the number m of triples, then for each order and component coefficient and standard

@@ -51,7 +51,7 @@ Mat3 EOAngles::matrix_from_params(const RotationParams& params) const {
 
 void EOAngles::update() {
   ExtOrientation3::update();
-  image_axes_ = convention_.image_axes(angles_of(rotation_params()));
+  set_axes(convention_.image_axes(angles_of(rotation_params())));
 }
 
 // ---- files and listings ------------------------------------------------------------------------
@@ -100,23 +100,6 @@ void EOAngles::print_changes(TextWriter& out, const Vector& corrections) const {
 void EOAngles::print_results(TextWriter& out) const {
   print_results_in(
       out, {ls_params().unit_object.factor, ls_params().unit_angles.factor, kAngleDecimals});
-}
-
-// dU/dp = U x b, b the axis of angle p in image space.
-template <class T>
-void EOAngles::fill_columns(const PointState<T>& point, const RowPair<T>& a) const {
-  for (std::int32_t k = 0; k < 3; ++k) {
-    point.set_column(a, k, cross(point.u, image_axes_[static_cast<std::size_t>(k)]));
-  }
-}
-
-void EOAngles::get_rot_param_derivs(Matrix& a) const {
-  fill_columns<double>(point(), {a[0] + 3, a[1] + 3});
-}
-
-void EOAngles::get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                           const RowPair<Pack>& a) const {
-  fill_columns(point, a);
 }
 
 }  // namespace vorn

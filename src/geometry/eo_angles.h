@@ -47,18 +47,9 @@ class EOAngles : public ExtOrientation3 {
 
   RotationParams params_from_matrix(const Mat3& r) const override;
   Mat3 matrix_from_params(const RotationParams& params) const override;
-  void get_rot_param_derivs(Matrix& a) const override;
-
- protected:
-  void get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                   const RowPair<Pack>& a) const override;
 
  private:
-  template <class T>
-  void fill_columns(const PointState<T>& point, const RowPair<T>& a) const;
-
   const AngleConvention& convention_;
-  Mat3 image_axes_{};  // of the angles, attitude correction included
 };
 
 }  // namespace vorn

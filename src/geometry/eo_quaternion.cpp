@@ -16,7 +16,7 @@ std::string EOQuaternion::get_param_name(std::int32_t i) const {
 
 void EOQuaternion::update() {
   ExtOrientation::update();
-  matrix_derivs_ = quaternion::matrix_derivs(rotation_params());
+  set_matrix_derivs(quaternion::matrix_derivs(rotation_params()));
 }
 
 ExtOrientation::RotationParams EOQuaternion::params_from_matrix(const Mat3& r) const {
@@ -25,22 +25,6 @@ ExtOrientation::RotationParams EOQuaternion::params_from_matrix(const Mat3& r) c
 
 Mat3 EOQuaternion::matrix_from_params(const RotationParams& params) const {
   return quaternion::matrix_from_params(params);
-}
-
-template <class T>
-void EOQuaternion::fill_columns(const PointState<T>& point, const RowPair<T>& a) const {
-  for (std::int32_t k = 0; k < 4; ++k) {
-    point.set_column(a, k, transposed_times(matrix_derivs_[static_cast<std::size_t>(k)], point.d));
-  }
-}
-
-void EOQuaternion::get_rot_param_derivs(Matrix& a) const {
-  fill_columns<double>(point(), {a[0] + 3, a[1] + 3});
-}
-
-void EOQuaternion::get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                               const RowPair<Pack>& a) const {
-  fill_columns(point, a);
 }
 
 double EOQuaternion::unit_length_misclosure() const {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <string>
 #include <string_view>
 
@@ -28,17 +27,6 @@ class EOQuaternion : public ExtOrientation {
   void update() override;
   RotationParams params_from_matrix(const Mat3& r) const override;
   Mat3 matrix_from_params(const RotationParams& params) const override;
-  void get_rot_param_derivs(Matrix& a) const override;
-
- protected:
-  void get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                   const RowPair<Pack>& a) const override;
-
- private:
-  template <class T>
-  void fill_columns(const PointState<T>& point, const RowPair<T>& a) const;
-
-  std::array<Mat3, 4> matrix_derivs_{};  // dR/dq
 };
 
 }  // namespace vorn

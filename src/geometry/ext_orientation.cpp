@@ -24,16 +24,12 @@ FormattedNumber listed_std_dev(double sigma, double factor, NumberFormat number)
   return ls_params().is_observed(sigma) ? number(sigma * factor) : kFreeOrFixed(sigma);
 }
 
-// The collinearity equations.
-template <class T>
-Vec3Of<T> image_of(const T& z, const Vec3Of<T>& u) {
-  return {z * u[0] / u[2], z * u[1] / u[2], z};
-}
-
 }  // namespace
 
 ExtOrientation::ExtOrientation(std::uint32_t num_rotation_params)
-    : ImageGeometry(std::uint32_t{kNumCentreParams} + num_rotation_params) {}
+    : ImageGeometry(std::uint32_t{kNumCentreParams} + num_rotation_params) {
+  perspective_.num_rotation_params = static_cast<std::int32_t>(num_rotation_params);
+}
 
 std::string ExtOrientation::param_name(std::int32_t i,
                                        std::span<const std::string_view> rotation) const {
@@ -210,16 +206,17 @@ ExtOrientation::RotationParams ExtOrientation::stored_rotation_params() const {
 }
 
 void ExtOrientation::update_with(const RotationParams& params) {
-  centre_ = {value(0), value(1), value(2)};
-  if (pos_correction_ != nullptr) centre_ = centre_ + pos_correction_->value_at(exposure_time);
+  Vec3& centre = perspective_.centre;
+  centre = {value(0), value(1), value(2)};
+  if (pos_correction_ != nullptr) centre = centre + pos_correction_->value_at(exposure_time);
   rotation_params_ = params;
-  rotation_ = matrix_from_params(params);
+  perspective_.rotation = matrix_from_params(params);
 }
 
 void ExtOrientation::update() { update_with(stored_rotation_params()); }
 
 bool ExtOrientation::projection(const Vec3& object_point, Vec3& image) const {
-  const Vec3 u = transposed_times(rotation_, object_point - centre_);
+  const Vec3 u = state_of(perspective_, object_point).u;
   if (u[2] == 0.0) error_output() << "DEP::projection: zero denominator.\n";
   image = image_of(image[2], u);
   return true;
@@ -231,42 +228,6 @@ bool ExtOrientation::get_derivs(const Vec3& image, const Vec3& object_point, Poi
   return false;
 }
 
-template <class T>
-ExtOrientation::PointState<T> ExtOrientation::state_of(const Vec3Of<T>& object_point) const {
-  PointState<T> state;
-  state.d = object_point - centre_;
-  state.u = transposed_times(rotation_, state.d);
-  return state;
-}
-
-template <class T>
-void ExtOrientation::fill_columns(const T& z, PointState<T>& state, const RowPair<T>& geometry,
-                                  const RowPair<T>& point) const {
-  const auto& [ux, uy, n] = state.u;
-  state.z_by_n = z / n;
-  state.z_by_n_sqr = state.z_by_n / n;
-  for (std::int32_t k = 0; k < 3; ++k) {
-    const Vec3& row = rotation_[static_cast<std::size_t>(k)];
-    geometry.x[k] = (row[2] * ux - row[0] * n) * state.z_by_n_sqr;
-    geometry.y[k] = (row[2] * uy - row[1] * n) * state.z_by_n_sqr;
-    point.x[k] = -geometry.x[k];
-    point.y[k] = -geometry.y[k];
-  }
-}
-
-bool ExtOrientation::find_derivs(double z, const Vec3Of<Pack>& object_point,
-                                 const RowPair<Pack>& geometry, const RowPair<Pack>& point,
-                                 Vec3Of<Pack>& image) const {
-  PointState<Pack> state = state_of(object_point);
-  for (int lane = 0; lane < Pack::kSize; ++lane) {
-    if (state.u[2][lane] == 0.0) return false;
-  }
-  fill_columns(Pack(z), state, geometry, point);
-  get_packed_rot_param_derivs(state, {geometry.x + 3, geometry.y + 3});
-  image = image_of(Pack(z), state.u);
-  return true;
-}
-
 bool ExtOrientation::find_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs) {
   Matrix& a_point = derivs.point.a;
   Matrix& a = derivs.geometry.a;
@@ -274,9 +235,10 @@ bool ExtOrientation::find_derivs(const Vec3& image, const Vec3& object_point, Po
   a.resize(2, num_values());
   derivs.geometry.index = index;
 
-  point_ = state_of(object_point);
+  point_ = state_of(perspective_, object_point);
   if (point_.u[2] == 0.0) return false;
-  fill_columns(image[2], point_, {a[0], a[1]}, {a_point[0], a_point[1]});
+  fill_centre_columns(perspective_, image[2], point_, RowPair<double*>{a[0], a[1]},
+                      RowPair<double*>{a_point[0], a_point[1]});
   if (pos_correction_ != nullptr) {
     pos_correction_->get_derivs(exposure_time, derivs.geometry, derivs.pos);
   }
@@ -289,16 +251,8 @@ void ExtOrientation::get_rotation_derivs(DesignBlock& geometry, DesignBlock&) co
   get_rot_param_derivs(geometry.a);
 }
 
-void ExtOrientation::get_packed_correction_derivs(const RowPair<Pack>& rows,
-                                                  std::int32_t column) const {
-  const auto fill = [&](const auto& correction, std::int32_t first) {
-    const double tau = exposure_time - correction.t0;
-    correction.polynomial.get_derivs(tau, rows.x + first, rows.x + column);
-    correction.polynomial.get_derivs(tau, rows.y + first, rows.y + column);
-    column += correction.polynomial.num_values();
-  };
-  if (has_pos_correction()) fill(*pos_correction_, 0);
-  if (has_att_correction()) fill(*att_correction_, 3);
+void ExtOrientation::get_rot_param_derivs(Matrix& a) const {
+  fill_rotation_columns(perspective_, point_, RowPair<double*>{a[0] + 3, a[1] + 3});
 }
 
 bool ExtOrientation::intersection(const ImageGeometry& other, const Vec3& image_this,
@@ -308,17 +262,17 @@ bool ExtOrientation::intersection(const ImageGeometry& other, const Vec3& image_
     error_output() << "ExtOrientation::intersection: Incompatible image geometries!\n";
     return false;
   }
-  const Vec3 a = unit(rotation_ * image_this);
-  const Vec3 b = unit(partner->rotation_ * image_other);
+  const Vec3 a = unit(rotation_matrix() * image_this);
+  const Vec3 b = unit(partner->rotation_matrix() * image_other);
   const Vec3 normal = cross(a, b);
   const double det = dot(normal, normal);
   if (det == 0.0) {
     error_output() << "DEP::intersection: rays are parallel.\n";
     return false;
   }
-  const Vec3 w = partner->centre_ - centre_;
-  const Vec3 nearest = centre_ + (dot(cross(w, b), normal) / det) * a;
-  const Vec3 nearest_other = partner->centre_ + (dot(cross(w, a), normal) / det) * b;
+  const Vec3 w = partner->projection_centre() - projection_centre();
+  const Vec3 nearest = projection_centre() + (dot(cross(w, b), normal) / det) * a;
+  const Vec3 nearest_other = partner->projection_centre() + (dot(cross(w, a), normal) / det) * b;
   object_point = 0.5 * (nearest + nearest_other);
   gap = length(nearest - nearest_other);
   return true;

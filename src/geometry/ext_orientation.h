@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/pack.h"
+#include "geometry/collinearity.h"
 #include "geometry/image_geometry.h"
 #include "geometry/vec3.h"
 
@@ -49,13 +49,6 @@ class ExtOrientation : public ImageGeometry {
   bool get_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs) override;
   // The same without a message.
   bool find_derivs(const Vec3& image, const Vec3& object_point, PointDerivs& derivs);
-  // Derivatives and image points of eight object points side by side, z being the third component
-  // of the image vectors: the rows of the geometry's block, x and y, of the object point's block,
-  // and the image points. False, with no message, when a denominator is zero.
-  bool find_derivs(double z, const Vec3Of<Pack>& object_point, const RowPair<Pack>& geometry,
-                   const RowPair<Pack>& point, Vec3Of<Pack>& image) const;
-  // Fills the columns of the corrections that apply, from `column` on, from those of the geometry.
-  void get_packed_correction_derivs(const RowPair<Pack>& rows, std::int32_t column) const;
   // Whether an object point lies in the plane of the projection centre, where it has no image, and
   // whether it lies in front of the image, z being the third component of image vectors.
   bool is_singular_at(const Vec3& object_point) const { return depth(object_point) == 0.0; }
@@ -73,7 +66,7 @@ class ExtOrientation : public ImageGeometry {
   virtual Mat3 matrix_from_params(const RotationParams& params) const = 0;
   // Fills columns 3 and following of the geometry's 2xn block for the point of the running
   // `get_derivs`.
-  virtual void get_rot_param_derivs(Matrix& a) const = 0;
+  void get_rot_param_derivs(Matrix& a) const;
 
   // Corrections that apply to this orientation; not owned. A quaternion orientation keeps an
   // attitude correction without using it.
@@ -83,8 +76,9 @@ class ExtOrientation : public ImageGeometry {
   const AttCorrection* att_correction() const { return att_correction_; }
 
   // As of the last `update`, corrections included.
-  const Vec3& projection_centre() const { return centre_; }
-  const Mat3& rotation_matrix() const { return rotation_; }
+  const Vec3& projection_centre() const { return perspective_.centre; }
+  const Mat3& rotation_matrix() const { return perspective_.rotation; }
+  const Perspective& perspective() const { return perspective_; }
 
  protected:
   explicit ExtOrientation(std::uint32_t num_rotation_params);
@@ -117,47 +111,21 @@ class ExtOrientation : public ImageGeometry {
   void update_with(const RotationParams& params);
   const RotationParams& rotation_params() const { return rotation_params_; }
 
-  // A point, or eight, on the way into the image.
-  template <class T>
-  struct PointState {
-    Vec3Of<T> d;   // X - Xo
-    Vec3Of<T> u;   // R'd; u[2] is the denominator N
-    T z_by_n;      // z/N
-    T z_by_n_sqr;  // z/N^2
-
-    // Elements of the column of a parameter p from dU/dp: dx/dp = z/N (dUx/dp - Ux/N dN/dp), dy/dp
-    // likewise.
-    void set_column(const RowPair<T>& a, std::int32_t column, const Vec3Of<T>& du) const {
-      a.x[column] = z_by_n * du[0] - z_by_n_sqr * u[0] * du[2];
-      a.y[column] = z_by_n * du[1] - z_by_n_sqr * u[1] * du[2];
-    }
-  };
-  // The point of the running `get_derivs`.
-  const PointState<double>& point() const { return point_; }
-  // As get_rot_param_derivs for eight points.
-  virtual void get_packed_rot_param_derivs(const PointState<Pack>& point,
-                                           const RowPair<Pack>& a) const = 0;
+  // The axes of angles in image space, or the derivatives of R by the elements of a quaternion:
+  // what `update` of a concrete type sets behind the rest.
+  void set_axes(const Mat3& axes) { perspective_.axes = axes; }
+  void set_matrix_derivs(const std::array<Mat3, 4>& derivs) { perspective_.matrix_derivs = derivs; }
 
  private:
   void print_matrix(TextWriter& out) const;
   // N, the third component of R'(X - Xo).
-  double depth(const Vec3& object_point) const {
-    return transposed_times(rotation_, object_point - centre_)[2];
-  }
-  template <class T>
-  PointState<T> state_of(const Vec3Of<T>& object_point) const;
-  // Divides by the denominator, and fills the columns of the projection centre and the object
-  // point.
-  template <class T>
-  void fill_columns(const T& z, PointState<T>& state, const RowPair<T>& geometry,
-                    const RowPair<T>& point) const;
+  double depth(const Vec3& object_point) const { return state_of(perspective_, object_point).u[2]; }
 
-  Vec3 centre_{};  // with position correction
+  Perspective perspective_;
   RotationParams rotation_params_{};
-  Mat3 rotation_{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
   const PosCorrection* pos_correction_ = nullptr;
   const AttCorrection* att_correction_ = nullptr;
-  PointState<double> point_{};
+  PointState<double> point_{};  // of the running `get_derivs`
 };
 
 // An exterior orientation with three rotation parameters, to which an attitude correction may add.

@@ -43,21 +43,20 @@ bool RayFigures::fill(const ImageFigures& of, std::span<const Ray> rays) {
 
 // The design rows of all of them.
 bool RayFigures::form(const ImageFigures& of, std::span<const Ray> rays) {
-  Vec3Of<Pack> object_points;
+  // Exact derivatives do not depend on what was measured.
+  PackedPoints points{};
   for (int lane = 0; lane < Pack::kSize; ++lane) {
     // The last one serves the lanes that are left over, too.
     const Ray& ray = rays[std::min(place(lane), rays.size() - 1)];
-    for (std::size_t i = 0; i < 3; ++i) object_points[i].set(lane, ray.point->xyz[i]);
+    for (std::size_t i = 0; i < 3; ++i) points.object[i].set(lane, ray.point->xyz[i]);
   }
-  // Exact derivatives do not depend on what was measured.
-  constexpr double kNothing = 0.0;
-  return of.equations().find_rows({kNothing, kNothing}, object_points, packed_);
+  return of.equations().find_rows(points, packed_);
 }
 
 bool RayFigures::form_one_by_one(const ImageFigures& of, std::span<const Ray> rays) {
   const std::size_t width = of.unknowns().size();
-  packed_.x.resize(std::max(packed_.x.size(), width), 0.0);
-  packed_.y.resize(packed_.x.size(), 0.0);
+  packed_.x.resize(std::max(packed_.x.size(), width));
+  packed_.y.resize(packed_.x.size());
   for (std::size_t k = 0; k < rays.size(); ++k) {
     const Observation observation = observation_of(*rays[k].row->point, *of.image().camera);
     if (of.equations().linearise(observation, rays[k].point->xyz, equation_) !=

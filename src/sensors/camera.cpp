@@ -1,8 +1,7 @@
 #include "sensors/camera.h"
 
-#include <type_traits>
-
 #include "calibration/ap_set.h"
+#include "calibration/camera_formulas.h"
 
 namespace vorn {
 
@@ -10,6 +9,21 @@ namespace {
 
 constexpr NumberFormat kReportLength = fixed(4, 10);
 constexpr NumberFormat kFileLength = fixed(6, 12);
+
+// The parameter sets of a camera, for its formulas.
+class Sets {
+ public:
+  explicit Sets(const Camera& camera) : sets_(camera.ap_sets) {}
+  template <class Visit>
+  void for_each(Visit visit) const {
+    for (const APSet* set : sets_) {
+      if (set != nullptr) visit(set->terms());
+    }
+  }
+
+ private:
+  const std::vector<APSet*>& sets_;
+};
 
 }  // namespace
 
@@ -57,66 +71,19 @@ void Camera::print(TextWriter& out) const {
   out << '\n';
 }
 
-template <class T>
-std::array<T, 2> Camera::corrections_at(const Vec3Of<T>& point) const {
-  std::array<T, 2> sum{0.0, 0.0};
-  for (const APSet* set : ap_sets) {
-    if (set == nullptr) continue;
-    std::array<T, 2> correction;
-    if constexpr (std::is_same_v<T, Pack>) {
-      correction = set->get_packed_correction(point);
-    } else {
-      correction = set->get_correction(point);
-    }
-    sum[0] += correction[0];
-    sum[1] += correction[1];
-  }
-  return sum;
+Pair Camera::get_corrections(const Vec3& point) const { return corrections_at(Sets(*this), point); }
+
+Vec3 Camera::image_to_camera(const Pair& image) const {
+  return reduced(inner_orientation(), Sets(*this), image);
 }
 
-Pair Camera::get_corrections(const Vec3& point) const { return corrections_at(point); }
-
-template <class T>
-Vec3Of<T> Camera::reduced(const std::array<T, 2>& image) const {
-  Vec3Of<T> point{image[0] - xp, image[1] - yp, -c};
-  const std::array<T, 2> correction = corrections_at(point);
-  point[0] -= correction[0];
-  point[1] -= correction[1];
-  return point;
+Pair Camera::camera_to_image(const Vec3& point) const {
+  return completed(inner_orientation(), Sets(*this), point);
 }
 
-template <class T>
-std::array<T, 2> Camera::completed(const Vec3Of<T>& point) const {
-  const std::array<T, 2> correction = corrections_at(point);
-  return {xp + point[0] + correction[0], yp + point[1] + correction[1]};
-}
-
-Vec3 Camera::image_to_camera(const Pair& image) const { return reduced(image); }
-Pair Camera::camera_to_image(const Vec3& point) const { return completed(point); }
-Vec3Of<Pack> Camera::packed_image_to_camera(const PackPair& image) const { return reduced(image); }
-PackPair Camera::packed_camera_to_image(const Vec3Of<Pack>& point) const {
-  return completed(point);
-}
-
-template <class T>
-std::array<Dual<T>, 2> Camera::linearise_at(const Vec3Of<T>& point, RowPair<T> rows) const {
-  std::array<Dual<T>, 2> image{Dual<T>(xp + point[0], 1.0, 0.0), Dual<T>(yp + point[1], 0.0, 1.0)};
-  std::array<Dual<T>, 2> correction{0.0, 0.0};
-  for (const APSet* set : ap_sets) {
-    if (set == nullptr) continue;
-    set->linearise(point, rows, correction);
-    rows.x += set->num_ap();
-    rows.y += set->num_ap();
-  }
-  return {image[0] + correction[0], image[1] + correction[1]};
-}
-
-std::array<Dual<double>, 2> Camera::linearise(const Vec3& point, RowPair<double> rows) const {
-  return linearise_at(point, rows);
-}
-
-std::array<Dual<Pack>, 2> Camera::linearise(const Vec3Of<Pack>& point, RowPair<Pack> rows) const {
-  return linearise_at(point, rows);
+std::array<Dual<double>, 2> Camera::linearise(const Vec3& point,
+                                              const RowPair<double*>& rows) const {
+  return linearised(inner_orientation(), Sets(*this), point, rows);
 }
 
 void Camera::get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const {

@@ -7,9 +7,10 @@
 
 #include "base/dual.h"
 #include "base/owned_list.h"
-#include "base/pack.h"
+#include "base/row_pair.h"
 #include "geometry/image_geometry.h"
 #include "geometry/vec3.h"
+#include "sensors/inner_orientation.h"
 #include "text/text_writer.h"
 #include "text/token_reader.h"
 
@@ -19,7 +20,6 @@ class APSet;
 class BundleImage;
 
 using Pair = std::array<double, 2>;
-using PackPair = std::array<Pack, 2>;
 
 // Interior orientation of a frame camera and base of the camera family: principal distance,
 // principal point, format, the additional-parameter sets bound to it, and its measuring coordinate
@@ -47,19 +47,16 @@ class Camera {
   virtual void write_image_coords(TextWriter& out, const BundleImage& image) const;
   virtual void print_image_coords(TextWriter& out, const BundleImage& image) const;
 
+  InnerOrientation inner_orientation() const { return {c, xp, yp}; }
   // Sum of the corrections (dx, dy) of all sets at a reduced image point.
   Pair get_corrections(const Vec3& point) const;
   // Reduced, corrected camera vector (x, y, -c) of image coordinates.
   Vec3 image_to_camera(const Pair& image) const;
   // Image coordinates of a reduced point.
   Pair camera_to_image(const Vec3& point) const;
-  // The same for eight points side by side.
-  Vec3Of<Pack> packed_image_to_camera(const PackPair& image) const;
-  PackPair packed_camera_to_image(const Vec3Of<Pack>& point) const;
   // Image coordinates of a reduced point, as functions of its x and y; the derivatives with respect
   // to the parameters of all sets, one after the other, go into two rows.
-  std::array<Dual<double>, 2> linearise(const Vec3& point, RowPair<double> rows) const;
-  std::array<Dual<Pack>, 2> linearise(const Vec3Of<Pack>& point, RowPair<Pack> rows) const;
+  std::array<Dual<double>, 2> linearise(const Vec3& point, const RowPair<double*>& rows) const;
   // Fills one 2xn block per set at a reduced image point.
   // Each block gets its set's unknown number, too; a null set is reported on the error stream.
   void get_derivs(const Vec3& point, std::vector<DesignBlock>& blocks) const;
@@ -83,16 +80,6 @@ class Camera {
   // Prints the points under a column header, their values multiplied by `factor`.
   void print_points(TextWriter& out, const BundleImage& image, std::string_view header,
                     double factor) const;
-
- private:
-  template <class T>
-  std::array<T, 2> corrections_at(const Vec3Of<T>& point) const;
-  template <class T>
-  std::array<Dual<T>, 2> linearise_at(const Vec3Of<T>& point, RowPair<T> rows) const;
-  template <class T>
-  Vec3Of<T> reduced(const std::array<T, 2>& image) const;
-  template <class T>
-  std::array<T, 2> completed(const Vec3Of<T>& point) const;
 };
 
 // Reads a camera file into the list. 1, also for an empty file; -1 with a message on standard

@@ -99,11 +99,14 @@ struct BlockProduct {
   std::int32_t width;
 };
 
+enum class InstructionSet { baseline, avx2, avx512 };
+
 // The arithmetic of the normal equations, compiled for several instruction sets. A tile is a t x t
 // block, column-major, t a multiple of 24 (the rows of a register block of the widest vectors);
 // element (r, c) stands at [c * t + r].
 struct Kernels {
   const char* name;
+  InstructionSet instructions;
 
   // C -= A B' for the first `rows` of A and `columns` of B, multiples of 8. A part of a tile that
   // begins at another row or column is given by where it begins.
@@ -150,6 +153,15 @@ struct Kernels {
   // The same for eight points at once, which gives C in full rows of the stride.
   void (*add_packed_products)(double* c, double* sums, const PackedRows& design,
                               const PackedWeights& weights);
+  // The weights of eight points and their weighted misclosures, from cofactors and misclosures:
+  // eight of x, then of y. The two observations of a point are not correlated.
+  void (*find_packed_weights)(PackedWeights& weights, const double* cofactors,
+                              const double* misclosures);
+  // A'PA, the six elements of the upper triangle row by row, then A'Pl, the three elements, of
+  // eight points' own 2 x 3 design rows A: each of the elements eight times side by side, as those
+  // of A.
+  void (*multiply_packed_points)(double* products, const double* x, const double* y,
+                                 const PackedWeights& weights);
   // Lines up the rows of eight points and weights them, without the products.
   void (*weigh_packed_rows)(const PackedRows& design, const PackedWeights& weights);
   // s := A x for eight points, eight elements of their rows of x, then of y; x has `m` elements.

@@ -8,6 +8,7 @@
 #define VORN_COLUMNS 4
 #define VORN_FUSED 1
 #define VORN_KERNEL_NAME "avx2"
+#define VORN_INSTRUCTIONS avx2
 #include "lsq/linalg/kernels_impl.h"
 
 namespace vorn {

@@ -8,6 +8,7 @@
 #define VORN_COLUMNS 8
 #define VORN_FUSED 1
 #define VORN_KERNEL_NAME "avx512"
+#define VORN_INSTRUCTIONS avx512
 #include "lsq/linalg/kernels_impl.h"
 
 namespace vorn {

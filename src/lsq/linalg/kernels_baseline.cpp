@@ -4,6 +4,7 @@
 #define VORN_COLUMNS 4
 #define VORN_FUSED 0
 #define VORN_KERNEL_NAME "baseline"
+#define VORN_INSTRUCTIONS baseline
 #include "lsq/linalg/kernels_impl.h"
 
 namespace vorn {

@@ -4,6 +4,7 @@
 //   VORN_COLUMNS      columns of a register block of C in `multiply_subtract`
 //   VORN_FUSED        1 where the processor multiplies and adds with one rounding
 //   VORN_KERNEL_NAME  the name of the table
+//   VORN_INSTRUCTIONS the instruction set
 //
 // One order of operations for all: every element of a result is formed by the same operations in
 // the same order whatever the width of the vectors, sums over a row in eight partial sums (element
@@ -559,6 +560,40 @@ void add_packed_products(double* c, double* sums, const PackedRows& design,
   }
 }
 
+void find_packed_weights(PackedWeights& weights, const double* cofactors,
+                         const double* misclosures) {
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    const Lanes xx = spread(1.0) / load(cofactors + k);
+    const Lanes yy = spread(1.0) / load(cofactors + 8 + k);
+    store(weights.xx + k, xx);
+    store(weights.xy + k, Lanes{});
+    store(weights.yy + k, yy);
+    store(weights.reduced_x + k, xx * load(misclosures + k));
+    store(weights.reduced_y + k, yy * load(misclosures + 8 + k));
+  }
+}
+
+void multiply_packed_points(double* products, const double* x, const double* y,
+                            const PackedWeights& weights) {
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    const Lanes weight_x = load(weights.xx + k);
+    const Lanes weight_y = load(weights.yy + k);
+    const Lanes reduced_x = load(weights.reduced_x + k);
+    const Lanes reduced_y = load(weights.reduced_y + k);
+    double* product = products + k;
+    for (Index i = 0; i < 3; ++i) {
+      const Lanes xi = load(x + 8 * i + k);
+      const Lanes yi = load(y + 8 * i + k);
+      const Lanes wx = weight_x * xi;
+      const Lanes wy = weight_y * yi;
+      for (Index j = i; j < 3; ++j, product += 8) {
+        store(product, wx * load(x + 8 * j + k) + wy * load(y + 8 * j + k));
+      }
+      store(products + 8 * (6 + i) + k, xi * reduced_x + yi * reduced_y);
+    }
+  }
+}
+
 void multiply_packed_rows(double* s, const PackedRows& design, const double* x) {
   for (Index k = 0; k < 8; k += VORN_LANES) {
     Lanes sum_x{};
@@ -724,6 +759,7 @@ bool any_product_reaches(const double* a, const double* b, std::int64_t n, doubl
 }
 
 constexpr Kernels kTable = {VORN_KERNEL_NAME,
+                            InstructionSet::VORN_INSTRUCTIONS,
                             multiply_subtract,
                             multiply_subtract_plain,
                             square_subtract,
@@ -735,6 +771,8 @@ constexpr Kernels kTable = {VORN_KERNEL_NAME,
                             multiply_batch,
                             add_products,
                             add_packed_products,
+                            find_packed_weights,
+                            multiply_packed_points,
                             weigh_packed_rows,
                             multiply_packed_rows,
                             add_coupling,

@@ -13,11 +13,4 @@ struct DesignBlock {
   std::int32_t index = -1;
 };
 
-// Two rows of a design matrix, x and y: of numbers, or of packs of numbers.
-template <class T>
-struct RowPair {
-  T* x;
-  T* y;
-};
-
 }  // namespace vorn

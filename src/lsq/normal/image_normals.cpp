@@ -91,34 +91,35 @@ void ImageNormals::add(const EquationTarget& target, const PointEquation& equati
 }
 
 bool ImageNormals::add(PackedEquations& equations, Vector& rhs, ImageSums& sums) const {
-  PackedWeights weights{};
+  const PackedWeights weights = packed_weights(equations);
   for (std::int32_t k = 0; k < equations.count; ++k) {
-    const double xx = equations.cofactors[0][k];
-    const double yy = equations.cofactors[1][k];
-    if (!is_cofactor(xx) || !is_cofactor(yy)) return false;
-    weights.xx[k] = 1.0 / xx;
-    weights.yy[k] = 1.0 / yy;
-    const double x = equations.misclosure[0][k];
-    const double y = equations.misclosure[1][k];
-    weights.reduced_x[k] = weights.xx[k] * x;
-    weights.reduced_y[k] = weights.yy[k] * y;
-    sums.lPl += x * weights.reduced_x[k] + y * weights.reduced_y[k];
+    if (!is_cofactor(equations.cofactors[0][k]) || !is_cofactor(equations.cofactors[1][k])) {
+      return false;
+    }
+    sums.lPl += equations.misclosure[0][k] * weights.reduced_x[k] +
+                equations.misclosure[1][k] * weights.reduced_y[k];
   }
   kernel_.add_packed_products(sums.products.data(), sums.sums.data(), packed_rows(equations),
                               weights);
-  add_packed_points(equations, rhs);
+  add_packed_points(equations, weights, rhs);
   if (equations.targets[0].rows.coupling != nullptr) add_packed_couplings(equations);
   return true;
 }
 
 void ImageNormals::add_couplings(PackedEquations& equations) const {
-  PackedWeights weights{};
-  for (std::int32_t k = 0; k < equations.count; ++k) {
-    weights.xx[k] = 1.0 / equations.cofactors[0][k];
-    weights.yy[k] = 1.0 / equations.cofactors[1][k];
-  }
-  kernel_.weigh_packed_rows(packed_rows(equations), weights);
+  kernel_.weigh_packed_rows(packed_rows(equations), packed_weights(equations));
   add_packed_couplings(equations);
+}
+
+PackedWeights ImageNormals::packed_weights(const PackedEquations& equations) const {
+  PackedWeights weights;
+  kernel_.find_packed_weights(weights, equations.cofactors->data(), equations.misclosure->data());
+  for (std::int32_t k = equations.count; k < Pack::kSize; ++k) {
+    for (double* const of_points : {weights.xx, weights.yy, weights.reduced_x, weights.reduced_y}) {
+      of_points[k] = 0.0;
+    }
+  }
+  return weights;
 }
 
 void ImageNormals::multiply_couplings(PackedEquations& equations, const double* x) const {
@@ -145,26 +146,15 @@ PackedRows ImageNormals::packed_rows(PackedEquations& equations) const {
 }
 
 // `add_point` for a pack, operation by operation.
-void ImageNormals::add_packed_points(const PackedEquations& equations, Vector& rhs) {
-  const Pack* const ax = equations.point_x;
-  const Pack* const ay = equations.point_y;
-  const Pack weight_x = 1.0 / equations.cofactors[0];
-  const Pack weight_y = 1.0 / equations.cofactors[1];
-  const Pack reduced_x = weight_x * equations.misclosure[0];
-  const Pack reduced_y = weight_y * equations.misclosure[1];
-  Pack elements[6];
-  Pack right[3];
-  Pack* element = elements;
-  for (std::int32_t i = 0; i < 3; ++i) {
-    const Pack wx = weight_x * ax[i];
-    const Pack wy = weight_y * ay[i];
-    for (std::int32_t j = i; j < 3; ++j) *element++ = wx * ax[j] + wy * ay[j];
-    right[i] = ax[i] * reduced_x + ay[i] * reduced_y;
-  }
+void ImageNormals::add_packed_points(const PackedEquations& equations, const PackedWeights& weights,
+                                     Vector& rhs) const {
+  Pack products[9];
+  kernel_.multiply_packed_points(products->data(), equations.point_x->data(),
+                                 equations.point_y->data(), weights);
   for (std::int32_t k = 0; k < equations.count; ++k) {
     const EquationTarget& target = equations.targets[k];
-    for (std::int32_t e = 0; e < 6; ++e) target.rows.diagonal[e] += elements[e][k];
-    for (std::int32_t i = 0; i < 3; ++i) rhs[target.index + i] += right[i][k];
+    for (std::int32_t e = 0; e < 6; ++e) target.rows.diagonal[e] += products[e][k];
+    for (std::int32_t i = 0; i < 3; ++i) rhs[target.index + i] += products[6 + i][k];
   }
 }
 

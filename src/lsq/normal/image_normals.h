@@ -48,7 +48,7 @@ struct PackedEquations {
   std::vector<Pack> x;  // design rows of everything else
   std::vector<Pack> y;
   Pack cofactors[2];         // of x and y; B is the identity
-  Pack misclosure[2];        // of x and y
+  Pack misclosure[2]{};      // of x and y
   std::vector<double> rows;  // working memory of the kernel
 };
 
@@ -96,7 +96,10 @@ class ImageNormals {
  private:
   // Room for the kernels' rows; the design in the form that they take.
   PackedRows packed_rows(PackedEquations& equations) const;
-  static void add_packed_points(const PackedEquations& equations, Vector& rhs);
+  // All zero where there is no point.
+  PackedWeights packed_weights(const PackedEquations& equations) const;
+  void add_packed_points(const PackedEquations& equations, const PackedWeights& weights,
+                         Vector& rhs) const;
   void add_packed_couplings(PackedEquations& equations) const;
   void add_coupling(const EquationTarget& target, const double* point, double* weighted) const;
   // `point` holds the 2 x 3 design rows of the object point, `weighted` is Pl.

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
 
-#include "base/pack.h"
+#include "base/lanes.h"
 #include "base/place.h"
 
 namespace vorn {
@@ -16,32 +15,40 @@ constexpr auto kRow = static_cast<std::size_t>(kPieceWidth);
 // Of a 3 x 3 matrix: xx, xy, xz, yy, yz, zz.
 using Symmetric = std::array<double, 6>;
 
-Pack load(const double* row) {
-  Pack pack;
-  std::memcpy(static_cast<void*>(&pack), row, sizeof pack);
-  return pack;
-}
+// What every processor computes with at once, and how often that is a row of eight.
+using Two = Lanes<2>;
+constexpr std::size_t kParts = kRow / 2;
 
-double sum_of(const Pack& pack) {
+// The sum of the elements of a row.
+double sum_of(const Two (&row)[kParts]) {
+  double elements[kRow];
+  for (std::size_t part = 0; part < kParts; ++part) row[part].store(elements + 2 * part);
   double sum = 0.0;
-  for (std::int32_t lane = 0; lane < Pack::kSize; ++lane) sum += pack[lane];
+  for (const double element : elements) sum += element;
   return sum;
 }
 
 // Puts the blocks of Q_pr = -L_p^-T U in their places; returns M = I + U V'.
 Symmetric find_coupled(const PointBatch::PointProduct& product, double* coupled) {
-  Pack sums[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
+  Two sums[6][kParts] = {};
   for (const PointBatch::PieceProduct& piece : product.pieces) {
-    const Pack u[3] = {load(piece.u), load(piece.u + kRow), load(piece.u + 2 * kRow)};
-    Pack* sum = sums;
-    for (std::size_t r = 0; r < 3; ++r) {
-      for (std::size_t c = r; c < 3; ++c) *sum++ += u[r] * load(piece.v + kRow * c);
+    double rows[3][kRow];
+    for (std::size_t part = 0; part < kParts; ++part) {
+      const double* const from = piece.u + 2 * part;
+      const Two u[3] = {Two::load(from), Two::load(from + kRow), Two::load(from + 2 * kRow)};
+      std::size_t k = 0;
+      for (std::size_t r = 0; r < 3; ++r) {
+        for (std::size_t c = r; c < 3; ++c) {
+          sums[k++][part] += u[r] * Two::load(piece.v + kRow * c + 2 * part);
+        }
+      }
+      Two q[3] = {-u[0], -u[1], -u[2]};
+      product.factor.backward(q);
+      for (std::size_t r = 0; r < 3; ++r) q[r].store(rows[r] + 2 * part);
     }
-    Pack q[3] = {-u[0], -u[1], -u[2]};
-    product.factor.backward(q);
     double* to = coupled + piece.start;
-    for (const Pack& row : q) {
-      std::copy_n(row.data(), piece.width, to);
+    for (const double(&row)[kRow] : rows) {
+      std::copy_n(row, piece.width, to);
       to += piece.stride;
     }
   }

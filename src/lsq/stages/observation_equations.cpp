@@ -28,16 +28,20 @@ Corrections corrections_of(const ImageGeometry* geometry) {
   return corrections;
 }
 
-// From derivatives of the ideal image point to those of the measured one, for columns that stand
-// one after the other: the chain rule, the image coordinates being functions of the ideal ones.
-template <class T>
-void apply_chain_rule(const std::array<Dual<T>, 2>& image, T* x, T* y, std::int32_t count) {
-  for (std::int32_t k = 0; k < count; ++k) {
-    const T ideal_x = x[k];
-    const T ideal_y = y[k];
-    x[k] = image[0].dx * ideal_x + image[0].dy * ideal_y;
-    y[k] = image[1].dx * ideal_x + image[1].dy * ideal_y;
-  }
+PackedImage packed_image_of(const BundleImage& image, const ExtOrientation& orientation,
+                            Derivatives derivatives) {
+  PackedImage packed;
+  packed.perspective = &orientation.perspective();
+  packed.camera = image.camera->inner_orientation();
+  packed.exact = derivatives == Derivatives::exact;
+  for (const APSet* set : image.camera->ap_sets) packed.sets.push_back(set->terms());
+  const auto add = [&](const auto& correction, std::int32_t first) {
+    packed.corrections.push_back(
+        {orientation.exposure_time - correction.t0, correction.polynomial.num_values(), first});
+  };
+  if (orientation.has_pos_correction()) add(*orientation.pos_correction(), 0);
+  if (orientation.has_att_correction()) add(*orientation.att_correction(), 3);
+  return packed;
 }
 
 }  // namespace
@@ -119,6 +123,7 @@ ObservationEquations::ObservationEquations(const BundleImage& image, Derivatives
   const Corrections corrections = corrections_of(image.geometry);
   if (corrections.pos != nullptr) design_.push_back(&derivs_.pos);
   if (corrections.att != nullptr) design_.push_back(&derivs_.att);
+  if (takes_packs_) packed_ = packed_image_of(image, *orientation_, derivatives);
 }
 
 ObservationEquations::Outcome ObservationEquations::linearise(const Observation& observation,
@@ -167,59 +172,25 @@ Pair ObservationEquations::make_exact(const Vec3& object_point, PointEquation& e
   double* const y = x + equation.stride;
   const std::int32_t sets = image_.geometry->num_values();
   const std::array<Dual<double>, 2> image = image_.camera->linearise(ideal, {x + sets, y + sets});
-  apply_chain_rule(image, equation.point, equation.point + 3, 3);
-  apply_chain_rule(image, x, y, sets);
+  apply_chain_rule(image, RowPair<double*>{equation.point, equation.point + 3}, 3);
+  const RowPair<double*> rows{x, y};
+  apply_chain_rule(image, rows, sets);
   const std::int32_t corrections = sets + set_width_;
-  apply_chain_rule(image, x + corrections, y + corrections, width_ - corrections);
+  apply_chain_rule(image, rows.from(corrections), width_ - corrections);
   return {image[0].value, image[1].value};
 }
 
-bool ObservationEquations::linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
-                                     PackedEquations& equations) const {
-  PackPair computed;
-  if (!find_rows(observed, object_points, equations, &computed)) return false;
-  const PackPair misclosure = misclosure_of(observed, computed);
-  std::copy(misclosure.begin(), misclosure.end(), equations.misclosure);
-  return true;
-}
-
-bool ObservationEquations::find_rows(const PackPair& observed, const Vec3Of<Pack>& object_points,
-                                     PackedEquations& equations, PackPair* computed) const {
+bool ObservationEquations::form(const PackedPoints& points, PackedEquations& equations,
+                                Pack* misclosure) const {
   const auto width = static_cast<std::size_t>(width_);
   if (equations.x.size() < width) {
     equations.x.resize(width);
     equations.y.resize(width);
   }
-  const Camera& camera = *image_.camera;
-  const RowPair<Pack> columns{equations.x.data(), equations.y.data()};
-  Vec3Of<Pack> ideal;
-  if (!orientation_->find_derivs(-camera.c, object_points, columns,
-                                 {equations.point_x, equations.point_y}, ideal)) {
-    return false;
-  }
-  const std::int32_t sets = orientation_->num_values();
-  const RowPair<Pack> set_columns{columns.x + sets, columns.y + sets};
-  if (derivatives_ == Derivatives::exact) {
-    const std::array<Dual<Pack>, 2> image = camera.linearise(ideal, set_columns);
-    apply_chain_rule(image, equations.point_x, equations.point_y, 3);
-    apply_chain_rule(image, columns.x, columns.y, sets);
-    if (computed != nullptr) *computed = {image[0].value, image[1].value};
-  } else {
-    fill_set_columns(camera.packed_image_to_camera(observed), set_columns);
-    if (computed != nullptr) *computed = camera.packed_camera_to_image(ideal);
-  }
-  // From the columns of the orientation, whatever these are.
-  orientation_->get_packed_correction_derivs(columns, sets + set_width_);
-  return true;
-}
-
-void ObservationEquations::fill_set_columns(const Vec3Of<Pack>& camera_vector,
-                                            RowPair<Pack> columns) const {
-  for (const APSet* set : image_.camera->ap_sets) {
-    set->get_packed_derivs(camera_vector, columns);
-    columns.x += set->num_ap();
-    columns.y += set->num_ap();
-  }
+  return form_packed_(packed_, points,
+                      {{equations.point_x, equations.point_y},
+                       {equations.x.data(), equations.y.data()},
+                       misclosure});
 }
 
 void ObservationEquations::print_failure(Outcome outcome, const Vec3& object_point) {

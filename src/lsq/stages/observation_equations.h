@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <vector>
 
+#include "calibration/camera_formulas.h"
 #include "geometry/ext_orientation.h"
 #include "geometry/linear_geometries.h"
 #include "lsq/adjustment_settings.h"
 #include "lsq/normal/image_normals.h"
 #include "lsq/normal/normal_structure.h"
+#include "lsq/stages/packed_equations.h"
 #include "sensors/bundle_image.h"
 
 namespace vorn {
@@ -19,13 +21,6 @@ struct Observation {
   Pair cofactors;
 };
 Observation observation_of(const ImagePoint& point, const Camera& camera);
-
-// The misclosure of an observation equation, for one point or for a pack: measured minus computed
-// image coordinates [m]. The residual is its negative.
-template <class T>
-std::array<T, 2> misclosure_of(const std::array<T, 2>& measured, const std::array<T, 2>& computed) {
-  return {measured[0] - computed[0], measured[1] - computed[1]};
-}
 
 // The objects whose parameters the observations of an image depend on, besides the object points,
 // in the order of their unknowns: geometry, parameter sets, corrections. The columns of the design
@@ -74,14 +69,15 @@ class ObservationEquations {
     return transformation_ != nullptr && transformation_->is_singular_at(object_point);
   }
   bool takes_packs() const { return takes_packs_; }
-  // Design rows and misclosures of eight points at once: their observations and object points side
-  // by side, for images that take packs. False when the geometry has no derivatives at one of them.
-  [[nodiscard]] bool linearise(const PackPair& observed, const Vec3Of<Pack>& object_points,
-                               PackedEquations& equations) const;
+  // Design rows and misclosures of eight points at once, for images that take packs. False when the
+  // geometry has no derivatives at one of them. Several threads may be at it, each with equations
+  // of its own.
+  [[nodiscard]] bool linearise(const PackedPoints& points, PackedEquations& equations) const {
+    return form(points, equations, equations.misclosure);
+  }
   // The design rows alone.
-  [[nodiscard]] bool find_rows(const PackPair& observed, const Vec3Of<Pack>& object_points,
-                               PackedEquations& equations) const {
-    return find_rows(observed, object_points, equations, nullptr);
+  [[nodiscard]] bool find_rows(const PackedPoints& points, PackedEquations& equations) const {
+    return form(points, equations, nullptr);
   }
   // Says on standard output why the equation of a point could not be formed.
   void print_failure(Outcome outcome, const Vec3& object_point);
@@ -92,17 +88,16 @@ class ObservationEquations {
   // Replaces the columns by the derivatives of the observation equation; returns the computed image
   // coordinates.
   Pair make_exact(const Vec3& object_point, PointEquation& equation) const;
-  // The design rows, and the computed image coordinates unless they are null.
-  [[nodiscard]] bool find_rows(const PackPair& observed, const Vec3Of<Pack>& object_points,
-                               PackedEquations& equations, PackPair* computed) const;
-  // The columns of all parameter sets.
-  void fill_set_columns(const Vec3Of<Pack>& camera_vector, RowPair<Pack> columns) const;
+  [[nodiscard]] bool form(const PackedPoints& points, PackedEquations& equations,
+                          Pack* misclosure) const;
 
   const BundleImage& image_;
   Derivatives derivatives_;
   ExtOrientation* const orientation_;  // the image's geometry, if it is one
   const DirectLinearTransf* const transformation_;
   bool takes_packs_;
+  PackedImage packed_;  // where it takes packs
+  FormPackedDesign form_packed_ = packed_design();
   std::int32_t width_ = 0;      // of the design rows
   std::int32_t set_width_ = 0;  // of the columns of all parameter sets
   // Working memory of `linearise`, in the order of the columns of the rows.

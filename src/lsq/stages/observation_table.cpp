@@ -330,23 +330,22 @@ template <class Take>
 bool ObservationTable::for_each_pack(const Segment& segment, const Batch& batch, Next& next,
                                      PackedEquations& packed, Take take) const {
   const Image& image = *images_[place(segment.image)];
-  PackPair observed;
-  Vec3Of<Pack> object_points;
+  PackedPoints points;
   for (std::int32_t left = segment.count; left > 0; left -= packed.count) {
     packed.count = std::min(left, Pack::kSize);
     for (std::int32_t lane = 0; lane < Pack::kSize; ++lane) {
       const std::size_t k = place(*next.places);
       for (std::size_t i = 0; i < 2; ++i) {
-        observed[i].set(lane, next.observation->xy[i]);
+        points.observed[i].set(lane, next.observation->xy[i]);
         packed.cofactors[i].set(lane, next.observation->cofactors[i]);
       }
-      for (std::size_t i = 0; i < 3; ++i) object_points[i].set(lane, batch.xyz[k][i]);
+      for (std::size_t i = 0; i < 3; ++i) points.object[i].set(lane, batch.xyz[k][i]);
       packed.targets[lane] = {batch.rows[k], next.places + 1, batch.index[k]};
       // The last point serves the lanes that are left over, too.
       if (lane < packed.count - 1) next = after(next, image);
     }
     next = after(next, image);
-    if (!take(image, observed, object_points, packed)) return false;
+    if (!take(image, points, packed)) return false;
   }
   return true;
 }
@@ -354,9 +353,8 @@ bool ObservationTable::for_each_pack(const Segment& segment, const Batch& batch,
 bool ObservationTable::add_packed(const Segment& segment, Work& work, Vector& rhs) const {
   ImageSums& sums = work.sums[place(segment.place)];
   return for_each_pack(segment, work.batch, work.next, work.packed,
-                       [&](const Image& image, const PackPair& observed,
-                           const Vec3Of<Pack>& object_points, PackedEquations& pack) {
-                         return image.equations.linearise(observed, object_points, pack) &&
+                       [&](const Image& image, const PackedPoints& points, PackedEquations& pack) {
+                         return image.equations.linearise(points, pack) &&
                                 image.normals.add(pack, rhs, sums);
                        });
 }
@@ -398,15 +396,15 @@ class ObservationTable::Former : public CouplingFormer {
     Next next = table_.first_of_batch(batch);
     for (const Segment& segment : table_.segments_of_batch(batch)) {
       // What could be formed before can be formed again.
-      (void)table_.for_each_pack(segment, batch_, next, packed_,
-                                 [&](const Image& image, const PackPair& observed,
-                                     const Vec3Of<Pack>& object_points, PackedEquations& pack) {
-                                   if (!image.equations.find_rows(observed, object_points, pack)) {
-                                     return false;
-                                   }
-                                   take(image, pack);
-                                   return true;
-                                 });
+      (void)table_.for_each_pack(
+          segment, batch_, next, packed_,
+          [&](const Image& image, const PackedPoints& points, PackedEquations& pack) {
+            if (!image.equations.find_rows(points, pack)) {
+              return false;
+            }
+            take(image, pack);
+            return true;
+          });
     }
   }
 

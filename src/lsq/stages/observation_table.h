@@ -95,7 +95,7 @@ class ObservationTable : public CouplingSource {
   Next first_of_batch(std::size_t batch) const;
   void load(std::size_t number, Batch& batch) const;
   void find_chunks();
-  // Calls take(image, observed, object points, pack) for all observations of a segment, eight at a
+  // Calls take(image, points, pack) for all observations of a segment, eight at a
   // time, side by side. False, at once, when `take` says so.
   template <class Take>
   [[nodiscard]] bool for_each_pack(const Segment& segment, const Batch& batch, Next& next,
