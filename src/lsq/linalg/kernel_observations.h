@@ -1,0 +1,212 @@
+#pragma once
+
+// Kernels of the observation equations of image points (kernels_impl.h).
+
+#include "lsq/linalg/kernel_lanes.h"
+#include "lsq/linalg/kernels.h"
+
+namespace vorn {
+namespace {
+
+// A row of PA: x * p + y * q.
+inline Lanes weigh(Lanes x, double p, Lanes y, double q) {
+  return multiply_add(y, spread(q), x * spread(p));
+}
+
+void add_products(double* c, double* sums, const DesignRows& design, const PointWeights& weights,
+                  const double* weighted_reduced) {
+  const Index stride = design.stride;
+  const double* const x = design.rows;
+  const double* const y = x + stride;
+  double* const wx = design.weighted;
+  double* const wy = wx + stride;
+  const Lanes pl_x = spread(weighted_reduced[0]);
+  const Lanes pl_y = spread(weighted_reduced[1]);
+  for (Index j = 0; j < stride; j += VORN_LANES) {
+    const Lanes xj = load(x + j);
+    const Lanes yj = load(y + j);
+    const Lanes weighted_x = weigh(xj, weights.xx, yj, weights.xy);
+    const Lanes weighted_y = weigh(xj, weights.xy, yj, weights.yy);
+    store(wx + j, weighted_x);
+    store(wy + j, weighted_y);
+    store(sums + j, multiply_add(yj, pl_y, multiply_add(xj, pl_x, load(sums + j))));
+    // The rows whose diagonal element stands before the end of these columns.
+    const Index rows = j + VORN_LANES < design.m ? j + VORN_LANES : design.m;
+    for (Index i = 0; i < rows; ++i) {
+      double* const at = c + i * stride + j;
+      const Lanes with_x = multiply_add(weighted_x, spread(x[i]), load(at));
+      store(at, multiply_add(weighted_y, spread(y[i]), with_x));
+    }
+  }
+}
+
+#if VORN_LANES == 8
+// The transpose of eight rows of eight.
+inline void transpose(Lanes (&v)[8]) {
+  for (int i = 0; i < 8; i += 2) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
+    v[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    v[i] = low;
+  }
+  for (int i = 0; i < 6; i += i == 1 ? 3 : 1) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 2], 0, 1, 8, 9, 4, 5, 12, 13);
+    v[i + 2] = __builtin_shufflevector(v[i], v[i + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+    v[i] = low;
+  }
+  for (int i = 0; i < 4; ++i) {
+    const Lanes low = __builtin_shufflevector(v[i], v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+    v[i + 4] = __builtin_shufflevector(v[i], v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    v[i] = low;
+  }
+}
+
+inline void line_up(const double* columns, double* rows, Index m, Index stride) {
+  for (Index j = 0; j < stride; j += 8) {
+    Lanes v[8];
+    for (Index c = 0; c < 8; ++c) v[c] = j + c < m ? load(columns + 8 * (j + c)) : Lanes{};
+    transpose(v);
+    for (Index k = 0; k < 8; ++k) store(rows + k * stride + j, v[k]);
+  }
+}
+#else
+inline void line_up(const double* columns, double* rows, Index m, Index stride) {
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = 0; j < m; ++j) rows[k * stride + j] = columns[8 * j + k];
+    for (Index j = m; j < stride; ++j) rows[k * stride + j] = 0.0;
+  }
+}
+#endif
+
+// From eight points side by side to one row after the other, plain and weighted.
+void weigh_packed_rows(const PackedRows& design, const PackedWeights& weights) {
+  const Index stride = design.stride;
+  double* const x = design.rows;
+  double* const y = x + 8 * stride;
+  double* const weighted = y + 8 * stride;
+  line_up(design.x, x, design.m, stride);
+  line_up(design.y, y, design.m, stride);
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = k * stride; j < (k + 1) * stride; j += VORN_LANES) {
+      const Lanes xj = load(x + j);
+      const Lanes yj = load(y + j);
+      store(weighted + k * stride + j, weigh(xj, weights.xx[k], yj, weights.xy[k]));
+      store(weighted + (k + 1) * stride + j, weigh(xj, weights.xy[k], yj, weights.yy[k]));
+    }
+  }
+}
+
+void add_packed_products(double* c, double* sums, const PackedRows& design,
+                         const PackedWeights& weights) {
+  constexpr Index kRows = 8;  // of C in registers; divides the stride
+  weigh_packed_rows(design, weights);
+  const Index stride = design.stride;
+  const double* const x = design.rows;
+  const double* const y = x + 8 * stride;
+  const double* const weighted = y + 8 * stride;
+  for (Index j = 0; j < stride; j += VORN_LANES) {
+    Lanes sum = load(sums + j);
+    for (Index k = 0; k < 8; ++k) {
+      sum = multiply_add(load(x + k * stride + j), spread(weights.reduced_x[k]), sum);
+      sum = multiply_add(load(y + k * stride + j), spread(weights.reduced_y[k]), sum);
+    }
+    store(sums + j, sum);
+    // The rows whose diagonal element stands before the end of these columns.
+    for (Index i = 0; i < j + VORN_LANES; i += kRows) {
+      Lanes block[kRows];
+      for (Index r = 0; r < kRows; ++r) block[r] = load(c + (i + r) * stride + j);
+      for (Index k = 0; k < 8; ++k) {
+        const Lanes wx = load(weighted + 2 * k * stride + j);
+        const Lanes wy = load(weighted + (2 * k + 1) * stride + j);
+        for (Index r = 0; r < kRows; ++r) {
+          block[r] = multiply_add(wx, spread(x[k * stride + i + r]), block[r]);
+          block[r] = multiply_add(wy, spread(y[k * stride + i + r]), block[r]);
+        }
+      }
+      for (Index r = 0; r < kRows; ++r) store(c + (i + r) * stride + j, block[r]);
+    }
+  }
+}
+
+void find_packed_weights(PackedWeights& weights, const double* cofactors,
+                         const double* misclosures) {
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    const Lanes xx = spread(1.0) / load(cofactors + k);
+    const Lanes yy = spread(1.0) / load(cofactors + 8 + k);
+    store(weights.xx + k, xx);
+    store(weights.xy + k, Lanes{});
+    store(weights.yy + k, yy);
+    store(weights.reduced_x + k, xx * load(misclosures + k));
+    store(weights.reduced_y + k, yy * load(misclosures + 8 + k));
+  }
+}
+
+void multiply_packed_points(double* products, const double* x, const double* y,
+                            const PackedWeights& weights) {
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    const Lanes weight_x = load(weights.xx + k);
+    const Lanes weight_y = load(weights.yy + k);
+    const Lanes reduced_x = load(weights.reduced_x + k);
+    const Lanes reduced_y = load(weights.reduced_y + k);
+    double* product = products + k;
+    for (Index i = 0; i < 3; ++i) {
+      const Lanes xi = load(x + 8 * i + k);
+      const Lanes yi = load(y + 8 * i + k);
+      const Lanes wx = weight_x * xi;
+      const Lanes wy = weight_y * yi;
+      for (Index j = i; j < 3; ++j, product += 8) {
+        store(product, wx * load(x + 8 * j + k) + wy * load(y + 8 * j + k));
+      }
+      store(products + 8 * (6 + i) + k, xi * reduced_x + yi * reduced_y);
+    }
+  }
+}
+
+void multiply_packed_rows(double* s, const PackedRows& design, const double* x) {
+  for (Index k = 0; k < 8; k += VORN_LANES) {
+    Lanes sum_x{};
+    Lanes sum_y{};
+    for (Index j = 0; j < design.m; ++j) {
+      sum_x = multiply_add(load(design.x + 8 * j + k), spread(x[j]), sum_x);
+      sum_y = multiply_add(load(design.y + 8 * j + k), spread(x[j]), sum_y);
+    }
+    store(s + k, sum_x);
+    store(s + 8 + k, sum_y);
+  }
+}
+
+// One coupling block; a width known beforehand unrolls.
+template <int Width>
+inline void add_coupling_block(double* block, const double* point_rows, const double* wx,
+                               const double* wy, Index columns) {
+  const Index width = Width > 0 ? Width : columns;
+  for (Index r = 0; r < 3; ++r) {
+    const double x = point_rows[r];
+    const double y = point_rows[3 + r];
+    double* const row = block + r * width;
+    for (Index c = 0; c < width; ++c) {
+      row[c] = multiply_add(y, wy[c], multiply_add(x, wx[c], row[c]));
+    }
+  }
+}
+
+void add_coupling(const CouplingBlocks& coupling, const double* point_rows,
+                  const DesignRows& design) {
+  const double* wx = design.weighted;
+  const double* wy = wx + design.stride;
+  for (std::int32_t b = 0; b < coupling.num_blocks; ++b) {
+    double* const block = coupling.blocks + coupling.starts[b];
+    const Index width = coupling.widths[b];
+    if (width == 6) {
+      add_coupling_block<6>(block, point_rows, wx, wy, width);
+    } else if (width == 3) {
+      add_coupling_block<3>(block, point_rows, wx, wy, width);
+    } else {
+      add_coupling_block<0>(block, point_rows, wx, wy, width);
+    }
+    wx += width;
+    wy += width;
+  }
+}
+
+}  // namespace
+}  // namespace vorn
