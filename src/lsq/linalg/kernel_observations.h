@@ -9,9 +9,7 @@ namespace vorn {
 namespace {
 
 // A row of PA: x * p + y * q.
-inline Lanes weigh(Lanes x, double p, Lanes y, double q) {
-  return multiply_add(y, spread(q), x * spread(p));
-}
+inline Lanes weigh(Lanes x, Lanes p, Lanes y, Lanes q) { return multiply_add(y, q, x * p); }
 
 void add_products(double* c, double* sums, const DesignRows& design, const PointWeights& weights,
                   const double* weighted_reduced) {
@@ -22,11 +20,14 @@ void add_products(double* c, double* sums, const DesignRows& design, const Point
   double* const wy = wx + stride;
   const Lanes pl_x = spread(weighted_reduced[0]);
   const Lanes pl_y = spread(weighted_reduced[1]);
+  const Lanes xx = spread(weights.xx);
+  const Lanes xy = spread(weights.xy);
+  const Lanes yy = spread(weights.yy);
   for (Index j = 0; j < stride; j += VORN_LANES) {
     const Lanes xj = load(x + j);
     const Lanes yj = load(y + j);
-    const Lanes weighted_x = weigh(xj, weights.xx, yj, weights.xy);
-    const Lanes weighted_y = weigh(xj, weights.xy, yj, weights.yy);
+    const Lanes weighted_x = weigh(xj, xx, yj, xy);
+    const Lanes weighted_y = weigh(xj, xy, yj, yy);
     store(wx + j, weighted_x);
     store(wy + j, weighted_y);
     store(sums + j, multiply_add(yj, pl_y, multiply_add(xj, pl_x, load(sums + j))));
@@ -59,38 +60,66 @@ inline void transpose(Lanes (&v)[8]) {
     v[i] = low;
   }
 }
-
-inline void line_up(const double* columns, double* rows, Index m, Index stride) {
-  for (Index j = 0; j < stride; j += 8) {
-    Lanes v[8];
-    for (Index c = 0; c < 8; ++c) v[c] = j + c < m ? load(columns + 8 * (j + c)) : Lanes{};
-    transpose(v);
-    for (Index k = 0; k < 8; ++k) store(rows + k * stride + j, v[k]);
-  }
-}
-#else
-inline void line_up(const double* columns, double* rows, Index m, Index stride) {
-  for (Index k = 0; k < 8; ++k) {
-    for (Index j = 0; j < m; ++j) rows[k * stride + j] = columns[8 * j + k];
-    for (Index j = m; j < stride; ++j) rows[k * stride + j] = 0.0;
-  }
-}
 #endif
 
-// From eight points side by side to one row after the other, plain and weighted.
+// From eight points side by side to one row after the other, `step` apart: column(j, k) gives
+// column j of the points from k on.
+template <class Column>
+inline void line_up(Column column, double* rows, Index m, Index stride, Index step) {
+#if VORN_LANES == 8
+  for (Index j = 0; j < stride; j += 8) {
+    Lanes v[8];
+    for (Index c = 0; c < 8; ++c) v[c] = j + c < m ? column(j + c, 0) : Lanes{};
+    transpose(v);
+    for (Index k = 0; k < 8; ++k) store(rows + k * step + j, v[k]);
+  }
+#else
+  for (Index j = 0; j < m; ++j) {
+    double numbers[8];
+    for (Index k = 0; k < 8; k += VORN_LANES) store(numbers + k, column(j, k));
+    for (Index k = 0; k < 8; ++k) rows[k * step + j] = numbers[k];
+  }
+  for (Index k = 0; k < 8; ++k) {
+    for (Index j = m; j < stride; ++j) rows[k * step + j] = 0.0;
+  }
+#endif
+}
+
 void weigh_packed_rows(const PackedRows& design, const PackedWeights& weights) {
+  const Index stride = design.stride;
+  double* const weighted = design.rows + 16 * stride;
+  const auto line_up_weighted = [&](const double* with_x, const double* with_y, double* rows) {
+    const auto column = [&](Index j, Index k) {
+      return weigh(load(design.x + 8 * j + k), load(with_x + k), load(design.y + 8 * j + k),
+                   load(with_y + k));
+    };
+    line_up(column, rows, design.m, stride, 2 * stride);
+  };
+  line_up_weighted(weights.xx, weights.xy, weighted);
+  line_up_weighted(weights.xy, weights.yy, weighted + stride);
+}
+
+// Lines up the rows of eight points, plain and weighted.
+inline void line_up_both(const PackedRows& design, const PackedWeights& weights) {
   const Index stride = design.stride;
   double* const x = design.rows;
   double* const y = x + 8 * stride;
   double* const weighted = y + 8 * stride;
-  line_up(design.x, x, design.m, stride);
-  line_up(design.y, y, design.m, stride);
+  const auto line_up_plain = [&](const double* columns, double* rows) {
+    line_up([&](Index j, Index k) { return load(columns + 8 * j + k); }, rows, design.m, stride,
+            stride);
+  };
+  line_up_plain(design.x, x);
+  line_up_plain(design.y, y);
   for (Index k = 0; k < 8; ++k) {
+    const Lanes xx = spread(weights.xx[k]);
+    const Lanes xy = spread(weights.xy[k]);
+    const Lanes yy = spread(weights.yy[k]);
     for (Index j = k * stride; j < (k + 1) * stride; j += VORN_LANES) {
       const Lanes xj = load(x + j);
       const Lanes yj = load(y + j);
-      store(weighted + k * stride + j, weigh(xj, weights.xx[k], yj, weights.xy[k]));
-      store(weighted + (k + 1) * stride + j, weigh(xj, weights.xy[k], yj, weights.yy[k]));
+      store(weighted + k * stride + j, weigh(xj, xx, yj, xy));
+      store(weighted + (k + 1) * stride + j, weigh(xj, xy, yj, yy));
     }
   }
 }
@@ -98,7 +127,7 @@ void weigh_packed_rows(const PackedRows& design, const PackedWeights& weights) {
 void add_packed_products(double* c, double* sums, const PackedRows& design,
                          const PackedWeights& weights) {
   constexpr Index kRows = 8;  // of C in registers; divides the stride
-  weigh_packed_rows(design, weights);
+  line_up_both(design, weights);
   const Index stride = design.stride;
   const double* const x = design.rows;
   const double* const y = x + 8 * stride;
