@@ -249,8 +249,8 @@ std::map<std::string, Vec3> intersected(const std::vector<std::vector<OrientRay>
   constexpr double kSmallestAngle = 0.02;
   std::map<std::string, Vec3> known = given;
   for (const auto& [id, bundle] : bundles) {
-    if (const std::optional<Vec3> xyz = bundle.nearest_point(kSmallestAngle))
-      known.emplace(id, *xyz);
+    const std::optional<Vec3> xyz = bundle.nearest_point(kSmallestAngle);
+    if (xyz) known.emplace(id, *xyz);
   }
   return known;
 }

@@ -95,8 +95,9 @@ class Truth {
       point.measured->y = measured[1];
       lost += std::isfinite(measured[0]) ? 0 : 1;
     }
-    for (const auto& [record, value] : observed_)
+    for (const auto& [record, value] : observed_) {
       *record->value = value + *record->std_dev * error();
+    }
     return lost;
   }
 

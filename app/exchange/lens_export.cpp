@@ -204,8 +204,9 @@ bool improve(SourceCamera& lens, LensForm form, const std::vector<Sample>& sampl
       for (std::int32_t i = 0; i < n; ++i) {
         const double a = row[static_cast<std::size_t>(i)][k];
         rhs[i] += a * difference;
-        for (std::int32_t j = i; j < n; ++j)
+        for (std::int32_t j = i; j < n; ++j) {
           normal[i][j] += a * row[static_cast<std::size_t>(j)][k];
+        }
       }
     }
   }

@@ -311,8 +311,9 @@ const ParameterResult* first_insignificant(const QualityResults& results, bool& 
 Light calibration_light(const QualityResults& results) {
   bool any_free = false;
   const ParameterResult* const weak = first_insignificant(results, any_free);
-  if (!any_free || !results.has_figures)
+  if (!any_free || !results.has_figures) {
     return make(kCalibration, Colour::grey, "no free parameters");
+  }
   if (weak != nullptr) {
     return make(
         kCalibration, Colour::red,

@@ -23,8 +23,9 @@ std::string base64(std::span<const std::uint8_t> bytes) {
     const std::size_t left = std::min<std::size_t>(3, bytes.size() - i);
     std::uint32_t triple = 0;
     for (std::size_t k = 0; k < 3; ++k) triple = triple << 8 | (k < left ? bytes[i + k] : 0U);
-    for (std::size_t k = 0; k < 4; ++k)
+    for (std::size_t k = 0; k < 4; ++k) {
       text += k <= left ? kDigits[triple >> (18 - 6 * k) & 63U] : '=';
+    }
   }
   return text;
 }

@@ -233,8 +233,9 @@ void write_points(JsonWriter& json, const QualityResults& results) {
   table.shared_text("id", "Point");
   table.text("role", "Role", [&](std::size_t i) { return role_word(*rows[i].point); });
   table.shared_count("rays", "Rays");
-  for (std::size_t c = 0; c < 3; ++c)
+  for (std::size_t c = 0; c < 3; ++c) {
     table.shared_number(kAxes[c], kHeads[c], "m", 1.0, decimals + 3);
+  }
   if (results.has_figures) {
     for (std::size_t c = 0; c < 3; ++c) {
       table.shared_number(kSds[c], kSdHeads[c], "mm", kMillimetres, decimals);

@@ -221,8 +221,9 @@ AdjustOptions options_of(const py::dict& from) {
   set_robust(settings, loss_of(loss));
   take(from, "robust_scale", settings.robust_scale);
   take(from, "keep_robust", settings.keep_robust);
-  if (!(settings.robust_scale > 0.0) || !std::isfinite(settings.robust_scale))
+  if (!(settings.robust_scale > 0.0) || !std::isfinite(settings.robust_scale)) {
     throw CallError("robust_scale must be positive");
+  }
   take(from, "quality", options.figures);
   take(from, "prior", options.prior);
   take(from, "inner_datum", options.inner_datum);

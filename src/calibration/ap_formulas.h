@@ -151,9 +151,8 @@ void put_decentering(Terms& terms, const Vec3Of<T>& p) {
 // ---- terms of the models ------------------------------------------------------------------------
 
 // Each model puts the derivatives of (dx, dy), one parameter after the other, into the rows of a
-// derivative block or into the correction. Below, (x, y, z)
-// is the reduced image point [m], z = -c, and r2 = x^2 + y^2; dx and dy are the corrections of the
-// image coordinates.
+// derivative block or into the correction. Below, (x, y, z) is the reduced image point [m], z = -c,
+// and r2 = x^2 + y^2; dx and dy are the corrections of the image coordinates.
 
 // Inner orientation and the common distortions:
 //   dx = dxp - dc x/z - sx x + a1 y + x (K1 r2 + K2 r2^2 + K3 r2^3) + P1 (3x^2 + y^2) + 2 P2 xy

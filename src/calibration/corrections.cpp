@@ -127,8 +127,9 @@ void TimePolynomial::init_params(AdjObject& owner) {
   if (owner.alloc_params(static_cast<std::uint32_t>(num_values())) != 1) return;
   std::int32_t param = 0;
   for (std::size_t k = 0; k < coeffs.size(); ++k) {
-    for (std::size_t c = 0; c < 3; ++c)
+    for (std::size_t c = 0; c < 3; ++c) {
       owner.set_param(param++, coeffs[k][c], coeff_std_devs[k][c]);
+    }
   }
 }
 

@@ -99,10 +99,12 @@ void add_forecast(const BundleProject& project, const RemainingNetwork& network,
   }
   double common = 0.0;
   for (const APSet& set : project.ap_sets) common += set.num_ap();
-  for (const auto& correction : project.pos_corrections)
+  for (const auto& correction : project.pos_corrections) {
     common += correction.polynomial.num_values();
-  for (const auto& correction : project.att_corrections)
+  }
+  for (const auto& correction : project.att_corrections) {
     common += correction.polynomial.num_values();
+  }
   const double reduced = of_images + common;
   const Graph graph = meeting_images(network);
   const double width = graph.size() > 0 ? of_images / graph.size() : 0.0;

@@ -66,8 +66,9 @@ class GrossErrors {
   template <class Key, class KeyOf>
   std::map<Key, std::vector<double>> residuals_by(const KeyOf& key_of) const {
     std::map<Key, std::vector<double>> groups;
-    for (std::size_t i = 0; i < rays_.size(); ++i)
+    for (std::size_t i = 0; i < rays_.size(); ++i) {
       groups[key_of(rays_[i])].push_back(residuals_[i]);
+    }
     return groups;
   }
 

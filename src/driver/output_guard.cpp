@@ -114,8 +114,9 @@ bool looks_like_dump(const std::string& path) {
   std::int32_t num_counts = 1;
   for (; in.read_word(word); ++num_counts) {
     if (is_dumped_number(word)) return true;
-    if (num_counts == 2 || word.find_first_not_of("0123456789") != std::string_view::npos)
+    if (num_counts == 2 || word.find_first_not_of("0123456789") != std::string_view::npos) {
       return false;
+    }
   }
   return text.view().front() == '0';  // an empty system
 }
@@ -131,8 +132,9 @@ class Guard {
     const OutputNames names = output_names(parts);
     results_ = names.opened(request.with_cameras);
     results_.push_back(names.failed);
-    for (const std::string& input : request.more_inputs)
+    for (const std::string& input : request.more_inputs) {
       content_.files.push_back({Keyword::none, input});
+    }
   }
 
   std::vector<Obstacle> find() {

@@ -276,8 +276,9 @@ void print_failures(const std::vector<OutputFailure>& failures) {
 RunSummary run_project(const RunRequest& request) {
   RunSummary summary;
   const FileKind kind = file_kind(request.path);
-  if (request.path.empty() || kind == FileKind::missing || kind == FileKind::directory)
+  if (request.path.empty() || kind == FileKind::missing || kind == FileKind::directory) {
     return summary;
+  }
 
   const std::string full_path = absolute_path(request.path);
   const PathParts parts = split_path(full_path);

@@ -212,8 +212,9 @@ int read_common(TokenReader& in, OwnedList<ImageGeometry>& geometries) {
 
 int read_eo_file(TokenReader& in, OwnedList<ImageGeometry>& geometries) {
   std::string_view layout;
-  if (!in.need_word(layout, "the layout"))
+  if (!in.need_word(layout, "the layout")) {
     return reading_failed("ERROR: Reading keyword failed.\n");
+  }
   if (layout == "indiv-type") {
     if (read_individual(in, geometries) == 1) return 1;
     return reading_failed("ERROR: Reading EO individual type failed.\n");

@@ -104,8 +104,9 @@ void ExtOrientation::write_values(TextWriter& out, double rotation_factor) const
     out << ' ' << kRecordScientific(value(k) * rotation_factor);
   }
   out << '\n';
-  for (std::int32_t k = kNumCentreParams; k < num_values(); ++k)
+  for (std::int32_t k = kNumCentreParams; k < num_values(); ++k) {
     out << ' ' << kRecordScientific(std_dev(k));
+  }
   out << '\n';
 }
 

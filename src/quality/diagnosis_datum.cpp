@@ -130,8 +130,9 @@ DatumAnalysis::Sums DatumAnalysis::sums_of(std::size_t part, const UnknownWeight
   for (std::int32_t e = 0; e < 7; ++e) {
     Row7 row;
     const double root = std::sqrt(std::max(eigen.values[e], 0.0));
-    for (std::int32_t k = 0; k < 7; ++k)
+    for (std::int32_t k = 0; k < 7; ++k) {
       row[static_cast<std::size_t>(k)] = root * eigen.vectors[k][e];
+    }
     sums.held.add(row);
   }
   return sums;

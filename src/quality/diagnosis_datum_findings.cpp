@@ -155,8 +155,9 @@ void find_datum_defect(const NetworkPart& part, const NetworkComponent& componen
   finding.defect = component.defect;
   finding.objects = holders.all();
   std::string held_by;
-  if (!holders.points.empty())
+  if (!holders.points.empty()) {
     held_by = " (" + counted("object_point", ids_of(holders.points)) + ")";
+  }
   finding.message = std::string(words.message) + held_by + " of " + part_in_words(part, alone) +
                     ": free " + (component.defect == 1 ? "is " : "are ") +
                     motions_in_words(component) + ".";
@@ -211,8 +212,9 @@ void find_datum_defects(const Network& network, Diagnosis& diagnosis) {
   finding.code = "separate_blocks";
   finding.severity = defective ? FindingSeverity::error : FindingSeverity::warning;
   for (const NetworkPart& part : parts) {
-    for (const BundleImage* image : part.images)
+    for (const BundleImage* image : part.images) {
       finding.objects.push_back({"image", image->id, {}});
+    }
   }
   finding.message = "The images fall apart into " + std::to_string(parts.size()) +
                     " parts that no measured point ties together.";

@@ -194,8 +194,9 @@ void write_suggested_exclusions(TextWriter& out, const QualityResults& results) 
       << ": tests that fail at 0.05 / number of tests, the worst of their image and point.\n"
       << "# Tests refer to sigma 0 " << (by_posterior ? "a posteriori" : "a priori")
       << ". Look at each before it is left out: vorn adjust --exclude FILE.\n";
-  for (const SuspectResult* row : clear_suspects(results, ratio * ratio))
+  for (const SuspectResult* row : clear_suspects(results, ratio * ratio)) {
     write_suggestion(out, *row);
+  }
   out << "stop-dep\n";
 }
 

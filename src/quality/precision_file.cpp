@@ -148,8 +148,9 @@ void print_distortion(TextWriter& out, const CalibratedCamera& row) {
     out << fixed(4, 10)(at.radius * kMillimetres) << ' ' << fixed(3, 10)(at.dx * kMicrometres)
         << ' ' << fixed(3, 10)(at.dy * kMicrometres) << ' '
         << fixed(3, 10)(at.radial * kMicrometres) << ' ' << fixed(3, 9)(at.sd * kMicrometres);
-    if (pixel > 0.0)
+    if (pixel > 0.0) {
       out << ' ' << fixed(4, 10)(at.radial / pixel) << ' ' << fixed(4, 9)(at.sd / pixel);
+    }
     out << '\n';
   }
   out << '\n';

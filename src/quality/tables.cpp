@@ -246,8 +246,7 @@ const std::vector<ColumnOf<ImagePointResult>> kImagePointColumns = {
     {"error_y", "m", Needs::figures, put_error<1>},
 };
 
-// ---- constraints, images, correlations, check points, suspects
-// -------------------------------------
+// ---- constraints, images, correlations, check points, suspects ----------------------------------
 
 const std::vector<ColumnOf<ConstraintResult>> kConstraintColumns = {
     {"object_type", "text", Needs::nothing,

@@ -51,8 +51,9 @@ bool report_missing_factor(TokenReader& in) {
   if (!in.listens()) return false;
   const std::string_view rest = in.rest();
   const std::size_t end = rest.find('\n');
-  if (end == std::string_view::npos || rest.substr(0, end).find_first_not_of(" \t\r") < end)
+  if (end == std::string_view::npos || rest.substr(0, end).find_first_not_of(" \t\r") < end) {
     return false;
+  }
   TokenReader next(rest.substr(end, rest.find('\n', end + 1) - end));
   std::string_view word;
   std::string_view first;

@@ -79,8 +79,9 @@ constexpr std::array<double, 23> kPowersOfTen = {1e0,  1e1,  1e2,  1e3,  1e4,  1
 const char* scan_plain(const char* pos, const char* end, double& value) {
   std::uint64_t digits = 0;
   const char* const start = pos;
-  while (pos != end && is_digit(*pos))
+  while (pos != end && is_digit(*pos)) {
     digits = digits * 10 + static_cast<std::uint64_t>(*pos++ - '0');
+  }
   std::ptrdiff_t count = pos - start;
   std::ptrdiff_t decimals = 0;
   if (pos != end && *pos == '.') {

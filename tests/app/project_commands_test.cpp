@@ -202,8 +202,9 @@ TEST_F(DiffCommand, ComparesInUnitsOfSigmas) {
   // The first control point moves by a thousand standard deviations, and loses its name.
   std::filesystem::create_directory(dir_.path("other"));
   for (auto [name, text] : project_.files) {
-    if (name == "obj.txt")
+    if (name == "obj.txt") {
       text = std::regex_replace(text, std::regex("(p1 +-?[0-9]+.[0-9])[0-9]"), "$017");
+    }
     dir_.write("other/" + name, text);
   }
   EXPECT_EQ(run("diff project.ctl other/project.ctl"), 1);

@@ -137,8 +137,10 @@ TEST(DampedIteration, TakesOnlyStepsThatLowerTheSum) {
   EXPECT_NEAR(solved.iterations[solved.iterations.size() - 2].steps.back().ratio, 1.0, 0.1);
   const auto count = [&](const std::string& word) {
     std::size_t found = 0;
-    for (std::size_t at = 0; (at = solved.report.find("   " + word, at)) != std::string::npos; ++at)
+    for (std::size_t at = 0; (at = solved.report.find("   " + word, at)) != std::string::npos;
+         ++at) {
       ++found;
+    }
     return found;
   };
   EXPECT_EQ(count("taken"), taken);

@@ -98,8 +98,9 @@ struct Scene {
     // Images in a random order of their places, so that the natural order is a bad one.
     std::vector<std::int32_t> places(static_cast<std::size_t>(shape.images));
     std::iota(places.begin(), places.end(), 0);
-    for (std::size_t i = places.size(); i > 1; --i)
+    for (std::size_t i = places.size(); i > 1; --i) {
       std::swap(places[i - 1], places[noise.below(i)]);
+    }
     for (std::size_t i = 0; i < places.size(); ++i) {
       structure.add_block(std::array{6, 7, 11, 6, 8, 6}[i % 6]);
     }
@@ -616,8 +617,9 @@ TEST_P(KernelVersions, SubtractABatchOfPoints) {
     // The right-hand side: rows behind the piece stay as they are.
     std::vector<double> y(3 * kBatchPoints, NAN), rhs(8, 1.0);
     for (const std::size_t point : {0U, 2U, 63U}) {
-      for (std::size_t k = 0; k < 3; ++k)
+      for (std::size_t k = 0; k < 3; ++k) {
         y[3 * point + k] = std::cos(static_cast<double>(point + k));
+      }
     }
     kernel_->subtract_rhs(rhs.data(), pieces[0], y.data());
     for (std::size_t r = 0; r < 8; ++r) {

@@ -209,8 +209,9 @@ TEST_F(Import, MakesCheckPoints) {
 // Copes with what other programs and editors do to text.
 TEST_F(Import, ReadsOddTexts) {
   std::string crlf;
-  for (const char c : std::string(test::kColmapImages))
+  for (const char c : std::string(test::kColmapImages)) {
     crlf += c == '\n' ? "\r\n" : std::string(1, c);
+  }
   dir_.write("text/images.txt", "\xEF\xBB\xBF\r\n" + crlf + "10 1 0 0 0 0 0 0 1 empty.jpg\r\n");
   dir_.write("text/cameras.txt",
              "\t\n" + test::edited(test::kColmapCameras, "1 SIMPLE", " 1\tSIMPLE"));
@@ -408,8 +409,9 @@ TEST_F(Import, OverwritesNoOtherFiles) {
   const auto files = [this] {
     std::map<std::string, std::string> texts;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path())) {
-      if (entry.is_regular_file())
+      if (entry.is_regular_file()) {
         texts[entry.path().string()] = test::file_text(entry.path().string());
+      }
     }
     return texts;
   };
