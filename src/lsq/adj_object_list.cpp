@@ -1,6 +1,8 @@
 #include "lsq/adj_object_list.h"
 
+#include <algorithm>
 #include <new>
+#include <typeinfo>
 
 #include "base/workers.h"
 #include "lsq/ls_params.h"
@@ -12,17 +14,32 @@ void AdjObjectList::add(AdjObject& object) {
   // An object without its unknowns would leave the adjustment in silence.
   if (!object.has_params_allocated()) throw std::bad_alloc();
   object.index = num_unknowns_;
+  if (objects_.empty() || typeid(object) != typeid(*objects_.back())) {
+    runs_.push_back({num_objects(), num_objects()});
+  }
+  ++runs_.back().end;
   objects_.push_back(&object);
-  num_unknowns_ += static_cast<std::int32_t>(object.num_params());
+  const auto num_params = static_cast<std::int32_t>(object.num_params());
+  std::int32_t num_weighted = 0;
+  for (std::int32_t k = 0; k < num_params; ++k) {
+    const ParamState state = object.param(k).state;
+    ++num_in_state_[static_cast<std::size_t>(state)];
+    if (state == ParamState::eliminated) eliminated_.push_back(num_unknowns_ + k);
+    if (state != ParamState::unknown) ++num_weighted;
+  }
+  if (num_weighted > 0) weighted_.push_back(&object);
+  num_unknowns_ += num_params;
   if (const std::int32_t constraints = object.get_num_constraints(); constraints != 0) {
     constrained_.push_back(&object);
     num_constraints_ += constraints;
   }
-  for (std::size_t state = 0; state < num_in_state_.size(); ++state) {
-    num_in_state_[state] += object.count_state(static_cast<ParamState>(state));
-  }
-  const auto num_free = static_cast<std::uint32_t>(object.count_state(ParamState::unknown));
-  if (num_free != object.num_params()) weighted_.push_back(&object);
+}
+
+const AdjObject& AdjObjectList::object_of(std::int32_t unknown) const {
+  const auto behind =
+      std::upper_bound(objects_.begin(), objects_.end(), unknown,
+                       [](std::int32_t u, const AdjObject* object) { return u < object->index; });
+  return **(behind - 1);
 }
 
 void AdjObjectList::add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const {

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <typeinfo>
 #include <vector>
 
 #include "lsq/adj_object.h"
@@ -34,19 +33,30 @@ class AdjObjectList {
   void add_constraints(NormalMatrix& normal, Vector& rhs, double& lPl) const;
   void add_weights(NormalMatrix& normal, Vector& rhs, double& lPl) const;
   void apply_corrections(const Vector& corrections);
+  // The numbers of the unknowns that are held, ascending.
+  const std::vector<std::int32_t>& eliminated() const { return eliminated_; }
+  // The object that an unknown is a parameter of.
+  const AdjObject& object_of(std::int32_t unknown) const;
+
+  // Objects of one class that stand together: [begin, end).
+  struct Run {
+    std::int32_t begin;
+    std::int32_t end;
+  };
+  // Calls `visit(run)` for all runs of objects of class T, in order.
+  template <class T, class Visit>
+  void for_each_run(Visit visit) const {
+    // One look at the class tree serves all objects of a run.
+    for (const Run& run : runs_) {
+      if (dynamic_cast<const T*>(&(*this)[run.begin]) != nullptr) visit(run);
+    }
+  }
   // Calls `visit(const T&)` for every listed object of class T, in order.
   template <class T, class Visit>
   void for_each(Visit visit) const {
-    // Objects of one class stand together; one look at the class tree serves them all.
-    const std::type_info* last = nullptr;
-    bool matches = false;
-    for (const AdjObject* object : objects_) {
-      if (last == nullptr || typeid(*object) != *last) {
-        last = &typeid(*object);
-        matches = dynamic_cast<const T*>(object) != nullptr;
-      }
-      if (matches) visit(static_cast<const T&>(*object));
-    }
+    for_each_run<T>([&](const Run& run) {
+      for (std::int32_t i = run.begin; i < run.end; ++i) visit(static_cast<const T&>((*this)[i]));
+    });
   }
   template <class T>
   Counts count_group() const {
@@ -65,6 +75,8 @@ class AdjObjectList {
   std::vector<AdjObject*> objects_;
   std::vector<const AdjObject*> constrained_;  // those that have constraints
   std::vector<const AdjObject*> weighted_;     // those that have a parameter with a weight
+  std::vector<Run> runs_;
+  std::vector<std::int32_t> eliminated_;
   std::int32_t num_unknowns_ = 0;
   std::int32_t num_constraints_ = 0;
   std::array<std::int32_t, 3> num_in_state_{};

@@ -12,6 +12,8 @@
 #include "lsq/adj_object_list.h"
 #include "lsq/ls_params.h"
 #include "lsq/normal/normal_matrix.h"
+#include "lsq/stages/statistics.h"
+#include "sensors/object_point.h"
 #include "support/captured_output.h"
 #include "support/noise.h"
 #include "support/project_test.h"
@@ -67,6 +69,46 @@ TEST(AdjObject, SignificanceExceedsItsLimit) {
     EXPECT_THAT(test::written_text([&](TextWriter& out) { object.print_significance(out); }),
                 testing::HasSubstr("  1.000e+00     2.0  " + verdict + " significant\n"));
     ls_params().significance_limit = 1.9599;
+  }
+}
+
+TEST(AdjObjectList, SumsAndFindsChangesOfPointsThatAreNotHeld) {
+  constexpr std::int32_t kPoints = 5;
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  std::vector<ObjectPoint> points(kPoints);
+  Parameter before(0.0, 1e-3);
+  AdjObjectList list;
+  list.add(before);
+  for (ObjectPoint& point : points) {
+    point.std_devs[1] = &point == &points[3] ? 0.0 : ls_params().smaxu;
+    list.add(point);
+  }
+  EXPECT_THAT(list.eliminated(), testing::ElementsAre(11));
+  const struct {
+    double z3, z4;  // beside -k/8 for coordinate k and 99 for the one that is held
+    std::int32_t largest;
+    double max;
+  } cases[] = {
+      {1.0, 2.0, 15, 2.0}, {2.0, 2.0, 12, 2.0}, {0.0, nan, 14, 1.75}, {nan, 0.5, 14, 1.75}};
+  for (const auto& c : cases) {
+    Vector corrections(list.num_unknowns());
+    for (std::int32_t u = 0; u < corrections.size(); ++u) corrections[u] = u / -8.0;
+    corrections[0] = 1000.0;
+    corrections[11] = 99.0;
+    corrections[12] = c.z3;
+    corrections[15] = c.z4;
+    IterationStatistics statistics;
+    find_changes(list, corrections, statistics);
+    EXPECT_EQ(statistics.points.count, 3 * kPoints - 1);
+    double sum = 0.0;
+    for (std::int32_t u = 1; u < corrections.size(); ++u) {
+      if (u != 11) sum += std::abs(corrections[u]);
+    }
+    EXPECT_THAT(statistics.points.sum, testing::NanSensitiveDoubleEq(sum));
+    EXPECT_EQ(statistics.points.max, c.max);
+    ASSERT_NE(statistics.points.object, nullptr);
+    EXPECT_EQ(statistics.points.object->index + statistics.points.param, c.largest);
+    EXPECT_EQ(statistics.centres.count, 0);
   }
 }
 

@@ -53,6 +53,7 @@ TEST(ImageNormals, CorrelatedPointAddsItsProducts) {
   structure.add_ray(0);
   NormalMatrix normal;
   ASSERT_TRUE(normal.set_structure(structure));
+  normal.zero();
   ImageNormals image(normal, {blocks[0], blocks[1]});
   Vector rhs(kUnknowns);
   rhs.zero();

@@ -182,6 +182,7 @@ TEST_F(NestedDissection, LargeNetworksAreSolved) {
   }
   NormalMatrix normal;
   ASSERT_TRUE(normal.set_structure(structure));
+  normal.zero();
   const std::int32_t n = normal.size();
   struct Element {
     std::int32_t row, column;

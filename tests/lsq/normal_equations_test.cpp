@@ -122,6 +122,7 @@ struct Scene {
       }
     }
     EXPECT_TRUE(normal.set_structure(structure));
+    normal.zero();
     n = structure.num_unknowns();
     dense.resize(n, n);
     dense.zero();
@@ -528,6 +529,7 @@ TEST(NormalMatrix, RefusesElementsOutsideTheStructure) {
   structure.add_ray(0);
   NormalMatrix normal;
   ASSERT_TRUE(normal.set_structure(structure));
+  normal.zero();
   EXPECT_NO_THROW(normal.add(0, 6, 1.0));
   EXPECT_THROW(normal.add(0, 3, 1.0), std::out_of_range);   // two points
   EXPECT_THROW(normal.add(3, 6, 1.0), std::out_of_range);   // a point that no image sees

@@ -143,6 +143,7 @@ void expect_sums_of_points(const BundleImage& image, const Points& points) {
       structure.add_group(blocks);
       for (std::int32_t k = 0; k < Pack::kSize; ++k) structure.add_ray(k);
       ASSERT_TRUE(normal.set_structure(structure));
+      normal.zero();
       rhs.resize(structure.num_unknowns());
       rhs.zero();
       ImageNormals normals(normal, blocks);

@@ -53,7 +53,6 @@ bool NormalMatrix::set_structure(NormalStructure structure, PointCouplings coupl
   lay_out_blocks();
   if (!lay_out_points(blocks) || !lay_out_pairs()) return false;
   size_ = structure_.num_unknowns();
-  zero();
   return true;
 }
 
@@ -62,6 +61,7 @@ void NormalMatrix::resize(std::int32_t n) {
   NormalStructure structure;
   if (n > 0) structure.add_group({structure.add_block(n)});
   if (!set_structure(std::move(structure))) throw std::bad_alloc();
+  zero();
 }
 
 void NormalMatrix::lay_out_blocks() {

@@ -37,11 +37,12 @@ class NormalMatrix {
 
   // Whether N_pr is stored, or formed again by a `CouplingSource` whenever it is needed.
   enum class PointCouplings { stored, formed };
-  // Takes memory for a structure, with all elements zero. False when the matrix does not fit the
-  // address space.
+  // Takes memory for a structure. Nobody has touched it when `zero` clears it, or those who share
+  // the work of filling it clear it in parts. False when the matrix does not fit the address space.
   [[nodiscard]] bool set_structure(NormalStructure structure,
                                    PointCouplings couplings = PointCouplings::stored);
-  // A matrix of n unknowns of which nothing is known: all of them in one block of the reduced part.
+  // A matrix of n unknowns of which nothing is known: all of them in one block of the reduced part;
+  // all elements are zero.
   void resize(std::int32_t n);
   std::int32_t size() const { return size_; }
   void zero();

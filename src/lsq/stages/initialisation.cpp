@@ -226,6 +226,7 @@ int choose_solver(BundleProject& project, TextWriter& report) {
   project.markers.resize(size);
   project.solution.resize(size);
   // Files of a run without any iteration show zeros.
+  if (ls_params().max_iterations < 1) project.normal.zero();
   project.rhs.zero();
   project.markers.zero();
   project.solution.zero();

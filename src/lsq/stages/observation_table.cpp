@@ -113,9 +113,9 @@ class ObservationTable::Sorter {
       }
     }
     table_.batches_.push_back(next);
-    table_.observations_.resize(next.observation);
-    table_.places_.resize(next.place);
-    table_.segments_.resize(next.segment);
+    table_.observations_ = std::make_unique_for_overwrite<Observation[]>(next.observation);
+    table_.places_ = std::make_unique_for_overwrite<std::int32_t[]>(next.place);
+    table_.segments_ = std::make_unique_for_overwrite<Segment[]>(next.segment);
     for (const Range& range : ranges_) {
       table_.unresolved_.insert(table_.unresolved_.end(), range.unresolved.begin(),
                                 range.unresolved.end());
@@ -181,7 +181,7 @@ void ObservationTable::set_derivatives(const OwnedList<BundleImage>& images,
 void ObservationTable::find_chunks() {
   std::vector<std::int32_t> place_in_chunk(images_.size(), -1);
   Chunk next{0, {}};
-  const bool one_chunk = observations_.size() < kOneChunk;
+  const bool one_chunk = num_observations() < kOneChunk;
   const auto close = [&] {
     Chunk& chunk = chunks_.emplace_back(next);
     for (const std::int32_t image : chunk.images) place_in_chunk[place(image)] = -1;
@@ -217,12 +217,11 @@ std::span<const ObjectPoint* const> ObservationTable::points_of_batch(std::size_
 std::span<const ObservationTable::Segment> ObservationTable::segments_of_batch(
     std::size_t batch) const {
   const std::size_t from = batches_[batch].segment;
-  return std::span(segments_).subspan(from, batches_[batch + 1].segment - from);
+  return {segments_.get() + from, batches_[batch + 1].segment - from};
 }
 
 ObservationTable::Next ObservationTable::first_of_batch(std::size_t batch) const {
-  return {observations_.data() + batches_[batch].observation,
-          places_.data() + batches_[batch].place};
+  return {observations_.get() + batches_[batch].observation, places_.get() + batches_[batch].place};
 }
 
 void ObservationTable::load(std::size_t number, Batch& batch) const {
@@ -256,7 +255,7 @@ bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::
     add_sums(first, num_chunks);
   }
   for (const auto& image : images_) image->normals.finish(rhs, lPl);
-  count += 2 * static_cast<std::int32_t>(observations_.size());
+  count += 2 * static_cast<std::int32_t>(num_observations());
   for (const ImagePoint* point : unresolved_) {
     standard_output() << "ATTENTION: Object point " << point->id << " not found.\n";
   }
@@ -399,9 +398,7 @@ class ObservationTable::Former : public CouplingFormer {
       (void)table_.for_each_pack(
           segment, batch_, next, packed_,
           [&](const Image& image, const PackedPoints& points, PackedEquations& pack) {
-            if (!image.equations.find_rows(points, pack)) {
-              return false;
-            }
+            if (!image.equations.find_rows(points, pack)) return false;
             take(image, pack);
             return true;
           });

@@ -27,7 +27,7 @@ class ObservationTable : public CouplingSource {
   // take packs.
   void set_up(const OwnedList<BundleImage>& images, const OwnedList<ObjectPoint>& object_points,
               Derivatives derivatives, NormalMatrix& normal);
-  bool is_empty() const { return observations_.empty(); }
+  bool is_empty() const { return num_observations() == 0; }
   // The same observations with other derivatives from now on.
   void set_derivatives(const OwnedList<BundleImage>& images, Derivatives derivatives,
                        NormalMatrix& normal);
@@ -89,6 +89,9 @@ class ObservationTable : public CouplingSource {
   class Sorter;
   class Former;
 
+  std::size_t num_observations() const {
+    return batches_.empty() ? 0 : batches_.back().observation;
+  }
   static Next after(const Next& next, const Image& image);
   std::span<const ObjectPoint* const> points_of_batch(std::size_t batch) const;
   std::span<const Segment> segments_of_batch(std::size_t batch) const;
@@ -109,11 +112,12 @@ class ObservationTable : public CouplingSource {
   NormalMatrix* normal_ = nullptr;
   std::vector<const ObjectPoint*> points_;  // in the order of the normal matrix
   std::vector<BatchStart> batches_;         // a last one marks the end
-  std::vector<Segment> segments_;
-  std::vector<Observation> observations_;
+  // Those who sort the observations touch these first, each its part.
+  std::unique_ptr<Segment[]> segments_;
+  std::unique_ptr<Observation[]> observations_;
   // Of each observation: its object point's place in the batch, then where the image's blocks start
   // within the coupling of the point.
-  std::vector<std::int32_t> places_;
+  std::unique_ptr<std::int32_t[]> places_;
   std::vector<const ImagePoint*> unresolved_;  // without object point, in the order of the images
   std::vector<Chunk> chunks_;                  // a last one marks the end
   std::vector<Work> work_;

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cmath>
 #include <cstddef>
-#include <span>
 #include <vector>
 
 #include "base/workers.h"
@@ -39,47 +38,28 @@ void add_all(const AdjObject& object, const Vector& corrections, GroupChange& ch
   for (std::int32_t k = 0; k < count; ++k) find_largest(object, k, corrections, change);
 }
 
-// As add_all for some object points: workers gather the corrections and look for the largest ones;
-// the sum is that of one point after the other.
-void add_points(std::span<const ObjectPoint* const> points, const Vector& corrections,
-                GroupChange& change) {
-  constexpr std::size_t kParams = 3;
-  std::vector<double> sizes(kParams * points.size());  // 0 where nothing is to be added
-  std::vector<GroupChange> ranges(points.size() / kObjectsPerRange + 1);
-  for_each_range(points.size(), kObjectsPerRange,
-                 [&](std::size_t begin, std::size_t end, std::size_t) {
-                   GroupChange& range = ranges[begin / kObjectsPerRange];
-                   for (std::size_t i = kParams * begin; i < kParams * end; ++i) {
-                     const ObjectPoint& point = *points[i / kParams];
-                     const auto k = static_cast<std::int32_t>(i % kParams);
-                     if (point.param(k).state == ParamState::eliminated) continue;
-                     sizes[i] = std::fabs(corrections[point.index + k]);
-                     ++range.count;
-                     find_largest(point, k, corrections, range);
-                   }
-                 });
-  for (const double size : sizes) change.sum += size;
-  for (const GroupChange& range : ranges) {
-    change.count += range.count;
-    if (!(range.max > change.max)) continue;
-    change.max = range.max;
-    change.object = range.object;
-    change.param = range.param;
-  }
-}
-
+// As add_all for all object points, without a look at them: their unknowns stand together.
 void add_all_points(const AdjObjectList& unknowns, const Vector& corrections, GroupChange& change) {
-  constexpr std::size_t kAtOnce = 32 * kObjectsPerRange;
-  std::vector<const ObjectPoint*> points;
-  const auto add_them = [&] {
-    add_points(points, corrections, change);
-    points.clear();
-  };
-  unknowns.for_each<ObjectPoint>([&](const ObjectPoint& point) {
-    points.push_back(&point);
-    if (points.size() == kAtOnce) add_them();
+  const std::vector<std::int32_t>& eliminated = unknowns.eliminated();
+  auto held = eliminated.begin();
+  std::int32_t largest = -1;
+  unknowns.for_each_run<ObjectPoint>([&](const AdjObjectList::Run& run) {
+    const AdjObject& last = unknowns[run.end - 1];
+    const std::int32_t end = last.index + static_cast<std::int32_t>(last.num_params());
+    for (std::int32_t u = unknowns[run.begin].index; u < end; ++u) {
+      while (held != eliminated.end() && *held < u) ++held;
+      if (held != eliminated.end() && *held == u) continue;
+      const double size = std::fabs(corrections[u]);
+      change.sum += size;
+      ++change.count;
+      if (!(size > change.max)) continue;
+      change.max = size;
+      largest = u;
+    }
   });
-  add_them();
+  if (largest < 0) return;
+  change.object = &unknowns.object_of(largest);
+  change.param = largest - change.object->index;
 }
 
 }  // namespace
