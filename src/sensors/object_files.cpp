@@ -1,12 +1,14 @@
 // Object-coordinates file and control-support file.
 
-#include <algorithm>
 #include <array>
 #include <memory>
+#include <optional>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "sensors/object_point.h"
+#include "sensors/plain_points.h"
 #include "text/records.h"
 #include "text/text_checks.h"
 
@@ -20,19 +22,63 @@ constexpr Quantity kStdDevs[] = {
 constexpr std::array<std::string_view, 2> kFileTypes = {"indiv-sdev", "common-sdev"};
 constexpr std::array<std::string_view, 3> kRoles = {"co", "in", "ch"};
 
-// The point of that identifier, which loses its former values with a message, or a new one.
-ObjectPoint& point_to_fill(TokenReader& in, OwnedList<ObjectPoint>& points, std::string_view id) {
-  ObjectPoint* present = points.find(id);
-  if (present != nullptr) {
-    report_duplicate(in, present, "the later one counts");
-    in.remember(present, id);
-    standard_output() << "ATTENTION: Object point " << id << " replaced.\n";
-    return *present;
+// Lists the point of the running record. One of that identifier that is there already takes its
+// values, with a message.
+void put_point(TokenReader& in, OwnedList<ObjectPoint>& points,
+               std::unique_ptr<ObjectPoint> point) {
+  const std::string_view id = in.subject().id;
+  ObjectPoint* const present = points.find(id);
+  if (present == nullptr) {
+    in.remember(point.get(), id);
+    points.append(std::move(point));
+    return;
   }
-  auto point = std::make_unique<ObjectPoint>();
-  point->id = id;
-  in.remember(point.get(), id);
-  return points.append(std::move(point));
+  report_duplicate(in, present, "the later one counts");
+  in.remember(present, id);
+  standard_output() << "ATTENTION: Object point " << id << " replaced.\n";
+  present->xyz = point->xyz;
+  present->std_devs = point->std_devs;
+  present->has_coords = true;
+  present->classify();
+}
+
+// Lists points that were read already.
+void put_plain_points(TokenReader& in, OwnedList<ObjectPoint>& points, PlainPoints plain) {
+  for (std::vector<PlainPoints::Record>& range : plain.ranges) {
+    for (PlainPoints::Record& record : range) {
+      in.pass(record.id);
+      in.note_progress();
+      in.begin_record({"object-point", record.id});
+      put_point(in, points, std::move(record.point));
+    }
+  }
+  in.pass(plain.end_word);
+}
+
+// Reads a list word by word.
+int read_points(TokenReader& in, OwnedList<ObjectPoint>& points, const Vec3* common_std_devs) {
+  const std::size_t words_per_record = common_std_devs != nullptr ? 4 : 7;
+  report_broken_lines(in, words_per_record, "point", [](std::string_view) { return false; });
+  const auto read_point = [&](std::string_view id) {
+    in.begin_record({"object-point", id});
+    double xyz[3];
+    double std_devs[3];
+    if (!in.read_triple(xyz, kCoordinates)) {
+      return reading_failed("ERROR: Reading coords. failed.\n");
+    }
+    if (common_std_devs == nullptr && !in.read_triple(std_devs, kStdDevs)) {
+      return reading_failed("ERROR: Reading std. dev. failed.\n");
+    }
+    auto point = std::make_unique<ObjectPoint>();
+    point->id = id;
+    point->xyz = std::to_array(xyz);
+    point->std_devs = common_std_devs != nullptr ? *common_std_devs : std::to_array(std_devs);
+    point->has_coords = true;
+    point->classify();
+    put_point(in, points, std::move(point));
+    return 1;
+  };
+  return read_records(in, EndWords::keyword_or_minus_one, read_point, words_per_record);
 }
 
 enum class RecordResult { record, end_of_file, failure };
@@ -114,31 +160,16 @@ int read_obj_crds(TokenReader& in, OwnedList<ObjectPoint>& points) {
   if (common && !in.read_triple(std_devs, kStdDevs)) {
     return reading_failed("ERROR: Reading common std. dev. failed.\n");
   }
+  const Vec3 of_all = std::to_array(std_devs);
+  const Vec3* const common_std_devs = common ? &of_all : nullptr;
   in.begin_record({"object-point"});
-  const std::size_t words_per_record = common ? 4 : 7;
-  report_broken_lines(in, words_per_record, "point", [](std::string_view) { return false; });
-  // Records have a line each, as a rule, and characters for their words in any case.
-  const std::string_view text = in.rest();
-  const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-  points.reserve(static_cast<std::size_t>(points.count()) +
-                 std::min(lines, text.size() / (2 * words_per_record)));
-  const auto read_point = [&](std::string_view id) {
-    in.begin_record({"object-point", id});
-    double xyz[3];
-    if (!in.read_triple(xyz, kCoordinates)) {
-      return reading_failed("ERROR: Reading coords. failed.\n");
-    }
-    if (!common && !in.read_triple(std_devs, kStdDevs)) {
-      return reading_failed("ERROR: Reading std. dev. failed.\n");
-    }
-    ObjectPoint& point = point_to_fill(in, points, id);
-    point.xyz = std::to_array(xyz);
-    point.std_devs = std::to_array(std_devs);
-    point.has_coords = true;
-    point.classify();
-    return 1;
-  };
-  return read_records(in, EndWords::keyword_or_minus_one, read_point, words_per_record);
+  std::optional<PlainPoints> plain = read_plain_points(in.rest(), common_std_devs);
+  if (!plain) return read_points(in, points, common_std_devs);
+  std::size_t count = static_cast<std::size_t>(points.count());
+  for (const auto& range : plain->ranges) count += range.size();
+  points.reserve(count);
+  put_plain_points(in, points, *std::move(plain));
+  return 1;
 }
 
 int read_ctrl_supp(TokenReader& in, OwnedList<ObjectPoint>& points) {
