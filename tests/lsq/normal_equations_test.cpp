@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -635,6 +636,48 @@ TEST_P(KernelVersions, SubtractABatchOfPoints) {
     EXPECT_EQ(tile[kSize + 9], 0.0);
     EXPECT_EQ(tile[kSize + 16], 0.0);
   }
+}
+
+// V += L^-1 A_p'P A_r, for points of a batch that meet both pieces of a row or only one.
+TEST_P(KernelVersions, AddColumnsOfRays) {
+  constexpr std::size_t kWidth = 11;  // five columns of one piece, six of another
+  constexpr std::int32_t kPoints[] = {4, 63, 0, 9, 17, 40, 40, 40};
+  constexpr std::int32_t kCount = 6;  // the rest repeats
+  const auto wave = [](std::size_t k) { return std::sin(5.0 * static_cast<double>(k)); };
+  std::vector<double> x(8 * kWidth), y(x), point(48), cofactors(16), factors(64 * 8);
+  for (std::size_t k = 0; k < x.size(); ++k) x[k] = wave(k), y[k] = wave(k + 100);
+  for (std::size_t k = 0; k < point.size(); ++k) point[k] = wave(k + 200);
+  for (std::size_t k = 0; k < cofactors.size(); ++k) cofactors[k] = 2.0 + wave(k);
+  for (std::size_t k = 0; k < factors.size(); ++k) factors[k] = wave(k + 300);
+  // A point that the image does not see stands between the others.
+  std::uint64_t points = std::uint64_t{1} << 5U;
+  for (const std::int32_t k : kPoints) points |= std::uint64_t{1} << static_cast<unsigned>(k);
+  std::vector<double> v(2 * 7 * 24, 1.0);
+  const RowPiece pieces[] = {{points, v.data(), 0, 5}, {points, v.data() + 7 * 24, 5, 6}};
+  kernel_->add_columns(
+      pieces, 2,
+      {point.data(), point.data() + 24, x.data(), y.data(), cofactors.data(), kPoints, kCount},
+      factors.data());
+  std::vector<double> expected(v.size(), 1.0);
+  for (std::size_t k = 0; k < kCount; ++k) {
+    const auto at = static_cast<std::size_t>(kPoints[k]);
+    const double* const l = factors.data() + 8 * at;
+    const auto before =
+        static_cast<std::size_t>(std::popcount(points & ((std::uint64_t{1} << at) - 1)));
+    for (std::size_t j = 0; j < kWidth; ++j) {
+      double w[3];
+      for (std::size_t r = 0; r < 3; ++r) {
+        w[r] = point[8 * r + k] * x[8 * j + k] / cofactors[k] +
+               point[24 + 8 * r + k] * y[8 * j + k] / cofactors[8 + k];
+      }
+      w[0] *= l[0];
+      w[1] = (w[1] - l[3] * w[0]) * l[1];
+      w[2] = (w[2] - l[4] * w[0] - l[5] * w[1]) * l[2];
+      const std::size_t to = j < 5 ? 24 * before + j : 24 * (7 + before) + j - 5;
+      for (std::size_t r = 0; r < 3; ++r) expected[to + 8 * r] += w[r];
+    }
+  }
+  for (std::size_t k = 0; k < v.size(); ++k) EXPECT_NEAR(v[k], expected[k], 1e-12) << k;
 }
 
 TEST_P(KernelVersions, AddPackedPointsAsOneByOne) {

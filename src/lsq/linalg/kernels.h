@@ -10,7 +10,7 @@ namespace vorn {
 // one after another in the order of the bits, each 3 x 8 (rows of eight, zero behind the width).
 struct BatchPiece {
   std::uint64_t points;
-  const double* v;
+  double* v;
   std::int32_t tile;    // tile row
   std::int32_t offset;  // first row within the tile
   std::int32_t width;
@@ -45,6 +45,28 @@ struct PackedRows {
   std::int32_t m;
   std::int32_t stride;
 };
+
+// The observation equations v = A_p x_p + A_r x_r - l of up to eight image points of one image with
+// object points of one batch, as they make columns V of the batch: the 2 x 3 rows A_p, column j of
+// point k at [8 * j + k], the rows A_r likewise, cofactors of x and then of y.
+struct PackedRays {
+  const double* point_x;
+  const double* point_y;
+  const double* x;
+  const double* y;
+  const double* cofactors;
+  const std::int32_t* points;  // places of the eight object points in the batch
+  std::int32_t count;          // of the rays; those behind repeat one of them
+};
+// Columns [column, column + width) of A_r, and where they go: the columns V of a piece.
+struct RowPiece {
+  std::uint64_t points;
+  double* v;
+  std::int32_t column;
+  std::int32_t width;
+};
+// From the factor of one point of a batch to the next: the inverse diagonal of L, l10, l20, l21.
+constexpr std::int32_t kFactorStride = 8;
 
 // Weights of the eight points, and weighted reduced observations Pl; all zero for a point that does
 // not exist.
@@ -129,6 +151,11 @@ struct Kernels {
   // l20, l21.
   void (*divide_piece)(const double* factor, const double* n, std::int32_t stride,
                        std::int32_t width, double* v);
+
+  // Adds the share of image points in the columns of their object points: V += L^-1 A_p'P A_r in
+  // all pieces, with the factors L of the points of the batch.
+  void (*add_columns)(const RowPiece* pieces, std::int32_t num_pieces, const PackedRays& rays,
+                      const double* factors);
 
   // rhs -= V'y over the points of a piece, point after point; `rhs` holds the rows of the piece, y
   // the three elements of each of the 64 points of the batch.

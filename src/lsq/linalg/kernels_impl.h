@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "lsq/linalg/kernel_batches.h"
+#include "lsq/linalg/kernel_columns.h"
 #include "lsq/linalg/kernel_lanes.h"
 #include "lsq/linalg/kernel_observations.h"
 #include "lsq/linalg/kernel_tiles.h"
@@ -149,6 +150,7 @@ constexpr Kernels kTable = {VORN_KERNEL_NAME,
                             factorise,
                             solve_right,
                             divide_piece,
+                            add_columns,
                             subtract_rhs,
                             subtract_pairs,
                             multiply_batch,

@@ -9,6 +9,7 @@
 
 namespace vorn {
 
+class BatchColumns;
 class NormalMatrix;
 class Vector;
 
@@ -20,10 +21,8 @@ class CouplingFormer {
   CouplingFormer(const CouplingFormer&) = delete;
   CouplingFormer& operator=(const CouplingFormer&) = delete;
   virtual ~CouplingFormer() = default;
-  // Adds the couplings of all points of a batch (kBatchPoints, in the order of the matrix) to
-  // `rows`, where those of its first point begin. They are the same as when the matrix was filled,
-  // to the last bit.
-  virtual void add(std::size_t batch, double* rows) = 0;
+  // Adds the columns of all points of a batch (kBatchPoints, in the order of the matrix).
+  virtual void add_columns(std::size_t batch, const BatchColumns& columns) = 0;
   // Adds N_pr x_r of all points of a batch to `products`, three elements for each.
   virtual void multiply(std::size_t batch, const Vector& x, double* products) = 0;
 };
@@ -42,23 +41,19 @@ class Couplings {
   // Without a former: those that the matrix stores.
   Couplings(const NormalMatrix& normal, std::unique_ptr<CouplingFormer> former);
 
-  // Goes to the points of a batch (kBatchPoints, in the order of the matrix).
-  void go_to(std::size_t batch);
-  // The rows of a point of that batch, given its place in the order of all points: its coupling
-  // with a block, 3 x width, row-major, begins at the `start` of the `NormalMatrix::PointBlock`.
-  // Valid until the reader goes elsewhere.
-  const double* at(std::size_t rank) const;
+  // Forms the columns V = L^-1 N_pr of all points of a batch (kBatchPoints, in the order of the
+  // matrix), which have room and factors, where zeros are.
+  void add_columns(std::size_t batch, const BatchColumns& columns);
   // N_pr x_r of all points of a batch, three elements for each; x_r are the elements of x that
-  // belong to the reduced part. The reader need not go there.
+  // belong to the reduced part.
   const double* multiply(std::size_t batch, const Vector& x);
 
  private:
+  void add_stored_columns(std::size_t batch, const BatchColumns& columns);
   void multiply_stored(std::size_t batch, const Vector& x);
 
   const NormalMatrix* normal_;
   std::unique_ptr<CouplingFormer> former_;  // null when they are stored
-  std::vector<double> formed_;              // those of the batch
-  std::size_t first_ = 0;                   // where they begin among those of all points
   double products_[kBatchPoints][3];
 };
 

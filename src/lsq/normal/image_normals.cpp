@@ -106,9 +106,16 @@ bool ImageNormals::add(PackedEquations& equations, Vector& rhs, ImageSums& sums)
   return true;
 }
 
-void ImageNormals::add_couplings(PackedEquations& equations) const {
-  kernel_.weigh_packed_rows(packed_rows(equations), packed_weights(equations));
-  add_packed_couplings(equations);
+void ImageNormals::add_columns(const PackedEquations& equations, std::span<const RowPiece> pieces,
+                               const double* factors) const {
+  const PackedRays rays{equations.point_x->data(),
+                        equations.point_y->data(),
+                        equations.x.data()->data(),
+                        equations.y.data()->data(),
+                        equations.cofactors->data(),
+                        equations.points,
+                        equations.count};
+  kernel_.add_columns(pieces.data(), static_cast<std::int32_t>(pieces.size()), rays, factors);
 }
 
 PackedWeights ImageNormals::packed_weights(const PackedEquations& equations) const {
@@ -122,7 +129,8 @@ PackedWeights ImageNormals::packed_weights(const PackedEquations& equations) con
   return weights;
 }
 
-void ImageNormals::multiply_couplings(PackedEquations& equations, const double* x) const {
+void ImageNormals::multiply_couplings(PackedEquations& equations, const double* x,
+                                      double* products) const {
   constexpr std::int32_t kLanes = Pack::kSize;
   double s[2 * kLanes];  // A x, then PA x
   kernel_.multiply_packed_rows(s, packed_rows(equations), x);
@@ -131,7 +139,7 @@ void ImageNormals::multiply_couplings(PackedEquations& equations, const double* 
     s[kLanes + k] /= equations.cofactors[1][k];
   }
   for (std::int32_t k = 0; k < equations.count; ++k) {
-    double* const product = equations.targets[k].rows.coupling;
+    double* const product = products + 3 * equations.points[k];
     for (std::int32_t i = 0; i < 3; ++i) {
       product[i] += equations.point_x[i][k] * s[k] + equations.point_y[i][k] * s[kLanes + k];
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "base/pack.h"
@@ -43,7 +44,8 @@ struct EquationTarget {
 struct PackedEquations {
   std::int32_t count = 0;  // of the points; the others hold finite numbers and are passed over
   EquationTarget targets[Pack::kSize];
-  Pack point_x[3];  // design rows of the object point
+  std::int32_t points[Pack::kSize];  // places of the object points in their batch
+  Pack point_x[3];                   // design rows of the object point
   Pack point_y[3];
   std::vector<Pack> x;  // design rows of everything else
   std::vector<Pack> y;
@@ -85,11 +87,13 @@ class ImageNormals {
   // what was added so far is of no use then.
   [[nodiscard]] bool add(PackedEquations& equations, Vector& rhs, ImageSums& sums) const;
   void add(const ImageSums& sums);
-  // The couplings of up to eight image points alone, the same as `add` gives.
-  void add_couplings(PackedEquations& equations) const;
-  // What they make of a vector, which has an element for each column of the design rows: adds
-  // Ap'PA x, three elements, to what stands in the place of each point's couplings.
-  void multiply_couplings(PackedEquations& equations, const double* x) const;
+  // Adds what up to eight image points give to the columns of their object points, given where each
+  // piece of the image's blocks has its columns and the factors of the batch's points.
+  void add_columns(const PackedEquations& equations, std::span<const RowPiece> pieces,
+                   const double* factors) const;
+  // What their couplings make of a vector, which has an element for each column of the design rows:
+  // adds Ap'PA x to the products of the batch's points, three elements each.
+  void multiply_couplings(PackedEquations& equations, const double* x, double* products) const;
   // Adds what is summed up: N, the right-hand side, and l'Pl.
   void finish(Vector& rhs, double& lPl);
 

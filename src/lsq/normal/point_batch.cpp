@@ -11,9 +11,6 @@
 namespace vorn {
 namespace {
 
-// Room that the columns of one point take in a piece: 3 x 8.
-constexpr std::size_t kColumns = 3 * static_cast<std::size_t>(kPieceWidth);
-
 // What the columns of the batches at work may take per worker [doubles]: a part of the cache.
 constexpr std::size_t kRoomPerWorker = std::size_t{1} << 18U;
 
@@ -57,14 +54,15 @@ void PointBatch::list_pieces(std::span<const std::int32_t> points,
       }
     }
   }
-  const std::span<Met> met = std::span(met_).subspan(first);
-  std::sort(met.begin(), met.end(), [](const Met& a, const Met& b) { return a.piece < b.piece; });
-  for (Met& one : met) one.points = std::exchange(bits_of[place(one.piece)], 0);
+  const std::span<MetPiece> met = std::span(met_).subspan(first);
+  std::sort(met.begin(), met.end(),
+            [](const MetPiece& a, const MetPiece& b) { return a.piece < b.piece; });
+  for (MetPiece& one : met) one.points = std::exchange(bits_of[place(one.piece)], 0);
   num_met_.push_back(met.size());
 }
 
 PointBatch::LiningUp PointBatch::lining_up() const {
-  return {Places(reduced_.pieces().size()), normal_.couplings()};
+  return {std::vector<std::int32_t>(reduced_.pieces().size()), normal_.couplings()};
 }
 
 // Points and pieces of a batch; returns where the one that follows starts.
@@ -78,7 +76,8 @@ PointBatch::Start PointBatch::take(const Start& start, std::size_t number, Batch
 
 // ---- elimination -------------------------------------------------------------------------------
 
-bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
+template <class Take>
+bool PointBatch::line_up_each(double* diagonal, const ForwardPass* forward, Take take) {
   start_.clear();
   lining_up_.clear();
   while (lining_up_.size() < workers().count()) lining_up_.push_back(lining_up());
@@ -92,6 +91,13 @@ bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
     if (!std::all_of(batches.begin(), batches.end(), [](const Batch& b) { return b.positive; })) {
       return false;
     }
+    take(batches);
+  }
+  return true;
+}
+
+bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
+  return line_up_each(diagonal, forward, [&](std::span<Batch> batches) {
     find_tile_rows(batches);
     // The right-hand side first, then the tiles.
     const std::size_t first = forward == nullptr ? 0 : 1;
@@ -101,8 +107,13 @@ bool PointBatch::eliminate_all(double* diagonal, const ForwardPass* forward) {
       const auto [row, column] = pair_of(k - first);
       subtract(batches, row, column);
     });
-  }
-  return true;
+  });
+}
+
+void PointBatch::reduce_rhs(const ForwardPass& forward) {
+  (void)line_up_each(nullptr, &forward, [&](std::span<const Batch> batches) {
+    subtract_rhs(batches, forward.reduced);
+  });
 }
 
 // Takes the batches that follow, as many as are worked at together; returns their number.
@@ -115,7 +126,9 @@ std::size_t PointBatch::take_batches(std::size_t first) {
     if (count == batches_.size()) batches_.emplace_back();
     Batch& batch = batches_[count];
     start_ = take(start_, first + count++, batch);
-    for (const Met& one : batch.met) taken += kColumns * place(std::popcount(one.points));
+    for (const MetPiece& one : batch.met) {
+      taken += BatchColumns::kColumns * place(std::popcount(one.points));
+    }
   } while (taken < room && first + count < num_met_.size());
   return count;
 }
@@ -123,87 +136,47 @@ std::size_t PointBatch::take_batches(std::size_t first) {
 // The columns of all points of a batch. False when a pivot is not greater than 0.
 bool PointBatch::line_up_all(Batch& batch, LiningUp& with, double* diagonal,
                              const ForwardPass* forward) const {
-  make_room(batch, with.places);
-  // Points lie far apart: they are asked for while the batch is formed.
+  batch.columns.set_pieces(reduced_, batch.met, with.places);
+  // Points lie far apart: they are asked for before they are needed.
   for (const std::int32_t point : batch.points) {
     if (diagonal != nullptr) __builtin_prefetch(diagonal + place(3 * point), 1);
     if (forward == nullptr) continue;
     __builtin_prefetch(forward->b + place(3 * point));
     __builtin_prefetch(forward->y + place(3 * point), 1);
   }
-  with.couplings.go_to(batch.number);
   PointFactor factor;
   for (std::size_t k = 0; k < batch.points.size(); ++k) {
-    const std::int32_t point = batch.points[k];
-    const std::size_t at = place(3 * point);
-    const std::size_t rank = batch.number * place(kBatchPoints) + k;
-    if (factor.factorise(normal_.diagonal_at(rank)) != 0) return false;
+    const std::size_t at = place(3 * batch.points[k]);
+    if (factor.factorise(normal_.diagonal_at(batch.number * place(kBatchPoints) + k)) != 0) {
+      return false;
+    }
+    batch.columns.set_factor(k, factor);
     if (diagonal != nullptr) {
       diagonal[at] = factor.l00();
       diagonal[at + 1] = factor.l11();
       diagonal[at + 2] = factor.l22();
     }
-    if (forward != nullptr) {
-      std::copy_n(forward->b + at, 3, batch.y[k]);
-      factor.forward(batch.y[k]);
-      std::copy_n(batch.y[k], 3, forward->y + at);
-    }
-    line_up(factor, rank, batch.columns.data(), with);
+    if (forward == nullptr) continue;
+    double y[3] = {forward->b[at], forward->b[at + 1], forward->b[at + 2]};
+    factor.forward(y);
+    for (std::size_t i = 0; i < 3; ++i) batch.y[k][i] = forward->y[at + i] = y[i];
   }
+  with.couplings.add_columns(batch.number, batch.columns);
   return true;
-}
-
-// Makes room for the columns of the pieces.
-void PointBatch::make_room(Batch& batch, Places& places) const {
-  batch.pieces.clear();
-  std::size_t count = 0;
-  for (const Met& one : batch.met) {
-    const TilePiece& at = reduced_.pieces()[place(one.piece)];
-    batch.pieces.push_back({one.points, nullptr, at.tile, at.offset, at.width});
-    places[place(one.piece)] = count;
-    count += kColumns * place(std::popcount(one.points));
-  }
-  if (count > batch.columns.size()) batch.columns.resize(count);
-  for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
-    batch.pieces[k].v = batch.columns.data() + places[place(batch.met[k].piece)];
-  }
-}
-
-template <class Visit>
-void PointBatch::for_each_piece(std::size_t rank, Places& places, Visit visit) const {
-  for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
-    const std::int32_t first = reduced_.first_piece(at.block);
-    for (std::int32_t piece = first; piece < first + reduced_.num_pieces(at.block); ++piece) {
-      std::size_t& next = places[place(piece)];
-      visit(at, reduced_.pieces()[place(piece)], std::exchange(next, next + kColumns));
-    }
-  }
-}
-
-// Puts the columns of the point at a place of the order where its pieces have their room.
-// V = L^-1 N_pr.
-void PointBatch::line_up(const PointFactor& factor, std::size_t rank, double* columns,
-                         LiningUp& with) const {
-  const double* const coupling = with.couplings.at(rank);
-  for_each_piece(rank, with.places,
-                 [&](const NormalMatrix::PointBlock& at, const TilePiece& piece, std::size_t to) {
-                   kernel_.divide_piece(factor.packed(), coupling + at.start + piece.column,
-                                        normal_.block_width(at.block), piece.width, columns + to);
-                 });
 }
 
 // Finds the tile rows that the batches meet, and where each batch has its pieces of them.
 void PointBatch::find_tile_rows(std::span<Batch> batches) {
   tile_rows_.clear();
   for (const Batch& batch : batches) {
-    for (const BatchPiece& piece : batch.pieces) tile_rows_.push_back(piece.tile);
+    for (const BatchPiece& piece : batch.columns.pieces()) tile_rows_.push_back(piece.tile);
   }
   std::sort(tile_rows_.begin(), tile_rows_.end());
   tile_rows_.erase(std::unique(tile_rows_.begin(), tile_rows_.end()), tile_rows_.end());
   for (Batch& batch : batches) {
     batch.in_tile_row.assign(tile_rows_.size(), {});
-    const BatchPiece* piece = batch.pieces.data();
-    const BatchPiece* const end = piece + batch.pieces.size();
+    const BatchPiece* piece = batch.columns.pieces().data();
+    const BatchPiece* const end = piece + batch.columns.pieces().size();
     for (std::size_t row = 0; row < tile_rows_.size(); ++row) {
       TilePieces& in_row = batch.in_tile_row[row];
       in_row.begin = piece;
@@ -229,7 +202,7 @@ void PointBatch::subtract(std::span<const Batch> batches, std::size_t row,
 void PointBatch::subtract_rhs(std::span<const Batch> batches, double* rhs) const {
   const std::int32_t size = reduced_.tiles.tile_size();
   for (const Batch& batch : batches) {
-    for (const BatchPiece& piece : batch.pieces) {
+    for (const BatchPiece& piece : batch.columns.pieces()) {
       kernel_.subtract_rhs(rhs + place(piece.tile * size + piece.offset), piece, batch.y[0]);
     }
   }
@@ -254,37 +227,34 @@ void PointBatch::multiply(const TileMatrix& z, const Start& start, std::size_t n
   Batch& batch = way.batch;
   (void)take(start, number, batch);
   (void)line_up_all(batch, way.with, nullptr, nullptr);  // passed when N was factorised
-  way.products.assign(batch.columns.size(), 0.0);
-  for (BatchPiece& piece : batch.pieces) {
-    piece.u = way.products.data() + (piece.v - batch.columns.data());
-  }
-  kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), batch.pieces.data(),
-                         static_cast<std::int32_t>(batch.pieces.size()));
+  const double* const v = batch.columns.values().data();
+  std::vector<BatchPiece>& pieces = batch.columns.pieces();
+  way.products.assign(batch.columns.values().size(), 0.0);
+  for (BatchPiece& piece : pieces) piece.u = way.products.data() + (piece.v - v);
+  kernel_.multiply_batch(z.tiles(), z.num_tiles(), z.tile_size(), pieces.data(),
+                         static_cast<std::int32_t>(pieces.size()));
   list_products(number, way);
 }
 
 // Where V and U of each point stand.
 void PointBatch::list_products(std::size_t number, WayBack& way) const {
   const Batch& batch = way.batch;
-  for (std::size_t k = 0; k < batch.pieces.size(); ++k) {
-    way.with.places[place(batch.met[k].piece)] =
-        static_cast<std::size_t>(batch.pieces[k].v - batch.columns.data());
-  }
   // Room for all first: what points to the pieces stays valid.
   std::size_t count = 0;
-  for (const Met& one : batch.met) count += place(std::popcount(one.points));
+  for (const MetPiece& one : batch.met) count += place(std::popcount(one.points));
   way.pieces.resize(count);
   way.points.resize(batch.points.size());
   PieceProduct* next = way.pieces.data();
   for (std::size_t k = 0; k < batch.points.size(); ++k) {
     const std::size_t rank = number * place(kBatchPoints) + k;
     PieceProduct* const first = next;
-    for_each_piece(
-        rank, way.with.places,
-        [&](const NormalMatrix::PointBlock& at, const TilePiece& piece, std::size_t from) {
-          *next++ = {batch.columns.data() + from, way.products.data() + from, piece.width,
-                     at.start + piece.column, normal_.block_width(at.block)};
-        });
+    for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
+      batch.columns.for_each_piece(at.block, [&](const TilePiece& piece, const BatchPiece& from) {
+        const std::size_t offset = BatchColumns::offset(from, k);
+        *next++ = {from.v + offset, from.u + offset, piece.width, at.start + piece.column,
+                   normal_.block_width(at.block)};
+      });
+    }
     way.points[k].pieces = {first, next};
     (void)way.points[k].factor.factorise(normal_.diagonal_at(rank));  // as above
   }

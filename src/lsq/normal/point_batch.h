@@ -8,6 +8,7 @@
 
 #include "base/workers.h"
 #include "lsq/linalg/kernels.h"
+#include "lsq/normal/batch_columns.h"
 #include "lsq/normal/normal_matrix.h"
 #include "lsq/normal/point_factor.h"
 #include "lsq/normal/reduced_matrix.h"
@@ -48,6 +49,9 @@ class PointBatch {
     PointFactor factor;
     std::span<const PieceProduct> pieces;
   };
+  // The right-hand side alone; all pivots are greater than 0.
+  void reduce_rhs(const ForwardPass& forward);
+
   // Calls visit(batch, products, worker) for every batch with the products of its points, in the
   // order of the matrix. Workers visit a batch each; one alone visits all of them where `alone`.
   // `z` has the tiles of S, full ones in the diagonal. All pivots are greater than 0.
@@ -66,12 +70,6 @@ class PointBatch {
   }
 
  private:
-  // A piece that a batch meets, and the points that meet it.
-  struct Met {
-    std::uint64_t points;
-    std::int32_t piece;
-  };
-
   // Points and pieces of the batch that follows.
   struct Start {
     std::size_t point = 0;
@@ -83,18 +81,15 @@ class PointBatch {
   struct Batch {
     std::size_t number = 0;
     std::span<const std::int32_t> points;
-    std::span<const Met> met;
-    std::vector<BatchPiece> pieces;
-    std::vector<double> columns;
+    std::span<const MetPiece> met;
+    BatchColumns columns;
     double y[kBatchPoints][3];            // L^-1 b_p of the points
     std::vector<TilePieces> in_tile_row;  // for each tile row that the batches at work meet
     bool positive = false;                // all pivots are
   };
-  // Where the next point's columns go, for all pieces of the reduced matrix.
-  using Places = std::vector<std::size_t>;
   // What one worker lines batches up with.
   struct LiningUp {
-    Places places;
+    std::vector<std::int32_t> places;  // of the pieces of the reduced matrix in a batch
     Couplings couplings;
   };
 
@@ -111,17 +106,15 @@ class PointBatch {
   LiningUp lining_up() const;
   Start take(const Start& start, std::size_t number, Batch& batch) const;
   std::size_t take_batches(std::size_t first);
+  // Lines up all batches, some at once, and calls take(batches); false at a pivot that is not
+  // greater than 0.
+  template <class Take>
+  [[nodiscard]] bool line_up_each(double* diagonal, const ForwardPass* forward, Take take);
   [[nodiscard]] bool line_up_all(Batch& batch, LiningUp& with, double* diagonal,
                                  const ForwardPass* forward) const;
-  void make_room(Batch& batch, Places& places) const;
-  void line_up(const PointFactor& factor, std::size_t rank, double* columns, LiningUp& with) const;
   void find_tile_rows(std::span<Batch> batches);
   void subtract(std::span<const Batch> batches, std::size_t row, std::size_t column) const;
   void subtract_rhs(std::span<const Batch> batches, double* rhs) const;
-  // Calls visit(block, piece, columns) for the pieces of the point at a place of the order, whose
-  // columns have their place among those of the batch; the points come in the order of their bits.
-  template <class Visit>
-  void for_each_piece(std::size_t rank, Places& places, Visit visit) const;
   std::vector<Start> starts_of_batches() const;
   WayBack way_back() const { return {{}, lining_up(), {}, {}, {}}; }
   void multiply(const TileMatrix& z, const Start& start, std::size_t number, WayBack& way) const;
@@ -130,7 +123,7 @@ class PointBatch {
   const Kernels& kernel_ = kernels();
   const NormalMatrix& normal_;
   const ReducedMatrix& reduced_;
-  std::vector<Met> met_;  // by all batches
+  std::vector<MetPiece> met_;  // by all batches
   std::vector<std::size_t> num_met_;
   Start start_;
   std::vector<Batch> batches_;           // at work

@@ -181,29 +181,7 @@ std::int32_t PointElimination::reduce(const Vector& b, Vector& x, std::vector<do
 void PointElimination::substitute(const Vector& b, Vector& x) const {
   x.resize(normal_.size());
   std::vector<double> rhs = reduced_rhs(b);
-  PointFactor factor;
-  Couplings couplings = normal_.couplings();
-  for (std::size_t batch = 0; batch < num_batches(); ++batch) {
-    couplings.go_to(batch);
-    for (std::size_t rank = batch * kBatch; rank < end_of(batch); ++rank) {
-      const std::int32_t i = normal_.point_order()[rank];
-      (void)factor.factorise(normal_.diagonal_at(rank));  // passed when N was factorised
-      // y = L_p^-1 b_p, kept in the place of x_p.
-      double y[3] = {b[3 * i], b[3 * i + 1], b[3 * i + 2]};
-      factor.forward(y);
-      std::copy_n(y, 3, x.data() + place(3 * i));
-      // b_r -= V'y = N_rp L_p^-T y
-      factor.backward(y);
-      for (const NormalMatrix::PointBlock& at : normal_.blocks_at(rank)) {
-        double* const target = rhs.data() + reduced_.start(at.block);
-        const double* const n = couplings.at(rank) + at.start;
-        const std::ptrdiff_t width = normal_.block_width(at.block);
-        for (std::ptrdiff_t c = 0; c < width; ++c) {
-          target[c] -= n[c] * y[0] + n[width + c] * y[1] + n[2 * width + c] * y[2];
-        }
-      }
-    }
-  }
+  batch_->reduce_rhs({b.data(), x.data(), rhs.data()});
   substitute_back(rhs, x);
 }
 

@@ -5,6 +5,7 @@
 
 #include "base/place.h"
 #include "base/workers.h"
+#include "lsq/normal/batch_columns.h"
 #include "text/text_writer.h"
 
 namespace vorn {
@@ -340,6 +341,7 @@ bool ObservationTable::for_each_pack(const Segment& segment, const Batch& batch,
       }
       for (std::size_t i = 0; i < 3; ++i) points.object[i].set(lane, batch.xyz[k][i]);
       packed.targets[lane] = {batch.rows[k], next.places + 1, batch.index[k]};
+      packed.points[lane] = *next.places;
       // The last point serves the lanes that are left over, too.
       if (lane < packed.count - 1) next = after(next, image);
     }
@@ -364,36 +366,31 @@ class ObservationTable::Former : public CouplingFormer {
  public:
   explicit Former(const ObservationTable& table) : table_(table), normal_(*table.normal_) {}
 
-  void add(std::size_t batch, double* rows) override {
-    table_.load(batch, batch_);
-    const std::size_t first = batch * kBatch;
+  void add_columns(std::size_t batch, const BatchColumns& columns) override {
     for_each_pack(
-        batch,
-        [&](std::size_t k) {
-          return rows + (normal_.coupling_offset(first + k) - normal_.coupling_offset(first));
-        },
-        [](const Image& image, PackedEquations& pack) { image.normals.add_couplings(pack); });
+        batch, [&](const Image& image) { find_pieces(image, columns); },
+        [&](const Image& image, PackedEquations& pack) {
+          image.normals.add_columns(pack, pieces_, columns.factor(0));
+        });
   }
 
   void multiply(std::size_t batch, const Vector& x, double* products) override {
-    table_.load(batch, batch_);
     for_each_pack(
-        batch, [&](std::size_t k) { return products + 3 * k; },
+        batch, [&](const Image& image) { take_elements(x, image.normals.blocks()); },
         [&](const Image& image, PackedEquations& pack) {
-          take_elements(x, image.normals.blocks());
-          image.normals.multiply_couplings(pack, x_.data());
+          image.normals.multiply_couplings(pack, x_.data(), products);
         });
   }
 
  private:
-  // Calls take(image, pack) with the design rows of all observations of a batch, whose points are
-  // loaded; place_of(k) is where what is formed for its point k goes.
-  template <class PlaceOf, class Take>
-  void for_each_pack(std::size_t batch, PlaceOf place_of, Take take) {
-    const std::size_t num_points = table_.points_of_batch(batch).size();
-    for (std::size_t k = 0; k < num_points; ++k) batch_.rows[k] = {nullptr, place_of(k)};
+  // Calls begin(image), then take(image, pack) with the design rows of its observations of a batch,
+  // for all images that the batch meets.
+  template <class Begin, class Take>
+  void for_each_pack(std::size_t batch, Begin begin, Take take) {
+    table_.load(batch, batch_);
     Next next = table_.first_of_batch(batch);
     for (const Segment& segment : table_.segments_of_batch(batch)) {
+      begin(*table_.images_[place(segment.image)]);
       // What could be formed before can be formed again.
       (void)table_.for_each_pack(
           segment, batch_, next, packed_,
@@ -402,6 +399,18 @@ class ObservationTable::Former : public CouplingFormer {
             take(image, pack);
             return true;
           });
+    }
+  }
+
+  // Where the columns of an image's design rows have their places in the columns of the batch.
+  void find_pieces(const Image& image, const BatchColumns& columns) {
+    pieces_.clear();
+    std::int32_t first = 0;
+    for (const std::int32_t block : image.normals.blocks()) {
+      columns.for_each_piece(block, [&](const TilePiece& piece, const BatchPiece& to) {
+        pieces_.push_back({to.points, to.v, first + piece.column, piece.width});
+      });
+      first += normal_.block_width(block);
     }
   }
 
@@ -418,6 +427,7 @@ class ObservationTable::Former : public CouplingFormer {
   const NormalMatrix& normal_;
   Batch batch_;
   PackedEquations packed_;
+  std::vector<RowPiece> pieces_;
   std::vector<double> x_;
 };
 
