@@ -114,6 +114,8 @@ ExitStatus run_command(std::vector<std::string> arguments) {
   }
   const auto chosen = std::find_if(parsers.begin(), parsers.end(),
                                    [](const CLI::App* subcommand) { return subcommand->parsed(); });
+  // Before a project takes the memory that they need; for usage and help there are none.
+  use_all_cores_by_default();
   return commands[static_cast<std::size_t>(chosen - parsers.begin())]->run();
 }
 
@@ -127,7 +129,6 @@ int main(int argc, char** argv) {
   app::handle_signals();
   app::use_packed_files();
   app::use_metis();
-  app::use_threads(app::available_cores());
   standard_output().escape_controls();
   error_output().escape_controls();
   app::ExitStatus status = app::kFailed;

@@ -68,6 +68,12 @@ std::size_t startable_threads(std::size_t count) {
   return started == count ? count : (started + 1) / 2;
 }
 
+// At work from the first call of use_threads on.
+std::unique_ptr<OpenMpWorkers>& team() {
+  static std::unique_ptr<OpenMpWorkers> the_team;
+  return the_team;
+}
+
 }  // namespace
 
 bool has_threads() { return true; }
@@ -75,13 +81,16 @@ bool has_threads() { return true; }
 std::size_t available_cores() { return static_cast<std::size_t>(std::max(1, omp_get_num_procs())); }
 
 void use_threads(std::size_t count) {
-  static std::unique_ptr<OpenMpWorkers> team;
   use_workers(nullptr);
-  team = std::make_unique<OpenMpWorkers>(startable_threads(count));
-  if (team->count() <= 1) return;
+  team() = std::make_unique<OpenMpWorkers>(startable_threads(count));
+  if (team()->count() <= 1) return;
   // The pool starts now, before a project takes the memory that its threads need.
-  team->run(team->count(), [](std::size_t, std::size_t) {});
-  use_workers(team.get());
+  team()->run(team()->count(), [](std::size_t, std::size_t) {});
+  use_workers(team().get());
+}
+
+void use_all_cores_by_default() {
+  if (team() == nullptr) use_threads(available_cores());
 }
 
 }  // namespace vorn::app
@@ -93,6 +102,7 @@ namespace vorn::app {
 bool has_threads() { return false; }
 std::size_t available_cores() { return 1; }
 void use_threads(std::size_t) { use_workers(nullptr); }
+void use_all_cores_by_default() {}
 
 }  // namespace vorn::app
 

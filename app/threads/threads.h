@@ -13,5 +13,7 @@ inline constexpr std::size_t kMostThreads = 1024;
 // From now on adjustments are worked at by so many threads, the caller among them, or by as many as
 // the system starts where memory or a limit allows no more. More than one needs `has_threads`.
 void use_threads(std::size_t count);
+// As many as there are cores, where nobody has asked for a number.
+void use_all_cores_by_default();
 
 }  // namespace vorn::app

@@ -11,6 +11,10 @@ namespace vorn {
 
 void AdjObjectList::add(AdjObject& object) {
   object.init_params();
+  list(object);
+}
+
+void AdjObjectList::list(AdjObject& object) {
   // An object without its unknowns would leave the adjustment in silence.
   if (!object.has_params_allocated()) throw std::bad_alloc();
   object.index = num_unknowns_;

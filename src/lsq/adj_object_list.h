@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/owned_list.h"
+#include "base/workers.h"
 #include "lsq/adj_object.h"
 
 namespace vorn {
@@ -22,6 +24,18 @@ class AdjObjectList {
   // Makes the object's records, gives it the next free unknown number and lists it. Throws
   // std::bad_alloc when there is no memory for the records.
   void add(AdjObject& object);
+  // The same for all objects of a list, whose records the workers make.
+  template <class T>
+  void add_all(const OwnedList<T>& objects) {
+    constexpr std::size_t kGrain = 1024;
+    const auto make = [&](std::size_t begin, std::size_t end, std::size_t) {
+      for (std::size_t slot = begin; slot < end; ++slot) {
+        if (T* const object = objects[static_cast<std::int32_t>(slot)]) object->init_params();
+      }
+    };
+    for_each_range(static_cast<std::size_t>(objects.num_slots()), kGrain, make);
+    for (T& object : objects) list(object);
+  }
   std::int32_t num_objects() const { return static_cast<std::int32_t>(objects_.size()); }
   AdjObject& operator[](std::int32_t i) const { return *objects_[static_cast<std::size_t>(i)]; }
   std::int32_t num_unknowns() const { return num_unknowns_; }
@@ -72,6 +86,9 @@ class AdjObjectList {
   void print_table(TextWriter& out) const;
 
  private:
+  // Gives an object that has its records the next free unknown number.
+  void list(AdjObject& object);
+
   std::vector<AdjObject*> objects_;
   std::vector<const AdjObject*> constrained_;  // those that have constraints
   std::vector<const AdjObject*> weighted_;     // those that have a parameter with a weight

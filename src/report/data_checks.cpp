@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -29,12 +30,13 @@ bool is_fully_observed(const ObjectPoint& point) {
 // What becomes of the object point of a slot.
 enum class Verdict : std::uint8_t { empty_slot, used, single_ray, removed };
 
-std::vector<Verdict> judge_points(const BundleProject& project, const PointRays& rays) {
+std::vector<Verdict> judge_points(const BundleProject& project,
+                                  const std::vector<std::size_t>& counts) {
   std::vector<Verdict> verdicts(static_cast<std::size_t>(project.object_points.num_slots()));
   for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
     const ObjectPoint* const point = project.object_points[slot];
     if (point == nullptr) continue;
-    const std::size_t num_rays = rays[slot].size();
+    const std::size_t num_rays = counts[static_cast<std::size_t>(slot)];
     const bool single = num_rays == 1 && project.options.single_ray && is_fully_observed(*point);
     verdicts[static_cast<std::size_t>(slot)] = num_rays >= kMinRaysPerPoint ? Verdict::used
                                                : single                     ? Verdict::single_ray
@@ -77,18 +79,20 @@ void print_rays(TextWriter& report, const BundleProject& project, const PointRay
          << "\n\n";
 }
 
-// Marks the points that stay and removes the others, with their measurements.
-void apply(const std::vector<Verdict>& verdicts, const PointRays& rays, BundleProject& project) {
+// Marks the points that stay and removes the others, with their measurements: only then are the
+// rays asked for.
+void apply(const std::vector<Verdict>& verdicts, const std::vector<std::size_t>& counts,
+           const PointRays* rays, BundleProject& project) {
   for (std::int32_t slot = 0; slot < project.object_points.num_slots(); ++slot) {
     const Verdict verdict = verdicts[static_cast<std::size_t>(slot)];
     if (verdict == Verdict::empty_slot) continue;
     ObjectPoint& point = *project.object_points[slot];
-    point.num_rays = static_cast<std::int32_t>(rays[slot].size());
+    point.num_rays = static_cast<std::int32_t>(counts[static_cast<std::size_t>(slot)]);
     if (verdict != Verdict::removed) {
       point.used = true;
       continue;
     }
-    for (const Ray& ray : rays[slot]) ray.image->remove_point(point.id);
+    for (const Ray& ray : (*rays)[slot]) ray.image->remove_point(point.id);
     Removal& removal = project.removed_objects.emplace_back();
     removal = {RemovalReason::too_few_rays, "object point", point.id, point.num_rays};
     removal.is_control = point.type == PointType::control;
@@ -187,10 +191,14 @@ void unlink_points(const OwnedList<BundleImage>& images) {
 }  // namespace
 
 void BundleProject::check_rays_per_point(TextWriter* out) {
-  const PointRays rays(images, object_points);
-  const std::vector<Verdict> verdicts = judge_points(*this, rays);
-  if (out != nullptr) print_rays(*out, *this, rays, verdicts);
-  apply(verdicts, rays, *this);
+  const std::vector<std::size_t> counts = count_rays(images, object_points);
+  const std::vector<Verdict> verdicts = judge_points(*this, counts);
+  std::optional<PointRays> rays;
+  if (out != nullptr || std::count(verdicts.begin(), verdicts.end(), Verdict::removed) > 0) {
+    rays.emplace(images, object_points);
+  }
+  if (out != nullptr) print_rays(*out, *this, *rays, verdicts);
+  apply(verdicts, counts, rays ? &*rays : nullptr, *this);
 }
 
 void BundleProject::check_rays_per_image(TextWriter* out) {

@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "base/place.h"
+#include "base/workers.h"
 
 namespace vorn {
 namespace {
@@ -27,23 +28,33 @@ Graph block_graph(const NormalStructure& structure, const NormalStructure::Point
   for (std::int32_t g = 0; g < structure.num_groups(); ++g) {
     for (const std::int32_t b : structure.group(g)) groups_of[place(b)].push_back(g);
   }
-  Graph graph;
-  Order seen_by(n, -1);
-  for (std::size_t b = 0; b < n; ++b) {
-    const auto begin = graph.neighbours.size();
+  // The neighbours of a block, in the order in which its groups and points name them.
+  const auto find_neighbours = [&](std::size_t b, Order& seen_by, Order& neighbours) {
     seen_by[b] = static_cast<std::int32_t>(b);
     const auto meet = [&](std::span<const std::int32_t> blocks) {
       for (const std::int32_t other : blocks) {
         if (seen_by[place(other)] == static_cast<std::int32_t>(b)) continue;
         seen_by[place(other)] = static_cast<std::int32_t>(b);
-        graph.neighbours.push_back(other);
+        neighbours.push_back(other);
       }
     };
     for (const std::int32_t g : groups_of[b]) meet(structure.group(g));
-    for (std::size_t k = first[b]; k < first[b + 1]; ++k) {
-      if (graph.neighbours.size() - begin + 1 == n) break;
+    for (std::size_t k = first[b]; k < first[b + 1] && neighbours.size() + 1 < n; ++k) {
       meet(points.of(points_of[k]));
     }
+  };
+  std::vector<Order> neighbours(n);
+  std::vector<Order> seen_by(workers().count());
+  constexpr std::size_t kGrain = 32;
+  for_each_range(n, kGrain, [&](std::size_t begin, std::size_t end, std::size_t worker) {
+    seen_by[worker].resize(n, -1);
+    for (std::size_t b = begin; b < end; ++b) {
+      find_neighbours(b, seen_by[worker], neighbours[b]);
+    }
+  });
+  Graph graph;
+  for (const Order& of_block : neighbours) {
+    graph.neighbours.insert(graph.neighbours.end(), of_block.begin(), of_block.end());
     graph.first.push_back(graph.neighbours.size());
   }
   return graph;

@@ -92,11 +92,11 @@ void set_reference_time(BundleProject& project, TextWriter& report) {
 // The order of registration numbers the unknowns and lays out the normal matrix.
 void register_unknowns(BundleProject& project) {
   AdjObjectList& unknowns = project.unknowns;
-  for (ObjectPoint& point : project.object_points) unknowns.add(point);
-  for (ImageGeometry& geometry : project.image_geometries) unknowns.add(geometry);
-  for (APSet& set : project.ap_sets) unknowns.add(set);
-  for (PosCorrection& correction : project.pos_corrections) unknowns.add(correction);
-  for (AttCorrection& correction : project.att_corrections) unknowns.add(correction);
+  unknowns.add_all(project.object_points);
+  unknowns.add_all(project.image_geometries);
+  unknowns.add_all(project.ap_sets);
+  unknowns.add_all(project.pos_corrections);
+  unknowns.add_all(project.att_corrections);
   if (PointShare* const share = point_share()) share->number_unknowns(project);
 }
 

@@ -19,6 +19,9 @@ constexpr std::size_t kOneChunk = 32768;
 constexpr std::size_t kFewest = 4096;
 constexpr std::size_t kFewestPerImage = 64;
 
+// Chunks are worked at in rounds, at the end of which workers wait for one another.
+constexpr std::size_t kChunksPerWorker = 4;
+
 std::size_t number_of(const ObjectPoint& point) {
   return static_cast<std::size_t>(point.index / 3);
 }
@@ -243,7 +246,8 @@ bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::
   normal.zero_reduced();
   for (const auto& image : images_) image->normals.start();
   // Equations that are not formed in packs have their working memory at the image.
-  const std::size_t at_once = takes_packs_ ? 2 * workers().count() : 1;
+  const std::size_t team = takes_packs_ ? workers().count() : 1;
+  const std::size_t at_once = team == 1 ? 1 : kChunksPerWorker * team;
   work_.resize(std::min(at_once, chunks_.size()));
   for (std::size_t first = 0; first + 1 < chunks_.size(); first += work_.size()) {
     const std::size_t num_chunks = std::min(work_.size(), chunks_.size() - 1 - first);

@@ -29,19 +29,40 @@ std::vector<std::int32_t> slots_of_points(const OwnedList<BundleImage>& images,
   return slots;
 }
 
+void tell_slots(const OwnedList<ObjectPoint>& object_points) {
+  for_each_range(num_slots(object_points), kElementsPerRange,
+                 [&](std::size_t begin, std::size_t end, std::size_t) {
+                   for (std::size_t slot = begin; slot < end; ++slot) {
+                     const auto number = static_cast<std::int32_t>(slot);
+                     if (object_points[number] != nullptr) object_points[number]->slot = number;
+                   }
+                 });
+}
+
+std::vector<std::size_t> count_slots(const std::vector<std::int32_t>& slots, std::size_t count) {
+  std::vector<std::size_t> counts(count, 0);
+  for (const std::int32_t slot : slots) {
+    if (slot >= 0) ++counts[place(slot)];
+  }
+  return counts;
+}
+
 }  // namespace
+
+std::vector<std::size_t> count_rays(const OwnedList<BundleImage>& images,
+                                    const OwnedList<ObjectPoint>& object_points) {
+  tell_slots(object_points);
+  return count_slots(slots_of_points(images, object_points), num_slots(object_points));
+}
 
 PointRays::PointRays(const OwnedList<BundleImage>& images,
                      const OwnedList<ObjectPoint>& object_points)
-    : first_(num_slots(object_points) + 1, 0) {
-  for (std::int32_t slot = 0; slot < object_points.num_slots(); ++slot) {
-    if (object_points[slot] != nullptr) object_points[slot]->slot = slot;
-  }
+    : first_(1, 0) {
+  tell_slots(object_points);
   const std::vector<std::int32_t> slots = slots_of_points(images, object_points);
-  for (const std::int32_t slot : slots) {
-    if (slot >= 0) ++first_[place(slot) + 1];
+  for (const std::size_t count : count_slots(slots, num_slots(object_points))) {
+    first_.push_back(first_.back() + count);
   }
-  for (std::size_t i = 1; i < first_.size(); ++i) first_[i] += first_[i - 1];
   rays_.resize(first_.back());
   std::vector<std::size_t> next(first_.begin(), first_.end() - 1);
   std::size_t number = 0;

@@ -16,6 +16,10 @@ struct Ray {
   const ImagePoint* point;
 };
 
+// How many rays every object point has, by slots; each point knows its slot afterwards.
+std::vector<std::size_t> count_rays(const OwnedList<BundleImage>& images,
+                                    const OwnedList<ObjectPoint>& object_points);
+
 // The rays of every object point, in the order of the images; found in one pass over the image
 // points. A snapshot: removing objects or image points makes it stale.
 class PointRays {
