@@ -1,13 +1,17 @@
 #include "quality/adjusted_values.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "base/place.h"
 #include "driver/bundle_project.h"
 #include "geometry/eo_quaternion.h"
 #include "lsq/ls_params.h"
+#include "lsq/stages/image_projection.h"
 #include "quality/distributions.h"
 #include "quality/summary.h"
+#include "sensors/image_ranges.h"
+#include "text/ordered_ranges.h"
 
 namespace vorn {
 namespace {
@@ -29,36 +33,90 @@ void list_points(const BundleProject& project, QualityResults& results) {
   }
 }
 
-// Residuals of one image, computed - measured.
-void list_image_points(const BundleProject& project, const BundleImage& image,
-                       QualityResults& results) {
-  const auto number = static_cast<std::int32_t>(results.images.size());
-  ImageResult& listed = results.images.emplace_back();
-  listed.image = &image;
-  listed.first = results.image_points.size();
-  std::array<double, 2> squares{};
-  const double sigma0 = results.settings.sigma0_prior;
-  for (const ImagePoint& point : image.points) {
-    const ObjectPoint* const object_point = object_point_of(point, project.object_points);
-    if (object_point == nullptr || object_point->index < 0) continue;
-    ImagePointResult& row = results.image_points.emplace_back();
-    row.point = &point;
-    row.image = number;
-    row.object_point = object_point->index / 3;
-    const Pair computed = image.object_to_image(object_point->xyz);
-    const Pair measured = image.camera->pixel_to_image({point.x, point.y});
-    row.s = image.camera->sdev_to_image({point.sx, point.sy});
-    for (std::size_t i = 0; i < 2; ++i) {
-      row.v[i] = computed[i] - measured[i];
-      squares[i] += row.v[i] * row.v[i];
-      const double weighted = row.v[i] * sigma0 / row.s[i];
-      listed.vtpv += weighted * weighted;
+// The image points of images, one after the other.
+class ImagePointLister {
+ public:
+  ImagePointLister(const BundleProject& project, double sigma0)
+      : project_(project), sigma0_(sigma0) {}
+
+  // Lists those that have unknowns from `row` on, with their residuals, computed - measured.
+  void list(std::int32_t number, ImageResult& listed, ImagePointResult* row) {
+    const BundleImage& image = *listed.image;
+    find_coords(image);
+    std::array<double, 2> squares{};
+    std::size_t k = 0;
+    for (const ImagePoint& point : image.points) {
+      const ObjectPoint* const object_point = object_points_[k];
+      const Pair& computed = computed_[k++];
+      if (object_point == nullptr) continue;
+      const Pair measured = image.camera->pixel_to_image({point.x, point.y});
+      *row = {&point, number, object_point->index / 3};
+      row->s = image.camera->sdev_to_image({point.sx, point.sy});
+      for (std::size_t i = 0; i < 2; ++i) {
+        row->v[i] = computed[i] - measured[i];
+        squares[i] += row->v[i] * row->v[i];
+        const double weighted = row->v[i] * sigma0_ / row->s[i];
+        listed.vtpv += weighted * weighted;
+      }
+      ++row;
+      ++listed.points;
     }
-    ++listed.points;
+    if (listed.points == 0) return;
+    for (std::size_t i = 0; i < 2; ++i) listed.rms[i] = std::sqrt(squares[i] / listed.points);
+  }
+
+ private:
+  void find_coords(const BundleImage& image) {
+    object_points_.clear();
+    for (const ImagePoint& point : image.points) {
+      const ObjectPoint* const object_point = object_point_of(point, project_.object_points);
+      const bool has_unknowns = object_point != nullptr && object_point->index >= 0;
+      object_points_.push_back(has_unknowns ? object_point : nullptr);
+    }
+    ImageProjection(image).find_coords(object_points_, computed_);
+  }
+
+  const BundleProject& project_;
+  double sigma0_;
+  // Of the running image.
+  std::vector<const ObjectPoint*> object_points_;
+  std::vector<Pair> computed_;
+};
+
+// Each image has room for all of its image points first; those without unknowns leave gaps, which
+// are closed.
+void list_image_points(const BundleProject& project, QualityResults& results) {
+  std::size_t room = 0;
+  for (const BundleImage& image : project.images) {
+    ImageResult& listed = results.images.emplace_back();
+    listed.image = &image;
+    listed.first = room;
+    room += place(image.count_points());
+  }
+  results.image_points.resize(room);
+  visit_ranges(results.images.size(), images_per_range(project.images),
+               [&](std::size_t begin, std::size_t end) {
+                 ImagePointLister lister(project, results.settings.sigma0_prior);
+                 for (std::size_t k = begin; k < end; ++k) {
+                   ImageResult& image = results.images[k];
+                   lister.list(static_cast<std::int32_t>(k), image,
+                               &results.image_points[image.first]);
+                 }
+               });
+  std::size_t end = 0;
+  for (ImageResult& image : results.images) {
+    const auto from = results.image_points.begin() + static_cast<std::ptrdiff_t>(image.first);
+    if (image.first > end) {
+      std::copy_n(from, image.points,
+                  results.image_points.begin() + static_cast<std::ptrdiff_t>(end));
+    }
+    image.first = end;
+    end += place(image.points);
+  }
+  results.image_points.resize(end);
+  for (const ImagePointResult& row : results.image_points) {
     ++results.points[place(row.object_point)].rays;
   }
-  if (listed.points == 0) return;
-  for (std::size_t i = 0; i < 2; ++i) listed.rms[i] = std::sqrt(squares[i] / listed.points);
 }
 
 void list_constraints(const BundleProject& project, QualityResults& results) {
@@ -136,12 +194,7 @@ QualityResults adjusted_values(const BundleProject& project) {
   results.status = project.converged ? RunStatus::converged : RunStatus::not_converged;
   results.iterations = project.iterations;
   list_points(project, results);
-  std::size_t image_points = 0;
-  for (const BundleImage& image : project.images) {
-    image_points += static_cast<std::size_t>(image.count_points());
-  }
-  results.image_points.reserve(image_points);
-  for (const BundleImage& image : project.images) list_image_points(project, image, results);
+  list_image_points(project, results);
   list_constraints(project, results);
   list_check_points(results);
   sum_up(project, results);

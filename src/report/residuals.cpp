@@ -3,9 +3,10 @@
 #include <cmath>
 #include <string_view>
 
+#include "calibration/camera_formulas.h"
 #include "driver/bundle_project.h"
 #include "lsq/ls_params.h"
-#include "lsq/stages/observation_equations.h"
+#include "lsq/stages/image_projection.h"
 #include "sensors/image_ranges.h"
 #include "sensors/point_share.h"
 #include "text/ordered_ranges.h"
@@ -132,14 +133,21 @@ void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& o
   residuals.image = &image;
   residuals.points.clear();
   residuals.statistics = {};
+  residuals.projected.clear();
+  for (const ImagePoint& point : image.points) {
+    residuals.projected.push_back(object_point_of(point, object_points));
+  }
+  ImageProjection(image).find_coords(residuals.projected, residuals.computed);
+  std::size_t k = 0;
   for (const ImagePoint& point : image.points) {
     PointResidual& r = residuals.points.emplace_back();
     r.image_point = &point;
-    r.object_point = object_point_of(point, object_points);
+    r.object_point = residuals.projected[k];
+    const Pair& computed = residuals.computed[k++];
     if (r.object_point == nullptr) continue;
     const Pair measured = camera.pixel_to_image({point.x, point.y});
     const Pair sdev = camera.sdev_to_image({point.sx, point.sy});
-    const Pair l = misclosure_of(measured, image.object_to_image(r.object_point->xyz));
+    const Pair l = misclosure_of(measured, computed);
     // From 0, so that no residual is a negative zero.
     r.vx = 0.0 - l[0];
     r.vy = 0.0 - l[1];

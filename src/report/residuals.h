@@ -48,6 +48,9 @@ struct ImageResiduals {
   const BundleImage* image = nullptr;
   std::vector<PointResidual> points;  // in list order
   ResidualStatistics statistics;      // of those that have an object point
+  // Working memory, in the same order: object points, and where they are in the image.
+  std::vector<const ObjectPoint*> projected;
+  std::vector<Pair> computed;
 };
 
 // `residuals` is overwritten; its memory serves again from image to image.

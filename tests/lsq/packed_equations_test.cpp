@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <sstream>
@@ -14,6 +15,7 @@
 #include "driver/bundle_project.h"
 #include "driver/run.h"
 #include "lsq/normal/image_normals.h"
+#include "lsq/stages/image_projection.h"
 #include "lsq/stages/observation_equations.h"
 #include "support/project_test.h"
 
@@ -122,6 +124,22 @@ void expect_bits_of_points(const BundleImage& image, const Points& points,
   }
 }
 
+// Whole packs and parts of one, with gaps.
+void expect_coords_of_points(const BundleProject& project, const BundleImage& image) {
+  std::vector<const ObjectPoint*> points;
+  for (const ImagePoint& point : image.points) {
+    points.push_back(points.size() % 5 == 2 ? nullptr
+                                            : object_point_of(point, project.object_points));
+  }
+  std::vector<Pair> coords;
+  ImageProjection(image).find_coords(points, coords);
+  ASSERT_EQ(coords.size(), points.size());
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    if (points[k] == nullptr) continue;
+    EXPECT_EQ(coords[k], image.object_to_image(points[k]->xyz)) << image.id << ' ' << k;
+  }
+}
+
 // Packs of one to eight points in the normal equations of an image.
 void expect_sums_of_points(const BundleImage& image, const Points& points) {
   ObservationEquations equations(image);
@@ -220,6 +238,7 @@ TEST_P(PackedEquationsTest, LanesHoldTheBitsOfSinglePoints) {
         for (const Derivatives derivatives : {Derivatives::documented, Derivatives::exact}) {
           expect_bits_of_points(image, points, derivatives);
         }
+        expect_coords_of_points(project, image);
         expect_sums_of_points(image, points);
       }
     });
@@ -243,6 +262,18 @@ TEST_P(PackedEquationsTest, PointsWithoutImageGiveNoEquations) {
       EXPECT_FALSE(equations.linearise(singular, pack)) << lane;
       EXPECT_FALSE(equations.find_rows(singular, pack)) << lane;
     }
+    ObjectPoint beside;
+    beside.xyz = {10.0, 20.0, 0.0};
+    ObjectPoint in_plane;
+    in_plane.xyz = {10.0, 20.0, 100.0};
+    std::vector<Pair> coords;
+    const auto find = [&] {
+      ImageProjection(image).find_coords(std::vector<const ObjectPoint*>{&beside, &in_plane},
+                                         coords);
+    };
+    EXPECT_EQ(test::captured_errors(find), "DEP::projection: zero denominator.\n");
+    EXPECT_EQ(coords[0], image.object_to_image(beside.xyz));
+    EXPECT_FALSE(std::isfinite(coords[1][0]));
   });
 }
 

@@ -28,22 +28,6 @@ Corrections corrections_of(const ImageGeometry* geometry) {
   return corrections;
 }
 
-PackedImage packed_image_of(const BundleImage& image, const ExtOrientation& orientation,
-                            Derivatives derivatives) {
-  PackedImage packed;
-  packed.perspective = &orientation.perspective();
-  packed.camera = image.camera->inner_orientation();
-  packed.exact = derivatives == Derivatives::exact;
-  for (const APSet* set : image.camera->ap_sets) packed.sets.push_back(set->terms());
-  const auto add = [&](const auto& correction, std::int32_t first) {
-    packed.corrections.push_back(
-        {orientation.exposure_time - correction.t0, correction.polynomial.num_values(), first});
-  };
-  if (orientation.has_pos_correction()) add(*orientation.pos_correction(), 0);
-  if (orientation.has_att_correction()) add(*orientation.att_correction(), 3);
-  return packed;
-}
-
 }  // namespace
 
 Observation observation_of(const ImagePoint& point, const Camera& camera) {
@@ -97,6 +81,22 @@ bool takes_packs(const BundleImage& image) {
   const auto& sets = image.camera->ap_sets;
   return dynamic_cast<const ExtOrientation*>(image.geometry) != nullptr &&
          std::find(sets.begin(), sets.end(), nullptr) == sets.end();
+}
+
+PackedImage packed_image_of(const BundleImage& image, const ExtOrientation& orientation,
+                            Derivatives derivatives) {
+  PackedImage packed;
+  packed.perspective = &orientation.perspective();
+  packed.camera = image.camera->inner_orientation();
+  packed.exact = derivatives == Derivatives::exact;
+  for (const APSet* set : image.camera->ap_sets) packed.sets.push_back(set->terms());
+  const auto add = [&](const auto& correction, std::int32_t first) {
+    packed.corrections.push_back(
+        {orientation.exposure_time - correction.t0, correction.polynomial.num_values(), first});
+  };
+  if (orientation.has_pos_correction()) add(*orientation.pos_correction(), 0);
+  if (orientation.has_att_correction()) add(*orientation.att_correction(), 3);
+  return packed;
 }
 
 ObservationEquations::ObservationEquations(const BundleImage& image, Derivatives derivatives)

@@ -38,6 +38,9 @@ std::vector<std::int32_t> blocks_of(const BundleImage& image, const NormalMatrix
 // Whether the observation equations of an image are formed in packs, too: the geometries that
 // central perspective gives take them.
 bool takes_packs(const BundleImage& image);
+// What packs take of such an image.
+PackedImage packed_image_of(const BundleImage& image, const ExtOrientation& orientation,
+                            Derivatives derivatives);
 
 // Linearises the observation equations of the points of one image,
 //
@@ -97,7 +100,7 @@ class ObservationEquations {
   const DirectLinearTransf* const transformation_;
   bool takes_packs_;
   PackedImage packed_;  // where it takes packs
-  FormPackedDesign form_packed_ = packed_design();
+  FormPackedDesign form_packed_ = packed_formulas().form_design;
   std::int32_t width_ = 0;      // of the design rows
   std::int32_t set_width_ = 0;  // of the columns of all parameter sets
   // Working memory of `linearise`, in the order of the columns of the rows.

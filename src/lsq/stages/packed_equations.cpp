@@ -2,16 +2,16 @@
 
 namespace vorn {
 
-FormPackedDesign packed_design() { return packed_design_for(kernels().instructions); }
+PackedFormulas packed_formulas() { return packed_formulas_for(kernels().instructions); }
 
-FormPackedDesign packed_design_for(InstructionSet instructions) {
+PackedFormulas packed_formulas_for(InstructionSet instructions) {
   switch (instructions) {
     case InstructionSet::avx512:
-      return avx512_packed_design();
+      return avx512_packed_formulas();
     case InstructionSet::avx2:
-      return avx2_packed_design();
+      return avx2_packed_formulas();
     default:
-      return baseline_packed_design();
+      return baseline_packed_formulas();
   }
 }
 

@@ -43,17 +43,26 @@ struct PackedDesign {
   Pack* misclosure;
 };
 
-// Forms design rows, compiled for several instruction sets that all give the same bytes. False,
-// with rows that are of no use, when a point lies in the plane of the projection centre.
+// Forms design rows. False, with rows that are of no use, when a point lies in the plane of the
+// projection centre.
 using FormPackedDesign = bool (*)(const PackedImage& image, const PackedPoints& points,
                                   const PackedDesign& design);
+// Finds the image coordinates of object points; likewise.
+using FindPackedCoords = bool (*)(const PackedImage& image, const Vec3Of<Pack>& object,
+                                  PackPair& coords);
+
+// Compiled for several instruction sets that all give the same bytes.
+struct PackedFormulas {
+  FormPackedDesign form_design;
+  FindPackedCoords find_coords;
+};
 // The version that belongs to the kernels in use.
-FormPackedDesign packed_design();
+PackedFormulas packed_formulas();
 
 // The versions there are; null where they were not compiled.
-FormPackedDesign packed_design_for(InstructionSet instructions);
-FormPackedDesign baseline_packed_design();
-FormPackedDesign avx2_packed_design();
-FormPackedDesign avx512_packed_design();
+PackedFormulas packed_formulas_for(InstructionSet instructions);
+PackedFormulas baseline_packed_formulas();
+PackedFormulas avx2_packed_formulas();
+PackedFormulas avx512_packed_formulas();
 
 }  // namespace vorn

@@ -8,7 +8,7 @@
 
 namespace vorn {
 
-FormPackedDesign avx2_packed_design() { return form_packed_design<4>; }
+PackedFormulas avx2_packed_formulas() { return {form_packed_design<4>, find_packed_coords<4>}; }
 
 }  // namespace vorn
 
@@ -16,7 +16,7 @@ FormPackedDesign avx2_packed_design() { return form_packed_design<4>; }
 
 namespace vorn {
 
-FormPackedDesign avx2_packed_design() { return nullptr; }
+PackedFormulas avx2_packed_formulas() { return {}; }
 
 }  // namespace vorn
 

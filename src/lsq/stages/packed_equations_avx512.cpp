@@ -8,7 +8,7 @@
 
 namespace vorn {
 
-FormPackedDesign avx512_packed_design() { return form_packed_design<8>; }
+PackedFormulas avx512_packed_formulas() { return {form_packed_design<8>, find_packed_coords<8>}; }
 
 }  // namespace vorn
 
@@ -16,7 +16,7 @@ FormPackedDesign avx512_packed_design() { return form_packed_design<8>; }
 
 namespace vorn {
 
-FormPackedDesign avx512_packed_design() { return nullptr; }
+PackedFormulas avx512_packed_formulas() { return {}; }
 
 }  // namespace vorn
 

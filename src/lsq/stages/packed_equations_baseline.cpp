@@ -5,6 +5,6 @@
 
 namespace vorn {
 
-FormPackedDesign baseline_packed_design() { return form_packed_design<2>; }
+PackedFormulas baseline_packed_formulas() { return {form_packed_design<2>, find_packed_coords<2>}; }
 
 }  // namespace vorn

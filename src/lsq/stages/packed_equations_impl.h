@@ -126,4 +126,20 @@ bool form_packed_design(const PackedImage& image, const PackedPoints& points,
   return true;
 }
 
+template <std::size_t N>
+[[gnu::flatten]] bool find_packed_coords(const PackedImage& image, const Vec3Of<Pack>& object,
+                                         PackPair& coords) {
+  using Number = Lanes<N>;
+  for (std::int32_t lane = 0; lane < Pack::kSize; lane += int{N}) {
+    Vec3Of<Number> point;
+    for (std::size_t k = 0; k < 3; ++k) point[k] = Number::load(object[k].data() + lane);
+    const PointState<Number> state = state_of(*image.perspective, point);
+    if (any_is_zero(state.u[2])) return false;
+    const Vec3Of<Number> ideal = image_of(Number(-image.camera.c), state.u);
+    const std::array<Number, 2> computed = completed(image.camera, PackedSets(image), ideal);
+    for (std::size_t k = 0; k < 2; ++k) computed[k].store(coords[k].data() + lane);
+  }
+  return true;
+}
+
 }  // namespace vorn
