@@ -64,14 +64,14 @@ class BundleProject {
   void print_ap_sets(TextWriter& out) const;
   void print_exterior_orientations(TextWriter& out) const;
   void print_object_points(TextWriter& out) const;
-  void print_residuals(TextWriter& out) const;
   void print_control_residuals(TextWriter& out) const;
   void print_check_points(TextWriter& out) const;
   // Records of the result files (report/result_files.cpp).
   void write_ap_sets(TextWriter& out) const;
   void write_exterior_orientations(TextWriter& out) const;
   void write_object_points(TextWriter& out) const;
-  void write_residuals(TextWriter& out) const;
+  // The residuals are formed once for both, their file and the report.
+  void write_residuals(TextWriter& res, TextWriter& report) const;
   void write_cameras(TextWriter& out) const;
 
   // Deletes all owned objects.

@@ -76,10 +76,8 @@ void write_sections(const BundleProject& project, const OutputStreams& streams, 
   if (!progress.add(project.object_points.count())) return;
   project.print_object_points(report);
   if (!progress.add(project.object_points.count())) return;
-  project.write_residuals(streams.res);
-  if (!progress.add(progress.image_points())) return;
-  project.print_residuals(report);
-  if (!progress.add(progress.image_points())) return;
+  project.write_residuals(streams.res, report);
+  if (!progress.add(2.0 * progress.image_points())) return;
   if (cam != nullptr) {
     project.write_cameras(*cam);
     project.print_cameras(*cam);

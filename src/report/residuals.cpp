@@ -73,23 +73,6 @@ void write_image(TextWriter& out, const ImageResiduals& residuals) {
   out << "stop-dep\n";
 }
 
-// Calls write(text, residuals, slot) for all images; the texts follow one another in `out`.
-template <class Write>
-void write_all(TextWriter& out, const OwnedList<BundleImage>& images,
-               const OwnedList<ObjectPoint>& object_points, Write write) {
-  write_ranges(out, num_slots(images), complete_images_per_range(images),
-               [&](TextWriter& text, std::size_t begin, std::size_t end) {
-                 ImageResiduals residuals;
-                 for (std::size_t slot = begin; slot < end; ++slot) {
-                   BundleImage* const image = images[static_cast<std::int32_t>(slot)];
-                   if (image == nullptr) continue;
-                   const CompleteImage complete(*image);
-                   compute_residuals(*image, object_points, residuals);
-                   write(text, residuals, slot);
-                 }
-               });
-}
-
 void print_summary(TextWriter& out, const ResidualStatistics& total, std::int32_t redundancy) {
   out << "\nSummary for all image points of all images\n"
          "------------------------------------------\n"
@@ -157,28 +140,30 @@ void compute_residuals(const BundleImage& image, const OwnedList<ObjectPoint>& o
   }
 }
 
-void BundleProject::print_residuals(TextWriter& out) const {
+void BundleProject::write_residuals(TextWriter& res, TextWriter& report) const {
   const double limit = ls_params().residual_limit;
-  out << "Residuals of image coords.\n"
-         "==========================\n";
-  out << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
+  report << "Residuals of image coords.\n"
+            "==========================\n";
+  report << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
   std::vector<ResidualStatistics> statistics(num_slots(images));
-  write_all(out, images, object_points,
-            [&](TextWriter& text, const ImageResiduals& residuals, std::size_t slot) {
-              print_image(text, residuals, limit);
-              statistics[slot] = residuals.statistics;
-            });
+  const auto write = [&](TextWriter& records, TextWriter& list, std::size_t begin,
+                         std::size_t end) {
+    ImageResiduals residuals;
+    for (std::size_t slot = begin; slot < end; ++slot) {
+      BundleImage* const image = images[static_cast<std::int32_t>(slot)];
+      if (image == nullptr) continue;
+      const CompleteImage complete(*image);
+      compute_residuals(*image, object_points, residuals);
+      write_image(records, residuals);
+      print_image(list, residuals, limit);
+      statistics[slot] = residuals.statistics;
+    }
+  };
+  write_ranges(res, report, num_slots(images), complete_images_per_range(images), write);
+  res << "stop-dep\n";
   ResidualStatistics total;
   for (const ResidualStatistics& image : statistics) total.add(image);
-  print_summary(out, total, redundancy);
-}
-
-void BundleProject::write_residuals(TextWriter& out) const {
-  write_all(out, images, object_points,
-            [](TextWriter& text, const ImageResiduals& residuals, std::size_t) {
-              write_image(text, residuals);
-            });
-  out << "stop-dep\n";
+  print_summary(report, total, redundancy);
 }
 
 }  // namespace vorn

@@ -14,7 +14,8 @@ namespace {
 
 // What one range writes.
 struct RangeText {
-  std::string text;
+  std::string first;
+  std::string second;
   std::string standard;
   std::string error;
   std::atomic<bool> complete = false;
@@ -28,8 +29,9 @@ void append(TextWriter& out, std::string& text) {
 // are complete, while others work on.
 class Round {
  public:
-  Round(TextWriter& out, std::size_t num_ranges)
-      : out_(out),
+  Round(TextWriter& first, TextWriter& second, std::size_t num_ranges)
+      : first_(first),
+        second_(second),
         standard_(standard_output()),
         error_(error_output()),
         ranges_(num_ranges),
@@ -39,9 +41,11 @@ class Round {
   void work_at(std::size_t k, const Write& write) {
     RangeText& range = ranges_[k];
     KeptConsole console;
-    KeptText text;
-    write(text.writer());
-    range.text = text.take();
+    KeptText first;
+    KeptText second;
+    write(first.writer(), second.writer());
+    range.first = first.take();
+    range.second = second.take();
     range.standard = console.take_standard();
     range.error = console.take_error();
     range.complete = true;
@@ -58,12 +62,14 @@ class Round {
     return next < ranges_.size() && ranges_[next].complete;
   }
   void write_out(RangeText& range) {
-    append(out_, range.text);
+    append(first_, range.first);
+    append(second_, range.second);
     append(standard_, range.standard);
     append(error_, range.error);
   }
 
-  TextWriter& out_;
+  TextWriter& first_;
+  TextWriter& second_;
   TextWriter& standard_;  // the console of the caller's thread
   TextWriter& error_;
   std::vector<RangeText> ranges_;
@@ -73,18 +79,27 @@ class Round {
 
 }  // namespace
 
-void write_ranges(TextWriter& out, std::size_t count, std::size_t grain, const WriteRange& write) {
+void write_ranges(TextWriter& first, TextWriter& second, std::size_t count, std::size_t grain,
+                  const WriteRangeToTwo& write) {
   constexpr std::size_t kRangesPerWorker = 16;
-  if (workers().count() == 1 || count <= grain) return write(out, 0, count);
+  if (workers().count() == 1 || count <= grain) return write(first, second, 0, count);
   const std::size_t per_round = grain * kRangesPerWorker * workers().count();
-  for (std::size_t first = 0; first < count; first += per_round) {
-    const std::size_t num_elements = std::min(per_round, count - first);
-    Round round(out, (num_elements + grain - 1) / grain);
+  for (std::size_t start = 0; start < count; start += per_round) {
+    const std::size_t num_elements = std::min(per_round, count - start);
+    Round round(first, second, (num_elements + grain - 1) / grain);
     for_each_range(num_elements, grain, [&](std::size_t begin, std::size_t end, std::size_t) {
       round.work_at(begin / grain,
-                    [&](TextWriter& text) { write(text, first + begin, first + end); });
+                    [&](TextWriter& a, TextWriter& b) { write(a, b, start + begin, start + end); });
     });
   }
+}
+
+void write_ranges(TextWriter& out, std::size_t count, std::size_t grain, const WriteRange& write) {
+  TextWriter nothing;
+  write_ranges(out, nothing, count, grain,
+               [&](TextWriter& text, TextWriter&, std::size_t begin, std::size_t end) {
+                 write(text, begin, end);
+               });
 }
 
 void visit_ranges(std::size_t count, std::size_t grain, const VisitRange& visit) {

@@ -16,6 +16,12 @@ namespace vorn {
 using WriteRange = std::function<void(TextWriter& out, std::size_t begin, std::size_t end)>;
 void write_ranges(TextWriter& out, std::size_t count, std::size_t grain, const WriteRange& write);
 
+// The same for ranges that write to two files at a time.
+using WriteRangeToTwo =
+    std::function<void(TextWriter& first, TextWriter& second, std::size_t begin, std::size_t end)>;
+void write_ranges(TextWriter& first, TextWriter& second, std::size_t count, std::size_t grain,
+                  const WriteRangeToTwo& write);
+
 // Calls visit(begin, end) for each range, which may print on the console only.
 using VisitRange = std::function<void(std::size_t begin, std::size_t end)>;
 void visit_ranges(std::size_t count, std::size_t grain, const VisitRange& visit);

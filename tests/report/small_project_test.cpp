@@ -120,7 +120,8 @@ TEST_F(SmallProject, IntersectsWhatHasNoCoordinates) {
 
 TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
   const auto section = [&] {
-    return written_text([&](TextWriter& out) { project_.print_residuals(out); });
+    TextWriter no_file;
+    return written_text([&](TextWriter& out) { project_.write_residuals(no_file, out); });
   };
   project_.redundancy = 4;
   EXPECT_THAT(section(), HasSubstr("         A       20.00       0.00      20.00\n"

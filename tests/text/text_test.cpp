@@ -111,6 +111,8 @@ TEST(OrderedRanges, ComeOutInOrderWhoeverWritesThem) {
     const test::TempDir dir;
     TextWriter out;
     EXPECT_TRUE(out.open(dir.path("text")));
+    TextWriter second;
+    EXPECT_TRUE(second.open(dir.path("second")));
     std::string said;
     const std::string errors = test::captured_errors([&] {
       said = test::captured_output([&] {
@@ -121,6 +123,12 @@ TEST(OrderedRanges, ComeOutInOrderWhoeverWritesThem) {
             if (k % 90 == 0) error_output() << std::uint64_t{k} << '\n';
           }
         });
+        write_ranges(out, second, 1000, grain,
+                     [](TextWriter& a, TextWriter& b, std::size_t begin, std::size_t end) {
+                       for (std::size_t k = begin; k < end; ++k) {
+                         (k % 3 == 0 ? a : b) << std::uint64_t{k} << ',';
+                       }
+                     });
         visit_ranges(10, 1, [](std::size_t begin, std::size_t end) {
           for (std::size_t k = begin; k < end; ++k) standard_output() << std::uint64_t{k};
         });
@@ -128,11 +136,14 @@ TEST(OrderedRanges, ComeOutInOrderWhoeverWritesThem) {
       });
     });
     out.close();
-    return dir.read("text") + '|' + said + '|' + errors;
+    second.close();
+    return dir.read("text") + '|' + said + '|' + errors + '|' + dir.read("second");
   };
   const std::string alone = run(1, 7);
-  EXPECT_NE(alone.find(" 998 999 |0\a 100\a "), std::string::npos);
+  EXPECT_NE(alone.find(",996,999,|0\a 100\a "), std::string::npos);
   EXPECT_NE(alone.find(" 0123456789end|0\n90\n"), std::string::npos);
+  EXPECT_NE(alone.find(" 999 0,3,6,"), std::string::npos);
+  EXPECT_NE(alone.find("|1,2,4,5,"), std::string::npos);
   for (const std::size_t grain : {1U, 7U, 400U, 1000U}) EXPECT_EQ(run(3, grain), alone) << grain;
   EXPECT_THROW(visit_ranges(1, 1, [](std::size_t, std::size_t) { throw std::bad_alloc(); }),
                std::bad_alloc);
