@@ -133,7 +133,7 @@ void eliminate_batch(benchmark::State& state) {
   vorn::TileMatrix matrix;
   if (!matrix.set_structure(6 * images, kTile, pattern)) state.SkipWithError("too large");
   matrix.zero();
-  const std::vector<double> v(64 * 24, 0.5);
+  std::vector<double> v(64 * 24, 0.5);
   std::vector<vorn::BatchPiece> pieces;
   for (std::int32_t i = 0; i < images; ++i) {
     pieces.push_back({~std::uint64_t{0}, v.data(), i / kPerTile, 6 * (i % kPerTile), 6});

@@ -173,21 +173,18 @@ AdjInterfaceNative::Method method_for(const BundleProject& project, std::int32_t
   return project.options.matrix_file == "none" ? Method::eliminate : Method::eliminate_in_order;
 }
 
-// The couplings of the points of large blocks are formed again where they are needed, unless
-// somebody wants to see the matrix, or the images add their equations themselves. Those of smaller
-// ones stay near the processor: stored, they are there sooner.
+// The couplings of points are formed again where they are needed, which takes less memory and no
+// more time than fetching them, unless somebody wants to see the matrix, or images add their
+// equations point by point.
 NormalMatrix::PointCouplings couplings_for(const BundleProject& project,
                                            AdjInterfaceNative::Method method) {
   using Couplings = NormalMatrix::PointCouplings;
   if (method != AdjInterfaceNative::Method::eliminate) return Couplings::stored;
   if (project.options.structure_file != "none") return Couplings::stored;
-  constexpr std::int64_t kLarge = 1'000'000;  // image points
-  std::int64_t image_points = 0;
   for (const BundleImage& image : project.images) {
     if (!takes_packs(image)) return Couplings::stored;
-    image_points += image.count_points();
   }
-  return image_points < kLarge ? Couplings::stored : Couplings::formed;
+  return Couplings::formed;
 }
 
 // False when the factor does not fit the address space.
