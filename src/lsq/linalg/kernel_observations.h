@@ -42,20 +42,6 @@ void add_products(double* c, double* sums, const DesignRows& design, const Point
   }
 }
 
-void weigh_packed_rows(const PackedRows& design, const PackedWeights& weights) {
-  const Index stride = design.stride;
-  double* const weighted = design.rows + 16 * stride;
-  const auto line_up_weighted = [&](const double* with_x, const double* with_y, double* rows) {
-    const auto column = [&](Index j, Index k) {
-      return weigh(load(design.x + 8 * j + k), load(with_x + k), load(design.y + 8 * j + k),
-                   load(with_y + k));
-    };
-    line_up(column, rows, design.m, stride, 2 * stride);
-  };
-  line_up_weighted(weights.xx, weights.xy, weighted);
-  line_up_weighted(weights.xy, weights.yy, weighted + stride);
-}
-
 // Lines up the rows of eight points, plain and weighted.
 inline void line_up_both(const PackedRows& design, const PackedWeights& weights) {
   const Index stride = design.stride;

@@ -189,8 +189,6 @@ struct Kernels {
   // of A.
   void (*multiply_packed_points)(double* products, const double* x, const double* y,
                                  const PackedWeights& weights);
-  // Lines up the weighted rows of eight points alone.
-  void (*weigh_packed_rows)(const PackedRows& design, const PackedWeights& weights);
   // s := A x for eight points, eight elements of their rows of x, then of y; x has `m` elements.
   void (*multiply_packed_rows)(double* s, const PackedRows& design, const double* x);
   // Coupling blocks += Ap'PA for the 2 x 3 design rows Ap of the object point (x, then y).
