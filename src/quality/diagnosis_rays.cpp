@@ -26,8 +26,7 @@ std::vector<Vec3> unit_lines(const Vec3& point, std::span<const Vec3> places) {
 
 }  // namespace
 
-double largest_angle(const Vec3& point, std::span<const Vec3> places) {
-  const std::vector<Vec3> lines = unit_lines(point, places);
+double largest_angle(std::span<const Vec3> lines) {
   double smallest_cosine = 1.0;
   for (std::size_t i = 0; i < lines.size(); ++i) {
     for (std::size_t j = i + 1; j < lines.size(); ++j) {
@@ -45,6 +44,10 @@ double largest_angle(const Vec3& point, std::span<const Vec3> places) {
     }
   }
   return std::asin(std::min(1.0, std::sqrt(largest_sine)));
+}
+
+double largest_angle(const Vec3& point, std::span<const Vec3> places) {
+  return largest_angle(unit_lines(point, places));
 }
 
 Spread spread_of(std::span<const Vec3> places) {

@@ -7,8 +7,10 @@
 
 namespace vorn {
 
-// Largest angle between two of the lines through a point and the given places [rad], 0 to pi/2.
-// A place on the point gives no line. 0 for fewer than two lines.
+// Largest angle between two of some lines, given by unit vectors [rad], 0 to pi/2; 0 for fewer than
+// two lines.
+[[nodiscard]] double largest_angle(std::span<const Vec3> lines);
+// The same for the lines through a point and the given places; a place on the point gives none.
 [[nodiscard]] double largest_angle(const Vec3& point, std::span<const Vec3> places);
 
 // How places spread: root mean square distances from their centre along the principal axes,

@@ -8,6 +8,7 @@
 #include "base/place.h"
 #include "geometry/ext_orientation.h"
 #include "lsq/linalg/kernels.h"
+#include "quality/diagnosis_rays.h"
 #include "quality/final_system.h"
 #include "quality/inner_datum.h"
 
@@ -56,29 +57,6 @@ double PointFiguresInput::datum_change(std::int32_t i, std::int32_t j) const {
   return datum == nullptr ? 0.0 : datum->change(i, j);
 }
 
-namespace {
-
-// The largest angle at which two rays of a point meet, folded into 0 to pi/2.
-double largest_angle(const std::vector<Vec3>& directions) {
-  double smallest_cosine = 2.0;
-  std::size_t a = 0;
-  std::size_t b = 0;
-  for (std::size_t i = 0; i < directions.size(); ++i) {
-    for (std::size_t j = 0; j < i; ++j) {
-      const double cosine = std::fabs(dot(directions[i], directions[j]));
-      if (cosine >= smallest_cosine) continue;
-      smallest_cosine = cosine;
-      a = i;
-      b = j;
-    }
-  }
-  if (a == b) return kUndefined;
-  const Vec3 normal = cross(directions[a], directions[b]);
-  return std::atan2(std::sqrt(dot(normal, normal)), smallest_cosine);
-}
-
-}  // namespace
-
 void PointFigures::find(std::size_t batch,
                         std::span<const SelectedInverse::PointCofactors> cofactors) {
   // Points and rows lie far apart: they are asked for.
@@ -104,7 +82,9 @@ void PointFigures::find(std::size_t batch,
   }
   all_formed_ = all_formed_ && find_rays(rays, cofactors);
   for (std::size_t k = 0; k < cofactors.size(); ++k) {
-    if (has_directions_[k]) points_[k]->angle = largest_angle(directions_[k]);
+    if (has_directions_[k] && directions_[k].size() > 1) {
+      points_[k]->angle = largest_angle(directions_[k]);
+    }
   }
 }
 
@@ -199,8 +179,8 @@ void PointFigures::add_directions(const ImageFigures& image,
       has_directions_[ray.place] = false;
       continue;
     }
-    const Vec3 line = points_[ray.place]->point->xyz - orientation->projection_centre();
-    directions_[ray.place].push_back((1.0 / std::sqrt(dot(line, line))) * line);
+    const Vec3& point = points_[ray.place]->point->xyz;
+    directions_[ray.place].push_back(unit(point - orientation->projection_centre()));
   }
 }
 
