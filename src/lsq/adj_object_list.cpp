@@ -18,7 +18,8 @@ void AdjObjectList::list(AdjObject& object) {
   // An object without its unknowns would leave the adjustment in silence.
   if (!object.has_params_allocated()) throw std::bad_alloc();
   object.index = num_unknowns_;
-  if (objects_.empty() || typeid(object) != typeid(*objects_.back())) {
+  const AdjObject* const last = objects_.empty() ? nullptr : objects_.back();
+  if (last == nullptr || typeid(object) != typeid(*last)) {
     runs_.push_back({num_objects(), num_objects()});
   }
   ++runs_.back().end;
