@@ -72,15 +72,17 @@ std::optional<PlainPoints> read_plain_points(std::string_view text, const Vec3* 
   // What is left of the head's line is no line of the list.
   if (!TokenReader(text.substr(0, text.find('\n'))).only_blanks_left()) return {};
   std::vector<Lines> ranges((text.size() + kTextPerRange - 1) / kTextPerRange);
-  // The lines that begin in a part of the text make up its range.
-  const auto first_line = [text](std::size_t at) {
-    if (at == 0 || at >= text.size()) return std::min(at, text.size());
-    return std::min(text.find('\n', at - 1), text.size() - 1) + 1;
-  };
+  // The lines that begin in a part of the text make up its range. A line that passes through a part
+  // is looked at by the one that it begins in alone.
   for_each_range(text.size(), kTextPerRange, [&](std::size_t begin, std::size_t end, std::size_t) {
-    const std::size_t first = first_line(begin);
-    read_lines(text.substr(first, first_line(end) - first), common_std_devs,
-               ranges[begin / kTextPerRange]);
+    std::size_t first = 0;
+    if (begin > 0) {
+      const std::size_t line_end = text.substr(0, end - 1).find('\n', begin - 1);
+      if (line_end == std::string_view::npos) return;
+      first = line_end + 1;
+    }
+    const std::size_t stop = std::min(text.find('\n', end - 1), text.size() - 1) + 1;
+    read_lines(text.substr(first, stop - first), common_std_devs, ranges[begin / kTextPerRange]);
   });
   PlainPoints points;
   for (Lines& range : ranges) {

@@ -51,6 +51,7 @@ TEST(PlainPoints, AreReadAsWordByWord) {
       {a + "\n \n" + b + "  -1", true},
       {a + many + "-1 x\n" + b, true},  // one point twice
       {a + "-1x 1 2 3 1 1 1\n-1\n", true},
+      {a + "b 1 2 3 1 1 1" + std::string(300000, ' ') + '\n' + many + "-1", true},
       {a + b, false},                                           // no end
       {a + "b 1 2 3 1 1\nc 1 2 3 1 1 1\n-1\n", false},          // too few
       {a + b + "d 1 2 3 1 1 1 1\nc 1 2 3 1 1 1\n-1\n", false},  // too many

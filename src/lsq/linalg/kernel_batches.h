@@ -69,15 +69,14 @@ void subtract_rhs(double* rhs, const BatchPiece& piece, const double* y) {
 // S(rows of a, columns of b) -= Va' Vb over the points that both pieces have.
 template <int Columns>
 inline void subtract_pair(double* s, Index t, const BatchPiece& a, const BatchPiece& b) {
-  constexpr Index kPoint = 3 * kRowOfPiece;
   Lanes sum[std::size_t{Columns}][std::size_t{kParts}];
   for (int c = 0; c < Columns; ++c) {
     for (int k = 0; k < kParts; ++k) sum[c][k] = Lanes{};
   }
   for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
-    const std::uint64_t before = (common & -common) - 1;
-    const double* const va = a.v + kPoint * __builtin_popcountll(a.points & before);
-    const double* const vb = b.v + kPoint * __builtin_popcountll(b.points & before);
+    const std::uint64_t point = common & -common;
+    const double* const va = a.v + columns_of(a.points, point);
+    const double* const vb = b.v + columns_of(b.points, point);
     for (int r = 0; r < 3; ++r) {
       Lanes row[kParts];
       for (int k = 0; k < kParts; ++k) row[k] = load(va + r * kRowOfPiece + k * kLanes);
@@ -147,15 +146,14 @@ void subtract_pairs(double* tile, std::int32_t size, const TilePieces& rows,
 template <int Columns>
 inline void multiply_piece(const double (&by)[kRowOfPiece][kRowOfPiece], const BatchPiece& a,
                            const BatchPiece& b) {
-  constexpr Index kPoint = 3 * kRowOfPiece;
   Lanes columns[std::size_t{Columns}][std::size_t{kParts}];
   for (int c = 0; c < Columns; ++c) {
     for (int k = 0; k < kParts; ++k) columns[c][k] = load(by[c] + k * kLanes);
   }
   for (std::uint64_t common = a.points & b.points; common != 0; common &= common - 1) {
-    const std::uint64_t before = (common & -common) - 1;
-    double* const u = a.u + kPoint * __builtin_popcountll(a.points & before);
-    const double* const v = b.v + kPoint * __builtin_popcountll(b.points & before);
+    const std::uint64_t point = common & -common;
+    double* const u = a.u + columns_of(a.points, point);
+    const double* const v = b.v + columns_of(b.points, point);
     Lanes sum[3][kParts];
     for (int r = 0; r < 3; ++r) {
       for (int k = 0; k < kParts; ++k) sum[r][k] = load(u + r * kRowOfPiece + k * kLanes);

@@ -60,7 +60,6 @@ inline void add_ray(double* v, const double* x, const double* y, const Gains& ga
 
 void add_columns(const RowPiece* pieces, std::int32_t num_pieces, const PackedRays& rays,
                  const double* factors) {
-  constexpr Index kColumns = Index{3} * kPieceWidth;
   Gains gains;
   find_gains(rays, factors, gains);
   for (const RowPiece* piece = pieces; piece != pieces + num_pieces; ++piece) {
@@ -72,9 +71,8 @@ void add_columns(const RowPiece* pieces, std::int32_t num_pieces, const PackedRa
     line_up(rows_of(rays.x), x[0], piece->width, 8, 8);
     line_up(rows_of(rays.y), y[0], piece->width, 8, 8);
     for (Index ray = 0; ray < rays.count; ++ray) {
-      const std::uint64_t before = (std::uint64_t{1} << rays.points[ray]) - 1;
-      add_ray(piece->v + kColumns * __builtin_popcountll(piece->points & before), x[ray], y[ray],
-              gains, ray);
+      const std::uint64_t point = std::uint64_t{1} << rays.points[ray];
+      add_ray(piece->v + columns_of(piece->points, point), x[ray], y[ray], gains, ray);
     }
   }
 }

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "lsq/linalg/kernels.h"
+
 #if VORN_FUSED
 #include <immintrin.h>
 #endif
@@ -68,6 +70,11 @@ inline Lanes load_some(const double* p, Index count) {
   return Lanes{count > 0 ? p[0] : 0.0, count > 1 ? p[1] : 0.0};
 }
 #endif
+
+// Where a point, given by its bit, has its columns among those of a piece that it meets.
+inline Index columns_of(std::uint64_t points, std::uint64_t point) {
+  return Index{kPointColumns} * __builtin_popcountll(points & (point - 1));
+}
 
 }  // namespace
 }  // namespace vorn

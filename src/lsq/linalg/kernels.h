@@ -22,6 +22,8 @@ struct TilePieces {
   const BatchPiece* end = nullptr;
 };
 constexpr std::int32_t kPieceWidth = 8;
+// Room that the columns of one point take in a piece: 3 x 8.
+constexpr std::int32_t kPointColumns = 3 * kPieceWidth;
 constexpr std::int32_t kBatchPoints = 64;
 
 // Design rows of one image point besides its object point: the m derivatives of x, then, `stride`

@@ -142,18 +142,20 @@ bool any_product_reaches(const double* a, const double* b, std::int64_t n, doubl
   return false;
 }
 
-constexpr Kernels kTable = {VORN_KERNEL_NAME,     InstructionSet::VORN_INSTRUCTIONS,
-                            multiply_subtract,    multiply_subtract_plain,
-                            square_subtract,      factorise,
-                            solve_right,          divide_piece,
-                            add_columns,          subtract_rhs,
-                            subtract_pairs,       multiply_batch,
-                            add_products,         add_packed_products,
-                            find_packed_weights,  multiply_packed_points,
-                            multiply_packed_rows, add_coupling,
-                            multiply_blocks,      dot,
-                            add_scaled,           project_packed_rows,
-                            any_product_reaches};
+constexpr Kernels kTable = {
+    VORN_KERNEL_NAME,     InstructionSet::VORN_INSTRUCTIONS,
+    multiply_subtract,    multiply_subtract_plain,
+    square_subtract,      factorise,
+    solve_right,          divide_piece,
+    add_columns,          subtract_rhs,
+    subtract_pairs,       multiply_batch,
+    add_products,         add_packed_products,
+    find_packed_weights,  multiply_packed_points,
+    multiply_packed_rows, add_coupling,
+    multiply_blocks,      dot,
+    add_scaled,           project_packed_rows,
+    any_product_reaches,
+};
 
 }  // namespace
 }  // namespace vorn

@@ -12,13 +12,13 @@ void BatchColumns::set_pieces(const ReducedMatrix& reduced, std::span<const MetP
     const TilePiece& at = reduced.pieces()[place(one.piece)];
     places[place(one.piece)] = static_cast<std::int32_t>(pieces_.size());
     pieces_.push_back({one.points, nullptr, at.tile, at.offset, at.width});
-    room += kColumns * place(std::popcount(one.points));
+    room += place(kPointColumns * std::popcount(one.points));
   }
   values_.assign(room, 0.0);
   double* next = values_.data();
   for (BatchPiece& piece : pieces_) {
     piece.v = next;
-    next += kColumns * place(std::popcount(piece.points));
+    next += place(kPointColumns * std::popcount(piece.points));
   }
 }
 

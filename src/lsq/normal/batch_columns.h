@@ -24,9 +24,6 @@ struct MetPiece {
 // that the points meet, with the factors L that they take.
 class BatchColumns {
  public:
-  // Room that the columns of one point take in a piece: 3 x 8.
-  static constexpr std::size_t kColumns = 3 * static_cast<std::size_t>(kPieceWidth);
-
   // Room for the columns in these pieces, ascending, all zero. `places` has an element for each
   // piece of the reduced matrix; it belongs to this batch as long as columns are formed or read.
   void set_pieces(const ReducedMatrix& reduced, std::span<const MetPiece> met,
@@ -52,7 +49,7 @@ class BatchColumns {
   // Where a point that meets a piece has its columns among those of the piece.
   static std::size_t offset(const BatchPiece& piece, std::size_t point) {
     const std::uint64_t before = (std::uint64_t{1} << point) - 1;
-    return kColumns * place(std::popcount(piece.points & before));
+    return place(kPointColumns * std::popcount(piece.points & before));
   }
 
  private:

@@ -127,7 +127,7 @@ std::size_t PointBatch::take_batches(std::size_t first) {
     Batch& batch = batches_[count];
     start_ = take(start_, first + count++, batch);
     for (const MetPiece& one : batch.met) {
-      taken += BatchColumns::kColumns * place(std::popcount(one.points));
+      taken += place(kPointColumns * std::popcount(one.points));
     }
   } while (taken < room && first + count < num_met_.size());
   return count;
