@@ -1,7 +1,9 @@
 #include "report/residuals.h"
 
 #include <cmath>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "calibration/camera_formulas.h"
 #include "driver/bundle_project.h"
@@ -9,6 +11,7 @@
 #include "lsq/stages/image_projection.h"
 #include "sensors/image_ranges.h"
 #include "sensors/point_share.h"
+#include "text/kept_console.h"
 #include "text/ordered_ranges.h"
 #include "text/text_writer.h"
 
@@ -146,6 +149,8 @@ void BundleProject::write_residuals(TextWriter& res, TextWriter& report) const {
             "==========================\n";
   report << "Limit for printing residuals:  " << fixed(2)(limit * kMicrometres) << " um\n\n";
   std::vector<ResidualStatistics> statistics(num_slots(images));
+  // Points without an image, by image: projecting them is said for the file and for the section.
+  std::vector<std::string> errors(num_slots(images));
   const auto write = [&](TextWriter& records, TextWriter& list, std::size_t begin,
                          std::size_t end) {
     ImageResiduals residuals;
@@ -153,13 +158,19 @@ void BundleProject::write_residuals(TextWriter& res, TextWriter& report) const {
       BundleImage* const image = images[static_cast<std::int32_t>(slot)];
       if (image == nullptr) continue;
       const CompleteImage complete(*image);
-      compute_residuals(*image, object_points, residuals);
+      {
+        KeptConsole console;
+        compute_residuals(*image, object_points, residuals);
+        errors[slot] = console.take_error();
+      }
+      error_output() << errors[slot];
       write_image(records, residuals);
       print_image(list, residuals, limit);
       statistics[slot] = residuals.statistics;
     }
   };
   write_ranges(res, report, num_slots(images), complete_images_per_range(images), write);
+  for (const std::string& text : errors) error_output() << text;
   res << "stop-dep\n";
   ResidualStatistics total;
   for (const ResidualStatistics& image : statistics) total.add(image);

@@ -19,11 +19,13 @@ namespace {
 using test::written_text;
 using testing::HasSubstr;
 
-// Image coordinates are the object coordinates X and Y: residuals follow by subtraction.
+// Image coordinates are the object coordinates X and Y: residuals follow by subtraction. Points of
+// negative height have none.
 class FlatGeometry : public ImageGeometry {
  public:
   FlatGeometry() : ImageGeometry(0) { id = "G"; }
   bool projection(const Vec3& object_point, Vec3& image) const override {
+    if (object_point[2] < 0.0) error_output() << "none at " << general()(object_point[0]) << '\n';
     image = {object_point[0], object_point[1], image[2]};
     return true;
   }
@@ -139,6 +141,20 @@ TEST_F(SmallProject, ResidualsWithoutPointsAndRedundancy) {
     EXPECT_THAT(section(), HasSubstr(" m^2   undefined, no redundancy!\nRedundancy :   " +
                                      std::to_string(redundancy) + "\n\n"));
   }
+}
+
+// As if they were formed for the file and once more for the section.
+TEST_F(SmallProject, SaysTwiceWhatResidualsMeet) {
+  project_.object_points.find("A")->xyz[2] = project_.object_points.find("B")->xyz[2] = -1.0;
+  const std::string errors = test::captured_errors([&] {
+    TextWriter no_file;
+    project_.write_residuals(no_file, no_file);
+  });
+  std::string once;
+  for (const char* const x : {"0.01", "0.03", "0.01", "0.03", "0.03", "0.01"}) {
+    once += std::string("none at ") + x + '\n';
+  }
+  EXPECT_EQ(errors, once + once);
 }
 
 // Points that go take their rays along: images may not keep pointers to them.
