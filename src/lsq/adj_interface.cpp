@@ -15,6 +15,8 @@ int failed_substitution(int code) {
 
 }  // namespace
 
+std::unique_ptr<PointElimination> AdjInterface::take_elimination() { return nullptr; }
+
 bool AdjInterfaceNative::prepare(const NormalMatrix& n) {
   factor_.reset();
   if (method_ == Method::dense) {
@@ -48,6 +50,12 @@ int AdjInterfaceNative::invert(const NormalMatrix& n, Matrix& q, const Vector& p
   if (p.size() != n.size()) return failed_substitution(-2);
   factor_->invert(q);
   return 0;
+}
+
+std::unique_ptr<PointElimination> AdjInterfaceNative::take_elimination() {
+  if (method_ != Method::eliminate) return nullptr;
+  // What this method prepares.
+  return std::unique_ptr<PointElimination>(static_cast<PointElimination*>(factor_.release()));
 }
 
 void AdjInterfaceNative::write_matrix(TextWriter& out, const NormalMatrix& n) const {

@@ -9,6 +9,8 @@
 
 namespace vorn {
 
+class PointElimination;
+
 // A solver of the normal equations N x = b. It keeps the factor of the matrix that it solved last.
 class AdjInterface {
  public:
@@ -31,6 +33,10 @@ class AdjInterface {
   // Writes all elements of N: its upper triangle, and below it the factor of the last solution,
   // zeros before the first.
   virtual void write_matrix(TextWriter& out, const NormalMatrix& n) const = 0;
+  // Gives away its factor, with the order and the memory, where it eliminates the points of its
+  // matrix in an order that keeps the reduced part sparse; null otherwise. It solves nothing then
+  // without taking memory anew.
+  [[nodiscard]] virtual std::unique_ptr<PointElimination> take_elimination();
 };
 
 // The built-in solver.
@@ -52,6 +58,7 @@ class AdjInterfaceNative : public AdjInterface {
   [[nodiscard]] int try_solve(const NormalMatrix& n, const Vector& b, Vector& x,
                               Vector& p) override;
   void write_matrix(TextWriter& out, const NormalMatrix& n) const override;
+  [[nodiscard]] std::unique_ptr<PointElimination> take_elimination() override;
 
  private:
   Method method_;

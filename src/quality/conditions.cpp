@@ -32,7 +32,7 @@ std::vector<double> quaternion_direction(const EOQuaternion& orientation) {
 
 }  // namespace
 
-Conditions::Conditions(const AdjObjectList& unknowns) : parts_(place(unknowns.num_unknowns())) {
+Conditions::Conditions(const AdjObjectList& unknowns) : num_unknowns_(unknowns.num_unknowns()) {
   for (std::int32_t i = 0; i < unknowns.num_objects(); ++i) {
     const AdjObject& object = unknowns[i];
     for (std::int32_t k = 0; k < static_cast<std::int32_t>(object.num_params()); ++k) {
@@ -48,6 +48,7 @@ Conditions::Conditions(const AdjObjectList& unknowns) : parts_(place(unknowns.nu
 
 void Conditions::add(std::int32_t first, std::vector<double> n, bool fixed) {
   const auto number = static_cast<std::int32_t>(directions_.size());
+  parts_.resize(place(num_unknowns_));
   for (std::size_t k = 0; k < n.size(); ++k) {
     Part& part = parts_[place(first) + k];
     if (!part.fixed) part = {number, n[k], fixed};

@@ -24,9 +24,10 @@ class Conditions {
   // Restricts normal equations that were formed anew.
   void apply(NormalMatrix& normal, Vector& rhs);
 
-  bool is_fixed(std::int32_t unknown) const { return parts_[place(unknown)].fixed; }
+  bool is_fixed(std::int32_t unknown) const { return !is_empty() && parts_[place(unknown)].fixed; }
   // What is to be taken from element (i, j) of the inverse: that of nn'/c.
   double excess(std::int32_t i, std::int32_t j) const {
+    if (is_empty()) return 0.0;
     const Part& a = parts_[place(i)];
     const Part& b = parts_[place(j)];
     if (a.condition < 0 || a.condition != b.condition) return 0.0;
@@ -43,7 +44,8 @@ class Conditions {
 
   void add(std::int32_t first, std::vector<double> n, bool fixed);
 
-  std::vector<Part> parts_;                          // by unknowns
+  std::int32_t num_unknowns_;
+  std::vector<Part> parts_;                          // by unknowns; empty without conditions
   std::vector<NormalMatrix::Direction> directions_;  // of the conditions
 };
 

@@ -206,7 +206,7 @@ void FigureMaker::find_check_points() {
 
 void FigureMaker::find_distance() {
   if (results_.settings.rigorous_iterations) return;
-  const Vector step = system_.step();
+  const Vector& step = system_.step();
   QualityStatistics& statistics = results_.statistics;
   const auto see = [&](const Unknown& unknown, double sd) {
     const double distance = std::fabs(step[unknown.number()]) / sd;

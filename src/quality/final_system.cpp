@@ -8,15 +8,28 @@
 #include "lsq/stages/normal_equations.h"
 
 namespace vorn {
+namespace {
+
+// A factor with memory: the solver's, whose order fits the matrix, where it has one that serves.
+std::unique_ptr<PointElimination> take_factor(BundleProject& project) {
+  std::unique_ptr<PointElimination> factor;
+  if (project.solver != nullptr) factor = project.solver->take_elimination();
+  project.solver.reset();
+  if (factor != nullptr) return factor;
+  factor = std::make_unique<PointElimination>(project.normal);
+  if (!factor->set_structure(PointElimination::Order::fill_reducing)) throw std::bad_alloc();
+  return factor;
+}
+
+}  // namespace
 
 FinalSystem::FinalSystem(BundleProject& project)
     : project_(project),
       normal_(project.normal),
       sigma0_(ls_params().sigma0_apriori),
       conditions_(project.unknowns),
-      factor_(project.normal),
-      inverse_(factor_) {
-  project.solver.reset();
+      factor_(take_factor(project)),
+      inverse_(*factor_) {
   // Conditions change them; without any they can be formed again where they are needed.
   if (!conditions_.is_empty()) normal_.store_couplings();
 }
@@ -40,15 +53,15 @@ bool FinalSystem::form() {
 
 std::int32_t FinalSystem::factorise() {
   if (!form()) return -1;
-  if (!factor_.set_structure(PointElimination::Order::fill_reducing)) throw std::bad_alloc();
-  return factor_.factorise();
+  if (project_.settings.rigorous) return factor_->factorise();
+  return factor_->solve(project_.rhs, project_.solution);
 }
 
-Vector FinalSystem::step() const { return solve(project_.rhs); }
+const Vector& FinalSystem::step() const { return project_.solution; }
 
 Vector FinalSystem::solve(const Vector& rhs) const {
   Vector x;
-  factor_.substitute(rhs, x);
+  factor_->substitute(rhs, x);
   return x;
 }
 
@@ -56,7 +69,7 @@ void FinalSystem::find_column(std::int32_t i, Vector& column) const {
   Vector unit(normal_.size());
   unit.zero();
   unit[i] = 1.0;
-  factor_.substitute(unit, column);
+  factor_->substitute(unit, column);
   for (std::int32_t j = normal_.num_point_unknowns(); j < normal_.size(); ++j) {
     column[j] -= conditions_.excess(i, j);
   }

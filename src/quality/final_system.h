@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "lsq/linalg/matrix.h"
 #include "lsq/normal/normal_matrix.h"
@@ -15,7 +16,8 @@ class BundleProject;
 
 // The normal equations at the final values of the unknowns, on which all figures of quality rest:
 // exact derivatives, no columns of fixed unknowns, quaternion conditions as hard ones. They take
-// the place of the last iteration's in the project; its solver gives its memory back.
+// the place of the last iteration's in the project, and so does their solution; the solver gives
+// its factor and its memory.
 class FinalSystem {
  public:
   explicit FinalSystem(BundleProject& project);
@@ -34,11 +36,12 @@ class FinalSystem {
   const UnknownWeights& weights() const { return weights_; }
   // p_i^2/N_ii of the factorisation.
   double pivot_ratio(std::int32_t unknown) const {
-    const double pivot = factor_.diagonal()[unknown];
+    const double pivot = factor_->diagonal()[unknown];
     return pivot * pivot / weights_.diagonal(unknown);
   }
-  // The step that an iteration from the final values would take.
-  [[nodiscard]] Vector step() const;
+  // The step that an iteration from the final values would take; for iterations that were not
+  // rigorous, since it is nothing after those that were.
+  [[nodiscard]] const Vector& step() const;
   // Solution for a right-hand side that is zero for fixed unknowns and orientations.
   [[nodiscard]] Vector solve(const Vector& rhs) const;
 
@@ -76,7 +79,7 @@ class FinalSystem {
   double sigma0_;
   Conditions conditions_;
   UnknownWeights weights_;
-  PointElimination factor_;
+  std::unique_ptr<PointElimination> factor_;
   SelectedInverse inverse_;
 };
 

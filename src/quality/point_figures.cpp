@@ -94,7 +94,7 @@ void PointFigures::find_precision(PointResult& point,
   std::size_t element = 0;
   for (std::int32_t i = 0; i < 3; ++i) {
     const Unknown unknown{point.point, i};
-    if (!unknown.is_fixed()) {
+    if (!input_.system->is_fixed(first + i)) {
       const double diagonal = input_.system->weights().diagonal(first + i);
       tolerances_.see(unknown, 1.0 / (diagonal * cofactors.own[i][i]));
     }

@@ -42,6 +42,8 @@ class PointElimination : public NormalFactor {
 
   // S, after `factorise` its factor.
   const ReducedMatrix& reduced() const { return reduced_; }
+  // The points in batches, after `factorise`.
+  const PointBatch& batches() const { return *batch_; }
 
  private:
   [[nodiscard]] std::int32_t factorise(const ForwardPass* forward);

@@ -27,7 +27,7 @@ class SelectedInverse {
  public:
   // The factorisation has succeeded; it and its matrix stay as they are.
   explicit SelectedInverse(const PointElimination& factor)
-      : normal_(factor.matrix()), reduced_(factor.reduced()) {}
+      : factor_(factor), normal_(factor.matrix()), reduced_(factor.reduced()) {}
 
   // Computes the reduced part: about twice the time of the factorisation of S and the memory of its
   // tiles. False when they do not fit the address space.
@@ -53,13 +53,13 @@ class SelectedInverse {
   template <class Visit>
   void for_each_batch(bool alone, Visit visit) const {
     std::vector<BatchCofactors> rooms(workers().count());
-    PointBatch(normal_, reduced_)
-        .for_each_batch(inverse_.tiles(), alone,
-                        [&](std::size_t batch, std::span<const PointBatch::PointProduct> products,
-                            std::size_t worker) {
-                          find_cofactors(batch, products, rooms[worker]);
-                          visit(batch, std::span<PointCofactors>(rooms[worker].points), worker);
-                        });
+    factor_.batches().for_each_batch(
+        inverse_.tiles(), alone,
+        [&](std::size_t batch, std::span<const PointBatch::PointProduct> products,
+            std::size_t worker) {
+          find_cofactors(batch, products, rooms[worker]);
+          visit(batch, std::span<PointCofactors>(rooms[worker].points), worker);
+        });
   }
 
  private:
@@ -75,6 +75,7 @@ class SelectedInverse {
   void find_cofactors(std::size_t batch, std::span<const PointBatch::PointProduct> products,
                       BatchCofactors& cofactors) const;
 
+  const PointElimination& factor_;
   const NormalMatrix& normal_;
   const ReducedMatrix& reduced_;
   TileInverse inverse_;
