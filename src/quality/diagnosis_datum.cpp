@@ -26,14 +26,6 @@ void add_product(const Row7& row, double weight, Square7& sum) {
   }
 }
 
-bool is_held_anywhere(const AdjObject& object) {
-  const auto n = static_cast<std::int32_t>(object.num_params());
-  for (std::int32_t k = 0; k < n; ++k) {
-    if (is_held(object, k)) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 // G'NG and G'diag(N)G of one part, and what the first consists of.
@@ -146,9 +138,7 @@ std::vector<NetworkComponent> DatumAnalysis::components(const UnknownWeights& we
     component.component = static_cast<std::int32_t>(p) + 1;
     component.images = static_cast<std::int32_t>(from.images.size());
     component.points = static_cast<std::int32_t>(from.points.size());
-    component.control_points = static_cast<std::int32_t>(
-        std::count_if(from.points.begin(), from.points.end(),
-                      [](const ObjectPoint* point) { return is_held_anywhere(*point); }));
+    component.control_points = static_cast<std::int32_t>(from.held_points.size());
     const Sums sums = sums_of(p, weights);
     const Eigen7& eigen = parts_[p].eigen = generalised_eigen(sums.held, sums.diagonal);
     component.quotients = eigen.values;

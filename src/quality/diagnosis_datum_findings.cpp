@@ -31,9 +31,8 @@ struct Holders {
 };
 Holders holders_of(const NetworkPart& part) {
   Holders holders;
-  for (const ObjectPoint* point : part.points) {
+  for (const ObjectPoint* point : part.held_points) {
     const bool plan = is_held(*point, 0) || is_held(*point, 1);
-    if (!plan && !is_held(*point, 2)) continue;
     holders.points.push_back(item_of(*point));
     holders.places.push_back(point->xyz);
     holders.in_plan = holders.in_plan || plan;

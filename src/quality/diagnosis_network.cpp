@@ -27,6 +27,14 @@ class DisjointSets {
   std::vector<std::size_t> parents_;
 };
 
+bool is_held_anywhere(const AdjObject& object) {
+  const auto n = static_cast<std::int32_t>(object.num_params());
+  for (std::int32_t k = 0; k < n; ++k) {
+    if (is_held(object, k)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 bool is_held(const AdjObject& object, std::int32_t k) {
@@ -36,24 +44,25 @@ bool is_held(const AdjObject& object, std::int32_t k) {
 Network::Network(const BundleProject& project) {
   const auto num_points = static_cast<std::size_t>(project.object_points.count());
   part_of_point_.assign(num_points, -1);
+  constexpr std::int32_t kMeasured = 0;  // until the parts are known
   std::vector<const BundleImage*> images;
   for (const BundleImage& image : project.images) images.push_back(&image);
 
   // Points first, then images.
   DisjointSets sets(num_points + images.size());
   std::unordered_map<const ImageGeometry*, std::size_t> first_image_of;
-  const auto measured = [&project](const BundleImage& image, auto visit) {
-    for (const ImagePoint& point : image.points) {
-      const ObjectPoint* const object_point = object_point_of(point, project.object_points);
-      if (object_point != nullptr) visit(*object_point);
-    }
-  };
+  std::vector<const ObjectPoint*> measured;  // as the images come
+  measured.reserve(num_points);
   for (std::size_t i = 0; i < images.size(); ++i) {
     const std::size_t node = num_points + i;
     sets.unite(node, first_image_of.try_emplace(images[i]->geometry, node).first->second);
-    measured(*images[i], [&](const ObjectPoint& point) {
-      sets.unite(static_cast<std::size_t>(point.index / 3), node);
-    });
+    for (const ImagePoint& image_point : images[i]->points) {
+      const ObjectPoint* const point = object_point_of(image_point, project.object_points);
+      if (point == nullptr) continue;
+      const auto number = static_cast<std::size_t>(point->index / 3);
+      sets.unite(number, node);
+      if (std::exchange(part_of_point_[number], kMeasured) < 0) measured.push_back(point);
+    }
   }
 
   std::unordered_map<std::size_t, std::int32_t> part_of_root;
@@ -67,10 +76,14 @@ Network::Network(const BundleProject& project) {
     if (first_image_of[images[i]->geometry] == num_points + i) {
       part.geometries.push_back(images[i]->geometry);
     }
-    measured(*images[i], [&](const ObjectPoint& point) {
-      std::int32_t& at = part_of_point_[static_cast<std::size_t>(point.index / 3)];
-      if (std::exchange(at, number) < 0) part.points.push_back(&point);
-    });
+  }
+  for (const ObjectPoint* point : measured) {
+    const auto number = static_cast<std::size_t>(point->index / 3);
+    const std::int32_t part = part_of_root.at(sets.find(number));
+    part_of_point_[number] = part;
+    NetworkPart& to = parts_[static_cast<std::size_t>(part)];
+    to.points.push_back(point);
+    if (is_held_anywhere(*point)) to.held_points.push_back(point);
   }
 }
 

@@ -19,6 +19,7 @@ struct NetworkPart {
   std::vector<const BundleImage*> images;
   std::vector<const ImageGeometry*> geometries;
   std::vector<const ObjectPoint*> points;
+  std::vector<const ObjectPoint*> held_points;  // those with a coordinate that is held
 };
 
 // Whether an observation or a fixed value holds a parameter.

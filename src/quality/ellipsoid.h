@@ -25,5 +25,7 @@ struct Eigen3 {
 [[nodiscard]] Eigen3 eigen_decomposition(const Symmetric3& matrix);
 
 [[nodiscard]] Ellipsoid error_ellipsoid(const Symmetric3& covariance);
+// Its axes alone, digit for digit: half the work.
+[[nodiscard]] Vec3 semi_axes(const Symmetric3& covariance);
 
 }  // namespace vorn

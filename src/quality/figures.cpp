@@ -16,6 +16,12 @@
 namespace vorn {
 namespace {
 
+// The element of a point's unknown on the diagonal of Q, in the given datum.
+struct GivenCofactor {
+  std::int32_t unknown;
+  double value;
+};
+
 class FigureMaker {
  public:
   FigureMaker(FinalSystem& system, const InnerDatum* datum, QualityResults& results)
@@ -52,7 +58,10 @@ class FigureMaker {
   void find_images();
   void find_check_points();
   void find_distance();
-  double cofactor_of(const Unknown& unknown) const;
+  void list_observed_coordinates();
+  void keep_given(const SelectedInverse::PointCofactors& cofactors);
+  std::vector<GivenCofactor>::iterator given_from(std::int32_t unknown);
+  double cofactor_of(const Unknown& unknown);
   double datum_change(std::int32_t i, std::int32_t j) const {
     return datum_ == nullptr ? 0.0 : datum_->change(i, j);
   }
@@ -66,8 +75,8 @@ class FigureMaker {
   std::int32_t first_reduced_;
   CorrelationList correlations_;
   SmallestTolerances tolerances_;
-  double sigma0_ = 0.0;                  // the factor of all standard deviations
-  std::vector<double> given_cofactors_;  // diagonal of the points' part; empty when not needed
+  double sigma0_ = 0.0;               // the factor of all standard deviations
+  std::vector<GivenCofactor> given_;  // of observed coordinates of points, ascending
   PointFiguresInput input_;
 };
 
@@ -91,8 +100,31 @@ void FigureMaker::find_parameters() {
   }
 }
 
+void FigureMaker::list_observed_coordinates() {
+  for (const ObservedResult& row : results_.observed_parameters) {
+    const std::int32_t unknown = row.unknown.number();
+    if (unknown < first_reduced_) given_.push_back({unknown, 0.0});
+  }
+  std::sort(given_.begin(), given_.end(),
+            [](const GivenCofactor& a, const GivenCofactor& b) { return a.unknown < b.unknown; });
+}
+
+// The first one that is not before an unknown.
+std::vector<GivenCofactor>::iterator FigureMaker::given_from(std::int32_t unknown) {
+  return std::lower_bound(
+      given_.begin(), given_.end(), unknown,
+      [](const GivenCofactor& given, std::int32_t number) { return given.unknown < number; });
+}
+
+void FigureMaker::keep_given(const SelectedInverse::PointCofactors& cofactors) {
+  const std::int32_t first = 3 * cofactors.point;
+  for (auto at = given_from(first); at != given_.end() && at->unknown < first + 3; ++at) {
+    at->value = cofactors.own[at->unknown - first][at->unknown - first];
+  }
+}
+
 bool FigureMaker::find_points() {
-  if (!results_.observed_parameters.empty()) given_cofactors_.resize(place(first_reduced_));
+  list_observed_coordinates();
   input_.system = &system_;
   input_.datum = datum_;
   input_.scale = sigma0_ * sigma0_;
@@ -103,11 +135,7 @@ bool FigureMaker::find_points() {
   std::vector<PointFigures> figures;
   while (figures.size() < workers().count()) figures.emplace_back(input_, results_);
   system_.for_each_batch(alone, [&](std::size_t batch, const auto& points, std::size_t worker) {
-    for (const SelectedInverse::PointCofactors& cofactors : points) {
-      for (std::size_t i = 0; i < 3 && !given_cofactors_.empty(); ++i) {
-        given_cofactors_[3 * place(cofactors.point) + i] = cofactors.own[i][i];
-      }
-    }
+    for (const SelectedInverse::PointCofactors& cofactors : points) keep_given(cofactors);
     figures[worker].find(batch, points);
   });
   bool all_formed = true;
@@ -167,9 +195,9 @@ void FigureMaker::find_reduced_correlations() {
 }
 
 // Of the given datum.
-double FigureMaker::cofactor_of(const Unknown& unknown) const {
+double FigureMaker::cofactor_of(const Unknown& unknown) {
   const std::int32_t i = unknown.number();
-  return i >= first_reduced_ ? system_.cofactor(i, i) : given_cofactors_[place(i)];
+  return i >= first_reduced_ ? system_.cofactor(i, i) : given_from(i)->value;
 }
 
 // r = 1 - (sigma0/s)^2 Q_ii.

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "base/place.h"
+#include "geometry/ext_orientation.h"
 #include "lsq/linalg/kernels.h"
 #include "quality/final_system.h"
 #include "quality/inner_datum.h"
@@ -15,6 +16,9 @@ ImageFigures::ImageFigures(const BundleImage& image, const FinalSystem& system)
     : image_(&image),
       equations_(std::make_unique<ObservationEquations>(image, Derivatives::exact)),
       blocks_(blocks_of(image, system.normal())) {
+  if (const auto* const orientation = dynamic_cast<const ExtOrientation*>(image.geometry)) {
+    projection_centre_ = orientation->projection_centre();
+  }
   const NormalMatrix& normal = system.normal();
   for (const std::int32_t block : blocks_) {
     for (std::int32_t k = 0; k < normal.block_width(block); ++k) {
@@ -84,8 +88,12 @@ void RayFigures::line_up_coupling(const ImageFigures& of, std::span<const Ray> r
   for (std::size_t k = 0; k < rays.size(); ++k) {
     const SelectedInverse::PointCofactors& cofactors = *rays[k].cofactors;
     double* to = coupling_.data() + k;
+    auto at = cofactors.blocks.begin();
     for (const std::int32_t block : of.blocks()) {
-      const double* from = cofactors.coupled + normal.coupling_start(cofactors.point, block);
+      at = std::lower_bound(
+          at, cofactors.blocks.end(), block,
+          [](const NormalMatrix::PointBlock& x, std::int32_t b) { return x.block < b; });
+      const double* from = cofactors.coupled + at->start;
       const std::size_t columns = place(normal.block_width(block));
       for (std::size_t r = 0; r < 3; ++r) {
         for (std::size_t c = 0; c < columns; ++c) to[(r * width + c) * kMostRays] = *from++;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -21,6 +22,8 @@ class ImageFigures {
   ImageFigures(const BundleImage& image, const FinalSystem& system);
 
   const BundleImage& image() const { return *image_; }
+  // None where all rays are parallel.
+  const std::optional<Vec3>& projection_centre() const { return projection_centre_; }
   const std::vector<std::int32_t>& blocks() const { return blocks_; }
   const std::vector<std::int32_t>& unknowns() const { return unknowns_; }
   // Of these unknowns, row by row.
@@ -32,6 +35,7 @@ class ImageFigures {
  private:
   const BundleImage* image_;
   std::unique_ptr<ObservationEquations> equations_;
+  std::optional<Vec3> projection_centre_;
   std::vector<std::int32_t> blocks_;
   std::vector<std::int32_t> unknowns_;
   std::vector<double> cofactors_;

@@ -6,7 +6,6 @@
 #include <tuple>
 
 #include "base/place.h"
-#include "geometry/ext_orientation.h"
 #include "lsq/linalg/kernels.h"
 #include "quality/diagnosis_rays.h"
 #include "quality/final_system.h"
@@ -65,9 +64,10 @@ void PointFigures::find(std::size_t batch,
   for (const SelectedInverse::PointCofactors& of : cofactors) {
     PointResult& point = *points_.emplace_back(&results_.points[place(of.point)]);
     __builtin_prefetch(&point, 1);
-    __builtin_prefetch(&point.ellipsoid, 1);
-    __builtin_prefetch(&point.angle, 1);
+    __builtin_prefetch(&point.redundancy, 1);
+    input_.system->weights().prefetch(3 * of.point);
   }
+  for (const PointResult* point : points_) __builtin_prefetch(&point->point->xyz);
   for (const PointFiguresInput::Ray& ray : rays) {
     const ImagePointResult& row = results_.image_points[ray.row];
     __builtin_prefetch(&row, 1);
@@ -103,7 +103,7 @@ void PointFigures::find_precision(PointResult& point,
       point.covariance[element++] = input_.scale * (cofactors.own[i][j] + change);
     }
   }
-  point.ellipsoid = error_ellipsoid(point.covariance);
+  point.semi_axes = semi_axes(point.covariance);
 }
 
 void PointFigures::see_correlations(const PointResult& row,
@@ -124,7 +124,7 @@ void PointFigures::see_correlations(const PointResult& row,
   // Few pairs reach the limit: whether any of a block does is asked first, a bit below it.
   constexpr double kBitBelow = 1.0 - 1e-9;
   const NormalMatrix& normal = input_.system->normal();
-  for (const NormalMatrix::PointBlock& at : normal.blocks_of(cofactors.point)) {
+  for (const NormalMatrix::PointBlock& at : cofactors.blocks) {
     const std::int32_t first = normal.block_index(at.block);
     const std::int32_t width = normal.block_width(at.block);
     const double* const inverse_sds = &input_.inverse_sds[place(first - input_.first_reduced)];
@@ -173,14 +173,14 @@ bool PointFigures::find_rays(std::span<const PointFiguresInput::Ray> rays,
 
 void PointFigures::add_directions(const ImageFigures& image,
                                   std::span<const PointFiguresInput::Ray> rays) {
-  const auto* const orientation = dynamic_cast<const ExtOrientation*>(image.image().geometry);
+  const std::optional<Vec3>& centre = image.projection_centre();
   for (const PointFiguresInput::Ray& ray : rays) {
-    if (orientation == nullptr) {
+    if (!centre) {
       has_directions_[ray.place] = false;
       continue;
     }
     const Vec3& point = points_[ray.place]->point->xyz;
-    directions_[ray.place].push_back(unit(point - orientation->projection_centre()));
+    directions_[ray.place].push_back(unit(point - *centre));
   }
 }
 

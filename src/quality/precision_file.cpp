@@ -206,7 +206,7 @@ void print_points(TextWriter& out, const QualityResults& results) {
     out.integer(row.rays, 5);
     for (const double coordinate : row.point->xyz) out << ' ' << kCoordinate(coordinate);
     for (std::size_t axis = 0; axis < 3; ++axis) out << ' ' << kSd(row.sd(axis));
-    for (const double axis : row.ellipsoid.axes) out << ' ' << kSd(axis);
+    for (const double axis : row.semi_axes) out << ' ' << kSd(axis);
     if (is_defined(row.angle)) {
       out << "    " << kDegrees(row.angle * kDegreesPerRadian) << '\n';
     } else {

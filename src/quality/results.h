@@ -95,8 +95,8 @@ struct PointResult {
   const ObjectPoint* point = nullptr;
   std::int32_t rays = 0;
   std::int32_t component = 0;
-  Symmetric3 covariance{};  // [m2]
-  Ellipsoid ellipsoid{};
+  Symmetric3 covariance{};    // [m2]
+  Vec3 semi_axes{};           // of the error ellipsoid, whose directions follow from the above [m]
   double angle = kUndefined;  // largest intersection angle [rad]
   double redundancy = 0.0;    // of its image points
 

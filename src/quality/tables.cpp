@@ -35,11 +35,22 @@ void put_covariance(CellSink& sink, const PointResult& row, const QualityResults
 }
 template <std::size_t axis>
 void put_semi_axis(CellSink& sink, const PointResult& row, const QualityResults&) {
-  sink.number(row.ellipsoid.axes[axis]);
+  sink.number(row.semi_axes[axis]);
+}
+// The axes of an ellipsoid, kept for those who ask for the same ones several times on end, as the
+// columns of a row do.
+const std::array<Vec3, 3>& directions_of(const Symmetric3& covariance) {
+  thread_local Symmetric3 kept_covariance{};
+  thread_local std::array<Vec3, 3> kept = error_ellipsoid(kept_covariance).directions;
+  if (covariance != kept_covariance) {
+    kept = error_ellipsoid(covariance).directions;
+    kept_covariance = covariance;
+  }
+  return kept;
 }
 template <std::size_t axis, std::size_t component>
 void put_direction(CellSink& sink, const PointResult& row, const QualityResults&) {
-  sink.number(row.ellipsoid.directions[axis][component]);
+  sink.number(directions_of(row.covariance)[axis][component]);
 }
 
 const std::vector<ColumnOf<PointResult>> kPointColumns = {

@@ -34,7 +34,7 @@ std::string figures(const std::string& path) {
     EXPECT_TRUE(results.has_figures);
     for (const PointResult& row : results.points) {
       for (const double element : row.covariance) add(element);
-      for (const double x : {row.ellipsoid.axes[0], row.angle, row.redundancy}) add(x);
+      for (const double x : {row.semi_axes[0], row.angle, row.redundancy}) add(x);
     }
     for (const ParameterResult& row : results.parameters) add(row.sd);
     for (const ImagePointResult& row : results.image_points) {

@@ -71,6 +71,7 @@ TEST(Ellipsoid, RebuildsTheMatrixFromItsAxes) {
                                  {0, 0, 0, 0, 0, 0}};
   for (const Symmetric3& m : matrices) {
     const Ellipsoid e = error_ellipsoid(m);
+    EXPECT_EQ(semi_axes(m), e.axes);
     EXPECT_GE(e.axes[0], e.axes[1]);
     EXPECT_GE(e.axes[1], e.axes[2]);
     const double scale = 1e-14 * (m[0] + m[3] + m[5]);

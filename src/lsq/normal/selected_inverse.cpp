@@ -98,6 +98,7 @@ void SelectedInverse::find_cofactors(std::size_t batch,
   for (std::size_t k = 0; k < products.size(); ++k) {
     PointCofactors& point = cofactors.points[k];
     point.point = normal_.point_order()[first + k];
+    point.blocks = normal_.blocks_at(first + k);
     point.coupled = coupled;
     find_own(products[k].factor, find_coupled(products[k], coupled), point.own);
     coupled += width_of(k);

@@ -42,8 +42,9 @@ class SelectedInverse {
   // The cofactors of a point.
   struct PointCofactors {
     std::int32_t point;
-    double own[3][3];  // Q_pp
-    // Q_pr, laid out as the couplings of the matrix: the block `at` of `NormalMatrix::blocks_of`,
+    double own[3][3];                                  // Q_pp
+    std::span<const NormalMatrix::PointBlock> blocks;  // that the point meets
+    // Q_pr, laid out as the couplings of the matrix: the block `at` of `blocks`,
     // 3 x width, row-major, at coupled[at.start].
     const double* coupled;
   };
