@@ -1,11 +1,11 @@
 #include "text/ordered_ranges.h"
 
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "base/in_turn.h"
 #include "base/workers.h"
 #include "text/kept_console.h"
 
@@ -18,15 +18,13 @@ struct RangeText {
   std::string second;
   std::string standard;
   std::string error;
-  std::atomic<bool> complete = false;
 };
 
 void append(TextWriter& out, std::string& text) {
   if (!text.empty()) out << std::exchange(text, {});
 }
 
-// Some ranges whose texts follow one another. Whoever completes the next one writes out all that
-// are complete, while others work on.
+// Some ranges whose texts follow one another.
 class Round {
  public:
   Round(TextWriter& first, TextWriter& second, std::size_t num_ranges)
@@ -35,7 +33,7 @@ class Round {
         standard_(standard_output()),
         error_(error_output()),
         ranges_(num_ranges),
-        next_(0) {}
+        in_turn_(num_ranges) {}
 
   template <class Write>
   void work_at(std::size_t k, const Write& write) {
@@ -48,19 +46,10 @@ class Round {
     range.second = second.take();
     range.standard = console.take_standard();
     range.error = console.take_error();
-    range.complete = true;
-    // Who finds another one writing leaves its text to that one, which looks again afterwards.
-    while (next_is_complete() && !writing_.test_and_set()) {
-      while (next_is_complete()) write_out(ranges_[next_++]);
-      writing_.clear();
-    }
+    in_turn_.finish(k, [this](std::size_t next) { write_out(ranges_[next]); });
   }
 
  private:
-  bool next_is_complete() const {
-    const std::size_t next = next_;
-    return next < ranges_.size() && ranges_[next].complete;
-  }
   void write_out(RangeText& range) {
     append(first_, range.first);
     append(second_, range.second);
@@ -73,8 +62,7 @@ class Round {
   TextWriter& standard_;  // the console of the caller's thread
   TextWriter& error_;
   std::vector<RangeText> ranges_;
-  std::atomic<std::size_t> next_;
-  std::atomic_flag writing_;
+  InTurn in_turn_;
 };
 
 }  // namespace

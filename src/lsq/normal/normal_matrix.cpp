@@ -37,6 +37,15 @@ std::vector<std::int32_t> order_by_blocks(const NormalStructure::PointBlocks& bl
   return order;
 }
 
+// Null where a point does not meet the block.
+const NormalMatrix::PointBlock* find_block(std::span<const NormalMatrix::PointBlock> blocks,
+                                           std::int32_t block) {
+  const auto found = std::lower_bound(
+      blocks.begin(), blocks.end(), block,
+      [](const NormalMatrix::PointBlock& x, std::int32_t b) { return x.block < b; });
+  return found != blocks.end() && found->block == block ? &*found : nullptr;
+}
+
 }  // namespace
 
 // ---- structure ---------------------------------------------------------------------------------
@@ -173,15 +182,11 @@ NormalStructure::PointBlocks NormalMatrix::point_blocks() const {
 
 const NormalMatrix::PointBlock* NormalMatrix::find_point_block(std::int32_t point,
                                                                std::int32_t block) const {
-  const std::span<const PointBlock> blocks = blocks_of(point);
-  const auto found =
-      std::lower_bound(blocks.begin(), blocks.end(), block,
-                       [](const PointBlock& x, std::int32_t b) { return x.block < b; });
-  return found != blocks.end() && found->block == block ? &*found : nullptr;
+  return find_block(blocks_of(point), block);
 }
 
-std::int32_t NormalMatrix::coupling_start(std::int32_t point, std::int32_t block) const {
-  const PointBlock* const found = find_point_block(point, block);
+std::int32_t NormalMatrix::coupling_start_at(std::size_t rank, std::int32_t block) const {
+  const PointBlock* const found = find_block(blocks_at(rank), block);
   if (found == nullptr) throw std::out_of_range("normal matrix: point and block do not meet");
   return found->start;
 }

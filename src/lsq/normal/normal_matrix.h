@@ -97,7 +97,9 @@ class NormalMatrix {
     double* coupling;
   };
   PointRows point_rows(std::int32_t point);
-  std::int32_t coupling_start(std::int32_t point, std::int32_t block) const;
+  std::int32_t coupling_start(std::int32_t point, std::int32_t block) const {
+    return coupling_start_at(rank_of(point), block);
+  }
   std::int32_t num_points() const { return num_points_; }
   std::int32_t num_point_unknowns() const { return 3 * num_points_; }
   // The points in the order in which they stand in memory.
@@ -122,6 +124,8 @@ class NormalMatrix {
     return stored_couplings() + coupling_offset(rank_of(point)) + at.start;
   }
   // The same by places in the order of the points, which those know who go through all of them.
+  std::size_t rank_of(std::int32_t point) const { return place(point_ranks_[place(point)]); }
+  std::int32_t coupling_start_at(std::size_t rank, std::int32_t block) const;
   std::span<const PointBlock> blocks_at(std::size_t rank) const {
     const std::size_t first = points_[rank].first_block;
     return {point_blocks_.data() + first, points_[rank + 1].first_block - first};
@@ -185,8 +189,6 @@ class NormalMatrix {
     std::size_t first_block;
   };
   static constexpr std::size_t kDiagonal = 6;  // elements of a diagonal block
-
-  std::size_t rank_of(std::int32_t point) const { return place(point_ranks_[place(point)]); }
 
   void lay_out_blocks();
   [[nodiscard]] bool lay_out_points(const NormalStructure::PointBlocks& blocks);

@@ -1,8 +1,11 @@
 #include "lsq/stages/observation_table.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
 #include <utility>
 
+#include "base/in_turn.h"
 #include "base/place.h"
 #include "base/workers.h"
 #include "lsq/normal/batch_columns.h"
@@ -19,12 +22,7 @@ constexpr std::size_t kOneChunk = 32768;
 constexpr std::size_t kFewest = 4096;
 constexpr std::size_t kFewestPerImage = 64;
 
-// Chunks are worked at in rounds, at the end of which workers wait for one another.
-constexpr std::size_t kChunksPerWorker = 4;
-
-std::size_t number_of(const ObjectPoint& point) {
-  return static_cast<std::size_t>(point.index / 3);
-}
+std::int32_t number_of(const ObjectPoint& point) { return point.index / 3; }
 
 }  // namespace
 
@@ -39,11 +37,8 @@ class ObservationTable::Sorter {
          const OwnedList<ObjectPoint>& object_points)
       : table_(table),
         object_points_(object_points),
-        ranks_(table.points_.size()),
+        normal_(*table.normal_),
         num_batches_((table.points_.size() + kBatch - 1) / kBatch) {
-    for (std::size_t rank = 0; rank < ranks_.size(); ++rank) {
-      ranks_[number_of(*table.points_[rank])] = rank;
-    }
     for (const BundleImage& image : images) images_.push_back(&image);
     // Rooms take memory: a few ranges for each worker.
     constexpr std::size_t kRangesPerWorker = 4;
@@ -52,14 +47,14 @@ class ObservationTable::Sorter {
     ranges_.resize((images_.size() + grain_ - 1) / grain_);
   }
 
-  void sort(const NormalMatrix& normal) {
+  void sort() {
     for_each_range([this](Range& range, std::size_t begin, std::size_t end) {
       range.rooms.resize(num_batches_);
       for (std::size_t image = begin; image < end; ++image) count(image, range);
     });
     make_room();
-    for_each_range([this, &normal](Range& range, std::size_t begin, std::size_t end) {
-      for (std::size_t image = begin; image < end; ++image) put(image, normal, range);
+    for_each_range([this](Range& range, std::size_t begin, std::size_t end) {
+      for (std::size_t image = begin; image < end; ++image) put(image, range);
     });
   }
 
@@ -74,6 +69,7 @@ class ObservationTable::Sorter {
   struct Range {
     std::vector<Room> rooms;                    // of all batches
     std::vector<const ImagePoint*> unresolved;  // in the order of the images
+    std::vector<std::int32_t> ranks;            // of the object points of an image's points
   };
 
   template <class Visit>
@@ -87,16 +83,29 @@ class ObservationTable::Sorter {
     return table_.images_[image]->normals.blocks();
   }
 
+  // The places of the object points of an image's points in the order of the normal matrix; -1
+  // where there is none.
+  void find_ranks(std::size_t image, std::vector<std::int32_t>& ranks) const {
+    ranks.clear();
+    for (const ImagePoint& point : images_[image]->points) {
+      const ObjectPoint* const found = object_point_of(point, object_points_);
+      ranks.push_back(
+          found == nullptr ? -1 : static_cast<std::int32_t>(normal_.rank_of(number_of(*found))));
+    }
+  }
+
   void count(std::size_t image, Range& range) const {
     const std::size_t num_places = 1 + blocks_of(image).size();
     const auto number = static_cast<std::int32_t>(image);
+    find_ranks(image, range.ranks);
+    auto rank = range.ranks.begin();
     for (const ImagePoint& point : images_[image]->points) {
-      const ObjectPoint* const object_point = object_point_of(point, object_points_);
-      if (object_point == nullptr) {
+      const std::int32_t at = *rank++;
+      if (at < 0) {
         range.unresolved.push_back(&point);
         continue;
       }
-      Room& room = range.rooms[ranks_[number_of(*object_point)] / kBatch];
+      Room& room = range.rooms[place(at) / kBatch];
       ++room.observations;
       room.places += num_places;
       if (std::exchange(room.last_image, number) != number) ++room.segments;
@@ -126,30 +135,35 @@ class ObservationTable::Sorter {
     }
   }
 
-  void put(std::size_t image, const NormalMatrix& normal, Range& range) const {
+  void put(std::size_t image, Range& range) const {
     const std::vector<std::int32_t>& blocks = blocks_of(image);
     const auto number = static_cast<std::int32_t>(image);
+    find_ranks(image, range.ranks);
+    // Points lie far apart: what is looked for is asked for.
+    for (const std::int32_t at : range.ranks) {
+      if (at >= 0) __builtin_prefetch(normal_.blocks_at(place(at)).data());
+    }
+    auto rank = range.ranks.begin();
     for (const ImagePoint& point : images_[image]->points) {
-      const ObjectPoint* const object_point = object_point_of(point, object_points_);
-      if (object_point == nullptr) continue;
-      const std::size_t rank = ranks_[number_of(*object_point)];
-      Room& room = range.rooms[rank / kBatch];
+      const std::int32_t at = *rank++;
+      if (at < 0) continue;
+      Room& room = range.rooms[place(at) / kBatch];
       if (std::exchange(room.last_image, number) != number) {
         table_.segments_[room.segments++] = {number, 0, 0};
       }
       ++table_.segments_[room.segments - 1].count;
       table_.observations_[room.observations++] = observation_of(point, *images_[image]->camera);
-      table_.places_[room.places++] = static_cast<std::int32_t>(rank % kBatch);
+      table_.places_[room.places++] = at % kBatchPoints;
       for (const std::int32_t block : blocks) {
-        table_.places_[room.places++] = normal.coupling_start(object_point->index / 3, block);
+        table_.places_[room.places++] = normal_.coupling_start_at(place(at), block);
       }
     }
   }
 
   ObservationTable& table_;
   const OwnedList<ObjectPoint>& object_points_;
+  const NormalMatrix& normal_;
   std::vector<const BundleImage*> images_;
-  std::vector<std::size_t> ranks_;  // of the object points in the order of the normal matrix
   std::size_t num_batches_;
   std::size_t grain_ = 1;  // images of a range
   std::vector<Range> ranges_;
@@ -163,12 +177,12 @@ void ObservationTable::set_up(const OwnedList<BundleImage>& images,
   if (!normal.stores_couplings()) normal.set_coupling_source(*this);
   set_derivatives(images, derivatives, normal);
   std::vector<const ObjectPoint*> by_number(static_cast<std::size_t>(normal.num_points()));
-  for (const ObjectPoint& point : object_points) by_number[number_of(point)] = &point;
+  for (const ObjectPoint& point : object_points) by_number[place(number_of(point))] = &point;
   points_.reserve(by_number.size());
   for (const std::int32_t number : normal.point_order()) {
     points_.push_back(by_number[static_cast<std::size_t>(number)]);
   }
-  Sorter(*this, images, object_points).sort(normal);
+  Sorter(*this, images, object_points).sort();
   find_chunks();
   takes_packs_ = std::all_of(images_.begin(), images_.end(),
                              [](const auto& image) { return image->equations.takes_packs(); });
@@ -245,20 +259,7 @@ void ObservationTable::load(std::size_t number, Batch& batch) const {
 bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::int32_t& count) {
   normal.zero_reduced();
   for (const auto& image : images_) image->normals.start();
-  // Equations that are not formed in packs have their working memory at the image.
-  const std::size_t team = takes_packs_ ? workers().count() : 1;
-  const std::size_t at_once = team == 1 ? 1 : kChunksPerWorker * team;
-  work_.resize(std::min(at_once, chunks_.size()));
-  for (std::size_t first = 0; first + 1 < chunks_.size(); first += work_.size()) {
-    const std::size_t num_chunks = std::min(work_.size(), chunks_.size() - 1 - first);
-    workers().run(num_chunks, [&](std::size_t k, std::size_t) {
-      work_[k].formed = add(chunks_[first + k], work_[k], normal, rhs);
-    });
-    for (std::size_t k = 0; k < num_chunks; ++k) {
-      if (!work_[k].formed) return false;
-    }
-    add_sums(first, num_chunks);
-  }
+  if (!add_chunks(normal, rhs)) return false;
   for (const auto& image : images_) image->normals.finish(rhs, lPl);
   count += 2 * static_cast<std::int32_t>(num_observations());
   for (const ImagePoint* point : unresolved_) {
@@ -267,18 +268,45 @@ bool ObservationTable::add(NormalMatrix& normal, Vector& rhs, double& lPl, std::
   return true;
 }
 
-// Adds the sums of the chunks that were worked at to the images, each of which is one worker's.
-void ObservationTable::add_sums(std::size_t first, std::size_t count) {
-  const std::size_t num_parts = workers().count();
-  workers().run(num_parts, [&](std::size_t part, std::size_t) {
-    for (std::size_t k = 0; k < count; ++k) {
-      const std::vector<std::int32_t>& images = chunks_[first + k].images;
-      for (std::size_t i = 0; i < images.size(); ++i) {
-        const std::size_t image = place(images[i]);
-        if (image % num_parts == part) images_[image]->normals.add(work_[k].sums[i]);
-      }
+// All chunks, whose sums are added to the images in the order of the chunks.
+bool ObservationTable::add_chunks(NormalMatrix& normal, Vector& rhs) {
+  const std::size_t num_chunks = chunks_.size() - 1;
+  std::vector<std::unique_ptr<Work>> at(num_chunks);
+  InTurn in_turn(num_chunks);
+  std::mutex idle;
+  std::atomic<bool> formed = true;
+  const auto take_over = [&](std::size_t k) {
+    add_sums(chunks_[k], *at[k]);
+    const std::lock_guard lock(idle);
+    idle_.push_back(std::move(at[k]));
+  };
+  const auto work_at = [&](std::size_t k, std::size_t) {
+    if (!formed) return;
+    {
+      const std::lock_guard lock(idle);
+      if (idle_.empty()) idle_.push_back(std::make_unique<Work>());
+      at[k] = std::move(idle_.back());
+      idle_.pop_back();
     }
-  });
+    if (add(chunks_[k], *at[k], normal, rhs)) {
+      in_turn.finish(k, take_over);
+    } else {
+      formed = false;
+    }
+  };
+  if (takes_packs_) {
+    workers().run(num_chunks, work_at);
+  } else {
+    // Equations that are not formed in packs have their working memory at the image.
+    for (std::size_t k = 0; k < num_chunks; ++k) work_at(k, 0);
+  }
+  return formed;
+}
+
+void ObservationTable::add_sums(const Chunk& chunk, const Work& work) {
+  for (std::size_t i = 0; i < chunk.images.size(); ++i) {
+    images_[place(chunk.images[i])]->normals.add(work.sums[i]);
+  }
 }
 
 // One chunk, batch by batch.

@@ -84,7 +84,6 @@ class ObservationTable : public CouplingSource {
     Batch batch;
     PointEquation equation;
     PackedEquations packed;
-    bool formed = false;
   };
   class Sorter;
   class Former;
@@ -106,7 +105,8 @@ class ObservationTable : public CouplingSource {
   [[nodiscard]] bool add(const Chunk& chunk, Work& work, NormalMatrix& normal, Vector& rhs) const;
   [[nodiscard]] bool add(const Segment& segment, Work& work, Vector& rhs) const;
   [[nodiscard]] bool add_packed(const Segment& segment, Work& work, Vector& rhs) const;
-  void add_sums(std::size_t first, std::size_t count);
+  [[nodiscard]] bool add_chunks(NormalMatrix& normal, Vector& rhs);
+  void add_sums(const Chunk& chunk, const Work& work);
 
   std::vector<std::unique_ptr<Image>> images_;
   NormalMatrix* normal_ = nullptr;
@@ -120,8 +120,8 @@ class ObservationTable : public CouplingSource {
   std::unique_ptr<std::int32_t[]> places_;
   std::vector<const ImagePoint*> unresolved_;  // without object point, in the order of the images
   std::vector<Chunk> chunks_;                  // a last one marks the end
-  std::vector<Work> work_;
-  bool takes_packs_ = true;  // all images do
+  std::vector<std::unique_ptr<Work>> idle_;    // nobody works with them
+  bool takes_packs_ = true;                    // all images do
 };
 
 }  // namespace vorn
